@@ -1,0 +1,7 @@
+include("${CMAKE_CURRENT_LIST_DIR}/BoostTargets.cmake")
+get_target_property(Boost_INCLUDE_DIRS Boost::headers INTERFACE_INCLUDE_DIRECTORIES)
+foreach(component IN LISTS Boost_FIND_COMPONENTS)
+  if(TARGET Boost::${component})
+    set(Boost_${component}_FOUND TRUE)
+  endif()
+endforeach()
