@@ -1,0 +1,32 @@
+// Arrays inside.
+#pragma once
+
+#include "simulator/CoreFoundation/element_callbacks.hpp"
+#include "simulator/CoreFoundation/strings.hpp"
+
+#include <span>
+#include <vector>
+
+struct __CFArray : cf::Object {
+    static cf::Type const class_type;
+
+    cf::ElementCallbacks callbacks;
+    std::vector<void const *> values;
+    bool is_mutable;
+
+    __CFArray(cf::ElementCallbacks const & its_callbacks, cf::Mutability mutability)
+        : Object{class_type}
+        , callbacks{its_callbacks}
+        , is_mutable{mutability == cf::Mutability::is_mutable} {}
+};
+
+namespace cf {
+
+inline std::span<void const * const> values_of(CFArrayRef array) {
+    return array->values;
+}
+
+// A new array of objects that takes over the caller's reference to each of them.
+CFArrayRef create_array_adopting(std::span<CFTypeRef const> objects, Mutability mutability);
+
+} // namespace cf

@@ -1,0 +1,41 @@
+// How a collection treats its elements: the five callbacks in one shape for all kinds of
+// collection.
+#pragma once
+
+#include "simulator/CoreFoundation/runtime.hpp"
+
+namespace cf {
+
+// Null functions mean: no ownership, equality of pointers, hash of the pointer.
+struct ElementCallbacks {
+    CFCollectionRetainCallBack retain_callback = nullptr;
+    CFCollectionReleaseCallBack release_callback = nullptr;
+    CFCollectionCopyDescriptionCallBack describe_callback = nullptr;
+    CFCollectionEqualCallBack equal_callback = nullptr;
+    CFCollectionHashCallBack hash_callback = nullptr;
+
+    ElementCallbacks() = default;
+    // From the public structure of a collection, which may be null.
+    explicit ElementCallbacks(CFArrayCallBacks const * callbacks);
+    explicit ElementCallbacks(CFDictionaryKeyCallBacks const * callbacks);
+    explicit ElementCallbacks(CFDictionaryValueCallBacks const * callbacks);
+    explicit ElementCallbacks(CFSetCallBacks const * callbacks);
+
+    // True if the elements are CoreFoundation objects that the collection retains.
+    bool own_objects() const;
+
+    // Traps in the name of `function` if the elements are objects and this one is null.
+    void require(void const * element, char const * function) const;
+
+    void const * retain(void const * element) const;
+    void release(void const * element) const;
+    void release(void const * element, DoomedObjects & doomed) const;
+    bool equal(void const * left, void const * right) const;
+    CFHashCode hash(void const * element) const;
+    void describe(void const * element, std::u16string & text) const;
+};
+
+// The callbacks of collections that hold objects.
+ElementCallbacks const & object_callbacks();
+
+} // namespace cf

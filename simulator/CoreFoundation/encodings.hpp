@@ -1,0 +1,31 @@
+// Text from bytes and bytes from text.
+#pragma once
+
+#include "simulator/CoreFoundation/strings.hpp"
+
+#include <optional>
+#include <string>
+#include <string_view>
+
+namespace cf {
+
+// Encodings without a public name here.
+inline constexpr CFStringEncoding kCFStringEncodingWindowsLatin1 = 0x0500;
+inline constexpr CFStringEncoding kCFStringEncodingUTF16BE = 0x10000100;
+inline constexpr CFStringEncoding kCFStringEncodingUTF16LE = 0x14000100;
+inline constexpr CFStringEncoding kCFStringEncodingUTF32 = 0x0c000100;
+inline constexpr CFStringEncoding kCFStringEncodingUTF32BE = 0x18000100;
+inline constexpr CFStringEncoding kCFStringEncodingUTF32LE = 0x1c000100;
+
+// The text in UTF-16; nothing if the bytes are invalid or the encoding is unknown. `external` bytes
+// may carry a byte-order mark that is not part of the text; UTF-8 loses its mark either way.
+std::optional<std::u16string> decode(std::string_view bytes, CFStringEncoding encoding,
+                                     bool external);
+
+// The text in an 8-bit encoding; nothing if it cannot be expressed.
+std::optional<std::string> encode(StringContents text, CFStringEncoding encoding);
+
+// Appends the text of UTF-8 bytes; false if they are invalid.
+bool append_utf8(std::u16string & text, std::string_view bytes);
+
+} // namespace cf
