@@ -1,4 +1,4 @@
-# Language level, visibility and the definitions that every target shares.
+# Language level, visibility, output folders and the definitions that every target shares.
 set(CMAKE_CXX_STANDARD 20)
 set(CMAKE_CXX_STANDARD_REQUIRED ON)
 set(CMAKE_CXX_EXTENSIONS OFF)
@@ -18,10 +18,3 @@ add_compile_definitions(
   BOOST_ALL_NO_LIB
 )
 add_compile_options($<$<CXX_COMPILER_ID:GNU,Clang>:-ffile-prefix-map=${CMAKE_SOURCE_DIR}=.>)
-
-if(WIN32)
-  add_compile_definitions(_WIN32_WINNT=0x0A00 WINVER=0x0A00 UNICODE _UNICODE NOMINMAX WIN32_LEAN_AND_MEAN)
-  if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
-    add_link_options(-static) # no compiler DLL has to travel
-  endif()
-endif()

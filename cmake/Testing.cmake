@@ -1,0 +1,32 @@
+# How tests are named and run. QNRESCUE_TEST_PREFIX tells the builds apart in a run over several.
+option(BUILD_TESTING "Build the tests" ON)
+set(QNRESCUE_TEST_PREFIX "" CACHE STRING "What the name of every test starts with")
+
+set(test_properties
+  TIMEOUT 300
+  ENVIRONMENT "UBSAN_OPTIONS=print_stacktrace=1;TSAN_OPTIONS=second_deadlock_stack=1"
+)
+
+# qnrescue_unit_test(name SOURCES file... LINK library...): one GoogleTest program, one test of
+# CTest (starting Wine once for each case would take most of the time).
+function(qnrescue_unit_test name)
+  cmake_parse_arguments(PARSE_ARGV 1 unit "" "" "SOURCES;LINK")
+  add_executable(${name} ${unit_SOURCES})
+  target_link_libraries(${name} PRIVATE ${unit_LINK} GTest::gtest_main Threads::Threads)
+  add_test(NAME "${QNRESCUE_TEST_PREFIX}${name}" COMMAND ${name} --gtest_brief=1)
+  set_tests_properties("${QNRESCUE_TEST_PREFIX}${name}" PROPERTIES ${test_properties})
+endfunction()
+
+# qnrescue_end_to_end_test(file): one Python unittest module that runs the built programs. It finds
+# their folder in QNRESCUE_BIN, and in QNRESCUE_RUNNER what runs them (empty on Windows itself).
+function(qnrescue_end_to_end_test file)
+  cmake_path(GET file STEM stem)
+  set(name "${QNRESCUE_TEST_PREFIX}end_to_end.${stem}")
+  add_test(NAME "${name}" COMMAND Python3::Interpreter -m unittest "${stem}"
+    WORKING_DIRECTORY "${CMAKE_CURRENT_SOURCE_DIR}")
+  set_tests_properties("${name}" PROPERTIES
+    TIMEOUT 600
+    FAIL_REGULAR_EXPRESSION "Ran 0 tests"
+    ENVIRONMENT "QNRESCUE_BIN=${CMAKE_RUNTIME_OUTPUT_DIRECTORY};QNRESCUE_RUNNER=${CMAKE_CROSSCOMPILING_EMULATOR};PYTHONDONTWRITEBYTECODE=1"
+  )
+endfunction()

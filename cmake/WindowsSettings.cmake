@@ -1,0 +1,15 @@
+# Windows version, character set and the way programs and DLLs are linked there.
+if(NOT WIN32)
+  return()
+endif()
+
+add_compile_definitions(_WIN32_WINNT=0x0A00 WINVER=0x0A00 UNICODE _UNICODE NOMINMAX WIN32_LEAN_AND_MEAN)
+if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
+  add_link_options(
+    -static # no compiler DLL has to travel
+    -Wl,--no-insert-timestamp # the same sources give the same file
+    $<$<CONFIG:Release>:-s>
+  )
+elseif(MSVC)
+  set(CMAKE_MSVC_RUNTIME_LIBRARY "MultiThreaded$<$<CONFIG:Debug>:Debug>")
+endif()
