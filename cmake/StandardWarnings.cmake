@@ -4,7 +4,7 @@ option(QNRESCUE_WARNINGS_AS_ERRORS "Treat compiler warnings as errors" OFF)
 if(CMAKE_CXX_COMPILER_ID MATCHES "GNU|Clang")
   add_compile_options(
     -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Wsign-conversion -Wnon-virtual-dtor
-    -Woverloaded-virtual -Wcast-align -Wnull-dereference -Wimplicit-fallthrough
+    -Woverloaded-virtual -Wcast-align -Wimplicit-fallthrough
   )
   if(QNRESCUE_WARNINGS_AS_ERRORS)
     add_compile_options(-Werror)

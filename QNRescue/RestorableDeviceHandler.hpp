@@ -1,0 +1,104 @@
+#pragma once
+
+#include "QNRescue/cf_ownership.hpp"
+#include "QNRescue/output_state.hpp"
+#include "QNRescue/restore_vocabulary.hpp"
+#include "platform/MobileDevice.h"
+#include "support/filesystem.hpp"
+#include "support/identifiers/ecid.hpp"
+
+#include <chrono>
+#include <condition_variable>
+#include <cstdint>
+#include <future>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <unordered_map>
+
+namespace qnrescue {
+
+// The command that a run carries out.
+enum class command_kind : std::uint32_t {
+    list_devices = 0,
+    device_info = 1,
+    exit_recovery = 2,
+    no_exit_recovery = 3,
+    restore = 4,
+    enter_restore_mode = 5, // a restore that is complete once the device boots into restore mode
+};
+
+// One run of the tool: the attached restorable devices, the command, its target and time-outs, and
+// the scratch directory, which is removed with this object. The caller sets the public members
+// before waitForCompletion().
+class device_notifier_state {
+public:
+    // An empty or absent scratch makes the run choose a directory of its own; it is not created.
+    // Throws std::invalid_argument for a null output.
+    device_notifier_state(std::shared_ptr<output_str_state> output,
+                          std::optional<QN::filesystem::path> amrLogFile,
+                          std::optional<QN::filesystem::path> scratch);
+    // Waits for callbacks that are under way; later ones do nothing.
+    ~device_notifier_state() noexcept(false);
+    device_notifier_state(device_notifier_state const &) = delete;
+    device_notifier_state & operator=(device_notifier_state const &) = delete;
+
+    // Runs the command from registration for notifications to its end. Throws error_owner, and then
+    // leaves the registration in place.
+    void waitForCompletion();
+
+    // The device with this ECID, or null if it is not there within detectTimeout.
+    std::shared_ptr<_AMRestorableDevice> waitForDevice(QN::ecid const & ecid);
+
+    // Sets the restore options for an IPSW. Throws std::runtime_error where the library gives no
+    // default options.
+    void CreateDefaultRestoreOptions(QN::filesystem::path const & restoreBundle, bool erase);
+
+    // Restores the device and waits for the end. A time-out is printed, not thrown; error_owner is
+    // thrown where there are no options.
+    void operateRestore(AMRestorableDeviceRef device);
+
+    // Carries out exit_recovery or no_exit_recovery. Throws error_owner where the device refuses.
+    void operateOnRecoveryDevice(AMRecoveryModeDeviceRef recoveryDevice);
+
+    // The callbacks of the restore interface; the context is the notifier. A null context throws
+    // std::invalid_argument.
+    static void deviceNotificationCallback(AMRestorableDeviceRef device,
+                                           AMRestorableDeviceNotificationType type, void * context);
+    static void restoreCallback(AMRestorableDeviceRef device, CFDictionaryRef statusDict,
+                                void * context);
+
+    std::shared_ptr<output_str_state> outputter;
+    QN::filesystem::path scratchLocation;
+    cf_owner<CFDictionaryRef> restoreOptions;
+    std::unordered_map<QN::ecid, std::shared_ptr<_AMRestorableDevice>> devices;
+    std::mutex mutex; // guards devices and inTeardown
+    std::condition_variable condition;
+    bool inTeardown = false;
+    command_kind operation = command_kind::list_devices;
+    std::string operationName;
+    std::chrono::nanoseconds detectTimeout = std::chrono::seconds(3);
+    std::optional<QN::ecid> ecid;
+    std::chrono::nanoseconds restoreTimeout = std::chrono::seconds(7200);
+    std::promise<void> restoreComplete;
+
+private:
+    template <typename... Arguments>
+    void debug(fmt::format_string<Arguments...> format, Arguments &&... arguments);
+
+    void warmUp();
+    void enableFileLogging(QN::filesystem::path const & path);
+    void handleNotification(AMRestorableDeviceRef device, AMRestorableDeviceNotificationType type);
+    void connected(QN::ecid const & ecid, AMRestorableDeviceRef device);
+    void disconnected(QN::ecid const & ecid);
+    void listDevices();
+    void operateOnDevice();
+    void commandRecoveryDevice(AMRestorableDeviceRef device);
+    void setAutoBoot(AMRecoveryModeDeviceRef recoveryDevice, bool autoBoot);
+    void handleReport(CFDictionaryRef statusDict);
+    void relayReport(CFDictionaryRef statusDict, operation_type step);
+    void setComplete();
+};
+
+} // namespace qnrescue

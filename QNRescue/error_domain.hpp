@@ -1,0 +1,48 @@
+#pragma once
+
+#include "QNRescue/cf_ownership.hpp"
+
+#include <optional>
+#include <string>
+
+namespace qnrescue {
+
+// The tool's error codes; the exit status of the process uses the same numbers.
+enum class Error : CFIndex {
+    none = 0,
+    unknown = 1,
+    invalid_argument = 2,
+    bad_command = 3,
+    bad_ecid = 4,
+    bad_state = 5,
+    recovery_command_failed = 6,
+    restore_timeout = 7,
+    read_error = 8,
+};
+
+// The text of the code, "Unknown error" for one that is not listed. A constant string: the caller
+// does not release it.
+CFStringRef ErrorDescription(Error code);
+
+// An error in the tool's domain; the reason is UTF-8.
+error_owner CreateDomainError(Error code, std::string const & reason);
+
+// The output form of any error: its "Domain", "Code", "Description" and "FailureReason", as far as
+// it has them. Null for a null error or where the dictionary cannot be created.
+cf_owner<CFDictionaryRef> DictionaryFromError(CFErrorRef error);
+
+// The exit status for an error: its code if that is 0 to 8, whatever its domain, else 1. 0 for a
+// null error.
+int GetCode(CFErrorRef error);
+
+// The string in UTF-8, up to its first NUL; empty optional for null or where it cannot be
+// converted.
+std::optional<std::string> to_utf8(CFStringRef string);
+
+// The same, with the empty string for what cannot be had.
+std::string MakeString(CFStringRef string);
+
+// CoreFoundation's description of any object, "(null)" where there is none.
+std::string MakeDescription(CFTypeRef value);
+
+} // namespace qnrescue

@@ -1,0 +1,51 @@
+#pragma once
+
+#include <condition_variable>
+#include <cstddef>
+#include <mutex>
+#include <unordered_map>
+
+namespace qnrescue {
+
+// The objects whose addresses a library holds as contexts of its callbacks. The library may call
+// at any time: after the object has gone, and while the process ends. A callback uses its object
+// only inside a visit; one that finds its context gone does nothing.
+class live_contexts {
+public:
+    // The one list of the process. It is never destroyed, since callbacks may come during exit.
+    static live_contexts & instance();
+
+    void add(void const * context);
+    // Afterwards no visit is under way and none begins. Not to be called from within a visit.
+    void remove(void const * context);
+
+    class visit {
+    public:
+        explicit visit(void const * object);
+        ~visit();
+        visit(visit const &) = delete;
+        visit & operator=(visit const &) = delete;
+
+        // Whether the object lives; it then does so as long as the visit.
+        explicit operator bool() const { return alive; }
+
+    private:
+        void const * context;
+        bool alive;
+    };
+
+private:
+    struct state {
+        std::size_t visits = 0;
+        bool closing = false;
+    };
+
+    bool enter(void const * context);
+    void leave(void const * context);
+
+    std::mutex mutex; // guards contexts
+    std::condition_variable left;
+    std::unordered_map<void const *, state> contexts; // entries stay in place when others come
+};
+
+} // namespace qnrescue

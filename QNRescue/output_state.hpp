@@ -1,0 +1,83 @@
+#pragma once
+
+#include "QNRescue/cf_ownership.hpp"
+#include "QNRescue/start_options.hpp"
+
+#include <boost/asio/any_io_executor.hpp>
+#ifdef _WIN32
+#include <boost/asio/windows/basic_stream_handle.hpp>
+#else
+#include <boost/asio/posix/basic_stream_descriptor.hpp>
+#endif
+
+#include <condition_variable>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace qnrescue {
+
+#ifdef _WIN32
+using pipe_handle = boost::asio::windows::basic_stream_handle<boost::asio::any_io_executor>;
+#else
+using pipe_handle = boost::asio::posix::basic_stream_descriptor<boost::asio::any_io_executor>;
+#endif
+
+// A document ready for printing: its type name in UTF-8 and its value.
+struct message_type {
+    std::string type;
+    cf_owner<CFTypeRef> value;
+};
+
+// The one way out of the tool. Threads queue text; one output thread runs loop() and writes each
+// entry, followed by one line feed, to standard output or the pipe, debug lines to standard error.
+class output_str_state {
+public:
+    // Documents go to the sink where there is one, which is closed with this object.
+    explicit output_str_state(std::optional<pipe_handle> sink);
+
+    // Debug lines that are written from now on appear, also those that are queued already.
+    void set_debug(bool on);
+
+    void print(std::string text);
+    void print_debug(std::string text);
+
+    // Queues the XML property list {Type, Value}. What cannot be written as one is reported as a
+    // debug line instead.
+    void print_value(CFStringRef type, CFTypeRef value);
+    void print_value(message_type const & message);
+
+    // Queues the error as a document of type "InternalError". The error is borrowed.
+    void print_formatted_error(CFErrorRef error);
+
+    // Lets loop() return once everything queued so far is written.
+    void quit();
+
+    // Writes until quit(). Throws boost::system::system_error where the pipe cannot be written.
+    void loop() &;
+
+private:
+    struct line {
+        std::string text;
+        bool is_debug;
+    };
+
+    void enqueue(line entry);
+    void write(line const & entry);
+
+    std::optional<pipe_handle> pipe;
+    std::mutex mutex; // guards everything below
+    std::vector<line> queue;
+    bool debug = false;
+    bool quitting = false;
+    std::condition_variable ready;
+};
+
+// The output channel that the options ask for. The pipe is not tested: a handle that is none shows
+// when the first entry is written to it.
+std::shared_ptr<output_str_state> make_output_state(boost::asio::any_io_executor executor,
+                                                    start_options const & options);
+
+} // namespace qnrescue

@@ -1,0 +1,62 @@
+// How values leave through the output channel: as XML property-list documents.
+#include "QNRescue/error_domain.hpp"
+#include "QNRescue/output_state.hpp"
+#include "QNRescue/property_list_validation.hpp"
+
+#include <fmt/format.h>
+
+namespace qnrescue {
+
+void output_str_state::print_value(CFStringRef type, CFTypeRef value) {
+    constexpr auto function = "print_value";
+    if (type == nullptr || CFStringGetLength(type) == 0 || value == nullptr) {
+        print_debug(fmt::format("{}: invalid argument", function));
+        return;
+    }
+    if (!CFPropertyListValidateForSerialization(value, kCFPropertyListXMLFormat_v1_0)) {
+        print_debug(fmt::format("{}: object not valid for XML plist", function));
+        return;
+    }
+    auto const document = make_mutable_dictionary();
+    CFDictionarySetValue(document.get(), CFSTR("Type"), type);
+    CFDictionarySetValue(document.get(), CFSTR("Value"), value);
+
+    CFErrorRef failure = nullptr;
+    auto const data = adopt(CFPropertyListCreateData(kCFAllocatorDefault, document.get(),
+                                                     kCFPropertyListXMLFormat_v1_0, 0, &failure));
+    if (!data) {
+        auto const error = adopt(failure);
+        print_debug(fmt::format("{}: CFPropertyListCreateData failed - {}", function,
+                                error ? MakeDescription(error.get()) : "unknown"));
+        return;
+    }
+    auto const text =
+        adopt(CFStringCreateWithBytes(kCFAllocatorDefault, CFDataGetBytePtr(data.get()),
+                                      CFDataGetLength(data.get()), kCFStringEncodingUTF8, false));
+    if (!text) {
+        print_debug(fmt::format("{}: CFStringCreateWithBytes failed - unknown", function));
+        return;
+    }
+    print(MakeString(text.get()));
+}
+
+void output_str_state::print_value(message_type const & message) {
+    auto const type = make_cfstring(message.type);
+    print_value(type.get(), message.value.get());
+}
+
+void output_str_state::print_formatted_error(CFErrorRef error) {
+    constexpr auto function = "print_formatted_error";
+    if (error == nullptr) {
+        print_debug(fmt::format("{}: invalid argument", function));
+        return;
+    }
+    auto const dictionary = DictionaryFromError(error);
+    if (!dictionary) {
+        print_debug(fmt::format("{}: could not create error dict", function));
+        return;
+    }
+    print_value(CFSTR("InternalError"), dictionary.get());
+}
+
+} // namespace qnrescue

@@ -1,0 +1,18 @@
+#pragma once
+
+#include "QNRescue/output_state.hpp"
+#include "QNRescue/start_options.hpp"
+
+#include <boost/program_options/options_description.hpp>
+
+#include <memory>
+
+namespace qnrescue {
+
+// Carries out what the options ask for and answers the exit status: 0, or the code of the error
+// that was printed. Lets no std::exception and no tool error escape.
+int runProgramMain(start_options const & options,
+                   boost::program_options::options_description const & description,
+                   std::shared_ptr<output_str_state> output);
+
+} // namespace qnrescue

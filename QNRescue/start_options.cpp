@@ -1,0 +1,86 @@
+#include "QNRescue/start_options.hpp"
+
+#include "QNRescue/error_domain.hpp"
+#include "QNRescue/exception_errors.hpp"
+
+#include <boost/program_options/parsers.hpp>
+#include <boost/program_options/value_semantic.hpp>
+#include <boost/program_options/variables_map.hpp>
+
+#include <stdexcept>
+#include <utility>
+
+namespace qnrescue {
+
+namespace {
+
+namespace po = boost::program_options;
+
+template <typename Value>
+auto * stored_in(std::optional<Value> & field) {
+    return po::value<Value>()->notifier([&field](Value const & value) { field = value; });
+}
+
+// The table refers to the fields of the options that it is made for.
+po::options_description option_table(start_options & options) {
+    po::options_description table("Program options");
+    // clang-format off
+    table.add_options()
+        ("debug", po::bool_switch(&options.debug),
+            "Enable debugging output")
+        ("debug-dump", po::bool_switch(&options.debug_dump),
+            "Dump mobiledevice implementations (debugging)")
+        ("help", po::bool_switch(&options.help),
+            "Print this description")
+        ("no-cleanup", po::bool_switch(&options.no_cleanup),
+            "Disable auto temp file cleanup on exit")
+        ("amr-logfile", stored_in(options.amr_logfile),
+            "Specify logfile for AMRestore")
+        ("ecid", stored_in(options.ecid),
+            "Device to perform operation on")
+        ("detect-timeout", stored_in(options.detect_timeout),
+            "How many seconds to wait for the selected device to be detected")
+        ("list-devices", po::bool_switch(&options.list_devices),
+            "List all detected Apple devices")
+        ("device-info", po::bool_switch(&options.device_info),
+            "Output properties of specified Apple device")
+        ("exit-recovery", po::bool_switch(&options.exit_recovery),
+            "Attempt to reboot a recovery device into booted mode")
+        ("no-exit-recovery", po::bool_switch(&options.no_exit_recovery),
+            "Set a device to stay in recovery mode when it reboots")
+        ("restore", stored_in(options.restore),
+            "Start a device restore with specified IPSW bundle")
+        ("restore-timeout", stored_in(options.restore_timeout),
+            "How many seconds to wait for a restore to complete before aborting")
+        ("erase", po::bool_switch(&options.erase),
+            "Use with --restore to force the device to be erased during the restore")
+        ("restore-plist", stored_in(options.restore_plist),
+            "Start a device restore with options read from a plist file")
+        ("enter-restore-mode", po::bool_switch(&options.enter_restore_mode),
+            "Attempt to put a recovery mode device into restore mode")
+        ("output-pipe", stored_in(options.output_pipe),
+            "Send formatted output to a specific pipe");
+    // clang-format on
+    return table;
+}
+
+} // namespace
+
+std::tuple<start_options, po::options_description, error_owner>
+parse_arguments(int argc, char const ** argv) {
+    start_options options;
+    auto table = option_table(options);
+    error_owner error;
+    try {
+        po::variables_map values;
+        po::store(po::parse_command_line(argc, argv, table), values);
+        po::notify(values);
+    } catch (std::length_error const & exception) {
+        error = CreateDomainError(Error::bad_command, exception.what());
+    } catch (std::exception const &) {
+        error = domain_error_of_current_exception();
+    }
+    return {std::move(options), std::move(table), std::move(error)};
+}
+
+} // namespace qnrescue

@@ -1,0 +1,18 @@
+#pragma once
+
+#include <system_error>
+
+namespace QN::SharedSupport::ios_device {
+
+// Errors of the device support library. Nothing in this project raises one.
+enum class errc { success = 0 };
+
+// The category of these errors; its name is "libportbay".
+std::error_category const & device_category() noexcept;
+
+std::error_code make_error_code(errc code) noexcept;
+
+} // namespace QN::SharedSupport::ios_device
+
+template <>
+struct std::is_error_code_enum<QN::SharedSupport::ios_device::errc> : std::true_type {};
