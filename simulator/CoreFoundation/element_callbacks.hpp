@@ -14,12 +14,19 @@ struct ElementCallbacks {
     CFCollectionEqualCallBack equal_callback = nullptr;
     CFCollectionHashCallBack hash_callback = nullptr;
 
-    ElementCallbacks() = default;
     // From the public structure of a collection, which may be null.
-    explicit ElementCallbacks(CFArrayCallBacks const * callbacks);
-    explicit ElementCallbacks(CFDictionaryKeyCallBacks const * callbacks);
-    explicit ElementCallbacks(CFDictionaryValueCallBacks const * callbacks);
-    explicit ElementCallbacks(CFSetCallBacks const * callbacks);
+    template <class CallBacks>
+    static ElementCallbacks from(CallBacks const * callbacks) {
+        if (callbacks == nullptr) {
+            return {};
+        }
+        ElementCallbacks result{callbacks->retain, callbacks->release, callbacks->copyDescription,
+                                callbacks->equal};
+        if constexpr (requires { callbacks->hash; }) {
+            result.hash_callback = callbacks->hash;
+        }
+        return result;
+    }
 
     // True if the elements are CoreFoundation objects that the collection retains.
     bool own_objects() const;

@@ -4,6 +4,7 @@
 
 #include "simulator/CoreFoundation/element_callbacks.hpp"
 
+#include <utility>
 #include <vector>
 
 namespace cf {
@@ -57,7 +58,7 @@ public:
 private:
     CFHashCode hash_of(void const * key) const;
     std::size_t locate(void const * key, CFHashCode hash) const;
-    Slot & slot_for(void const * key);
+    std::pair<Slot &, CFHashCode> slot_for(void const * key);
     void resize(std::size_t slots);
     void close_gap(std::size_t gap);
 

@@ -3,6 +3,8 @@
 
 #include "simulator/CoreFoundation/runtime.hpp"
 
+#include <optional>
+
 namespace cf {
 
 // The type of integers beyond 64 bits. It has no public name: only property lists make such numbers
@@ -63,6 +65,9 @@ CFNumberRef create_wide_integer(Int128 value);
 // The number in decimal as property lists write it: an integer plainly, a real with up to 17
 // digits, `0.0`, `nan`, `+infinity` or `-infinity`.
 std::string decimal_text(__CFNumber const & number);
+
+// The integer that a real is, if it is one of 128 bits; negative zero is none.
+std::optional<Int128> exact_integer(double real);
 
 CFHashCode hash_of_integer(std::int64_t value) noexcept;
 

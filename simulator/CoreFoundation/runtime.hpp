@@ -104,8 +104,10 @@ private:
     Object * first_ = nullptr;
 };
 
-// CFRelease for an object known not to be null.
+// CFRelease, CFEqual and CFHash for objects known not to be null.
 void release(Object const & object);
+bool equal(Object const & left, Object const & right);
+CFHashCode hash(Object const & object);
 
 inline Object const & object_of(CFTypeRef reference) {
     return *static_cast<Object const *>(reference);

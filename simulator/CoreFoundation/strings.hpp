@@ -80,11 +80,11 @@ CFStringRef create_string(std::u16string_view text, Mutability mutability = Muta
 CFStringRef create_utf8_string(std::string_view text,
                                Mutability mutability = Mutability::immutable);
 
+// An immortal string that is never counted.
+CFStringRef create_constant_string(std::u16string_view text);
+
 // Appends the string's text, code unit by code unit.
 void append(std::u16string & text, CFStringRef string);
 void append_ascii(std::u16string & text, std::string_view ascii);
-
-// The text as UTF-8, lone surrogates replaced by U+FFFD; for messages.
-std::string utf8_text(CFStringRef string);
 
 } // namespace cf

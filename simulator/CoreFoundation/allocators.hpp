@@ -1,0 +1,19 @@
+// Allocators. All objects come from one allocator whatever a caller names; only who frees the bytes
+// of data created without a copy depends on it.
+#pragma once
+
+#include "simulator/CoreFoundation/runtime.hpp"
+
+struct __CFAllocator : cf::Object {
+    static cf::Type const class_type;
+
+    constexpr __CFAllocator()
+        : Object{class_type, cf::immortal} {}
+};
+
+namespace cf {
+
+// The allocator that kCFAllocatorDefault, a null pointer, stands for.
+extern __CFAllocator system_allocator;
+
+} // namespace cf

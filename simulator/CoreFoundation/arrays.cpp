@@ -1,0 +1,128 @@
+#include "simulator/CoreFoundation/arrays.hpp"
+
+#include "simulator/CoreFoundation/descriptions.hpp"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+
+namespace cf {
+
+namespace {
+
+__CFArray const & array_of(Object const & object) {
+    return static_cast<__CFArray const &>(object);
+}
+
+void destroy_array(Object & object, DoomedObjects & doomed) {
+    auto const & array = array_of(object);
+    for (auto const * const value : array.values) {
+        array.callbacks.release(value, doomed);
+    }
+    destroy<__CFArray>(object, doomed);
+}
+
+bool equal_arrays(Object const & left, Object const & right) {
+    auto const & callbacks = array_of(left).callbacks;
+    return std::ranges::equal(
+        array_of(left).values, array_of(right).values,
+        [&](void const * one, void const * other) { return callbacks.equal(one, other); });
+}
+
+CFHashCode hash_array(Object const & object) {
+    return array_of(object).values.size();
+}
+
+void describe_array(Object const & object, std::u16string & text) {
+    auto const & array = array_of(object);
+    append_heading(text, object, "CFArray");
+    append_ascii(text, array.is_mutable ? "{type = mutable-small" : "{type = immutable");
+    append_ascii(text, ", count = " + std::to_string(array.values.size()) + ", values = (");
+    for (std::size_t i = 0; i < array.values.size(); ++i) {
+        append_ascii(text, fmt::format("\n\t{} : ", i));
+        array.callbacks.describe(array.values[i], text);
+    }
+    append_ascii(text, array.values.empty() ? ")}" : "\n)}");
+}
+
+void append_value(__CFArray & array, void const * value, char const * function) {
+    array.callbacks.require(value, function);
+    array.values.push_back(array.callbacks.retain(value));
+}
+
+void require_range(__CFArray const & array, CFRange range, char const * function) {
+    auto const count = static_cast<CFIndex>(array.values.size());
+    if (range.location < 0 || range.length < 0 || range.location > count ||
+        range.length > count - range.location) {
+        trap(function, "the range " + std::to_string(range.location) + "+" +
+                           std::to_string(range.length) + " is outside an array of " +
+                           std::to_string(count));
+    }
+}
+
+} // namespace
+
+CFArrayRef create_array_adopting(std::span<CFTypeRef const> objects, Mutability mutability) {
+    auto * const array = create<__CFArray>(object_callbacks(), mutability);
+    array->values.assign(objects.begin(), objects.end());
+    return array;
+}
+
+} // namespace cf
+
+constinit cf::Type const __CFArray::class_type{
+    .id = 19,
+    .name = "CFArray",
+    .destroy = cf::destroy_array,
+    .equal = cf::equal_arrays,
+    .hash = cf::hash_array,
+    .describe = cf::describe_array,
+};
+
+CFTypeID CFArrayGetTypeID() {
+    return __CFArray::class_type.id;
+}
+
+CFArrayRef CFArrayCreate(CFAllocatorRef, void const ** values, CFIndex count,
+                         CFArrayCallBacks const * callBacks) {
+    auto * const array =
+        cf::create<__CFArray>(cf::ElementCallbacks::from(callBacks), cf::Mutability::immutable);
+    array->values.reserve(static_cast<std::size_t>(std::max<CFIndex>(count, 0)));
+    for (CFIndex i = 0; i < count; ++i) {
+        cf::append_value(*array, values[i], "CFArrayCreate");
+    }
+    return array;
+}
+
+CFMutableArrayRef CFArrayCreateMutable(CFAllocatorRef, CFIndex,
+                                       CFArrayCallBacks const * callBacks) {
+    return cf::create<__CFArray>(cf::ElementCallbacks::from(callBacks), cf::Mutability::is_mutable);
+}
+
+CFIndex CFArrayGetCount(CFArrayRef array) {
+    return static_cast<CFIndex>(cf::checked<__CFArray>(array).values.size());
+}
+
+void const * CFArrayGetValueAtIndex(CFArrayRef array, CFIndex index) {
+    auto const & values = cf::checked<__CFArray>(array).values;
+    if (index < 0 || static_cast<std::size_t>(index) >= values.size()) {
+        cf::trap("CFArrayGetValueAtIndex", "the index " + std::to_string(index) +
+                                               " is outside an array of " +
+                                               std::to_string(values.size()));
+    }
+    return values[static_cast<std::size_t>(index)];
+}
+
+// An array that was created immutable grows as well.
+void CFArrayAppendValue(CFMutableArrayRef array, void const * value) {
+    cf::append_value(cf::checked(array), value, "CFArrayAppendValue");
+}
+
+void CFArrayApplyFunction(CFArrayRef array, CFRange range, CFArrayApplierFunction applier,
+                          void * context) {
+    auto const & checked = cf::checked<__CFArray>(array);
+    cf::require_range(checked, range, "CFArrayApplyFunction");
+    for (CFIndex i = 0; i < range.length; ++i) {
+        applier(checked.values[static_cast<std::size_t>(range.location + i)], context);
+    }
+}

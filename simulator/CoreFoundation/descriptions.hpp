@@ -1,0 +1,21 @@
+// The texts that tell a programmer what an object is.
+#pragma once
+
+#include "simulator/CoreFoundation/strings.hpp"
+
+namespace cf {
+
+// Appends `0x` and the address in hexadecimal digits.
+void append_address(std::u16string & text, void const * address);
+
+// Appends `<name address [address of the allocator]>`.
+void append_heading(std::u16string & text, Object const & object, std::string_view name);
+
+// Appends what CFCopyDescription gives.
+void append_description(std::u16string & text, Object const & object);
+
+// Appends the object as a message shows it: a string or a number as its plain text, others as their
+// description.
+void append_display(std::u16string & text, Object const & object);
+
+} // namespace cf

@@ -1,0 +1,199 @@
+#include "simulator/CoreFoundation/dictionaries.hpp"
+
+#include "simulator/CoreFoundation/descriptions.hpp"
+
+#include <fmt/format.h>
+
+namespace cf {
+
+namespace {
+
+__CFDictionary const & dictionary_of(Object const & object) {
+    return static_cast<__CFDictionary const &>(object);
+}
+
+void destroy_dictionary(Object & object, DoomedObjects & doomed) {
+    static_cast<__CFDictionary &>(object).entries.release_all(doomed);
+    destroy<__CFDictionary>(object, doomed);
+}
+
+bool equal_dictionaries(Object const & left, Object const & right) {
+    return equal(dictionary_of(left).entries, dictionary_of(right).entries);
+}
+
+CFHashCode hash_dictionary(Object const & object) {
+    return dictionary_of(object).entries.count();
+}
+
+void describe_dictionary(Object const & object, std::u16string & text) {
+    auto const & dictionary = dictionary_of(object);
+    auto const & entries = dictionary.entries;
+    append_heading(text, object, "CFBasicHash");
+    append_ascii(text, dictionary.is_mutable ? "{type = mutable dict" : "{type = immutable dict");
+    append_ascii(text, ", count = " + std::to_string(entries.count()) + ",\nentries =>\n");
+    int number = 0;
+    entries.for_each([&](void const * key, void const * value) {
+        append_ascii(text, fmt::format("\t{} : ", number++));
+        entries.keys().describe(key, text);
+        append_ascii(text, " = ");
+        entries.values().describe(value, text);
+        append_ascii(text, "\n");
+    });
+    append_ascii(text, "}\n");
+}
+
+__CFDictionary * create_dictionary(CFDictionaryKeyCallBacks const * keys,
+                                   CFDictionaryValueCallBacks const * values,
+                                   Mutability mutability) {
+    return create<__CFDictionary>(ElementCallbacks::from(keys), ElementCallbacks::from(values),
+                                  mutability);
+}
+
+__CFDictionary * copy(__CFDictionary const & original, Mutability mutability) {
+    auto * const result =
+        create<__CFDictionary>(original.entries.keys(), original.entries.values(), mutability);
+    result->entries.copy_from(original.entries);
+    return result;
+}
+
+HashTable & entries_to_change(CFMutableDictionaryRef dictionary, char const * function) {
+    auto & whole = checked(dictionary, function);
+    if (!whole.is_mutable) {
+        trap(function, "the dictionary is immutable");
+    }
+    return whole.entries;
+}
+
+void require_entry(HashTable const & entries, void const * key, void const * value,
+                   char const * function) {
+    entries.keys().require(key, function);
+    entries.values().require(value, function);
+}
+
+// The entry with this key, or null. Looking for null among objects is a fault unless there are
+// none.
+HashTable::Slot const * find(CFDictionaryRef dictionary, void const * key, char const * function) {
+    auto const & entries = checked<__CFDictionary>(dictionary, function).entries;
+    if (entries.count() > 0) {
+        entries.keys().require(key, function);
+    }
+    return entries.find(key);
+}
+
+} // namespace
+
+CFMutableDictionaryRef create_object_dictionary(CFIndex room, Mutability mutability) {
+    auto * const dictionary =
+        create<__CFDictionary>(object_callbacks(), object_callbacks(), mutability);
+    dictionary->entries.reserve(room);
+    return dictionary;
+}
+
+} // namespace cf
+
+constinit cf::Type const __CFDictionary::class_type{
+    .id = 18,
+    .name = "CFDictionary",
+    .destroy = cf::destroy_dictionary,
+    .equal = cf::equal_dictionaries,
+    .hash = cf::hash_dictionary,
+    .describe = cf::describe_dictionary,
+};
+
+CFTypeID CFDictionaryGetTypeID() {
+    return __CFDictionary::class_type.id;
+}
+
+CFDictionaryRef CFDictionaryCreate(CFAllocatorRef, void const ** keys, void const ** values,
+                                   CFIndex count, CFDictionaryKeyCallBacks const * keyCallBacks,
+                                   CFDictionaryValueCallBacks const * valueCallBacks) {
+    auto * const dictionary =
+        cf::create_dictionary(keyCallBacks, valueCallBacks, cf::Mutability::immutable);
+    dictionary->entries.reserve(count);
+    for (CFIndex i = 0; i < count; ++i) {
+        cf::require_entry(dictionary->entries, keys[i], values[i], "CFDictionaryCreate");
+        dictionary->entries.add(keys[i], values[i]);
+    }
+    return dictionary;
+}
+
+CFMutableDictionaryRef
+CFDictionaryCreateMutable(CFAllocatorRef, CFIndex capacity,
+                          CFDictionaryKeyCallBacks const * keyCallBacks,
+                          CFDictionaryValueCallBacks const * valueCallBacks) {
+    auto * const dictionary =
+        cf::create_dictionary(keyCallBacks, valueCallBacks, cf::Mutability::is_mutable);
+    dictionary->entries.reserve(capacity);
+    return dictionary;
+}
+
+CFDictionaryRef CFDictionaryCreateCopy(CFAllocatorRef, CFDictionaryRef dictionary) {
+    return cf::copy(cf::checked<__CFDictionary>(dictionary), cf::Mutability::immutable);
+}
+
+CFMutableDictionaryRef CFDictionaryCreateMutableCopy(CFAllocatorRef, CFIndex,
+                                                     CFDictionaryRef dictionary) {
+    return cf::copy(cf::checked<__CFDictionary>(dictionary), cf::Mutability::is_mutable);
+}
+
+CFIndex CFDictionaryGetCount(CFDictionaryRef dictionary) {
+    return static_cast<CFIndex>(cf::checked<__CFDictionary>(dictionary).entries.count());
+}
+
+Boolean CFDictionaryContainsKey(CFDictionaryRef dictionary, void const * key) {
+    return cf::find(dictionary, key, "CFDictionaryContainsKey") != nullptr;
+}
+
+void const * CFDictionaryGetValue(CFDictionaryRef dictionary, void const * key) {
+    auto const * const found = cf::find(dictionary, key, "CFDictionaryGetValue");
+    return found != nullptr ? found->value : nullptr;
+}
+
+Boolean CFDictionaryGetValueIfPresent(CFDictionaryRef dictionary, void const * key,
+                                      void const ** value) {
+    auto const * const found = cf::find(dictionary, key, "CFDictionaryGetValueIfPresent");
+    if (found != nullptr && value != nullptr) {
+        *value = found->value;
+    }
+    return found != nullptr;
+}
+
+void CFDictionaryGetKeysAndValues(CFDictionaryRef dictionary, void const ** keys,
+                                  void const ** values) {
+    cf::checked<__CFDictionary>(dictionary)
+        .entries.for_each([&](void const * key, void const * value) {
+            if (keys != nullptr) {
+                *keys++ = key;
+            }
+            if (values != nullptr) {
+                *values++ = value;
+            }
+        });
+}
+
+void CFDictionaryApplyFunction(CFDictionaryRef dictionary, CFDictionaryApplierFunction applier,
+                               void * context) {
+    cf::checked<__CFDictionary>(dictionary)
+        .entries.for_each(
+            [&](void const * key, void const * value) { applier(key, value, context); });
+}
+
+void CFDictionarySetValue(CFMutableDictionaryRef dictionary, void const * key, void const * value) {
+    auto & entries = cf::entries_to_change(dictionary, "CFDictionarySetValue");
+    cf::require_entry(entries, key, value, "CFDictionarySetValue");
+    entries.set(key, value);
+}
+
+void CFDictionaryAddValue(CFMutableDictionaryRef dictionary, void const * key, void const * value) {
+    auto & entries = cf::entries_to_change(dictionary, "CFDictionaryAddValue");
+    cf::require_entry(entries, key, value, "CFDictionaryAddValue");
+    entries.add(key, value);
+}
+
+void CFDictionaryRemoveValue(CFMutableDictionaryRef dictionary, void const * key) {
+    auto & entries = cf::entries_to_change(dictionary, "CFDictionaryRemoveValue");
+    if (entries.count() > 0) {
+        entries.keys().require(key, "CFDictionaryRemoveValue");
+    }
+    entries.remove(key);
+}

@@ -1,0 +1,91 @@
+#include "simulator/CoreFoundation/element_callbacks.hpp"
+
+#include "simulator/CoreFoundation/descriptions.hpp"
+
+namespace {
+
+void const * retain_object(CFAllocatorRef, void const * object) {
+    return CFRetain(object);
+}
+
+void release_object(CFAllocatorRef, void const * object) {
+    CFRelease(object);
+}
+
+} // namespace
+
+constinit CFArrayCallBacks const kCFTypeArrayCallBacks{0, retain_object, release_object,
+                                                       CFCopyDescription, CFEqual};
+constinit CFSetCallBacks const kCFTypeSetCallBacks{
+    0, retain_object, release_object, CFCopyDescription, CFEqual, CFHash};
+constinit CFDictionaryKeyCallBacks const kCFTypeDictionaryKeyCallBacks{
+    0, retain_object, release_object, CFCopyDescription, CFEqual, CFHash};
+constinit CFDictionaryValueCallBacks const kCFTypeDictionaryValueCallBacks{
+    0, retain_object, release_object, CFCopyDescription, CFEqual};
+
+namespace cf {
+
+bool ElementCallbacks::own_objects() const {
+    return release_callback == release_object;
+}
+
+void ElementCallbacks::require(void const * element, char const * function) const {
+    if (element == nullptr && own_objects()) [[unlikely]] {
+        trap(function, "a collection of objects cannot hold null");
+    }
+}
+
+void const * ElementCallbacks::retain(void const * element) const {
+    if (retain_callback == retain_object) {
+        cf::retain(object_of(element));
+        return element;
+    }
+    return retain_callback != nullptr ? retain_callback(kCFAllocatorDefault, element) : element;
+}
+
+void ElementCallbacks::release(void const * element) const {
+    if (release_callback != nullptr) {
+        release_callback(kCFAllocatorDefault, element);
+    }
+}
+
+void ElementCallbacks::release(void const * element, DoomedObjects & doomed) const {
+    if (own_objects()) {
+        doomed.release(object_of(element));
+    } else {
+        release(element);
+    }
+}
+
+bool ElementCallbacks::equal(void const * left, void const * right) const {
+    if (left == right) {
+        return true;
+    }
+    return equal_callback != nullptr && equal_callback(left, right) != 0;
+}
+
+CFHashCode ElementCallbacks::hash(void const * element) const {
+    return hash_callback != nullptr ? hash_callback(element)
+                                    : reinterpret_cast<CFHashCode>(element);
+}
+
+void ElementCallbacks::describe(void const * element, std::u16string & text) const {
+    auto const * const description =
+        describe_callback != nullptr ? describe_callback(element) : nullptr;
+    if (description != nullptr) {
+        append(text, description);
+        CFRelease(description);
+    } else {
+        append_ascii(text, "<");
+        append_address(text, element);
+        append_ascii(text, ">");
+    }
+}
+
+ElementCallbacks const & object_callbacks() {
+    static constinit ElementCallbacks const callbacks{retain_object, release_object,
+                                                      CFCopyDescription, CFEqual, CFHash};
+    return callbacks;
+}
+
+} // namespace cf

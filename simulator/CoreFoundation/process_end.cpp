@@ -1,0 +1,94 @@
+// Writes the trace's last line, `live-objects N`, when the process ends. Whoever keeps objects for
+// the life of the process has to release them earlier: on Windows in the process-detach of a DLL
+// that depends on this one, elsewhere in an atexit handler or a static destructor, all of which run
+// before a destructor function of this priority.
+#include "simulator/CoreFoundation/runtime.hpp"
+
+#include <string>
+
+#ifdef _WIN32
+#include <windows.h>
+#else
+#include <cstdio>
+#include <cstdlib>
+#endif
+
+namespace cf {
+
+namespace {
+
+constexpr auto last_line_format = "live-objects ";
+
+std::string last_line() {
+    return last_line_format + std::to_string(live_objects()) + "\n";
+}
+
+} // namespace
+
+#ifdef _WIN32
+
+namespace {
+
+// Read when the library is loaded: at the end, a thread that was killed could hold the lock of the
+// environment.
+wchar_t * trace_path = nullptr;
+
+void remember_trace_path() {
+    constexpr auto variable = L"MOBILEDEVICE_SIMULATOR_TRACE";
+    auto const size = GetEnvironmentVariableW(variable, nullptr, 0);
+    if (size > 1) {
+        trace_path = new wchar_t[size];
+        GetEnvironmentVariableW(variable, trace_path, size);
+    }
+}
+
+void append_last_line() {
+    if (trace_path == nullptr) {
+        return;
+    }
+    auto const file = CreateFileW(trace_path, FILE_APPEND_DATA, FILE_SHARE_READ | FILE_SHARE_WRITE,
+                                  nullptr, OPEN_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr);
+    if (file == INVALID_HANDLE_VALUE) {
+        return;
+    }
+    auto const line = last_line();
+    DWORD written = 0;
+    WriteFile(file, line.data(), static_cast<DWORD>(line.size()), &written, nullptr);
+    CloseHandle(file);
+}
+
+} // namespace
+
+} // namespace cf
+
+extern "C" BOOL WINAPI DllMain(HINSTANCE, DWORD reason, LPVOID) {
+    if (reason == DLL_PROCESS_ATTACH) {
+        cf::remember_trace_path();
+    } else if (reason == DLL_PROCESS_DETACH) {
+        cf::append_last_line();
+    }
+    return TRUE;
+}
+
+#else
+
+namespace {
+
+constexpr auto after_all_others = 101; // the lowest priority a program may use; runs last
+
+__attribute__((destructor(after_all_others))) void append_last_line() {
+    auto const * const path = std::getenv("MOBILEDEVICE_SIMULATOR_TRACE");
+    if (path == nullptr || *path == '\0') {
+        return;
+    }
+    if (auto * const file = std::fopen(path, "ab")) {
+        std::fputs(last_line().c_str(), file);
+        std::fclose(file);
+    }
+}
+
+} // namespace
+
+} // namespace cf
+
+#endif

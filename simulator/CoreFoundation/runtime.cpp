@@ -1,0 +1,115 @@
+#include "simulator/CoreFoundation/runtime.hpp"
+
+#include "simulator/CoreFoundation/types.hpp"
+
+#include <cstdlib>
+
+namespace cf {
+
+namespace {
+
+constinit std::atomic<std::int64_t> live_object_count{0};
+
+Object const & required(CFTypeRef reference, char const * function = __builtin_FUNCTION()) {
+    if (reference == nullptr) [[unlikely]] {
+        trap(function, "the object is null");
+    }
+    return object_of(reference);
+}
+
+} // namespace
+
+void * allocate_uncounted(std::size_t size) {
+    auto * const memory = std::malloc(size);
+    if (memory == nullptr) {
+        trap("allocate", "out of memory");
+    }
+    return memory;
+}
+
+void * allocate(std::size_t size) {
+    auto * const memory = allocate_uncounted(size);
+    live_object_count.fetch_add(1, std::memory_order_relaxed);
+    return memory;
+}
+
+void deallocate(void * memory) noexcept {
+    live_object_count.fetch_sub(1, std::memory_order_relaxed);
+    std::free(memory);
+}
+
+std::int64_t live_objects() noexcept {
+    return live_object_count.load(std::memory_order_relaxed);
+}
+
+// A doomed object has no use for its count any more, which becomes the link to the next one.
+void DoomedObjects::release(Object const & object) noexcept {
+    if (drop_reference(object)) {
+        object.references.store(reinterpret_cast<std::intptr_t>(first_), std::memory_order_relaxed);
+        first_ = const_cast<Object *>(&object);
+    }
+}
+
+Object * DoomedObjects::next() noexcept {
+    auto * const object = first_;
+    if (object != nullptr) {
+        first_ = reinterpret_cast<Object *>(
+            static_cast<std::intptr_t>(object->references.load(std::memory_order_relaxed)));
+    }
+    return object;
+}
+
+void release(Object const & object) {
+    if (!drop_reference(object)) {
+        return;
+    }
+    DoomedObjects doomed;
+    for (auto * each = const_cast<Object *>(&object); each != nullptr; each = doomed.next()) {
+        each->type->destroy(*each, doomed);
+    }
+}
+
+bool equal(Object const & left, Object const & right) {
+    return &left == &right || (left.type == right.type && left.type->equal != nullptr &&
+                               left.type->equal(left, right));
+}
+
+CFHashCode hash(Object const & object) {
+    return object.type->hash != nullptr ? object.type->hash(object)
+                                        : reinterpret_cast<CFHashCode>(&object) >> 4;
+}
+
+void trap_wrong_argument(CFTypeRef reference, Type const & wanted, char const * function) {
+    if (reference == nullptr) {
+        trap(function, std::string{"the "} + wanted.name + " is null");
+    }
+    trap(function, std::string{"the argument is a "} + object_of(reference).type->name +
+                       ", not a " + wanted.name);
+}
+
+} // namespace cf
+
+CFTypeRef CFRetain(CFTypeRef object) {
+    cf::retain(cf::required(object));
+    return object;
+}
+
+void CFRelease(CFTypeRef object) {
+    cf::release(cf::required(object));
+}
+
+CFIndex CFGetRetainCount(CFTypeRef object) {
+    return static_cast<CFIndex>(cf::required(object).references.load(std::memory_order_relaxed));
+}
+
+CFTypeID CFGetTypeID(CFTypeRef object) {
+    return cf::required(object).type->id;
+}
+
+Boolean CFEqual(CFTypeRef left, CFTypeRef right) {
+    return cf::equal(cf::required(left), cf::required(right));
+}
+
+CFHashCode CFHash(CFTypeRef object) {
+    return cf::hash(cf::required(object));
+}

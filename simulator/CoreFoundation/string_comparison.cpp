@@ -1,0 +1,142 @@
+// Searching in strings and comparing them, by UTF-16 code unit.
+#include "simulator/CoreFoundation/strings.hpp"
+
+#include <algorithm>
+
+namespace cf {
+
+namespace {
+
+// Not among the public names here: runs of digits compare by their value.
+constexpr CFStringCompareFlags kCFCompareNumerically = 64;
+
+struct UpperCaseRange {
+    char16_t first;
+    char16_t last;
+    char16_t step;     // 2 where upper and lower case alternate
+    char16_t distance; // to the lower case
+};
+
+constexpr UpperCaseRange upper_case_ranges[] = {
+    {u'A', u'Z', 1, 32},           {u'\u00c0', u'\u00d6', 1, 32}, {u'\u00d8', u'\u00de', 1, 32},
+    {u'\u0100', u'\u012e', 2, 1},  {u'\u0132', u'\u0136', 2, 1},  {u'\u0139', u'\u0147', 2, 1},
+    {u'\u014a', u'\u0176', 2, 1},  {u'\u0179', u'\u017d', 2, 1},  {u'\u0391', u'\u03a1', 1, 32},
+    {u'\u03a3', u'\u03ab', 1, 32}, {u'\u0400', u'\u040f', 1, 80}, {u'\u0410', u'\u042f', 1, 32},
+};
+
+// Latin, Greek and Cyrillic letters lose their case; the rest stays.
+char16_t fold_case(char16_t unit) {
+    for (auto const & range : upper_case_ranges) {
+        if (unit >= range.first && unit <= range.last) {
+            auto const is_upper = (unit - range.first) % range.step == 0;
+            return is_upper ? static_cast<char16_t>(unit + range.distance) : unit;
+        }
+    }
+    return unit;
+}
+
+// A string's units as the options of a comparison see them.
+class Units {
+public:
+    Units(CFStringRef string, CFStringCompareFlags options)
+        : contents_{contents_of(string)}
+        , folded_{(options & kCFCompareCaseInsensitive) != 0} {}
+
+    std::size_t size() const { return contents_.length(); }
+    char16_t operator[](std::size_t index) const {
+        return folded_ ? fold_case(contents_[index]) : contents_[index];
+    }
+
+private:
+    StringContents contents_;
+    bool folded_;
+};
+
+bool stands_at(Units const & text, std::size_t start, Units const & sought) {
+    for (std::size_t i = 0; i < sought.size(); ++i) {
+        if (text[start + i] != sought[i]) {
+            return false;
+        }
+    }
+    return true;
+}
+
+CFIndex find(Units const & text, Units const & sought, CFStringCompareFlags options) {
+    if (sought.size() == 0 || sought.size() > text.size()) {
+        return kCFNotFound;
+    }
+    auto const last = text.size() - sought.size();
+    auto const backwards = (options & kCFCompareBackwards) != 0;
+    auto const attempts = (options & kCFCompareAnchored) != 0 ? 1 : last + 1;
+    for (std::size_t i = 0; i < attempts; ++i) {
+        auto const start = backwards ? last - i : i;
+        if (stands_at(text, start, sought)) {
+            return static_cast<CFIndex>(start);
+        }
+    }
+    return kCFNotFound;
+}
+
+bool is_digit(char16_t unit) {
+    return unit >= u'0' && unit <= u'9';
+}
+
+// The digits of the number that starts at `at`, without leading zeros; moves `at` behind it.
+std::u16string take_number(Units const & text, std::size_t & at) {
+    std::u16string digits;
+    for (; at < text.size() && is_digit(text[at]); ++at) {
+        if (!digits.empty() || text[at] != u'0') {
+            digits += text[at];
+        }
+    }
+    return digits;
+}
+
+CFComparisonResult order(std::weak_ordering ordering) {
+    return ordering < 0   ? kCFCompareLessThan
+           : ordering > 0 ? kCFCompareGreaterThan
+                          : kCFCompareEqualTo;
+}
+
+CFComparisonResult compare_numbers(std::u16string const & left, std::u16string const & right) {
+    return left.size() == right.size() ? order(left <=> right)
+                                       : order(left.size() <=> right.size());
+}
+
+CFComparisonResult compare(Units const & left, Units const & right, bool numerically) {
+    std::size_t i = 0;
+    std::size_t j = 0;
+    while (i < left.size() && j < right.size()) {
+        auto result = order(left[i] <=> right[j]);
+        if (numerically && is_digit(left[i]) && is_digit(right[j])) {
+            auto const number = take_number(left, i);
+            result = compare_numbers(number, take_number(right, j));
+        } else {
+            ++i;
+            ++j;
+        }
+        if (result != kCFCompareEqualTo) {
+            return result;
+        }
+    }
+    return order(left.size() - i <=> right.size() - j);
+}
+
+} // namespace
+
+} // namespace cf
+
+CFRange CFStringFind(CFStringRef string, CFStringRef sought, CFStringCompareFlags options) {
+    auto const & text = cf::checked<__CFString>(string);
+    auto const & needle = cf::checked<__CFString>(sought);
+    auto const found = cf::find({&text, options}, {&needle, options}, options);
+    return {found, found == kCFNotFound ? 0 : needle.length};
+}
+
+CFComparisonResult CFStringCompare(CFStringRef left, CFStringRef right,
+                                   CFStringCompareFlags options) {
+    auto const & one = cf::checked<__CFString>(left);
+    auto const & other = cf::checked<__CFString>(right);
+    return cf::compare({&one, options}, {&other, options},
+                       (options & cf::kCFCompareNumerically) != 0);
+}

@@ -1,0 +1,108 @@
+// Creating and reading strings.
+#include "simulator/CoreFoundation/encodings.hpp"
+
+#include <cstring>
+#include <limits>
+
+namespace cf {
+
+namespace {
+
+CFStringRef create_from(std::string_view bytes, CFStringEncoding encoding, bool external) {
+    if (encoding == kCFStringEncodingUTF8 && is_ascii(bytes)) {
+        return create_ascii_string(bytes);
+    }
+    auto const text = decode(bytes, encoding, external);
+    return text ? create_string(*text) : nullptr;
+}
+
+// The most bytes that one UTF-16 unit can become.
+CFIndex bytes_per_unit(CFStringEncoding encoding) {
+    switch (encoding) {
+    case kCFStringEncodingUTF8:
+        return 3;
+    case kCFStringEncodingUTF16:
+    case kCFStringEncodingUTF16BE:
+    case kCFStringEncodingUTF16LE:
+        return 2;
+    case kCFStringEncodingUTF32:
+    case kCFStringEncodingUTF32BE:
+    case kCFStringEncodingUTF32LE:
+        return 4;
+    default:
+        return 1;
+    }
+}
+
+} // namespace
+
+} // namespace cf
+
+CFTypeID CFStringGetTypeID() {
+    return __CFString::class_type.id;
+}
+
+CFStringRef CFStringCreateWithCString(CFAllocatorRef, char const * text,
+                                      CFStringEncoding encoding) {
+    if (text == nullptr) {
+        cf::trap("CFStringCreateWithCString", "the text is null");
+    }
+    return cf::create_from(text, encoding, false);
+}
+
+CFStringRef CFStringCreateWithBytes(CFAllocatorRef, UInt8 const * bytes, CFIndex length,
+                                    CFStringEncoding encoding, Boolean isExternalRepresentation) {
+    if (length < 0) {
+        return nullptr;
+    }
+    if (bytes == nullptr && length > 0) {
+        cf::trap("CFStringCreateWithBytes", "the bytes are null");
+    }
+    return cf::create_from(
+        {reinterpret_cast<char const *>(bytes), static_cast<std::size_t>(length)}, encoding,
+        isExternalRepresentation != 0);
+}
+
+CFStringRef CFStringCreateCopy(CFAllocatorRef, CFStringRef string) {
+    auto const & original = cf::checked<__CFString>(string);
+    if (!original.is_mutable) {
+        cf::retain(original);
+        return string;
+    }
+    auto const contents = cf::contents_of(string);
+    return contents.is_wide() ? cf::create_string(contents.utf16())
+                              : cf::create_ascii_string(contents.ascii());
+}
+
+CFIndex CFStringGetLength(CFStringRef string) {
+    return cf::checked<__CFString>(string).length;
+}
+
+UniChar CFStringGetCharacterAtIndex(CFStringRef string, CFIndex index) {
+    auto const & checked = cf::checked<__CFString>(string);
+    if (index < 0 || index >= checked.length) {
+        return 0;
+    }
+    return cf::contents_of(string)[static_cast<std::size_t>(index)];
+}
+
+CFIndex CFStringGetMaximumSizeForEncoding(CFIndex length, CFStringEncoding encoding) {
+    auto const factor = cf::bytes_per_unit(encoding);
+    return length > std::numeric_limits<CFIndex>::max() / factor ? CFIndex{kCFNotFound}
+                                                                 : length * factor;
+}
+
+Boolean CFStringGetCString(CFStringRef string, char * buffer, CFIndex size,
+                           CFStringEncoding encoding) {
+    cf::checked<__CFString>(string);
+    if (buffer == nullptr || size <= 0) {
+        return false;
+    }
+    auto const bytes = cf::encode(cf::contents_of(string), encoding);
+    if (!bytes || bytes->size() >= static_cast<std::size_t>(size)) {
+        buffer[0] = '\0';
+        return false;
+    }
+    std::memcpy(buffer, bytes->c_str(), bytes->size() + 1);
+    return true;
+}
