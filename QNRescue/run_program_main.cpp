@@ -1,5 +1,6 @@
 #include "QNRescue/run_program_main.hpp"
 
+#include "QNRescue/MobileDeviceDebug.hpp"
 #include "QNRescue/RestorableDeviceHandler.hpp"
 #include "QNRescue/error_domain.hpp"
 #include "QNRescue/exception_errors.hpp"
@@ -144,7 +145,9 @@ void run(start_options const & options, options_table const & description,
         output->set_debug(true);
         output->print_debug(text.str());
     } else if (options.debug_dump) {
-        throw_bad_command("Option --{} is not available yet", "debug-dump");
+        output->set_debug(true);
+        print_imp_AMRLocalizedCopyStringForAMROperation(output);
+        print_imp_AMRLocalizedCopyStringForAMRError(output);
     } else {
         run_command(options, output);
     }
