@@ -1,0 +1,254 @@
+#include "platform/MobileDevice.h"
+
+#include "simulator/MobileDevice/default_options.hpp"
+#include "simulator/MobileDevice/simulator.hpp"
+#include "simulator/MobileDevice/text.hpp"
+#include "simulator/MobileDevice/values.hpp"
+
+#include <concepts>
+#include <utility>
+
+using namespace mobile_device;
+
+namespace {
+
+constexpr int amr_bad_argument = 1;
+constexpr int amr_unable_to_open_file = 12;
+
+// Seconds after a reboot command until the device has left, and has returned.
+constexpr double leaves_after_reboot = 0.1;
+constexpr double returns_after_reboot = 0.6;
+
+template <typename Result>
+std::string format_result(Result result) {
+    return fmt::to_string(static_cast<std::int64_t>(result));
+}
+
+std::string format_result(CFStringRef result) {
+    return result ? in_quotes(to_utf8(result).value_or("")) : "null";
+}
+
+template <typename Device>
+std::string format_device(Device const * named) {
+    return named ? format_ecid(named->description().ecid) : "null";
+}
+
+std::string format_owner(appearance const * shown) {
+    return shown ? format_device(&shown->owner) : "null";
+}
+
+void write_call(traced_call & call, std::string_view result) {
+    simulator::instance().calls().write_line(call.result(result));
+}
+
+// One call that asks a device something; a null device has the answer of a default value.
+template <typename Read>
+auto ask(char const * function, AMRestorableDeviceRef object, Read read) {
+    simulator::instance();
+    auto const shown = device::from(object);
+    auto const answer = shown ? read(*shown) : decltype(read(*shown)){};
+    traced_call call{function};
+    call.argument("device", format_owner(shown));
+    write_call(call, format_result(answer));
+    return answer;
+}
+
+// One call that asks for what the scenario says of a device.
+template <typename Field>
+auto ask(char const * function, AMRestorableDeviceRef object, Field device_description::*field) {
+    return ask(function, object,
+               [field](appearance const & shown) { return shown.owner.description().*field; });
+}
+
+CFStringRef copy_string(char const * function, AMRestorableDeviceRef object,
+                        reference<CFStringRef> device_description::*field) {
+    return ask(function, object, [field](appearance const & shown) {
+        auto copy = shown.owner.description().*field;
+        return copy.release();
+    });
+}
+
+// Null where registration succeeds.
+reference<CFErrorRef> registration_error(AMRestorableDeviceNotificationCallback callback) {
+    if (!callback) {
+        return make_error(CFSTR("AMRestoreErrorDomain"), amr_bad_argument, nullptr, nullptr);
+    }
+    return simulator::instance().played().failures.register_for_notifications;
+}
+
+int enable_file_logging(char const * path) {
+    auto & simulator = simulator::instance();
+    if (auto const error = simulator.played().failures.enable_file_logging) {
+        return error;
+    }
+    if (!path) {
+        return amr_bad_argument;
+    }
+    return simulator.log().open(path) ? kAMRSuccess : amr_unable_to_open_file;
+}
+
+} // namespace
+
+int AMDeviceNotificationSubscribe(AMDeviceNotificationCallback, unsigned int minimumInterfaceSpeed,
+                                  unsigned int connectionType, void * context,
+                                  AMDeviceNotificationRef * subscription) {
+    static char subscribed;
+    traced_call call{__func__};
+    call.argument("minimumInterfaceSpeed", fmt::to_string(minimumInterfaceSpeed))
+        .argument("connectionType", fmt::to_string(connectionType))
+        .argument("context", format_presence(context));
+    if (subscription) {
+        *subscription = reinterpret_cast<AMDeviceNotificationRef>(&subscribed);
+    }
+    write_call(call, "0");
+    return 0;
+}
+
+int AMDeviceNotificationUnsubscribe(AMDeviceNotificationRef) {
+    traced_call call{__func__};
+    write_call(call, "0");
+    return 0;
+}
+
+AMRError AMRestoreEnableFileLogging(char const * path) {
+    auto const result = enable_file_logging(path);
+    traced_call call{__func__};
+    call.argument("path", path ? in_quotes(path) : "null");
+    write_call(call, fmt::to_string(result));
+    return static_cast<AMRError>(result);
+}
+
+CFMutableDictionaryRef AMRestoreCreateDefaultOptions(CFAllocatorRef) {
+    bool const fails = simulator::instance().played().failures.create_default_options;
+    auto result = fails ? reference<CFMutableDictionaryRef>{} : make_default_options();
+    traced_call call{__func__};
+    write_call(call, format_presence(result.get()));
+    return result.release();
+}
+
+int AMRestorableDeviceRegisterForNotifications(AMRestorableDeviceNotificationCallback callback,
+                                               void * context, CFErrorRef * error) {
+    auto & simulator = simulator::instance();
+    auto failure = registration_error(callback);
+    auto const id = failure ? 0 : simulator.center().new_client_id();
+    traced_call call{__func__};
+    call.argument("context", format_presence(context));
+    write_call(call, fmt::to_string(id)); // before the calls that a notification brings about
+    if (!failure) {
+        simulator.center().add_client(id, callback, context, simulator.devices(),
+                                      simulator.played().notifications);
+    }
+    if (error) {
+        *error = failure.release();
+    }
+    return id;
+}
+
+int AMRestorableDeviceUnregisterForNotifications(int clientID) {
+    auto & simulator = simulator::instance();
+    int const result = simulator.center().has_client(clientID) ? 0 : amr_bad_argument;
+    traced_call call{__func__};
+    call.argument("clientID", fmt::to_string(clientID));
+    write_call(call, fmt::to_string(result)); // before those of a notification under way
+    simulator.center().remove_client(clientID);
+    return result;
+}
+
+AMRestorableDeviceState AMRestorableDeviceGetState(AMRestorableDeviceRef device) {
+    return ask(__func__, device, [](appearance const & shown) {
+        return static_cast<AMRestorableDeviceState>(shown.state);
+    });
+}
+
+uint64_t AMRestorableDeviceGetECID(AMRestorableDeviceRef device) {
+    simulator::instance();
+    auto const shown = device::from(device);
+    auto const ecid = shown ? shown->owner.description().ecid : 0;
+    traced_call call{__func__};
+    call.argument("device", format_owner(shown));
+    write_call(call, format_ecid(ecid));
+    return ecid;
+}
+
+uint16_t AMRestorableDeviceGetProductID(AMRestorableDeviceRef device) {
+    return ask(__func__, device, &device_description::product_id);
+}
+
+uint32_t AMRestorableDeviceGetBoardID(AMRestorableDeviceRef device) {
+    return ask(__func__, device, &device_description::board_id);
+}
+
+uint32_t AMRestorableDeviceGetChipID(AMRestorableDeviceRef device) {
+    return ask(__func__, device, &device_description::chip_id);
+}
+
+uint32_t AMRestorableDeviceGetProductType(AMRestorableDeviceRef device) {
+    return ask(__func__, device, &device_description::product_type);
+}
+
+uint32_t AMRestorableDeviceGetFusingInfo(AMRestorableDeviceRef device) {
+    return ask(__func__, device, &device_description::fusing_info);
+}
+
+uint32_t AMRestorableDeviceGetLocationID(AMRestorableDeviceRef device) {
+    return ask(__func__, device, &device_description::location_id);
+}
+
+CFStringRef AMRestorableDeviceCopySerialNumber(AMRestorableDeviceRef device) {
+    return copy_string(__func__, device, &device_description::serial_number);
+}
+
+CFStringRef AMRestorableDeviceCopyProductString(AMRestorableDeviceRef device) {
+    return copy_string(__func__, device, &device_description::product_string);
+}
+
+AMRecoveryModeDeviceRef AMRestorableDeviceCopyRecoveryModeDevice(AMRestorableDeviceRef device) {
+    simulator::instance();
+    auto const shown = device::from(device);
+    bool const has_one = shown && shown->recovery_mode_device;
+    traced_call call{__func__};
+    call.argument("device", format_owner(shown));
+    write_call(call, has_one ? format_owner(shown) : "null");
+    return has_one ? shown->owner.copy_recovery_mode_device() : nullptr;
+}
+
+AMRError AMRecoveryModeDeviceSetAutoBoot(AMRecoveryModeDeviceRef device, unsigned char autoBoot) {
+    simulator::instance();
+    auto const subject = device::from(device);
+    auto const result = subject ? subject->description().set_auto_boot_error : amr_bad_argument;
+    if (subject && result == kAMRSuccess) {
+        subject->auto_boot = autoBoot != 0;
+    }
+    traced_call call{__func__};
+    call.argument("device", format_device(subject))
+        .argument("autoBoot", format_boolean(autoBoot != 0));
+    write_call(call, fmt::to_string(result));
+    return static_cast<AMRError>(result);
+}
+
+AMRError AMRecoveryModeDeviceReboot(AMRecoveryModeDeviceRef device) {
+    auto & simulator = simulator::instance();
+    auto const subject = device::from(device);
+    auto const result = subject ? subject->description().reboot_error : amr_bad_argument;
+    traced_call call{__func__};
+    call.argument("device", format_device(subject));
+    write_call(call, fmt::to_string(result));
+    if (subject && result == kAMRSuccess) {
+        auto const & next = subject->auto_boot ? subject->booted_os : subject->recovery;
+        simulator.center().reappear(*subject, leaves_after_reboot, next, returns_after_reboot);
+    }
+    return static_cast<AMRError>(result);
+}
+
+void AMRestorableDeviceRestore(AMRestorableDeviceRef device, CFDictionaryRef options,
+                               AMRestorableDeviceProgressCallback callback, void * context) {
+    auto & simulator = simulator::instance();
+    auto const shown = device::from(device);
+    simulator.calls().write_options(options);
+    traced_call call{__func__};
+    call.argument("device", format_owner(shown)).argument("context", format_presence(context));
+    write_call(call, "void"); // before the calls that a report brings about
+    if (shown) {
+        simulator.add_restore(shown->owner, options).start(device, callback, context);
+    }
+}

@@ -1,0 +1,30 @@
+#include "simulator/MobileDevice/default_options.hpp"
+
+#include "simulator/MobileDevice/values.hpp"
+
+namespace mobile_device {
+
+reference<CFMutableDictionaryRef> make_default_options() {
+    struct {
+        CFStringRef key;
+        CFTypeRef value;
+    } const options[] = {
+        {CFSTR("BootImageType"), CFSTR("User")},
+        {CFSTR("CreateFilesystemPartitions"), kCFBooleanTrue},
+        {CFSTR("DFUFileType"), CFSTR("RELEASE")},
+        {CFSTR("FlashNOR"), kCFBooleanTrue},
+        {CFSTR("KernelCacheType"), CFSTR("Release")},
+        {CFSTR("NORImageType"), CFSTR("production")},
+        {CFSTR("RestoreBootArgs"), CFSTR("rd=md0 nand-enable-reformat=1 -progress")},
+        {CFSTR("SystemImageType"), CFSTR("User")},
+        {CFSTR("UpdateBaseband"), kCFBooleanTrue},
+    };
+    auto result = make_dictionary();
+    CFDictionarySetValue(result.get(), CFSTR("AutoBootDelay"), make_number(0).get());
+    for (auto const & [key, value] : options) {
+        CFDictionarySetValue(result.get(), key, value);
+    }
+    return result;
+}
+
+} // namespace mobile_device

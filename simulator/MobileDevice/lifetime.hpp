@@ -1,0 +1,67 @@
+// How the simulator's threads pause and end together.
+#pragma once
+
+#include <chrono>
+#include <condition_variable>
+#include <mutex>
+#include <thread>
+
+namespace mobile_device {
+
+using clock = std::chrono::steady_clock;
+
+// A number of seconds as the clock counts; what exceeds a hundred years is cut to that.
+clock::duration to_duration(double seconds);
+
+// Waits in spans that no platform's time-out type can overflow. Answers the predicate's last
+// value.
+template <typename Predicate>
+bool wait_until(std::condition_variable & condition, std::unique_lock<std::mutex> & lock,
+                clock::time_point due, Predicate predicate) {
+    constexpr clock::duration longest = std::chrono::hours{1};
+    while (!predicate()) {
+        auto const left = due - clock::now();
+        if (left <= clock::duration::zero()) {
+            return false;
+        }
+        condition.wait_for(lock, left < longest ? left : longest);
+    }
+    return true;
+}
+
+// What all threads of a simulator share: they pause and call back only until it ends.
+class lifetime {
+public:
+    // False where the end came first.
+    bool pause_until(clock::time_point due);
+
+    // A thread that the end waits for.
+    template <typename Body>
+    std::thread start_thread(Body body) {
+        enter();
+        return std::thread{[this, body] {
+            is_own_thread() = true;
+            body();
+            leave();
+        }};
+    }
+
+    bool has_ended();
+
+    // Lets no callback begin from now on, and waits until the threads are done, but no longer than
+    // the limit. A callback may call this; its thread is not waited for. Answers whether all are
+    // done.
+    bool end(clock::duration limit);
+
+private:
+    static bool & is_own_thread();
+    void enter();
+    void leave();
+
+    std::mutex m_mutex;
+    std::condition_variable m_condition;
+    bool m_ended = false;
+    int m_threads = 0;
+};
+
+} // namespace mobile_device

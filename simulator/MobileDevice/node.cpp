@@ -1,0 +1,144 @@
+#include "simulator/MobileDevice/node.hpp"
+
+#include "simulator/MobileDevice/values.hpp"
+
+#include <algorithm>
+#include <cmath>
+
+namespace mobile_device {
+
+void node::fail(std::string_view fault) const {
+    throw scenario_fault{fmt::format("{}: {}", m_path.empty() ? "root" : m_path, fault)};
+}
+
+bool node::is_integer() const {
+    return CFGetTypeID(m_value) == CFNumberGetTypeID() &&
+           !CFNumberIsFloatType(static_cast<CFNumberRef>(m_value));
+}
+
+std::string node::text() const {
+    if (!is_string()) {
+        fail("must be a string");
+    }
+    auto result = to_utf8(static_cast<CFStringRef>(m_value));
+    if (!result) {
+        fail("is no valid Unicode text");
+    }
+    return *result;
+}
+
+reference<CFStringRef> node::string() const {
+    if (!is_string()) {
+        fail("must be a string");
+    }
+    return reference<CFStringRef>::retain(static_cast<CFStringRef>(m_value));
+}
+
+bool node::boolean() const {
+    if (CFGetTypeID(m_value) != CFBooleanGetTypeID()) {
+        fail("must be a boolean");
+    }
+    return CFBooleanGetValue(static_cast<CFBooleanRef>(m_value));
+}
+
+double node::amount() const {
+    if (CFGetTypeID(m_value) != CFNumberGetTypeID()) {
+        fail("must be a number");
+    }
+    double result = 0;
+    CFNumberGetValue(static_cast<CFNumberRef>(m_value), kCFNumberFloat64Type, &result);
+    if (!std::isfinite(result) || result < 0) {
+        fail("must be finite and not negative");
+    }
+    return result;
+}
+
+// A property list holds integers from -2^63 to 2^64-1. The upper half of the positive ones wraps
+// around when it is read as a signed number; only its floating-point value tells it apart.
+node::whole_number node::whole() const {
+    if (!is_integer()) {
+        fail("must be an integer");
+    }
+    auto const number = static_cast<CFNumberRef>(m_value);
+    std::int64_t low = 0;
+    double magnitude = 0;
+    CFNumberGetValue(number, kCFNumberSInt64Type, &low);
+    CFNumberGetValue(number, kCFNumberFloat64Type, &magnitude);
+    if (magnitude < -0x1p63 || magnitude > 0x1p64) {
+        fail("must fit 64 bits");
+    }
+    return {magnitude < 0, static_cast<std::uint64_t>(low)};
+}
+
+std::uint64_t node::unsigned_integer() const {
+    auto const number = whole();
+    if (number.negative) {
+        fail("must not be negative");
+    }
+    return number.bits;
+}
+
+std::vector<node> node::elements() const {
+    if (!is_array()) {
+        fail("must be an array");
+    }
+    auto const array = static_cast<CFArrayRef>(m_value);
+    std::vector<node> result;
+    for (CFIndex index = 0; index < CFArrayGetCount(array); ++index) {
+        result.emplace_back(CFArrayGetValueAtIndex(array, index),
+                            fmt::format("{}[{}]", m_path, index));
+    }
+    return result;
+}
+
+node node::child(std::string_view key, CFTypeRef value) const {
+    return {value, m_path.empty() ? std::string{key} : fmt::format("{}.{}", m_path, key)};
+}
+
+dictionary_node::dictionary_node(node const & self)
+    : m_self{self} {
+    if (!self.is_dictionary()) {
+        self.fail("must be a dictionary");
+    }
+    auto const dictionary = static_cast<CFDictionaryRef>(self.value());
+    auto const count = static_cast<std::size_t>(CFDictionaryGetCount(dictionary));
+    std::vector<void const *> keys(count);
+    std::vector<void const *> values(count);
+    CFDictionaryGetKeysAndValues(dictionary, keys.data(), values.data());
+    for (std::size_t index = 0; index < count; ++index) {
+        node const key{keys[index], ""};
+        auto const name =
+            key.is_string() ? to_utf8(static_cast<CFStringRef>(key.value())) : std::nullopt;
+        if (!name) {
+            self.fail("has a key that is no valid text");
+        }
+        m_entries.push_back(
+            {static_cast<CFStringRef>(keys[index]), *name, self.child(*name, values[index])});
+    }
+    std::ranges::sort(m_entries, {}, &entry::name);
+}
+
+dictionary_node::dictionary_node(node const & self,
+                                 std::initializer_list<std::string_view> known_keys)
+    : dictionary_node{self} {
+    for (auto const & each : m_entries) {
+        if (std::ranges::find(known_keys, each.name) == known_keys.end()) {
+            each.value.fail("unknown key");
+        }
+    }
+}
+
+std::optional<node> dictionary_node::find(std::string_view key) const {
+    auto const found = std::ranges::find(m_entries, key, &entry::name);
+    return found == m_entries.end() ? std::nullopt : std::optional{found->value};
+}
+
+node dictionary_node::at(std::string_view key) const {
+    auto const found = find(key);
+    if (!found) {
+        m_self.fail(fmt::format("the key {} is missing", key));
+    }
+    return *found;
+}
+
+} // namespace mobile_device

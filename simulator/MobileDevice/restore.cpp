@@ -1,0 +1,52 @@
+#include "simulator/MobileDevice/restore.hpp"
+
+namespace mobile_device {
+
+restore::restore(surroundings around, device & subject, std::vector<planned_report> plan)
+    : m_around{around}
+    , m_device{subject}
+    , m_plan{std::move(plan)} {}
+
+restore::~restore() {
+    if (m_thread.joinable()) {
+        m_thread.join();
+    }
+}
+
+void restore::start(AMRestorableDeviceRef object, AMRestorableDeviceProgressCallback callback,
+                    void * context) {
+    m_object = object;
+    m_callback = callback;
+    m_context = context;
+    m_thread = m_around.shared.start_thread([this] { run(); });
+}
+
+void restore::run() {
+    auto last = clock::now();
+    for (auto const & planned : m_plan) {
+        for (std::int64_t count = 0; count < planned.report.repeat; ++count) {
+            if (!deliver(planned, last)) {
+                return;
+            }
+        }
+        if (planned.returns_as) {
+            m_around.center.reappear(m_device, leaves_after_report, *planned.returns_as,
+                                     returns_after_report);
+        }
+    }
+}
+
+bool restore::deliver(planned_report const & planned, clock::time_point & last) {
+    auto const & [after, status, repeat] = planned.report;
+    if (!m_around.shared.pause_until(last + to_duration(after * m_around.time_scale))) {
+        return false;
+    }
+    last = clock::now();
+    m_around.log.write_step(m_device.description().ecid, status.get());
+    if (m_callback) {
+        m_callback(m_object, status.get(), m_context);
+    }
+    return true;
+}
+
+} // namespace mobile_device

@@ -1,0 +1,53 @@
+// One restore: its reports, delivered on a thread of its own.
+#pragma once
+
+#include "platform/MobileDevice.h"
+#include "simulator/MobileDevice/device.hpp"
+#include "simulator/MobileDevice/lifetime.hpp"
+#include "simulator/MobileDevice/notification_center.hpp"
+#include "simulator/MobileDevice/restore_log.hpp"
+#include "simulator/MobileDevice/restore_plan.hpp"
+
+#include <thread>
+#include <vector>
+
+namespace mobile_device {
+
+// Seconds after a report until the device has left, and has returned.
+constexpr double leaves_after_report = 0.25;
+constexpr double returns_after_report = 0.75;
+
+class restore {
+public:
+    struct surroundings {
+        lifetime & shared;
+        notification_center & center;
+        restore_log & log;
+        double time_scale;
+    };
+
+    restore(surroundings around, device & subject, std::vector<planned_report> plan);
+    // Waits for the thread.
+    ~restore();
+
+    // Called once.
+    void start(AMRestorableDeviceRef object, AMRestorableDeviceProgressCallback callback,
+               void * context);
+    void release_objects() { m_plan.clear(); }
+
+    restore * next = nullptr; // the one that began before
+
+private:
+    void run();
+    bool deliver(planned_report const & planned, clock::time_point & last);
+
+    surroundings m_around;
+    device & m_device;
+    std::vector<planned_report> m_plan;
+    AMRestorableDeviceRef m_object = nullptr;
+    AMRestorableDeviceProgressCallback m_callback = nullptr;
+    void * m_context = nullptr;
+    std::thread m_thread;
+};
+
+} // namespace mobile_device

@@ -1,0 +1,49 @@
+#include "simulator/MobileDevice/restore_log.hpp"
+
+#include "simulator/MobileDevice/text.hpp"
+#include "simulator/MobileDevice/values.hpp"
+
+#include <ctime>
+
+#include <fmt/chrono.h>
+#include <fmt/format.h>
+
+namespace mobile_device {
+namespace {
+
+std::string describe(CFDictionaryRef status, CFStringRef key) {
+    auto const value = status ? CFDictionaryGetValue(status, key) : nullptr;
+    if (value && CFGetTypeID(value) == CFStringGetTypeID()) {
+        return in_quotes(to_utf8(static_cast<CFStringRef>(value)).value_or(""));
+    }
+    if (value && CFGetTypeID(value) == CFNumberGetTypeID()) {
+        std::int64_t number = 0;
+        CFNumberGetValue(static_cast<CFNumberRef>(value), kCFNumberSInt64Type, &number);
+        return fmt::to_string(number);
+    }
+    return "null";
+}
+
+} // namespace
+
+bool restore_log::open(std::string const & path) {
+    auto file = append_file::open(path);
+    if (!file) {
+        return false;
+    }
+    std::lock_guard const lock{m_mutex};
+    m_file = std::move(file);
+    return true;
+}
+
+void restore_log::write_step(std::uint64_t ecid, CFDictionaryRef status) {
+    std::lock_guard const lock{m_mutex};
+    if (m_file) {
+        m_file->write_line(fmt::format(
+            "{:%FT%TZ} device={} status={} operation={} progress={}",
+            fmt::gmtime(std::time(nullptr)), format_ecid(ecid), describe(status, CFSTR("Status")),
+            describe(status, CFSTR("Operation")), describe(status, CFSTR("Progress"))));
+    }
+}
+
+} // namespace mobile_device

@@ -1,0 +1,28 @@
+// The log file that restores append their steps to.
+#pragma once
+
+#include "platform/CoreFoundation.h"
+#include "simulator/MobileDevice/files.hpp"
+
+#include <cstdint>
+#include <memory>
+#include <mutex>
+#include <string>
+
+namespace mobile_device {
+
+class restore_log {
+public:
+    // Opens the file for appending in place of an earlier one, and creates it if need be. Answers
+    // whether that worked; an earlier file stays otherwise.
+    bool open(std::string const & path);
+
+    // Appends a line for one report; the status may be null. Does nothing without a file.
+    void write_step(std::uint64_t ecid, CFDictionaryRef status);
+
+private:
+    std::mutex m_mutex;
+    std::unique_ptr<append_file> m_file;
+};
+
+} // namespace mobile_device

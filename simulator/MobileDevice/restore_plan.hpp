@@ -1,0 +1,20 @@
+// What a restore is going to report.
+#pragma once
+
+#include "simulator/MobileDevice/device.hpp"
+#include "simulator/MobileDevice/scenario.hpp"
+
+#include <vector>
+
+namespace mobile_device {
+
+struct planned_report {
+    scripted_report report;
+    appearance const * returns_as = nullptr; // the device leaves and returns after the report
+};
+
+// What a device's scenario, or else the default restore, does with these options (which may be
+// null).
+std::vector<planned_report> plan_restore(device & subject, CFDictionaryRef options);
+
+} // namespace mobile_device

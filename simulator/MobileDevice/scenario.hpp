@@ -1,0 +1,73 @@
+// What a scenario file says.
+#pragma once
+
+#include "simulator/MobileDevice/node.hpp"
+#include "simulator/MobileDevice/reference.hpp"
+
+#include <cstddef>
+#include <cstdint>
+#include <optional>
+#include <span>
+#include <string>
+#include <vector>
+
+namespace mobile_device {
+
+// Delivered `repeat` times, each `after` seconds after the report before.
+struct scripted_report {
+    double after = 0;
+    reference<CFDictionaryRef> status; // null: the callback gets a null pointer
+    std::int64_t repeat = 1;
+};
+
+struct device_description {
+    std::uint64_t ecid = 0;
+    int state = 0;
+    std::uint16_t product_id = 0;
+    std::uint32_t board_id = 0;
+    std::uint32_t chip_id = 0;
+    std::uint32_t product_type = 0;
+    std::uint32_t fusing_info = 0;
+    std::uint32_t location_id = 0;
+    reference<CFStringRef> serial_number;   // null: the device has none
+    reference<CFStringRef> product_string;  // null: the device has none
+    double connect_after = 0;               // seconds since registration
+    std::optional<double> disconnect_after; // seconds since registration
+    bool recovery_mode_device = false;
+    int set_auto_boot_error = 0;
+    int reboot_error = 0;
+    std::optional<std::vector<scripted_report>> restore_reports; // none: the default restore
+};
+
+struct raw_notification {
+    double after = 0;                  // seconds since registration
+    std::optional<std::size_t> device; // index of the device; none: a null device
+    int type = 0;
+};
+
+struct scripted_failures {
+    reference<CFErrorRef> register_for_notifications; // null: registration succeeds
+    int enable_file_logging = 0;
+    bool create_default_options = false;
+};
+
+struct scenario {
+    std::vector<device_description> devices;
+    std::vector<raw_notification> notifications;
+    scripted_failures failures;
+    double time_scale = 1;
+};
+
+// Reads the root of a scenario. Throws scenario_fault.
+scenario read_scenario(CFPropertyListRef root);
+
+// Reads a scenario from the bytes of an XML or binary property list. Throws scenario_fault.
+scenario parse_scenario(std::span<std::uint8_t const> bytes);
+
+// Reads a scenario file; the path is in UTF-8. Throws scenario_fault.
+scenario load_scenario(std::string const & path);
+
+// Four devices, one in each of the states Recovery, DFU, RestoreOS and BootedOS.
+scenario built_in_scenario();
+
+} // namespace mobile_device

@@ -1,0 +1,114 @@
+#include "simulator/MobileDevice/simulator.hpp"
+
+#include "simulator/MobileDevice/process_end.hpp"
+#include "simulator/MobileDevice/text.hpp"
+
+#include <cstdlib>
+#include <mutex>
+
+#include <fmt/format.h>
+
+namespace mobile_device {
+namespace {
+
+constexpr int exit_status_of_faulty_scenario = 70;
+
+std::atomic<simulator *> current = nullptr;
+
+scenario load_or_exit() {
+    auto const path = environment_variable("MOBILEDEVICE_SIMULATOR_SCENARIO");
+    try {
+        return path ? load_scenario(*path) : built_in_scenario();
+    } catch (scenario_fault const & fault) {
+        fmt::print(stderr, "{}: {}\n", on_one_line(path.value_or("built-in scenario")),
+                   on_one_line(fault.what()));
+    }
+    std::exit(exit_status_of_faulty_scenario);
+}
+
+std::vector<std::unique_ptr<device>> make_devices(scenario const & played) {
+    std::vector<std::unique_ptr<device>> result;
+    for (auto const & description : played.devices) {
+        result.push_back(std::make_unique<device>(description));
+    }
+    return result;
+}
+
+void release_objects_of(device_description & description) {
+    description.serial_number = {};
+    description.product_string = {};
+    if (description.restore_reports) {
+        for (auto & report : *description.restore_reports) {
+            report.status = {};
+        }
+    }
+}
+
+} // namespace
+
+simulator & simulator::instance() {
+    static auto & loading = *new std::mutex;
+    if (auto const loaded = existing()) {
+        return *loaded;
+    }
+    std::lock_guard const lock{loading};
+    if (!existing()) {
+        auto made = std::make_unique<simulator>(load_or_exit());
+        prepare_for_process_end();
+        current.store(made.release(), std::memory_order_release);
+    }
+    return *existing();
+}
+
+simulator * simulator::existing() {
+    return current.load(std::memory_order_acquire);
+}
+
+void simulator::replace(std::unique_ptr<simulator> other) {
+    std::unique_ptr<simulator> const old{current.exchange(other.release())};
+}
+
+simulator::simulator(scenario played)
+    : m_scenario{std::move(played)}
+    , m_devices{make_devices(m_scenario)}
+    , m_center{m_lifetime, m_scenario.time_scale} {}
+
+simulator::~simulator() {
+    m_center.stop();
+    m_lifetime.end(std::chrono::hours{1});
+    for (auto each = m_latest_restore.load(); each;) {
+        std::unique_ptr<restore> const done{each};
+        each = each->next;
+    }
+}
+
+restore & simulator::add_restore(device & subject, CFDictionaryRef options) {
+    restore::surroundings const around{m_lifetime, m_center, m_log, m_scenario.time_scale};
+    auto const added = new restore{around, subject, plan_restore(subject, options)};
+    added->next = m_latest_restore.load();
+    while (!m_latest_restore.compare_exchange_weak(added->next, added)) {
+    }
+    return *added;
+}
+
+bool simulator::end(clock::duration limit) {
+    m_center.stop();
+    bool const quiet = m_lifetime.end(limit);
+    m_trace.end();
+    return quiet;
+}
+
+void simulator::release_objects() {
+    for (auto each = m_latest_restore.load(); each; each = each->next) {
+        each->release_objects();
+    }
+    for (auto const & each : m_devices) {
+        each->release_objects();
+    }
+    for (auto & description : m_scenario.devices) {
+        release_objects_of(description);
+    }
+    m_scenario.failures.register_for_notifications = {};
+}
+
+} // namespace mobile_device

@@ -1,0 +1,36 @@
+#include "simulator/MobileDevice/text.hpp"
+
+#include <fmt/format.h>
+
+namespace mobile_device {
+
+std::string format_ecid(std::uint64_t ecid) {
+    return fmt::format("{:016X}", ecid);
+}
+
+std::string on_one_line(std::string_view text) {
+    std::string result;
+    for (auto const character : text) {
+        auto const code = static_cast<unsigned char>(character);
+        if (code < 0x20 || code == 0x7F) {
+            result += fmt::format("\\x{:02X}", code);
+        } else {
+            result += character;
+        }
+    }
+    return result;
+}
+
+std::string in_quotes(std::string_view text) {
+    return '"' + on_one_line(text) + '"';
+}
+
+std::string format_boolean(bool value) {
+    return value ? "true" : "false";
+}
+
+std::string format_presence(void const * pointer) {
+    return pointer ? "set" : "null";
+}
+
+} // namespace mobile_device
