@@ -1,6 +1,7 @@
 # QNRESCUE_SANITIZE: the sanitizers of the whole build, as -fsanitize= takes them.
 set(QNRESCUE_SANITIZE "" CACHE STRING "Sanitizers, for example address,undefined or thread")
+
 if(QNRESCUE_SANITIZE)
-  add_compile_options(-fsanitize=${QNRESCUE_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer -g)
+  add_compile_options(-fsanitize=${QNRESCUE_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer)
   add_link_options(-fsanitize=${QNRESCUE_SANITIZE})
 endif()

@@ -17,4 +17,6 @@ add_compile_definitions(
   BOOST_DISABLE_CURRENT_LOCATION # exception texts must not name paths of the building machine
   BOOST_ALL_NO_LIB
 )
-add_compile_options($<$<CXX_COMPILER_ID:GNU,Clang>:-ffile-prefix-map=${CMAKE_SOURCE_DIR}=.>)
+add_compile_options(
+  $<$<COMPILE_LANG_AND_ID:CXX,GNU,Clang>:-ffile-prefix-map=${CMAKE_SOURCE_DIR}=.>
+)

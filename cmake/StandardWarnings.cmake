@@ -2,16 +2,12 @@
 option(QNRESCUE_WARNINGS_AS_ERRORS "Treat compiler warnings as errors" OFF)
 
 if(CMAKE_CXX_COMPILER_ID MATCHES "GNU|Clang")
-  add_compile_options(
+  set(warnings
     -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Wsign-conversion -Wnon-virtual-dtor
     -Woverloaded-virtual -Wcast-align -Wimplicit-fallthrough
+    $<$<BOOL:${QNRESCUE_WARNINGS_AS_ERRORS}>:-Werror>
   )
-  if(QNRESCUE_WARNINGS_AS_ERRORS)
-    add_compile_options(-Werror)
-  endif()
 elseif(MSVC)
-  add_compile_options(/W4 /utf-8 /permissive-)
-  if(QNRESCUE_WARNINGS_AS_ERRORS)
-    add_compile_options(/WX)
-  endif()
+  set(warnings /W4 /utf-8 /permissive- $<$<BOOL:${QNRESCUE_WARNINGS_AS_ERRORS}>:/WX>)
 endif()
+add_compile_options("$<$<COMPILE_LANGUAGE:CXX>:${warnings}>")
