@@ -1,0 +1,373 @@
+#include "simulator/CoreFoundation/old_style_reader.hpp"
+
+#include "simulator/CoreFoundation/arrays.hpp"
+#include "simulator/CoreFoundation/data.hpp"
+#include "simulator/CoreFoundation/dictionaries.hpp"
+#include "simulator/CoreFoundation/property_list_error.hpp"
+#include "simulator/CoreFoundation/property_list_strings.hpp"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <optional>
+
+namespace cf {
+
+namespace {
+
+constexpr bool is_space(char16_t unit) {
+    return (unit >= '\t' && unit <= '\r') || unit == ' ' || unit == 0x2028 || unit == 0x2029;
+}
+
+constexpr bool is_word(char16_t unit) {
+    return (unit >= 'A' && unit <= 'Z') || (unit >= 'a' && unit <= 'z') ||
+           (unit >= '0' && unit <= '9') || unit == '_' || unit == '$' || unit == '/' ||
+           unit == ':' || unit == '.' || unit == '-';
+}
+
+constexpr bool is_octal_digit(char16_t unit) {
+    return unit >= '0' && unit <= '7';
+}
+
+std::optional<unsigned> hexadecimal_value(char16_t unit) {
+    if (unit >= '0' && unit <= '9') {
+        return unit - U'0';
+    }
+    if (unit >= 'a' && unit <= 'f') {
+        return unit - U'a' + 10;
+    }
+    if (unit >= 'A' && unit <= 'F') {
+        return unit - U'A' + 10;
+    }
+    return {};
+}
+
+// What a letter behind a backslash stands for; any other unit stands for itself.
+constexpr char16_t escaped(char16_t unit) {
+    switch (unit) {
+    case 'a':
+        return '\a';
+    case 'b':
+        return '\b';
+    case 'f':
+        return '\f';
+    case 'n':
+        return '\n';
+    case 'r':
+        return '\r';
+    case 't':
+        return '\t';
+    case 'v':
+        return '\v';
+    default:
+        return unit;
+    }
+}
+
+class OldStyleReader {
+public:
+    OldStyleReader(std::u16string_view text, PropertyListOptions options)
+        : text_{text}
+        , options_{options}
+        , strings_{options} {}
+
+    OwnedReference read() {
+        skip_space();
+        if (at_end()) {
+            return OwnedReference{create_object_dictionary(0, options_.of_container(true))};
+        }
+        auto const begin = at_;
+        auto root = read_object();
+        skip_space();
+        if (at_end()) {
+            return root;
+        }
+        if (!is<__CFString>(root.get())) {
+            fail("Junk after plist at line");
+        }
+        at_ = begin;
+        return read_strings_file();
+    }
+
+private:
+    bool at_end() const { return at_ == text_.size(); }
+    char16_t peek() const { return text_[at_]; }
+    bool next_is(char16_t unit) {
+        skip_space();
+        return !at_end() && peek() == unit;
+    }
+    bool skip_if(char16_t unit) {
+        auto const found = next_is(unit);
+        at_ += found ? 1U : 0U;
+        return found;
+    }
+
+    std::size_t line_of(std::size_t position) const;
+    [[noreturn]] void fail(std::string_view text) const;
+    [[noreturn]] void fail_at_object() const;
+    [[noreturn]] void fail_in_data(std::string_view why) const;
+
+    void skip_space();
+    bool skip_comment();
+    bool begins_container();
+    OwnedReference read_object();
+    OwnedReference read_optional_object();
+    OwnedReference read_container();
+    OwnedReference read_array();
+    OwnedReference read_dictionary();
+    OwnedReference read_strings_file();
+    OwnedReference read_entries();
+    OwnedReference read_data();
+    OwnedReference read_optional_string();
+    CFStringRef read_quoted_string();
+    void read_escape(std::u16string & text);
+    char16_t read_digits(std::size_t most, unsigned base);
+
+    std::u16string_view text_;
+    PropertyListOptions options_;
+    PropertyListStrings strings_;
+    std::size_t at_ = 0;
+    std::size_t depth_ = 0;
+};
+
+std::size_t OldStyleReader::line_of(std::size_t position) const {
+    std::size_t line = 1;
+    for (std::size_t index = 0; index < position; ++index) {
+        auto const ends_line =
+            text_[index] == '\n' || text_[index] == 0x2028 || text_[index] == 0x2029 ||
+            (text_[index] == '\r' && (index + 1 == text_.size() || text_[index + 1] != '\n'));
+        line += ends_line ? 1 : 0;
+    }
+    return line;
+}
+
+void OldStyleReader::fail(std::string_view text) const {
+    throw PropertyListSyntaxError{fmt::format("{} {}", text, line_of(at_))};
+}
+
+void OldStyleReader::fail_at_object() const {
+    if (at_end()) {
+        throw PropertyListSyntaxError{"Unexpected EOF"};
+    }
+    throw PropertyListSyntaxError{fmt::format("Unexpected character '0x{:x}' at line {}",
+                                              static_cast<unsigned>(peek()), line_of(at_))};
+}
+
+void OldStyleReader::fail_in_data(std::string_view why) const {
+    throw PropertyListSyntaxError{
+        fmt::format("Malformed data byte group at line {}; {}", line_of(at_), why)};
+}
+
+bool OldStyleReader::skip_comment() {
+    auto const rest = text_.substr(at_);
+    auto const is_line = rest.starts_with(u"//");
+    if (!is_line && !rest.starts_with(u"/*")) {
+        return false;
+    }
+    auto const end =
+        is_line ? text_.find_first_of(u"\n\r\u2028\u2029", at_ + 2) : text_.find(u"*/", at_ + 2);
+    at_ = end == text_.npos ? text_.size() : end + (is_line ? 0 : 2);
+    return true;
+}
+
+void OldStyleReader::skip_space() {
+    do {
+        while (!at_end() && is_space(peek())) {
+            ++at_;
+        }
+    } while (skip_comment());
+}
+
+bool OldStyleReader::begins_container() {
+    return next_is('{') || next_is('(');
+}
+
+// The object that has to stand here.
+OwnedReference OldStyleReader::read_object() {
+    if (begins_container() && depth_ == deepest_property_list) {
+        fail("Too many nested arrays or dictionaries at line");
+    }
+    auto object = read_optional_object();
+    if (object == nullptr) {
+        fail_at_object();
+    }
+    return object;
+}
+
+// Null if no object stands here, or one that would nest too deeply.
+OwnedReference OldStyleReader::read_optional_object() {
+    if (begins_container()) {
+        return depth_ == deepest_property_list ? nullptr : read_container();
+    }
+    return next_is('<') ? read_data() : read_optional_string();
+}
+
+OwnedReference OldStyleReader::read_container() {
+    ++depth_;
+    auto container = peek() == '(' ? read_array() : read_dictionary();
+    --depth_;
+    return container;
+}
+
+OwnedReference OldStyleReader::read_array() {
+    ++at_;
+    std::vector<OwnedReference> elements;
+    for (auto element = read_optional_object(); element != nullptr;
+         element = skip_if(',') ? read_optional_object() : nullptr) {
+        elements.push_back(std::move(element));
+    }
+    if (!skip_if(')')) {
+        fail("Expected terminating ')' for array at line");
+    }
+    std::vector<CFTypeRef> references(elements.size());
+    std::ranges::transform(elements, references.begin(),
+                           [](OwnedReference & element) { return element.release(); });
+    return OwnedReference{
+        create_array_adopting(references, options_.of_container(references.empty()))};
+}
+
+OwnedReference OldStyleReader::read_dictionary() {
+    ++at_;
+    auto entries = read_entries();
+    if (!skip_if('}')) {
+        fail("Expected terminating '}' for dictionary at line");
+    }
+    return entries;
+}
+
+OwnedReference OldStyleReader::read_strings_file() {
+    auto entries = read_entries();
+    skip_space();
+    if (!at_end()) {
+        fail("Junk after plist at line");
+    }
+    return entries;
+}
+
+// Entries `key = value;` or `key;`, which is its own value. Of equal keys the last one stays.
+OwnedReference OldStyleReader::read_entries() {
+    std::vector<OwnedReference> keys_and_values;
+    while (auto key = read_optional_string()) {
+        OwnedReference value;
+        if (skip_if('=')) {
+            value = read_object();
+        } else if (next_is(';')) {
+            value.reset(CFRetain(key.get()));
+        } else {
+            fail(at_end() ? "Missing ';' on line" : "Expected ';' or '=' after key at line");
+        }
+        if (!skip_if(';')) {
+            fail("Missing ';' on line");
+        }
+        keys_and_values.push_back(std::move(key));
+        keys_and_values.push_back(std::move(value));
+    }
+    auto const count = keys_and_values.size() / 2;
+    auto * const dictionary =
+        create_object_dictionary(static_cast<CFIndex>(count), options_.of_container(count == 0));
+    for (std::size_t entry = 0; entry < count; ++entry) {
+        set_adopting(dictionary, keys_and_values[2 * entry].release(),
+                     keys_and_values[2 * entry + 1].release());
+    }
+    return OwnedReference{dictionary};
+}
+
+OwnedReference OldStyleReader::read_data() {
+    ++at_;
+    std::vector<UInt8> bytes;
+    for (; !at_end() && peek() != '>'; ++at_) {
+        if (is_space(peek())) {
+            continue;
+        }
+        auto const upper = hexadecimal_value(peek());
+        if (!upper) {
+            fail_in_data("invalid hex");
+        }
+        ++at_;
+        if (at_end() || is_space(peek()) || peek() == '>') {
+            fail_in_data("uneven length");
+        }
+        auto const lower = hexadecimal_value(peek());
+        if (!lower) {
+            fail_in_data("invalid hex");
+        }
+        bytes.push_back(static_cast<UInt8>(*upper << 4 | *lower));
+    }
+    if (at_end()) {
+        fail("Expected terminating '>' for data at line");
+    }
+    ++at_;
+    return OwnedReference{create_data(bytes, options_.of_leaf())};
+}
+
+OwnedReference OldStyleReader::read_optional_string() {
+    skip_space();
+    if (at_end()) {
+        return nullptr;
+    }
+    if (peek() == '"' || peek() == '\'') {
+        return OwnedReference{read_quoted_string()};
+    }
+    auto const begin = at_;
+    while (!at_end() && is_word(peek())) {
+        ++at_;
+    }
+    return OwnedReference{at_ == begin ? nullptr
+                                       : strings_.from_utf16(text_.substr(begin, at_ - begin))};
+}
+
+CFStringRef OldStyleReader::read_quoted_string() {
+    auto const begin = at_;
+    auto const quote = peek();
+    std::u16string text;
+    for (++at_; !at_end() && peek() != quote;) {
+        if (peek() == '\\') {
+            read_escape(text);
+        } else {
+            text.push_back(text_[at_++]);
+        }
+    }
+    if (at_end()) {
+        at_ = begin;
+        fail("Unterminated quoted string starting on line");
+    }
+    ++at_;
+    return strings_.from_utf16(text);
+}
+
+// An escape is \ooo with up to three octal digits, \Uxxxx with up to four hexadecimal ones, or one
+// character.
+void OldStyleReader::read_escape(std::u16string & text) {
+    ++at_;
+    if (at_end()) {
+        return;
+    }
+    if (is_octal_digit(peek())) {
+        text.push_back(read_digits(3, 8));
+    } else if (peek() == 'U') {
+        ++at_;
+        text.push_back(read_digits(4, 16));
+    } else {
+        text.push_back(escaped(text_[at_++]));
+    }
+}
+
+char16_t OldStyleReader::read_digits(std::size_t most, unsigned base) {
+    unsigned value = 0;
+    for (std::size_t digits = 0; digits < most && !at_end(); ++digits, ++at_) {
+        auto const digit = hexadecimal_value(peek());
+        if (!digit || *digit >= base) {
+            break;
+        }
+        value = value * base + *digit;
+    }
+    return static_cast<char16_t>(value);
+}
+
+} // namespace
+
+OwnedReference read_old_style_property_list(std::u16string_view text, PropertyListOptions options) {
+    return OldStyleReader{text, options}.read();
+}
+
+} // namespace cf

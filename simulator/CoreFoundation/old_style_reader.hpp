@@ -1,0 +1,13 @@
+// Property lists in the old style without XML, and files of strings.
+#pragma once
+
+#include "simulator/CoreFoundation/property_list_options.hpp"
+#include "simulator/CoreFoundation/property_list_reference.hpp"
+
+namespace cf {
+
+// The root object; a text of nothing but white space and comments is an empty dictionary. Throws
+// PropertyListSyntaxError.
+OwnedReference read_old_style_property_list(std::u16string_view text, PropertyListOptions options);
+
+} // namespace cf

@@ -1,0 +1,146 @@
+// Writing and reading property lists: what is common to all formats.
+#include "simulator/CoreFoundation/binary_reader.hpp"
+#include "simulator/CoreFoundation/binary_writer.hpp"
+#include "simulator/CoreFoundation/data.hpp"
+#include "simulator/CoreFoundation/encodings.hpp"
+#include "simulator/CoreFoundation/old_style_reader.hpp"
+#include "simulator/CoreFoundation/property_list_error.hpp"
+#include "simulator/CoreFoundation/property_list_utf8.hpp"
+#include "simulator/CoreFoundation/property_list_validation.hpp"
+#include "simulator/CoreFoundation/xml_encoding.hpp"
+#include "simulator/CoreFoundation/xml_reader.hpp"
+#include "simulator/CoreFoundation/xml_writer.hpp"
+
+#include <cstdio>
+
+namespace cf {
+
+namespace {
+
+struct ReadResult {
+    OwnedReference root;
+    CFPropertyListFormat format;
+};
+
+// Thrown when nothing could be read.
+struct Unreadable {
+    std::string text;
+    std::optional<std::string> old_style; // what the old-style parser said
+};
+
+std::string_view characters_of(std::span<UInt8 const> bytes) {
+    return {reinterpret_cast<char const *>(bytes.data()), bytes.size()};
+}
+
+// The whole document as UTF-16; throws PropertyListSyntaxError.
+std::u16string decoded(std::string_view document, DocumentEncoding const & encoding) {
+    auto text = decode(document.substr(encoding.skipped), encoding.encoding, encoding.external);
+    if (!text) {
+        throw PropertyListSyntaxError{"Conversion of string failed."};
+    }
+    return std::move(*text);
+}
+
+OwnedReference read_xml(std::string_view document, DocumentEncoding const & encoding,
+                        PropertyListOptions options) {
+    if (encoding.encoding == kCFStringEncodingUTF8) {
+        return read_xml_property_list(document.substr(encoding.skipped), options);
+    }
+    std::string utf8;
+    if (!append_utf16(utf8, decoded(document, encoding))) {
+        throw PropertyListSyntaxError{"Unable to convert string to correct encoding"};
+    }
+    return read_xml_property_list(utf8, options);
+}
+
+OwnedReference read_old_style(std::string_view document, DocumentEncoding const & encoding,
+                              PropertyListOptions options) {
+    auto const text = decoded(document, encoding);
+    if (text.empty()) {
+        throw PropertyListSyntaxError{"Conversion of string failed. The string is empty."};
+    }
+    return read_old_style_property_list(text, options);
+}
+
+ReadResult read_text(std::string_view document, PropertyListOptions options) {
+    DocumentEncoding encoding{};
+    try {
+        encoding = find_encoding(document);
+    } catch (PropertyListSyntaxError & error) {
+        throw Unreadable{std::move(error.text), {}};
+    }
+    Unreadable failure;
+    try {
+        return {read_xml(document, encoding, options), kCFPropertyListXMLFormat_v1_0};
+    } catch (PropertyListSyntaxError & error) {
+        failure.text = std::move(error.text);
+    }
+    try {
+        return {read_old_style(document, encoding, options), kCFPropertyListOpenStepFormat};
+    } catch (PropertyListSyntaxError & error) {
+        failure.old_style = std::move(error.text);
+    }
+    throw failure;
+}
+
+ReadResult read(CFDataRef data, PropertyListOptions options) {
+    if (data == nullptr || CFDataGetLength(data) == 0) {
+        throw Unreadable{"Cannot parse a NULL or zero-length data", {}};
+    }
+    auto const bytes = bytes_of(data);
+    if (auto root = read_binary_property_list(bytes, options)) {
+        return {std::move(root), kCFPropertyListBinaryFormat_v1_0};
+    }
+    return read_text(characters_of(bytes), options);
+}
+
+void complain(char const * line) {
+    std::fprintf(stderr, "%s\n", line);
+}
+
+void store(CFErrorRef * error, CFIndex code, std::string const & text,
+           std::optional<std::string> const & old_style = {}) {
+    if (error != nullptr) {
+        *error = create_property_list_error(code, text, old_style);
+    }
+}
+
+} // namespace
+
+} // namespace cf
+
+CFDataRef CFPropertyListCreateData(CFAllocatorRef, CFPropertyListRef value,
+                                   CFPropertyListFormat format, CFOptionFlags, CFErrorRef * error) {
+    if (format == kCFPropertyListOpenStepFormat) {
+        cf::complain(
+            "Property list format kCFPropertyListOpenStepFormat not supported for writing");
+        return nullptr;
+    }
+    if (format != kCFPropertyListXMLFormat_v1_0 && format != kCFPropertyListBinaryFormat_v1_0) {
+        cf::complain("Unknown format option");
+        return nullptr;
+    }
+    if (auto const fault = cf::property_list_fault(value, format)) {
+        cf::store(error, kCFPropertyListWriteStreamError, *fault);
+        return nullptr;
+    }
+    auto const document = format == kCFPropertyListXMLFormat_v1_0
+                              ? cf::write_xml_property_list(value)
+                              : cf::write_binary_property_list(value);
+    return cf::create_data({reinterpret_cast<UInt8 const *>(document.data()), document.size()});
+}
+
+CFPropertyListRef CFPropertyListCreateWithData(CFAllocatorRef, CFDataRef data,
+                                               CFOptionFlags options, CFPropertyListFormat * format,
+                                               CFErrorRef * error) {
+    try {
+        auto result = cf::read(data, {options});
+        if (format != nullptr) {
+            *format = result.format;
+        }
+        return result.root.release();
+    } catch (cf::Unreadable const & failure) {
+        cf::store(error, kCFPropertyListReadCorruptError, failure.text, failure.old_style);
+        return nullptr;
+    }
+}

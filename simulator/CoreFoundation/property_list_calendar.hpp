@@ -1,0 +1,28 @@
+// Dates of property lists: Gregorian calendar, UTC, whole seconds, any year.
+#pragma once
+
+#include "platform/CoreFoundation.h"
+
+#include <cstdint>
+#include <string>
+
+namespace cf {
+
+struct UtcFields {
+    std::int64_t year = 1;
+    int month = 1;
+    int day = 1;
+    int hour = 0;
+    int minute = 0;
+    int second = 0;
+};
+
+// The moment that the fields mean. They need not be in their ranges: what is too much counts on
+// into the next larger unit, and month 0 is month 1.
+CFAbsoluteTime absolute_time(UtcFields const & fields);
+
+// The moment as YYYY-MM-DDThh:mm:ssZ, rounded down to the second. What is no moment at all or too
+// far away is written as some date.
+std::string utc_text(CFAbsoluteTime time);
+
+} // namespace cf

@@ -1,0 +1,41 @@
+#include "simulator/CoreFoundation/property_list_error.hpp"
+
+#include "simulator/CoreFoundation/property_list_reference.hpp"
+#include "simulator/CoreFoundation/strings.hpp"
+
+namespace cf {
+
+namespace {
+
+OwnedReference message_string(std::string const & text) {
+    if (auto const * const string = create_utf8_string(text)) {
+        return OwnedReference{string};
+    }
+    std::u16string units;
+    for (auto const character : text) {
+        units.push_back(static_cast<unsigned char>(character));
+    }
+    return OwnedReference{create_string(units)};
+}
+
+} // namespace
+
+CFErrorRef create_property_list_error(CFIndex code, std::string const & text,
+                                      std::optional<std::string> const & old_style) {
+    auto const debug_text = message_string(text);
+    void const * keys[2] = {CFSTR("NSDebugDescription"),
+                            CFSTR("kCFPropertyListOldStyleParsingError")};
+    void const * values[2] = {debug_text.get(), nullptr};
+    OwnedReference old_style_error;
+    if (old_style) {
+        old_style_error.reset(create_property_list_error(code, *old_style));
+        values[1] = old_style_error.get();
+    }
+    OwnedReference const user_info{
+        CFDictionaryCreate(kCFAllocatorDefault, keys, values, old_style ? 2 : 1,
+                           &kCFTypeDictionaryKeyCallBacks, &kCFTypeDictionaryValueCallBacks)};
+    return CFErrorCreate(kCFAllocatorDefault, CFSTR("NSCocoaErrorDomain"), code,
+                         static_cast<CFDictionaryRef>(user_info.get()));
+}
+
+} // namespace cf

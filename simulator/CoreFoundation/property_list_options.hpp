@@ -1,0 +1,25 @@
+// What the options of CFPropertyListCreateWithData mean for the objects that a reader creates.
+#pragma once
+
+#include "simulator/CoreFoundation/strings.hpp"
+
+namespace cf {
+
+struct PropertyListOptions {
+    CFOptionFlags flags = kCFPropertyListImmutable;
+
+    // Only empty containers are really immutable, and only if nothing else was asked for.
+    Mutability of_container(bool is_empty) const {
+        return flags == kCFPropertyListImmutable && is_empty ? Mutability::immutable
+                                                             : Mutability::is_mutable;
+    }
+    Mutability of_leaf() const {
+        return (flags & kCFPropertyListMutableContainersAndLeaves) != 0 ? Mutability::is_mutable
+                                                                        : Mutability::immutable;
+    }
+};
+
+// The deepest nesting of containers that a reader accepts.
+inline constexpr std::size_t deepest_property_list = 512;
+
+} // namespace cf

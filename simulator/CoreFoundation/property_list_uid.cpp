@@ -1,0 +1,40 @@
+#include "simulator/CoreFoundation/property_list_uid.hpp"
+
+#include "simulator/CoreFoundation/descriptions.hpp"
+#include "simulator/CoreFoundation/strings.hpp"
+
+#include <fmt/format.h>
+
+namespace cf {
+
+namespace {
+
+UInt32 value_of(Object const & object) {
+    return static_cast<__CFKeyedArchiverUID const &>(object).value;
+}
+
+bool equal_uids(Object const & left, Object const & right) {
+    return value_of(left) == value_of(right);
+}
+
+CFHashCode hash_uid(Object const & object) {
+    return value_of(object);
+}
+
+void describe_uid(Object const & object, std::u16string & text) {
+    append_heading(text, object, "CFKeyedArchiverUID");
+    append_ascii(text, fmt::format("{{value = {}}}", value_of(object)));
+}
+
+} // namespace
+
+} // namespace cf
+
+constinit cf::Type const __CFKeyedArchiverUID::class_type{
+    .id = 41,
+    .name = "CFKeyedArchiverUID",
+    .destroy = cf::destroy<__CFKeyedArchiverUID>,
+    .equal = cf::equal_uids,
+    .hash = cf::hash_uid,
+    .describe = cf::describe_uid,
+};

@@ -1,0 +1,143 @@
+#include "simulator/CoreFoundation/property_list_validation.hpp"
+
+#include "simulator/CoreFoundation/arrays.hpp"
+#include "simulator/CoreFoundation/data.hpp"
+#include "simulator/CoreFoundation/dictionaries.hpp"
+#include "simulator/CoreFoundation/numbers.hpp"
+#include "simulator/CoreFoundation/property_list_uid.hpp"
+
+#include <fmt/format.h>
+
+#include <unordered_map>
+#include <vector>
+
+namespace cf {
+
+namespace {
+
+// XML repeats a container wherever it is referred to; more than this is refused.
+constexpr unsigned most_repetitions = 1537;
+
+struct Fault {
+    std::string text;
+};
+
+bool is_leaf(CFTypeID type) {
+    return type == CFStringGetTypeID() || type == CFNumberGetTypeID() ||
+           type == CFBooleanGetTypeID() || type == CFDataGetTypeID() || type == CFDateGetTypeID() ||
+           type == __CFKeyedArchiverUID::class_type.id;
+}
+
+// Walks the containers with a stack of its own, so that no nesting is too deep.
+class Validator {
+public:
+    explicit Validator(CFPropertyListFormat format)
+        : repeats_containers_{format == kCFPropertyListXMLFormat_v1_0} {}
+
+    void check(CFPropertyListRef root) {
+        if (root == nullptr) {
+            throw Fault{"property lists cannot contain NULL"};
+        }
+        check_element(root);
+        while (!pending_.empty()) {
+            auto const step = pending_.back();
+            pending_.pop_back();
+            if (step.leaves) {
+                visits_[step.container].is_open = false;
+            } else {
+                enter(step.container);
+            }
+        }
+    }
+
+private:
+    struct Step {
+        CFTypeRef container;
+        bool leaves;
+    };
+    struct Visits {
+        unsigned count = 0;
+        bool is_open = false;
+    };
+
+    void enter(CFTypeRef container) {
+        auto & visits = visits_[container];
+        if (visits.is_open) {
+            throw Fault{"property lists cannot contain recursive container references"};
+        }
+        ++visits.count;
+        if (visits.count > 1 && !repeats_containers_) {
+            return;
+        }
+        if (visits.count > most_repetitions) {
+            throw Fault{"Too many nested arrays or dictionaries please use "
+                        "kCFPropertyListBinaryFormat_v1_0 instead which supports references"};
+        }
+        visits.is_open = true;
+        pending_.push_back({container, true});
+        if (is<__CFArray>(container)) {
+            check_elements(static_cast<CFArrayRef>(container));
+        } else {
+            check_entries(static_cast<CFDictionaryRef>(container));
+        }
+    }
+
+    void check_elements(CFArrayRef array) {
+        for (auto const * const element : values_of(array)) {
+            if (element == nullptr) {
+                throw Fault{"property list arrays cannot contain NULL"};
+            }
+            check_element(element);
+        }
+    }
+
+    void check_entries(CFDictionaryRef dictionary) {
+        for_each_entry(dictionary, [&](void const * key, void const * value) {
+            if (key == nullptr) {
+                throw Fault{"property list dictionaries cannot contain NULL keys"};
+            }
+            if (!is<__CFString>(key)) {
+                throw Fault{fmt::format("property list dictionaries may only have keys which are "
+                                        "CFStrings, not '{}'",
+                                        object_of(key).type->name)};
+            }
+            if (value == nullptr) {
+                throw Fault{"property list dictionaries cannot contain NULL values"};
+            }
+            check_element(value);
+        });
+    }
+
+    void check_element(CFTypeRef element) {
+        auto const is_array = is<__CFArray>(element);
+        if (is_array || is<__CFDictionary>(element)) {
+            auto const is_empty =
+                is_array ? values_of(static_cast<CFArrayRef>(element)).empty()
+                         : CFDictionaryGetCount(static_cast<CFDictionaryRef>(element)) == 0;
+            if (!is_empty) {
+                pending_.push_back({element, false});
+            }
+        } else if (!is_leaf(object_of(element).type->id)) {
+            throw Fault{fmt::format("property lists cannot contain objects of type '{}'",
+                                    object_of(element).type->name)};
+        }
+    }
+
+    bool repeats_containers_;
+    std::vector<Step> pending_;
+    std::unordered_map<CFTypeRef, Visits> visits_;
+};
+
+} // namespace
+
+std::optional<std::string> property_list_fault(CFPropertyListRef root,
+                                               CFPropertyListFormat format) {
+    try {
+        Validator{format}.check(root);
+    } catch (Fault const & fault) {
+        return fmt::format("Property list invalid for format: {} ({})", format, fault.text);
+    }
+    return {};
+}
+
+} // namespace cf

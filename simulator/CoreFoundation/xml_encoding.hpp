@@ -1,0 +1,21 @@
+// In which encoding a document is.
+#pragma once
+
+#include "platform/CoreFoundation.h"
+
+#include <string>
+#include <string_view>
+
+namespace cf {
+
+struct DocumentEncoding {
+    CFStringEncoding encoding;
+    std::size_t skipped; // bytes before the text
+    bool external;       // whether the text begins with a byte-order mark of its own
+};
+
+// Decided by the byte-order mark, else by zero bytes, else by the XML declaration, else UTF-8.
+// Throws PropertyListSyntaxError if the declaration names an unknown encoding or is too short.
+DocumentEncoding find_encoding(std::string_view document);
+
+} // namespace cf

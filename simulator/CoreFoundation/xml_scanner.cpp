@@ -1,0 +1,46 @@
+#include "simulator/CoreFoundation/xml_scanner.hpp"
+
+#include "simulator/CoreFoundation/encodings.hpp"
+#include "simulator/CoreFoundation/property_list_error.hpp"
+#include "simulator/CoreFoundation/property_list_utf8.hpp"
+
+#include <algorithm>
+
+namespace cf {
+
+std::size_t XmlScanner::line() const {
+    std::size_t lines = 1;
+    for (auto const * character = begin_; character != current_; ++character) {
+        auto const ends_line =
+            *character == '\n' ||
+            (*character == '\r' && (character + 1 == end_ || character[1] != '\n'));
+        lines += ends_line ? 1 : 0;
+    }
+    return lines;
+}
+
+std::string XmlScanner::character() const {
+    for (std::size_t length = 1; length <= std::min<std::size_t>(left(), 4); ++length) {
+        std::u16string units;
+        if (append_utf8(units, rest().substr(0, length))) {
+            return std::string{rest().substr(0, length)};
+        }
+    }
+    std::string text;
+    append_code_point(text, at_end() ? U'\0' : static_cast<unsigned char>(peek()));
+    return text;
+}
+
+void XmlScanner::fail(std::string text) const {
+    throw PropertyListSyntaxError{std::move(text)};
+}
+
+void XmlScanner::fail_on_line(std::string_view text) const {
+    fail(fmt::format("{} {}", text, line()));
+}
+
+void XmlScanner::fail_at_end() const {
+    fail("Encountered unexpected EOF");
+}
+
+} // namespace cf

@@ -1,0 +1,69 @@
+// The characters of an XML document: where the reader stands, and what is wrong there.
+#pragma once
+
+#include <fmt/format.h>
+
+#include <cstring>
+#include <string>
+#include <string_view>
+
+namespace cf {
+
+class XmlScanner {
+public:
+    // The document is UTF-8 that need not be valid.
+    explicit XmlScanner(std::string_view document)
+        : begin_{document.data()}
+        , current_{document.data()}
+        , end_{document.data() + document.size()} {}
+
+    bool at_end() const { return current_ == end_; }
+    char peek() const { return *current_; }
+    std::string_view rest() const { return {current_, left()}; }
+    std::size_t left() const { return static_cast<std::size_t>(end_ - current_); }
+    void skip(std::size_t count) { current_ += count; }
+    bool skip_if(std::string_view text) {
+        if (!rest().starts_with(text)) {
+            return false;
+        }
+        skip(text.size());
+        return true;
+    }
+    void skip_space() {
+        while (!at_end() && is_space(peek())) {
+            ++current_;
+        }
+    }
+    // The text before the character, which becomes the current one; or all the rest.
+    std::string_view take_until(char character) {
+        auto const * const found =
+            static_cast<char const *>(std::memchr(current_, character, left()));
+        auto const taken =
+            rest().substr(0, static_cast<std::size_t>((found ? found : end_) - current_));
+        skip(taken.size());
+        return taken;
+    }
+
+    static constexpr bool is_space(char character) {
+        return character == ' ' || character == '\t' || character == '\n' || character == '\r';
+    }
+
+    // The number of the current line, from 1.
+    std::size_t line() const;
+
+    // The current character, for a message.
+    std::string character() const;
+
+    // Throw PropertyListSyntaxError. The text of the second ends with the number of the current
+    // line.
+    [[noreturn]] void fail(std::string text) const;
+    [[noreturn]] void fail_on_line(std::string_view text) const;
+    [[noreturn]] void fail_at_end() const;
+
+private:
+    char const * begin_;
+    char const * current_;
+    char const * end_;
+};
+
+} // namespace cf
