@@ -59,7 +59,8 @@ template <>
 struct fmt::formatter<QN::ecid> : fmt::formatter<std::string_view> {
     template <typename Context>
     auto format(QN::ecid const & ecid, Context & context) const {
-        std::string_view const shown = ecid.value == 0 ? "????????????????" : ecid.text;
+        constexpr std::string_view no_ecid = "????????????????";
+        std::string_view const shown = ecid.value == 0 ? no_ecid : std::string_view(ecid.text);
         return fmt::formatter<std::string_view>::format(shown, context);
     }
 };
