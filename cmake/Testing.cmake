@@ -2,11 +2,6 @@
 option(BUILD_TESTING "Build the tests" ON)
 set(QNRESCUE_TEST_PREFIX "" CACHE STRING "What the name of every test starts with")
 
-set(test_properties
-  TIMEOUT 300
-  ENVIRONMENT "UBSAN_OPTIONS=print_stacktrace=1;TSAN_OPTIONS=second_deadlock_stack=1"
-)
-
 # qnrescue_unit_test(name SOURCES file... LINK library...): one GoogleTest program, one test of
 # CTest (starting Wine once for each case would take most of the time).
 function(qnrescue_unit_test name)
@@ -14,7 +9,10 @@ function(qnrescue_unit_test name)
   add_executable(${name} ${unit_SOURCES})
   target_link_libraries(${name} PRIVATE ${unit_LINK} GTest::gtest_main Threads::Threads)
   add_test(NAME "${QNRESCUE_TEST_PREFIX}${name}" COMMAND ${name} --gtest_brief=1)
-  set_tests_properties("${QNRESCUE_TEST_PREFIX}${name}" PROPERTIES ${test_properties})
+  set_tests_properties("${QNRESCUE_TEST_PREFIX}${name}" PROPERTIES
+    TIMEOUT 300
+    ENVIRONMENT "UBSAN_OPTIONS=print_stacktrace=1;TSAN_OPTIONS=second_deadlock_stack=1"
+  )
 endfunction()
 
 # qnrescue_end_to_end_test(file): one Python unittest module that runs the built programs. It finds
