@@ -95,7 +95,7 @@ void store_smallest(CFNumberType kind, void * to) {
 // Stores the nearest real; lossless if that is the number itself.
 template <class Real>
 bool store_real(Int128 value, void * to) {
-    constexpr double two_to_64 = 18446744073709551616.0;
+    constexpr double two_to_64 = 0x1p64;
     auto const real = value == widen(static_cast<std::int64_t>(value.low))
                           ? static_cast<Real>(static_cast<std::int64_t>(value.low))
                           : static_cast<Real>(static_cast<double>(value.high) * two_to_64 +
@@ -129,7 +129,7 @@ bool get_from_real(double value, CFNumberType kind, void * to) {
         store(narrow, to);
         return static_cast<double>(narrow) == value;
     }
-    constexpr double two_to_63 = 9223372036854775808.0;
+    constexpr double two_to_63 = 0x1p63;
     auto const whole = std::trunc(value);
     if (!(whole >= -two_to_63 && whole < two_to_63)) {
         store_smallest(kind, to);

@@ -133,6 +133,12 @@ void describe_number(Object const & object, std::u16string & text) {
                                               : kind_names[static_cast<std::size_t>(number.kind)]));
 }
 
+Int128 negated(Int128 value) {
+    auto const low = ~value.low + 1;
+    auto const high = ~static_cast<std::uint64_t>(value.high) + (low == 0 ? 1 : 0);
+    return {static_cast<std::int64_t>(high), low};
+}
+
 // Divides in place and answers the remainder.
 std::uint32_t divide(std::array<std::uint32_t, 4> & big_endian_limbs, std::uint32_t divisor) {
     std::uint64_t remainder = 0;
@@ -146,12 +152,8 @@ std::uint32_t divide(std::array<std::uint32_t, 4> & big_endian_limbs, std::uint3
 
 std::string wide_text(Int128 value) {
     auto const negative = value.high < 0;
-    auto high = static_cast<std::uint64_t>(value.high);
-    auto low = value.low;
-    if (negative) {
-        low = ~low + 1;
-        high = ~high + (low == 0 ? 1 : 0);
-    }
+    auto const [signed_high, low] = negative ? negated(value) : value;
+    auto const high = static_cast<std::uint64_t>(signed_high);
     std::array limbs{static_cast<std::uint32_t>(high >> 32), static_cast<std::uint32_t>(high),
                      static_cast<std::uint32_t>(low >> 32), static_cast<std::uint32_t>(low)};
     std::string digits;
@@ -185,15 +187,21 @@ std::string real_text(double value) {
 } // namespace
 
 std::optional<Int128> exact_integer(double real) {
-    constexpr double two_to_64 = 18446744073709551616.0;
-    constexpr double two_to_127 = 170141183460469231731687303715884105728.0;
+    constexpr double two_to_63 = 0x1p63;
+    constexpr double two_to_64 = 0x1p64;
+    constexpr double two_to_127 = 0x1p127;
     if (!(real >= -two_to_127 && real < two_to_127) || std::trunc(real) != real ||
         (real == 0.0 && std::signbit(real))) {
         return std::nullopt;
     }
-    auto const high = std::floor(real / two_to_64);
-    return Int128{static_cast<std::int64_t>(high),
-                  static_cast<std::uint64_t>(real - high * two_to_64)};
+    auto const magnitude = std::fabs(real);
+    auto const high = std::floor(magnitude / two_to_64);
+    auto const low = static_cast<std::uint64_t>(magnitude - high * two_to_64);
+    if (high == two_to_63) { // only the smallest integer has this magnitude
+        return Int128{std::numeric_limits<std::int64_t>::min(), 0};
+    }
+    Int128 const integer{static_cast<std::int64_t>(high), low};
+    return real < 0 ? negated(integer) : integer;
 }
 
 CFHashCode hash_of_integer(std::int64_t value) noexcept {

@@ -2,13 +2,9 @@
 
 #include "simulator/CoreFoundation/types.hpp"
 
-#include <cstdlib>
-
 namespace cf {
 
 namespace {
-
-constinit std::atomic<std::int64_t> live_object_count{0};
 
 Object const & required(CFTypeRef reference, char const * function = __builtin_FUNCTION()) {
     if (reference == nullptr) [[unlikely]] {
@@ -18,29 +14,6 @@ Object const & required(CFTypeRef reference, char const * function = __builtin_F
 }
 
 } // namespace
-
-void * allocate_uncounted(std::size_t size) {
-    auto * const memory = std::malloc(size);
-    if (memory == nullptr) {
-        trap("allocate", "out of memory");
-    }
-    return memory;
-}
-
-void * allocate(std::size_t size) {
-    auto * const memory = allocate_uncounted(size);
-    live_object_count.fetch_add(1, std::memory_order_relaxed);
-    return memory;
-}
-
-void deallocate(void * memory) noexcept {
-    live_object_count.fetch_sub(1, std::memory_order_relaxed);
-    std::free(memory);
-}
-
-std::int64_t live_objects() noexcept {
-    return live_object_count.load(std::memory_order_relaxed);
-}
 
 // A doomed object has no use for its count any more, which becomes the link to the next one.
 void DoomedObjects::release(Object const & object) noexcept {

@@ -48,15 +48,13 @@ struct Object {
 // a failing exit, no handlers.
 [[noreturn]] void trap(std::string_view function, std::string_view why);
 
-// Memory for an object that counts as live until deallocate. Never null.
+// Memory for an object that counts as live until deallocate. Never null. What still lives when the
+// process ends is told in the trace.
 void * allocate(std::size_t size);
 void deallocate(void * memory) noexcept;
 
 // The same for an object that lives for ever and is never counted.
 void * allocate_uncounted(std::size_t size);
-
-// How many objects were created and not destroyed yet, constants left out.
-std::int64_t live_objects() noexcept;
 
 // A new object with one reference and `room` bytes behind it in the same allocation.
 template <class T, class... Arguments>

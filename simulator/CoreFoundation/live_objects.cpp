@@ -1,29 +1,49 @@
-// Writes the trace's last line, `live-objects N`, when the process ends. Whoever keeps objects for
-// the life of the process has to release them earlier: on Windows in the process-detach of a DLL
-// that depends on this one, elsewhere in an atexit handler or a static destructor, all of which run
-// before a destructor function of this priority.
+// Counts the live objects and writes their number as the trace's last line when the process ends.
+// Whoever keeps objects for the life of the process has to release them earlier: on Windows in the
+// process-detach of a DLL that depends on this one, elsewhere in an atexit handler or a static
+// destructor, all of which run before a destructor function of this priority.
 #include "simulator/CoreFoundation/runtime.hpp"
 
+#include <cstdlib>
 #include <string>
 
 #ifdef _WIN32
 #include <windows.h>
 #else
 #include <cstdio>
-#include <cstdlib>
 #endif
 
 namespace cf {
 
 namespace {
 
-constexpr auto last_line_format = "live-objects ";
+constinit std::atomic<std::int64_t> live_object_count{0};
 
 std::string last_line() {
-    return last_line_format + std::to_string(live_objects()) + "\n";
+    return "live-objects " + std::to_string(live_object_count.load(std::memory_order_relaxed)) +
+           "\n";
 }
 
 } // namespace
+
+void * allocate_uncounted(std::size_t size) {
+    auto * const memory = std::malloc(size);
+    if (memory == nullptr) {
+        trap("allocate", "out of memory");
+    }
+    return memory;
+}
+
+void * allocate(std::size_t size) {
+    auto * const memory = allocate_uncounted(size);
+    live_object_count.fetch_add(1, std::memory_order_relaxed);
+    return memory;
+}
+
+void deallocate(void * memory) noexcept {
+    live_object_count.fetch_sub(1, std::memory_order_relaxed);
+    std::free(memory);
+}
 
 #ifdef _WIN32
 
