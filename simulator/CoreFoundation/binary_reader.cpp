@@ -176,7 +176,7 @@ private:
         case Marker::real:
             return read_real(size, at);
         case Marker::data:
-            return create_data(take(body_of(at - 1), 1), options_.of_leaf());
+            return read_data(take(body_of(at - 1), 1));
         case Marker::ascii_string:
             return read_ascii_string(take(body_of(at - 1), 1));
         case Marker::utf16_string:
@@ -207,6 +207,8 @@ private:
         return size == 2 ? create_real(std::bit_cast<float>(static_cast<UInt32>(bits)))
                          : create_real(std::bit_cast<double>(bits));
     }
+
+    CFDataRef read_data(Bytes bytes) { return create_data(bytes, options_.of_data(bytes.empty())); }
 
     // Bytes beyond ASCII are Latin-1.
     CFStringRef read_ascii_string(Bytes bytes) {

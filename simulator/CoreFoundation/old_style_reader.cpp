@@ -297,7 +297,7 @@ OwnedReference OldStyleReader::read_data() {
         fail("Expected terminating '>' for data at line");
     }
     ++at_;
-    return OwnedReference{create_data(bytes, options_.of_leaf())};
+    return OwnedReference{create_data(bytes, options_.of_data(bytes.empty()))};
 }
 
 OwnedReference OldStyleReader::read_optional_string() {

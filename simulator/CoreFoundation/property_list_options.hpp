@@ -17,6 +17,10 @@ struct PropertyListOptions {
         return (flags & kCFPropertyListMutableContainersAndLeaves) != 0 ? Mutability::is_mutable
                                                                         : Mutability::immutable;
     }
+    // Empty data has a byte pointer only if it is mutable, and what was read has one.
+    Mutability of_data(bool is_empty) const {
+        return is_empty ? Mutability::is_mutable : of_leaf();
+    }
 };
 
 // The deepest nesting of containers that a reader accepts.

@@ -301,7 +301,7 @@ CFDataRef read_xml_data(XmlScanner & scanner, PropertyListOptions options) {
         start.fail(fmt::format("Could not interpret <data> on line {} (invalid character 0x{:02X})",
                                start.line(), static_cast<unsigned char>(start.peek())));
     }
-    return create_data(decoded.bytes, options.of_leaf());
+    return create_data(decoded.bytes, options.of_data(decoded.bytes.empty()));
 }
 
 CFDateRef read_xml_date(XmlScanner & scanner) {
