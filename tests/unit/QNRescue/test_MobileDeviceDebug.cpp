@@ -1,0 +1,132 @@
+#include "QNRescue/MobileDeviceDebug.hpp"
+
+#include "tests/unit/QNRescue/expected_restore_texts.hpp"
+#include "tests/unit/QNRescue/objects.hpp"
+#include "tests/unit/QNRescue/output_capture.hpp"
+
+#include <fmt/format.h>
+
+#include <gtest/gtest.h>
+
+#include <array>
+#include <map>
+#include <regex>
+#include <stdexcept>
+
+namespace {
+
+using namespace qnrescue;
+using tests::expected_text;
+using tests::output_capture;
+using strings = std::vector<std::string>;
+
+strings expected_dump(std::string const & header, int count, std::span<expected_text const> table) {
+    std::map<int, std::string> texts;
+    for (auto const & [code, text] : table) {
+        texts[code] = text;
+    }
+    strings lines{header};
+    for (int code = 0; code < count; ++code) {
+        auto const row = texts.find(code);
+        lines.push_back(fmt::format("case {}: return copyString(CFSTR(\"{}\"));", code,
+                                    row == texts.end() ? "Unknown" : row->second));
+    }
+    lines.emplace_back();
+    return lines;
+}
+
+TEST(DebugDump, OfErrors) {
+    output_capture capture;
+    print_imp_AMRLocalizedCopyStringForAMRError(capture.state());
+    EXPECT_EQ(capture.debug_lines(), expected_dump("==== AMRLocalizedCopyStringForAMRError ====",
+                                                   10000, tests::expected_error_texts));
+    EXPECT_EQ(capture.out(), "");
+}
+
+TEST(DebugDump, OfOperations) {
+    output_capture capture;
+    print_imp_AMRLocalizedCopyStringForAMROperation(capture.state());
+    auto const lines = capture.debug_lines();
+    EXPECT_EQ(lines, expected_dump("==== AMRLocalizedCopyStringForAMROperation ====", 1000,
+                                   tests::expected_operation_texts));
+    EXPECT_EQ(lines.at(3), "case 2: return copyString(CFSTR(\"DFU download\"));");
+    EXPECT_EQ(capture.out(), "");
+}
+
+TEST(DebugDump, ShowsNothingWithoutDebugOutput) {
+    output_capture capture(false);
+    print_imp_AMRLocalizedCopyStringForAMRError(capture.state());
+    print_imp_AMRLocalizedCopyStringForAMROperation(capture.state());
+    EXPECT_EQ(capture.debug_lines(), strings{});
+    EXPECT_EQ(capture.out(), "");
+}
+
+// What some other library might say.
+CFStringRef copy_strange_text(int code) {
+    switch (code) {
+    case 0:
+        return static_cast<CFStringRef>(CFRetain(CFSTR("Unrecognized error")));
+    case 1:
+        return static_cast<CFStringRef>(CFRetain(CFSTR("Unrecognized error 1 and more")));
+    case 2:
+        return nullptr;
+    case 3:
+        return static_cast<CFStringRef>(CFRetain(CFSTR("Not an Unrecognized error")));
+    case 4:
+        return static_cast<CFStringRef>(CFRetain(CFSTR("with \"quotes\" and \\")));
+    case 5:
+        return static_cast<CFStringRef>(CFRetain(CFSTR("second fall-back")));
+    case 6:
+        return static_cast<CFStringRef>(CFRetain(CFSTR("unrecognized error")));
+    default:
+        return static_cast<CFStringRef>(CFRetain(CFSTR("")));
+    }
+}
+
+TEST(DebugDump, LeavesOutTextsThatBeginWithAFallBack) {
+    constexpr std::array fall_backs{"Unrecognized error", "second fall-back"};
+    output_capture capture;
+    print_dump(*capture.state(), {"header", copy_strange_text, 8, fall_backs});
+    EXPECT_EQ(capture.debug_lines(),
+              (strings{"header", "case 3: return copyString(CFSTR(\"Not an Unrecognized error\"));",
+                       "case 4: return copyString(CFSTR(\"with \"quotes\" and \\\"));",
+                       "case 6: return copyString(CFSTR(\"unrecognized error\"));",
+                       "case 7: return copyString(CFSTR(\"\"));", ""}));
+}
+
+CFStringRef counted_text = nullptr;
+
+TEST(DebugDump, ReleasesEachText) {
+    auto const text = tests::make_string("a text of its own");
+    counted_text = text.get();
+    auto const copy = [](int) { return static_cast<CFStringRef>(CFRetain(counted_text)); };
+    constexpr std::array skipping{"a text"};
+    constexpr std::array printing{"no such text"};
+    output_capture capture;
+    print_dump(*capture.state(), {"header", copy, 100, skipping});
+    EXPECT_EQ(CFGetRetainCount(text.get()), 1);
+    print_dump(*capture.state(), {"header", copy, 100, printing});
+    EXPECT_EQ(CFGetRetainCount(text.get()), 1);
+    EXPECT_EQ(capture.debug_lines().size(), 104U);
+}
+
+void expect_assertion(void (*dump)(std::shared_ptr<output_str_state>), std::string const & name) {
+    try {
+        dump(nullptr);
+        FAIL();
+    } catch (std::invalid_argument const & exception) {
+        EXPECT_TRUE(std::regex_match(exception.what(),
+                                     std::regex("QNRescue/MobileDeviceDebug:[1-9][0-9]*:  " + name +
+                                                " Assertion output failed\\.")))
+            << exception.what();
+    }
+}
+
+TEST(DebugDump, NeedsAnOutput) {
+    expect_assertion(print_imp_AMRLocalizedCopyStringForAMRError,
+                     "print_imp_AMRLocalizedCopyStringForAMRError");
+    expect_assertion(print_imp_AMRLocalizedCopyStringForAMROperation,
+                     "print_imp_AMRLocalizedCopyStringForAMROperation");
+}
+
+} // namespace

@@ -1,0 +1,51 @@
+#include "QNRescue/cf_ownership.hpp"
+
+#include "tests/unit/QNRescue/objects.hpp"
+
+#include <gtest/gtest.h>
+
+#include <memory>
+#include <utility>
+
+namespace {
+
+using namespace qnrescue;
+
+TEST(CfOwner, AdoptsAndReleasesOneReference) {
+    auto const string = tests::make_string("a text of its own");
+    CFRetain(string.get());
+    EXPECT_EQ(CFGetRetainCount(string.get()), 2);
+    {
+        auto owner = adopt(string.get());
+        EXPECT_EQ(CFGetRetainCount(string.get()), 2);
+        auto const other = std::move(owner);
+        EXPECT_EQ(CFGetRetainCount(string.get()), 2);
+    }
+    EXPECT_EQ(CFGetRetainCount(string.get()), 1);
+}
+
+TEST(CfOwner, RetainsABorrowedObject) {
+    auto const string = tests::make_string("a text of its own");
+    {
+        auto const owner = retain(string.get());
+        EXPECT_EQ(CFGetRetainCount(string.get()), 2);
+        std::shared_ptr<__CFString const> const shared = retain(string.get());
+        auto const copy = shared;
+        EXPECT_EQ(CFGetRetainCount(string.get()), 3);
+    }
+    EXPECT_EQ(CFGetRetainCount(string.get()), 1);
+}
+
+TEST(CfOwner, OwnsNothingForNull) {
+    EXPECT_FALSE(adopt(CFStringRef{nullptr}));
+    EXPECT_FALSE(retain(CFStringRef{nullptr}));
+}
+
+TEST(IsA, ComparesTypes) {
+    EXPECT_TRUE(is_a(CFSTR("a"), CFStringGetTypeID()));
+    EXPECT_FALSE(is_a(CFSTR("a"), CFNumberGetTypeID()));
+    EXPECT_FALSE(is_a(kCFBooleanTrue, CFNumberGetTypeID()));
+    EXPECT_FALSE(is_a(nullptr, CFStringGetTypeID()));
+}
+
+} // namespace

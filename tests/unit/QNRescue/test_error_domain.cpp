@@ -1,0 +1,192 @@
+#include "QNRescue/error_domain.hpp"
+
+#include "tests/unit/QNRescue/objects.hpp"
+
+#include <gtest/gtest.h>
+
+#include <array>
+#include <limits>
+#include <string>
+#include <utility>
+
+namespace {
+
+using namespace qnrescue;
+using tests::equal;
+using tests::plist;
+
+constexpr std::array<std::pair<Error, char const *>, 9> descriptions{{
+    {Error::none, "No error"},
+    {Error::unknown, "Unknown error"},
+    {Error::invalid_argument, "Invalid argument"},
+    {Error::bad_command, "Bad command"},
+    {Error::bad_ecid, "Bad ECID specified"},
+    {Error::bad_state, "Device is in bad state"},
+    {Error::recovery_command_failed, "Recovery mode command failed"},
+    {Error::restore_timeout, "Restore did not complete before timeout expired"},
+    {Error::read_error, "Read error"},
+}};
+
+TEST(ErrorDescription, OfEachCode) {
+    CFIndex number = 0;
+    for (auto const & [code, text] : descriptions) {
+        EXPECT_EQ(static_cast<CFIndex>(code), number++);
+        EXPECT_EQ(MakeString(ErrorDescription(code)), text);
+    }
+}
+
+TEST(ErrorDescription, OfCodesOutsideTheTable) {
+    for (CFIndex const code : {CFIndex{9}, CFIndex{42}, CFIndex{-1}, CFIndex{1} << 32,
+                               std::numeric_limits<CFIndex>::min()}) {
+        EXPECT_EQ(MakeString(ErrorDescription(static_cast<Error>(code))), "Unknown error");
+    }
+}
+
+TEST(ErrorDescription, IsConstant) {
+    EXPECT_EQ(ErrorDescription(Error::bad_state), ErrorDescription(Error::bad_state));
+    EXPECT_EQ(ErrorDescription(Error::unknown), ErrorDescription(static_cast<Error>(42)));
+}
+
+TEST(CreateDomainError, CarriesDomainCodeAndTexts) {
+    for (auto const & [code, text] : descriptions) {
+        auto const error = CreateDomainError(code, "the reason");
+        EXPECT_EQ(MakeString(CFErrorGetDomain(error.get())), "qnrescue");
+        EXPECT_EQ(CFErrorGetCode(error.get()), static_cast<CFIndex>(code));
+        EXPECT_EQ(MakeString(adopt(CFErrorCopyDescription(error.get())).get()), text);
+        EXPECT_EQ(MakeString(adopt(CFErrorCopyFailureReason(error.get())).get()), "the reason");
+        auto const user_info = adopt(CFErrorCopyUserInfo(error.get()));
+        EXPECT_EQ(CFDictionaryGetCount(user_info.get()), 2);
+    }
+}
+
+TEST(CreateDomainError, IsTheOnlyOwner) {
+    EXPECT_EQ(CFGetRetainCount(CreateDomainError(Error::bad_state, "reason").get()), 1);
+}
+
+std::string reason_of(std::string const & reason) {
+    auto const error = CreateDomainError(Error::unknown, reason);
+    return MakeString(adopt(CFErrorCopyFailureReason(error.get())).get());
+}
+
+TEST(CreateDomainError, TakesTheReasonAsUtf8) {
+    std::string const letters = "caf\xc3\xa9 \xe6\x97\xa5 \xf0\x9f\x93\xb1 <&\">\n";
+    EXPECT_EQ(reason_of(letters), letters);
+    EXPECT_EQ(reason_of(""), "");
+}
+
+TEST(CreateDomainError, LeavesOutOfTheReasonWhatIsNotUtf8) {
+    EXPECT_EQ(reason_of("a\xff"
+                        "b"),
+              "ab");
+}
+
+TEST(DictionaryFromError, HoldsAllFourKeysOfAToolError) {
+    auto const error = CreateDomainError(Error::bad_ecid, "no such device");
+    auto const dictionary = DictionaryFromError(error.get());
+    EXPECT_TRUE(equal(dictionary.get(), plist("<dict>"
+                                              "<key>Domain</key><string>qnrescue</string>"
+                                              "<key>Code</key><integer>4</integer>"
+                                              "<key>Description</key>"
+                                              "<string>Bad ECID specified</string>"
+                                              "<key>FailureReason</key>"
+                                              "<string>no such device</string>"
+                                              "</dict>")
+                                            .get()));
+    EXPECT_EQ(CFGetRetainCount(dictionary.get()), 1);
+}
+
+TEST(DictionaryFromError, KeepsCodesOf64Bits) {
+    CFIndex const code = (CFIndex{1} << 40) + 7;
+    auto const dictionary =
+        DictionaryFromError(tests::make_error(CFSTR("d"), code, CFSTR("text")).get());
+    auto const number =
+        static_cast<CFNumberRef>(CFDictionaryGetValue(dictionary.get(), CFSTR("Code")));
+    CFIndex read = 0;
+    ASSERT_TRUE(CFNumberGetValue(number, kCFNumberCFIndexType, &read));
+    EXPECT_EQ(read, code);
+}
+
+TEST(DictionaryFromError, HasThreeKeysWithoutAFailureReason) {
+    auto const dictionary =
+        DictionaryFromError(tests::make_error(CFSTR("foreign"), -5, CFSTR("text")).get());
+    EXPECT_TRUE(equal(dictionary.get(), plist("<dict><key>Domain</key><string>foreign</string>"
+                                              "<key>Code</key><integer>-5</integer>"
+                                              "<key>Description</key><string>text</string></dict>")
+                                            .get()));
+}
+
+TEST(DictionaryFromError, AlwaysHasADescription) {
+    auto const dictionary = DictionaryFromError(tests::make_error(CFSTR("foreign"), 5).get());
+    EXPECT_EQ(CFDictionaryGetCount(dictionary.get()), 3);
+    auto const description =
+        static_cast<CFStringRef>(CFDictionaryGetValue(dictionary.get(), CFSTR("Description")));
+    EXPECT_NE(MakeString(description).find("foreign error 5"), std::string::npos);
+}
+
+TEST(DictionaryFromError, LeavesItsArgumentAlone) {
+    auto const error = CreateDomainError(Error::bad_ecid, "reason");
+    DictionaryFromError(error.get());
+    EXPECT_EQ(CFGetRetainCount(error.get()), 1);
+}
+
+TEST(DictionaryFromError, IsNullForNull) {
+    EXPECT_FALSE(DictionaryFromError(nullptr));
+}
+
+TEST(GetCode, IsZeroForNull) {
+    EXPECT_EQ(GetCode(nullptr), 0);
+}
+
+TEST(GetCode, PassesToolCodesThroughWhateverTheirDomain) {
+    for (CFIndex code = 0; code <= 8; ++code) {
+        EXPECT_EQ(GetCode(tests::make_error(CFSTR("qnrescue"), code).get()), code);
+        EXPECT_EQ(GetCode(tests::make_error(CFSTR("foreign"), code).get()), code);
+    }
+}
+
+TEST(GetCode, FoldsEverythingElseToOne) {
+    for (CFIndex const code :
+         {CFIndex{9}, CFIndex{100}, CFIndex{-1}, CFIndex{256}, CFIndex{1} << 32,
+          (CFIndex{1} << 32) + 3, (CFIndex{1} << 63) + 3, std::numeric_limits<CFIndex>::max(),
+          std::numeric_limits<CFIndex>::min()}) {
+        EXPECT_EQ(GetCode(tests::make_error(CFSTR("qnrescue"), code).get()), 1) << code;
+    }
+}
+
+TEST(MakeString, IsTheUtf8Text) {
+    for (std::string const text :
+         {"", "a", "plain", "\xc3\xa9", "\xe6\x97\xa5\xe6\x9c\xac\xe8\xaa\x9e",
+          "\xf0\x9f\x93\xb1\xf0\x9f\x93\xb1", "mixed \xc3\xa9\xe6\x97\xa5\xf0\x9f\x93\xb1"}) {
+        EXPECT_EQ(MakeString(tests::make_string(text).get()), text);
+    }
+    std::string const long_text(100000, 'x');
+    EXPECT_EQ(MakeString(tests::make_string(long_text).get()), long_text);
+}
+
+TEST(MakeString, EndsAtTheFirstNul) {
+    EXPECT_EQ(MakeString(tests::make_string(std::string_view("ab\0cd", 5)).get()), "ab");
+}
+
+TEST(MakeString, IsEmptyForWhatCannotBeConverted) {
+    EXPECT_EQ(MakeString(nullptr), "");
+    auto const surrogate = tests::make_lone_surrogate();
+    ASSERT_TRUE(surrogate);
+    EXPECT_EQ(MakeString(surrogate.get()), "");
+    EXPECT_FALSE(to_utf8(surrogate.get()));
+    EXPECT_FALSE(to_utf8(nullptr));
+    EXPECT_EQ(to_utf8(CFSTR("")), "");
+}
+
+TEST(MakeDescription, OfNull) {
+    EXPECT_EQ(MakeDescription(nullptr), "(null)");
+}
+
+TEST(MakeDescription, IsCoreFoundations) {
+    auto const error = CreateDomainError(Error::bad_ecid, "the reason");
+    auto const description = adopt(CFCopyDescription(error.get()));
+    EXPECT_EQ(MakeDescription(error.get()), MakeString(description.get()));
+    EXPECT_NE(MakeDescription(error.get()).find("Code=4"), std::string::npos);
+    EXPECT_NE(MakeDescription(CFSTR("a text")).find("a text"), std::string::npos);
+}
+
+} // namespace

@@ -1,0 +1,82 @@
+#include "QNRescue/exception_errors.hpp"
+
+#include "QNRescue/error_domain.hpp"
+
+#include <boost/program_options/cmdline.hpp>
+#include <boost/program_options/errors.hpp>
+
+#include <gtest/gtest.h>
+
+#include <new>
+#include <ostream>
+#include <stdexcept>
+#include <string>
+
+namespace {
+
+using namespace qnrescue;
+namespace options = boost::program_options;
+
+struct code_and_reason {
+    CFIndex code;
+    std::string reason;
+    bool operator==(code_and_reason const &) const = default;
+};
+
+std::ostream & operator<<(std::ostream & stream, code_and_reason const & result) {
+    return stream << result.code << ' ' << result.reason;
+}
+
+template <typename Exception>
+code_and_reason converted(Exception const & exception) {
+    try {
+        throw exception;
+    } catch (...) {
+        auto const error = domain_error_of_current_exception();
+        EXPECT_EQ(MakeString(CFErrorGetDomain(error.get())), "qnrescue");
+        return {CFErrorGetCode(error.get()),
+                MakeString(adopt(CFErrorCopyFailureReason(error.get())).get())};
+    }
+}
+
+TEST(ExceptionErrors, MultipleOccurrencesNameTheOption) {
+    options::multiple_occurrences exception;
+    exception.set_option_name("ecid");
+    exception.set_prefix(options::command_line_style::allow_long);
+    EXPECT_EQ(converted(exception),
+              (code_and_reason{3, "Option '--ecid' may only be specified once"}));
+}
+
+TEST(ExceptionErrors, UnknownOptionIsABadCommand) {
+    options::unknown_option const exception("frobnicate");
+    EXPECT_EQ(converted(exception), (code_and_reason{3, exception.what()}));
+}
+
+TEST(ExceptionErrors, InvalidOptionValueIsAnInvalidArgument) {
+    options::invalid_option_value const exception("abc");
+    EXPECT_EQ(converted(exception), (code_and_reason{2, exception.what()}));
+}
+
+TEST(ExceptionErrors, EverythingElseIsUnknown) {
+    EXPECT_EQ(converted(std::runtime_error("text")), (code_and_reason{1, "text"}));
+    EXPECT_EQ(converted(std::invalid_argument("text")), (code_and_reason{1, "text"}));
+    EXPECT_EQ(converted(std::length_error("text")), (code_and_reason{1, "text"}));
+    EXPECT_EQ(converted(std::bad_alloc()), (code_and_reason{1, std::bad_alloc().what()}));
+    options::required_option const required("restore");
+    EXPECT_EQ(converted(required), (code_and_reason{1, required.what()}));
+}
+
+TEST(ExceptionErrors, OtherKindsAreThrownOn) {
+    try {
+        try {
+            throw 5;
+        } catch (...) {
+            domain_error_of_current_exception();
+        }
+        FAIL();
+    } catch (int number) {
+        EXPECT_EQ(number, 5);
+    }
+}
+
+} // namespace

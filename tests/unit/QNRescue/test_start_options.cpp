@@ -1,0 +1,279 @@
+#include "QNRescue/start_options.hpp"
+
+#include "QNRescue/error_domain.hpp"
+
+#include <gtest/gtest.h>
+
+#include <regex>
+#include <sstream>
+#include <vector>
+
+namespace {
+
+using namespace qnrescue;
+
+struct parsed {
+    start_options options;
+    boost::program_options::options_description table;
+    error_owner error;
+
+    int code() const { return GetCode(error.get()); }
+    std::string reason() const {
+        return error ? MakeString(adopt(CFErrorCopyFailureReason(error.get())).get()) : "";
+    }
+};
+
+parsed parse(std::vector<char const *> arguments) {
+    arguments.insert(arguments.begin(), "qnrescue");
+    auto const count = static_cast<int>(arguments.size());
+    arguments.push_back(nullptr);
+    auto [options, table, error] = parse_arguments(count, arguments.data());
+    return {std::move(options), std::move(table), std::move(error)};
+}
+
+void expect_nothing_set(start_options const & options) {
+    EXPECT_FALSE(options.debug);
+    EXPECT_FALSE(options.debug_dump);
+    EXPECT_FALSE(options.help);
+    EXPECT_FALSE(options.no_cleanup);
+    EXPECT_FALSE(options.amr_logfile);
+    EXPECT_FALSE(options.detect_timeout);
+    EXPECT_FALSE(options.ecid);
+    EXPECT_FALSE(options.list_devices);
+    EXPECT_FALSE(options.device_info);
+    EXPECT_FALSE(options.exit_recovery);
+    EXPECT_FALSE(options.no_exit_recovery);
+    EXPECT_FALSE(options.restore);
+    EXPECT_FALSE(options.restore_timeout);
+    EXPECT_FALSE(options.erase);
+    EXPECT_FALSE(options.restore_plist);
+    EXPECT_FALSE(options.enter_restore_mode);
+    EXPECT_FALSE(options.output_pipe);
+}
+
+TEST(StartOptions, StartEmpty) {
+    expect_nothing_set(start_options());
+}
+
+TEST(StartOptions, OfNoArguments) {
+    auto const result = parse({});
+    EXPECT_FALSE(result.error);
+    expect_nothing_set(result.options);
+}
+
+TEST(StartOptions, OfNoProgramNameEither) {
+    char const * arguments[] = {nullptr};
+    auto const [options, table, error] = parse_arguments(0, arguments);
+    EXPECT_EQ(GetCode(error.get()), 3);
+    expect_nothing_set(options);
+}
+
+TEST(StartOptions, SwitchesSetTheirOwnField) {
+    struct row {
+        char const * option;
+        bool start_options::*field;
+    };
+    constexpr row rows[] = {
+        {"--debug", &start_options::debug},
+        {"--debug-dump", &start_options::debug_dump},
+        {"--help", &start_options::help},
+        {"--no-cleanup", &start_options::no_cleanup},
+        {"--list-devices", &start_options::list_devices},
+        {"--device-info", &start_options::device_info},
+        {"--exit-recovery", &start_options::exit_recovery},
+        {"--no-exit-recovery", &start_options::no_exit_recovery},
+        {"--erase", &start_options::erase},
+        {"--enter-restore-mode", &start_options::enter_restore_mode},
+    };
+    for (auto const & [option, field] : rows) {
+        auto result = parse({option});
+        EXPECT_FALSE(result.error) << option;
+        EXPECT_TRUE(result.options.*field) << option;
+        result.options.*field = false;
+        expect_nothing_set(result.options);
+    }
+}
+
+TEST(StartOptions, TextsAreKeptAsTyped) {
+    struct row {
+        char const * option;
+        std::optional<std::string> start_options::*field;
+    };
+    constexpr row rows[] = {
+        {"--amr-logfile", &start_options::amr_logfile},
+        {"--ecid", &start_options::ecid},
+        {"--restore", &start_options::restore},
+        {"--restore-plist", &start_options::restore_plist},
+    };
+    for (auto const & [option, field] : rows) {
+        for (auto const * text : {"x", "no hex", "C:\\a b\\\xc3\xa9\xf0\x9f\x93\xb1.ipsw", "a=b",
+                                  " padded ", "'quoted'"}) {
+            auto result = parse({option, text});
+            EXPECT_FALSE(result.error) << option;
+            EXPECT_EQ(result.options.*field, text) << option;
+            (result.options.*field).reset();
+            expect_nothing_set(result.options);
+        }
+    }
+}
+
+TEST(StartOptions, TextsMayBeEmpty) {
+    EXPECT_EQ(parse({"--restore", ""}).options.restore, "");
+    EXPECT_EQ(parse({"--restore", ""}).code(), 0);
+}
+
+TEST(StartOptions, SecondsAreUnsigned) {
+    auto const result = parse({"--detect-timeout", "0", "--restore-timeout", "4294967295"});
+    EXPECT_FALSE(result.error);
+    EXPECT_EQ(result.options.detect_timeout, 0U);
+    EXPECT_EQ(result.options.restore_timeout, 4294967295U);
+    EXPECT_EQ(parse({"--detect-timeout", "4294967296"}).code(), 2);
+    EXPECT_EQ(parse({"--restore-timeout", "4294967296"}).code(), 2);
+}
+
+TEST(StartOptions, ThePipeIsASignedNumber) {
+    EXPECT_EQ(parse({"--output-pipe", "1234"}).options.output_pipe, 1234);
+    EXPECT_EQ(parse({"--output-pipe=-5"}).options.output_pipe, -5);
+    EXPECT_EQ(parse({"--output-pipe", "2147483647"}).options.output_pipe, 2147483647);
+    EXPECT_EQ(parse({"--output-pipe", "2147483648"}).code(), 2);
+}
+
+TEST(StartOptions, AllAtOnce) {
+    auto const result =
+        parse({"--debug", "--no-cleanup", "--amr-logfile", "log", "--ecid=ab", "--detect-timeout=5",
+               "--restore", "x.ipsw", "--restore-timeout", "6", "--erase", "--restore-plist",
+               "o.plist", "--enter-restore-mode", "--output-pipe", "7", "--list-devices"});
+    EXPECT_FALSE(result.error);
+    EXPECT_TRUE(result.options.debug && result.options.no_cleanup && result.options.erase &&
+                result.options.enter_restore_mode && result.options.list_devices);
+    EXPECT_EQ(result.options.amr_logfile, "log");
+    EXPECT_EQ(result.options.ecid, "ab");
+    EXPECT_EQ(result.options.detect_timeout, 5U);
+    EXPECT_EQ(result.options.restore, "x.ipsw");
+    EXPECT_EQ(result.options.restore_timeout, 6U);
+    EXPECT_EQ(result.options.restore_plist, "o.plist");
+    EXPECT_EQ(result.options.output_pipe, 7);
+}
+
+TEST(StartOptions, AnOptionGivenTwice) {
+    auto const result = parse({"--ecid", "X", "--ecid", "Y"});
+    EXPECT_EQ(result.code(), 3);
+    EXPECT_EQ(result.reason(), "Option '--ecid' may only be specified once");
+    EXPECT_EQ(parse({"--restore", "a", "--restore", "b"}).reason(),
+              "Option '--restore' may only be specified once");
+    EXPECT_EQ(parse({"--debug", "--debug"}).reason(),
+              "Option '--debug' may only be specified once");
+}
+
+TEST(StartOptions, AnUnknownOption) {
+    auto const result = parse({"--frobnicate"});
+    EXPECT_EQ(result.code(), 3);
+    EXPECT_EQ(result.reason(), "unrecognised option '--frobnicate'");
+    EXPECT_EQ(parse({"-h"}).code(), 3);
+}
+
+TEST(StartOptions, AValueOfTheWrongKind) {
+    for (auto const * option : {"--detect-timeout", "--restore-timeout", "--output-pipe"}) {
+        for (auto const * value : {"abc", "1.5", "5s", " 5", "0x10"}) {
+            auto const result = parse({option, value});
+            EXPECT_EQ(result.code(), 2) << option << ' ' << value;
+            EXPECT_NE(result.reason().find(option), std::string::npos) << result.reason();
+            EXPECT_NE(result.reason().find(value), std::string::npos) << result.reason();
+        }
+    }
+}
+
+TEST(StartOptions, AMissingValue) {
+    for (auto const * option : {"--amr-logfile", "--ecid", "--detect-timeout", "--restore",
+                                "--restore-timeout", "--restore-plist", "--output-pipe"}) {
+        auto const result = parse({option});
+        EXPECT_EQ(result.code(), 1) << option;
+        EXPECT_NE(result.reason(), "") << option;
+    }
+}
+
+TEST(StartOptions, ASwitchTakesNoValue) {
+    EXPECT_EQ(parse({"--help=yes"}).code(), 1);
+}
+
+TEST(StartOptions, WordsThatBelongToNoOptionAreIgnored) {
+    auto result = parse({"list-devices", "--debug", "surplus"});
+    EXPECT_EQ(result.code(), 0);
+    EXPECT_TRUE(result.options.debug);
+    result.options.debug = false;
+    expect_nothing_set(result.options);
+}
+
+TEST(StartOptions, NamesMayBeShortenedToWhatIsUnique) {
+    EXPECT_TRUE(parse({"--list"}).options.list_devices);
+    EXPECT_EQ(parse({"--rest", "x"}).code(), 1); // restore, restore-timeout or restore-plist
+}
+
+TEST(StartOptions, ErrorsAreTheTools) {
+    auto const result = parse({"--frobnicate"});
+    EXPECT_EQ(MakeString(CFErrorGetDomain(result.error.get())), "qnrescue");
+    EXPECT_EQ(MakeString(adopt(CFErrorCopyDescription(result.error.get())).get()), "Bad command");
+    EXPECT_EQ(CFGetRetainCount(result.error.get()), 1);
+}
+
+TEST(StartOptions, ValuesAreNotStoredOnceAnErrorIsFound) {
+    // The values of options are stored last, after the whole line has been read.
+    auto const result = parse({"--ecid", "ab", "--output-pipe", "5", "--frobnicate"});
+    EXPECT_EQ(result.code(), 3);
+    EXPECT_FALSE(result.options.output_pipe);
+    EXPECT_FALSE(result.options.ecid);
+}
+
+TEST(StartOptions, TheTableListsEveryOptionInItsOrder) {
+    struct row {
+        char const * name;
+        char const * description;
+        bool takes_value;
+    };
+    constexpr row rows[] = {
+        {"debug", "Enable debugging output", false},
+        {"debug-dump", "Dump mobiledevice implementations (debugging)", false},
+        {"help", "Print this description", false},
+        {"no-cleanup", "Disable auto temp file cleanup on exit", false},
+        {"amr-logfile", "Specify logfile for AMRestore", true},
+        {"ecid", "Device to perform operation on", true},
+        {"detect-timeout", "How many seconds to wait for the selected device to be detected", true},
+        {"list-devices", "List all detected Apple devices", false},
+        {"device-info", "Output properties of specified Apple device", false},
+        {"exit-recovery", "Attempt to reboot a recovery device into booted mode", false},
+        {"no-exit-recovery", "Set a device to stay in recovery mode when it reboots", false},
+        {"restore", "Start a device restore with specified IPSW bundle", true},
+        {"restore-timeout", "How many seconds to wait for a restore to complete before aborting",
+         true},
+        {"erase", "Use with --restore to force the device to be erased during the restore", false},
+        {"restore-plist", "Start a device restore with options read from a plist file", true},
+        {"enter-restore-mode", "Attempt to put a recovery mode device into restore mode", false},
+        {"output-pipe", "Send formatted output to a specific pipe", true},
+    };
+    auto const result = parse({});
+    auto const & options = result.table.options();
+    ASSERT_EQ(options.size(), std::size(rows));
+    for (std::size_t i = 0; i < options.size(); ++i) {
+        EXPECT_EQ(options[i]->long_name(), rows[i].name);
+        EXPECT_EQ(options[i]->description(), rows[i].description);
+        EXPECT_EQ(options[i]->semantic()->max_tokens(), rows[i].takes_value ? 1U : 0U);
+        // Without a short name the name for display is the long one.
+        EXPECT_EQ(options[i]->format_name(), std::string("--") + rows[i].name);
+    }
+}
+
+TEST(StartOptions, TheTablePrintsAsHelp) {
+    std::ostringstream stream;
+    stream << parse({}).table;
+    auto const text = stream.str();
+    EXPECT_TRUE(text.starts_with("Program options:\n  --debug ")) << text;
+    EXPECT_TRUE(std::regex_search(
+        text, std::regex("  --output-pipe arg +Send formatted output to a specific pipe\n$")))
+        << text;
+}
+
+TEST(StartOptions, TheTableIsThereAfterAnErrorToo) {
+    EXPECT_EQ(parse({"--frobnicate"}).table.options().size(), 17U);
+}
+
+} // namespace
