@@ -248,6 +248,20 @@ TEST(String, IsItsOwnCopy) {
     EXPECT_EQ(own(CFStringCreateCopy(nullptr, CFSTR("abc"))).get(), CFSTR("abc"));
 }
 
+TEST(String, IsCopiedIfItCanChange) {
+    std::string_view const document = "<plist><array><string>abc</string></array></plist>";
+    auto const data = own(CFDataCreate(nullptr, reinterpret_cast<UInt8 const *>(document.data()),
+                                       static_cast<CFIndex>(document.size())));
+    auto const list = own(static_cast<CFArrayRef>(CFPropertyListCreateWithData(
+        nullptr, data.get(), kCFPropertyListMutableContainersAndLeaves, nullptr, nullptr)));
+    ASSERT_NE(list, nullptr);
+    auto const text = static_cast<CFStringRef>(CFArrayGetValueAtIndex(list.get(), 0));
+    auto const copy = own(CFStringCreateCopy(nullptr, text));
+    EXPECT_NE(copy.get(), text);
+    EXPECT_TRUE(CFEqual(copy.get(), text));
+    EXPECT_EQ(own(CFStringCreateCopy(nullptr, copy.get())), copy);
+}
+
 TEST(ConstantString, IsUniquePerText) {
     auto const text = "caf"s + "e";
     EXPECT_EQ(__CFStringMakeConstantString(text.c_str()), CFSTR("cafe"));
