@@ -23,8 +23,21 @@ bool lifetime::end(clock::duration limit) {
     std::unique_lock lock{m_mutex};
     m_ended = true;
     m_condition.notify_all();
-    return wait_until(m_condition, lock, clock::now() + limit,
-                      [this] { return m_threads == (is_own_thread() ? 1 : 0); });
+    bool const done = wait_until(m_condition, lock, clock::now() + limit,
+                                 [this] { return m_running == (is_own_thread() ? 1 : 0); });
+    lock.unlock();
+    if (done) {
+        join_threads();
+    }
+    return done;
+}
+
+void lifetime::join_threads() {
+    for (auto & thread : m_threads) {
+        if (thread.joinable() && thread.get_id() != std::this_thread::get_id()) {
+            thread.join();
+        }
+    }
 }
 
 bool & lifetime::is_own_thread() {
@@ -32,14 +45,9 @@ bool & lifetime::is_own_thread() {
     return own;
 }
 
-void lifetime::enter() {
-    std::lock_guard const lock{m_mutex};
-    ++m_threads;
-}
-
 void lifetime::leave() {
     std::lock_guard const lock{m_mutex};
-    --m_threads;
+    --m_running;
     m_condition.notify_all();
 }
 

@@ -5,6 +5,7 @@
 #include <condition_variable>
 #include <mutex>
 #include <thread>
+#include <vector>
 
 namespace mobile_device {
 
@@ -35,15 +36,21 @@ public:
     // False where the end came first.
     bool pause_until(clock::time_point due);
 
-    // A thread that the end waits for.
+    // A thread that the end waits for; none is started after the end.
     template <typename Body>
-    std::thread start_thread(Body body) {
-        enter();
-        return std::thread{[this, body] {
-            is_own_thread() = true;
-            body();
-            leave();
-        }};
+    std::thread::id start_thread(Body body) {
+        std::lock_guard const lock{m_mutex};
+        if (m_ended) {
+            return {};
+        }
+        ++m_running;
+        return m_threads
+            .emplace_back([this, body] {
+                is_own_thread() = true;
+                body();
+                leave();
+            })
+            .get_id();
     }
 
     bool has_ended();
@@ -55,13 +62,14 @@ public:
 
 private:
     static bool & is_own_thread();
-    void enter();
     void leave();
+    void join_threads();
 
     std::mutex m_mutex;
     std::condition_variable m_condition;
     bool m_ended = false;
-    int m_threads = 0;
+    int m_running = 0;
+    std::vector<std::thread> m_threads;
 };
 
 } // namespace mobile_device

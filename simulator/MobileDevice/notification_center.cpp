@@ -2,13 +2,6 @@
 
 namespace mobile_device {
 
-notification_center::~notification_center() {
-    stop();
-    if (m_thread.joinable()) {
-        m_thread.join();
-    }
-}
-
 int notification_center::new_client_id() {
     std::lock_guard const lock{m_mutex};
     return m_next_id++;
@@ -46,7 +39,7 @@ void notification_center::remove_client(int id) {
     std::unique_lock lock{m_mutex};
     m_clients.erase(id);
     std::erase_if(m_events, [id](event const & what) { return what.client == id; });
-    if (std::this_thread::get_id() != m_thread.get_id()) {
+    if (std::this_thread::get_id() != m_thread) {
         m_changed.wait(lock, [this, id] { return m_notified_client != id; });
     }
 }
@@ -70,7 +63,7 @@ void notification_center::schedule(clock::time_point base, double after, event w
     what.after = after;
     what.order = m_next_order++;
     m_events.insert(what);
-    if (!m_thread.joinable()) {
+    if (m_thread == std::thread::id{}) {
         m_thread = m_lifetime.start_thread([this] { run(); });
     }
     m_changed.notify_all();

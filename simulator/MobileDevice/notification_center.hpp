@@ -23,8 +23,6 @@ public:
     notification_center(lifetime & shared, double time_scale)
         : m_lifetime{shared}
         , m_time_scale{time_scale} {}
-    // Waits for the thread.
-    ~notification_center();
 
     int new_client_id();
     bool has_client(int id);
@@ -86,7 +84,7 @@ private:
     int m_next_id = 1;
     int m_notified_client = 0; // the one whose callback is under way
     bool m_stopping = false;
-    std::thread m_thread;
+    std::thread::id m_thread;
 };
 
 } // namespace mobile_device

@@ -7,18 +7,12 @@ restore::restore(surroundings around, device & subject, std::vector<planned_repo
     , m_device{subject}
     , m_plan{std::move(plan)} {}
 
-restore::~restore() {
-    if (m_thread.joinable()) {
-        m_thread.join();
-    }
-}
-
 void restore::start(AMRestorableDeviceRef object, AMRestorableDeviceProgressCallback callback,
                     void * context) {
     m_object = object;
     m_callback = callback;
     m_context = context;
-    m_thread = m_around.shared.start_thread([this] { run(); });
+    m_around.shared.start_thread([this] { run(); });
 }
 
 void restore::run() {

@@ -8,7 +8,6 @@
 #include "simulator/MobileDevice/restore_log.hpp"
 #include "simulator/MobileDevice/restore_plan.hpp"
 
-#include <thread>
 #include <vector>
 
 namespace mobile_device {
@@ -27,8 +26,6 @@ public:
     };
 
     restore(surroundings around, device & subject, std::vector<planned_report> plan);
-    // Waits for the thread.
-    ~restore();
 
     // Called once.
     void start(AMRestorableDeviceRef object, AMRestorableDeviceProgressCallback callback,
@@ -47,7 +44,6 @@ private:
     AMRestorableDeviceRef m_object = nullptr;
     AMRestorableDeviceProgressCallback m_callback = nullptr;
     void * m_context = nullptr;
-    std::thread m_thread;
 };
 
 } // namespace mobile_device

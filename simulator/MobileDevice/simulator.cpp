@@ -74,8 +74,7 @@ simulator::simulator(scenario played)
     , m_center{m_lifetime, m_scenario.time_scale} {}
 
 simulator::~simulator() {
-    m_center.stop();
-    m_lifetime.end(std::chrono::hours{1});
+    end(std::chrono::hours{1});
     for (auto each = m_latest_restore.load(); each;) {
         std::unique_ptr<restore> const done{each};
         each = each->next;

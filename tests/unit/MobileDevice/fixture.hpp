@@ -123,6 +123,11 @@ public:
         return m_received;
     }
 
+    std::vector<std::chrono::steady_clock::time_point> times() {
+        std::lock_guard const lock{m_mutex};
+        return m_times;
+    }
+
     static std::string text_of(status const & from, char const * key) {
         auto const value = CFDictionaryGetValue(from.get(), mobile_device::make_string(key).get());
         return value ? *mobile_device::to_utf8(static_cast<CFStringRef>(value)) : "";
@@ -142,10 +147,12 @@ private:
         auto & self = *static_cast<report_recorder *>(context);
         std::lock_guard const lock{self.m_mutex};
         self.m_received.push_back(status::retain(borrowed));
+        self.m_times.push_back(std::chrono::steady_clock::now());
         self.m_condition.notify_all();
     }
 
     std::mutex m_mutex;
     std::condition_variable m_condition;
     std::vector<status> m_received;
+    std::vector<std::chrono::steady_clock::time_point> m_times;
 };

@@ -56,7 +56,7 @@ TEST_F(Notifications, DelaysCountFromRegistrationAndAreScaled) {
     ASSERT_EQ(recorder.wait_for(2).size(), 2U);
     auto const times = recorder.times();
     EXPECT_GE(times[0] - start, 300ms);
-    EXPECT_LT(times[0] - start, 580ms);
+    EXPECT_LT(times[0] - start, 3s);
     EXPECT_GE(times[1] - start, 600ms);
 }
 
@@ -65,7 +65,8 @@ TEST_F(Notifications, ADelayWithoutEndDoesNoHarm) {
                                                     {"ConnectAfter", "<real>1e300</real>"}}),
                                         dictionary({{"ECID", text("2")}})})}}));
     notification_recorder recorder;
-    EXPECT_EQ(recorder.wait_for(2, 200ms).size(), 1U);
+    EXPECT_EQ(recorder.wait_for(1).size(), 1U);
+    EXPECT_EQ(recorder.wait_for(2, 100ms).size(), 1U);
 }
 
 TEST_F(Notifications, ComeOnOneThreadThatIsNotTheRegisteringOne) {

@@ -2,6 +2,7 @@
 #include "tests/unit/MobileDevice/fixture.hpp"
 #include "tests/unit/MobileDevice/temporary_folder.hpp"
 
+#include <algorithm>
 #include <thread>
 
 using namespace mobile_device;
@@ -154,19 +155,19 @@ TEST_F(Restore, TheDefaultOneGoesThroughItsSteps) {
 }
 
 TEST_F(Restore, TheDefaultOneReportsBootingBeforeTheDeviceLeaves) {
-    play(plain_device(real(0.2)));
+    play(plain_device(integer(0)));
     notification_recorder notifications;
     auto const object = notifications.wait_for(1).at(0).object;
     report_recorder recorder;
     recorder.restore(object, options_for(bundle()).get());
-    std::size_t count = 0;
-    std::vector<report_recorder::status> reports;
-    do {
-        EXPECT_EQ(notifications.wait_for(2, 0ms).size(), 1U);
-        reports = recorder.wait_for(++count);
-        ASSERT_EQ(reports.size(), count);
-    } while (number_of(reports.back(), "Operation") != 9);
-    EXPECT_EQ(notifications.wait_for(2).size(), 2U);
+    auto const reports = recorder.wait_for_status("Successful");
+    auto const booting = std::ranges::find_if(
+        reports, [](auto const & report) { return number_of(report, "Operation") == 9; });
+    ASSERT_NE(booting, reports.end());
+    ASSERT_GE(notifications.wait_for(5).size(), 5U);
+    auto const told = recorder.times().at(static_cast<std::size_t>(booting - reports.begin()));
+    EXPECT_LT(told, notifications.times().at(1));
+    EXPECT_LT(recorder.times().back(), notifications.times().at(3));
 }
 
 TEST_F(Restore, TheDefaultOneTakesAboutAQuarterOfASecondForAStep) {
