@@ -22,7 +22,8 @@ constexpr bool is_full(std::size_t entries, std::size_t slots) {
 CFHashCode HashTable::hash_of(void const * key) const {
     constexpr CFHashCode odd = 0x9e3779b97f4a7c15;
     constexpr CFHashCode in_use = CFHashCode{1} << 63;
-    auto const mixed = keys_.hash(key) * odd;
+    auto const hash = keys_.hash(key);
+    auto const mixed = (hash ^ hash >> 32) * odd;
     return (mixed ^ mixed >> 32) | in_use;
 }
 
