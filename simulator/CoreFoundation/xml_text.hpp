@@ -4,7 +4,22 @@
 #include "simulator/CoreFoundation/property_list_strings.hpp"
 #include "simulator/CoreFoundation/xml_scanner.hpp"
 
+#include <optional>
+
 namespace cf {
+
+// The value of a digit of the base, or nothing.
+inline std::optional<unsigned> digit_value(char character, unsigned base) {
+    unsigned value = base;
+    if (character >= '0' && character <= '9') {
+        value = static_cast<unsigned>(character - '0');
+    } else if (character >= 'a' && character <= 'f') {
+        value = static_cast<unsigned>(character - 'a') + 10;
+    } else if (character >= 'A' && character <= 'F') {
+        value = static_cast<unsigned>(character - 'A') + 10;
+    }
+    return value < base ? std::optional{value} : std::nullopt;
+}
 
 // Each reads up to the next tag and answers a new object, owned by the caller. They throw
 // PropertyListSyntaxError.

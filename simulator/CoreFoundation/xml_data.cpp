@@ -1,0 +1,19 @@
+#include "simulator/CoreFoundation/xml_text.hpp"
+
+#include "simulator/CoreFoundation/data.hpp"
+#include "simulator/CoreFoundation/property_list_base64.hpp"
+
+namespace cf {
+
+CFDataRef read_xml_data(XmlScanner & scanner, PropertyListOptions options) {
+    auto start = scanner;
+    auto const decoded = decode_base64(scanner.take_until('<'));
+    if (decoded.invalid_at) {
+        start.skip(*decoded.invalid_at);
+        start.fail(fmt::format("Could not interpret <data> on line {} (invalid character 0x{:02X})",
+                               start.line(), static_cast<unsigned char>(start.peek())));
+    }
+    return create_data(decoded.bytes, options.of_data(decoded.bytes.empty()));
+}
+
+} // namespace cf
