@@ -199,7 +199,8 @@ CF_EXPORT UniChar CFStringGetCharacterAtIndex(CFStringRef string, CFIndex index)
 CF_EXPORT CFIndex CFStringGetMaximumSizeForEncoding(CFIndex length, CFStringEncoding encoding);
 CF_EXPORT Boolean CFStringGetCString(CFStringRef string, char * buffer, CFIndex size,
                                      CFStringEncoding encoding);
-CF_EXPORT CFRange CFStringFind(CFStringRef string, CFStringRef sought, CFStringCompareFlags options);
+CF_EXPORT CFRange CFStringFind(CFStringRef string, CFStringRef sought,
+                               CFStringCompareFlags options);
 CF_EXPORT CFComparisonResult CFStringCompare(CFStringRef left, CFStringRef right,
                                              CFStringCompareFlags options);
 
@@ -246,10 +247,9 @@ CF_EXPORT CFDictionaryRef CFDictionaryCreate(CFAllocatorRef allocator, void cons
                                              void const ** values, CFIndex count,
                                              CFDictionaryKeyCallBacks const * keyCallBacks,
                                              CFDictionaryValueCallBacks const * valueCallBacks);
-CF_EXPORT CFMutableDictionaryRef
-CFDictionaryCreateMutable(CFAllocatorRef allocator, CFIndex capacity,
-                          CFDictionaryKeyCallBacks const * keyCallBacks,
-                          CFDictionaryValueCallBacks const * valueCallBacks);
+CF_EXPORT CFMutableDictionaryRef CFDictionaryCreateMutable(
+    CFAllocatorRef allocator, CFIndex capacity, CFDictionaryKeyCallBacks const * keyCallBacks,
+    CFDictionaryValueCallBacks const * valueCallBacks);
 CF_EXPORT CFDictionaryRef CFDictionaryCreateCopy(CFAllocatorRef allocator,
                                                  CFDictionaryRef dictionary);
 CF_EXPORT CFMutableDictionaryRef CFDictionaryCreateMutableCopy(CFAllocatorRef allocator,
