@@ -17,6 +17,9 @@ from dataclasses import dataclass
 BIN = pathlib.Path(os.environ["QNRESCUE_BIN"])
 RUNNER = [os.environ["QNRESCUE_RUNNER"]] if os.environ.get("QNRESCUE_RUNNER") else []
 
+# Wine reads arguments in the locale's encoding.
+LOCALE = {"LC_ALL": "C.UTF-8"} if RUNNER else {}
+
 # Far above what any run here needs: a run that takes longer hangs.
 TIME_LIMIT = 60
 # How long a run is watched that must go on waiting.
@@ -157,7 +160,7 @@ class Process:
                 stdin=subprocess.DEVNULL,
                 stdout=out,
                 stderr=err,
-                env={**os.environ, **environment},
+                env={**os.environ, **LOCALE, **environment},
                 cwd=folder,
             )
 
@@ -265,6 +268,14 @@ class ToolTest(unittest.TestCase):
         if status is not None:
             self.assertEqual(status, run.status, shown)
         return run
+
+    def restore(self, reports, *arguments, status=0, time_scale=0, **how):
+        """A restore of a device that makes these reports (None: the simulator's own steps)."""
+        properties = {} if reports is None else {"RestoreReports": reports}
+        scenario = {"Devices": [device(**properties)], "TimeScale": time_scale}
+        if "--restore" not in arguments:
+            arguments = ("--restore", "x.ipsw", *arguments)
+        return self.run_tool(*arguments, "--ecid", ECID, scenario=scenario, status=status, **how)
 
     def assert_error(self, document, code, reason):
         """The document is a tool error; the reason is its exact text."""

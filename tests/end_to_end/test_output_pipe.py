@@ -1,0 +1,155 @@
+"""--output-pipe: the documents go to an inherited pipe instead of standard output."""
+
+import unittest
+
+from harness import COMPLETE, ECID, ToolTest, device, report, split_documents
+
+# What abort() makes the exit status of a Windows process.
+ABORTED = 3
+WRITE_FAILED = r"(?s)terminate called after throwing .*what\(\):  write: "
+
+
+class OutputPipe(ToolTest):
+    def start_host(self, mode, *arguments, **how):
+        """Starts the tool with a pipe as output."""
+        return self.start(*arguments, program=("pipe_host.exe", mode, "tool.stdout", "--",
+                                               "--output-pipe", "{pipe}"), **how)
+
+    def run_host(self, *arguments, status=0, **how):
+        """An orderly run; the documents of the result are what came through the pipe."""
+        process = self.start_host("overlapped", *arguments, **how)
+        run = self.finish(process, status=status, arguments=arguments)
+        self.assertEqual(b"", process.content("tool.stdout"))
+        return run
+
+    def assert_aborts(self, process):
+        """The process fails at its first write, at once and without naming any source file."""
+        run = process.wait()
+        self.assertEqual(ABORTED, run.status)
+        self.assertLess(run.seconds, 30)
+        text = run.stderr.decode()
+        self.assertRegex(text, WRITE_FAILED)
+        self.assertNotRegex(text, r"\.[ch]pp|\.ipp|[\\/]build[\\/]")
+        return run
+
+
+class GoodPipe(OutputPipe):
+    def test_list(self):
+        run = self.run_host("--list-devices", "--detect-timeout", "1",
+                            scenario={"Devices": [device(), device("1")]})
+        self.assertEqual([["0000000000000001", ECID]], run.values("DeviceList"))
+
+    def test_device_info_with_other_letters(self):
+        run = self.run_host("--device-info", "--ecid", ECID,
+                            scenario={"Devices": [device(SerialNumber="ß 漢字 😀")]})
+        self.assertEqual("ß 漢字 😀", run.documents[0].value["SerialNumber"])
+
+    def test_tool_error(self):
+        run = self.run_host("--device-info", status=3)
+        self.assert_error(run.documents[0], 3, "Option --device-info requires --ecid")
+
+    def test_debug_lines_go_to_standard_error(self):
+        run = self.run_host("--exit-recovery", "--ecid", ECID, "--debug",
+                            scenario={"Devices": [device()]})
+        self.assertEqual([True], run.values("CommandSuccess"))
+        self.assertEqual("device_notifier_state: initializing", run.stderr_lines[0])
+        self.assertIn("operateOnRecoveryDevice: AMRecoveryModeDeviceReboot()", run.stderr_lines)
+
+    def test_help_goes_to_standard_error(self):
+        run = self.run_host("--help")
+        self.assertEqual(b"", run.stdout)
+        self.assertTrue(run.stderr.startswith(b"Program options:\n"))
+
+    def test_whole_restore(self):
+        scenario = {"Devices": [device()], "TimeScale": 0}
+        arguments = ("--restore", str(self.make_bundle()), "--ecid", ECID)
+        run = self.run_host(*arguments, scenario=scenario)
+        same = self.run_tool(*arguments, scenario=scenario)
+        self.assertGreater(len(run.documents), 15)
+        self.assertEqual(same.stdout, run.stdout)
+
+    def test_many_and_large_documents(self):
+        reports = [*(report(5, number, "x" * (number % 300)) for number in range(1000)),
+                   report(6, 1, "漢" * 100000), COMPLETE]
+        run = self.run_host("--restore", "x", "--ecid", ECID, scenario={
+            "Devices": [device(RestoreReports=reports)], "TimeScale": 0})
+        self.assertEqual([each["Status"]["Status"] for each in reports],
+                         [value["Status"] for value in run.values("RestoreStatus")])
+
+    def test_documents_come_as_the_restore_goes_on(self):
+        process = self.start_host("overlapped", "--restore", "x", "--ecid", ECID, scenario={
+            "Devices": [device(RestoreReports=[report(5, 1), {**COMPLETE, "After": 5}])]})
+        self.assertEqual(1, process.next_document().value["Progress"])
+        self.assertTrue(process.running())
+        self.finish(process, status=0)
+
+    def test_parse_error_goes_to_standard_output(self):
+        process = self.start_host("overlapped", "--frobnicate")
+        run = self.finish(process, status=3)
+        self.assertEqual(b"", run.stdout)
+        (document,) = split_documents(process.content("tool.stdout"))
+        self.assert_error(document, 3, "unrecognised option '--frobnicate'")
+
+
+class BrokenPipe(OutputPipe):
+    COMMAND = ("--list-devices", "--detect-timeout", "0")
+
+    def test_nobody_reads(self):
+        for _ in range(3):
+            process = self.start_host("closed", *self.COMMAND, scenario={})
+            run = self.assert_aborts(process)
+            self.assertEqual(b"", run.stdout)
+            self.assertEqual(b"", process.content("tool.stdout"))
+
+    def test_reader_leaves_within_a_document(self):
+        for _ in range(3):
+            run = self.assert_aborts(self.start_host(
+                "closed-later", "--list-devices", "--detect-timeout", "1",
+                scenario={"Devices": [device(number) for number in range(1, 200)]}))
+            self.assertTrue(run.stdout.startswith(b"<?xml"))
+            self.assertNotIn(b"</plist>", run.stdout)
+
+    def test_reader_leaves_within_a_restore(self):
+        self.assert_aborts(self.start_host(
+            "closed-later", "--restore", "x", "--ecid", ECID,
+            scenario={"Devices": [device(RestoreReports=[report(5, 1, Repeat=100000)])],
+                      "TimeScale": 0}))
+
+    def test_handle_without_overlapped_writing(self):
+        process = self.start_host("synchronous", *self.COMMAND, scenario={})
+        run = self.assert_aborts(process)
+        self.assertEqual(b"", run.stdout)
+        self.assertEqual(b"", process.content("tool.stdout"))
+
+    def test_help_needs_no_pipe(self):
+        for mode in ("closed", "synchronous"):
+            run = self.finish(self.start_host(mode, "--help"), status=0, arguments=("--help",))
+            self.assertTrue(run.stderr.startswith(b"Program options:\n"))
+
+
+class NoPipe(OutputPipe):
+    """Numbers that are no handle are noticed at the first write."""
+
+    def test_first_document(self):
+        for number in ("99999", "0", "-1", "2147483647", "-2147483648", "7"):
+            with self.subTest(number):
+                run = self.assert_aborts(self.start("--output-pipe", number, "--list-devices",
+                                                    "--detect-timeout", "0", scenario={}))
+                self.assertEqual(b"", run.stdout)
+
+    def test_first_tool_error(self):
+        run = self.assert_aborts(self.start("--output-pipe", "99999", scenario={}))
+        self.assertEqual(b"", run.stdout)
+
+    def test_help(self):
+        for number in ("99999", "0", "-1"):
+            run = self.run_tool("--help", "--output-pipe", number, status=0, scenario={})
+            self.assertTrue(run.stderr.startswith(b"Program options:\n"))
+
+    def test_run_without_documents(self):
+        run = self.run_tool("--debug-dump", "--output-pipe", "99999", status=0, scenario={})
+        self.assertEqual(b"", run.stdout)
+
+
+if __name__ == "__main__":
+    unittest.main()

@@ -1,0 +1,185 @@
+"""How the reports of a restore become documents."""
+
+import datetime
+import plistlib
+import unittest
+
+from harness import COMPLETE, ToolTest, report
+from restore_operations import OPERATIONS
+
+
+class Reports(ToolTest):
+    def relayed(self, *reports, arguments=()):
+        """The documents' values for these reports, without that of the completion."""
+        run = self.restore([*reports, COMPLETE], *arguments)
+        self.assertEqual({"RestoreStatus"}, {each.type for each in run.documents})
+        values = run.values("RestoreStatus")
+        self.assertEqual(COMPLETE["Status"], values[-1])
+        return values[:-1]
+
+    def relayed_more(self, **more):
+        """What becomes of further entries of a report."""
+        given = report(5, 1)
+        given["Status"].update(more)
+        (value,) = self.relayed(given)
+        expected = {"Status": "Restoring", "Operation": 5, "Progress": 1,
+                    "QN_OperationName": "Sending ramdisk to device"}
+        self.assertEqual(expected, {key: value.get(key) for key in expected})
+        return {key: value[key] for key in value.keys() - expected.keys()}
+
+
+class OperationNames(Reports):
+    def test_each_operation(self):
+        codes = [*range(1, 216), 2**31 - 1, -1, -(2**31)]
+        values = self.relayed(*(report(code, 1) for code in codes))
+        self.assertEqual({code: OPERATIONS.get(code, "Unknown") for code in codes},
+                         {value["Operation"]: value["QN_OperationName"] for value in values})
+        self.assertEqual(86, len(OPERATIONS))
+
+    def test_none_for_operation_0(self):
+        values = self.relayed(report(0, 0), report(0, 99))
+        self.assertEqual([{"Status": "Restoring", "Operation": 0, "Progress": progress}
+                          for progress in (0, 99)], values)
+
+    def test_a_name_that_is_there_already(self):
+        named = report(5, 1)
+        named["Status"]["QN_OperationName"] = "?"
+        without_operation = report(0, 1)
+        without_operation["Status"]["QN_OperationName"] = "?"
+        self.assertEqual(["Sending ramdisk to device", "?"],
+                         [each["QN_OperationName"]
+                          for each in self.relayed(named, without_operation)])
+
+
+class Values(Reports):
+    def test_progress_of_64_bits(self):
+        progress = [2**63 - 1, -(2**63), 2**31, -1, 0]
+        self.assertEqual(progress, [each["Progress"] for each in self.relayed(
+            *(report(5, number) for number in progress))])
+
+    def test_texts(self):
+        for text in ("", "Größe 漢字 😀", "<&>\"'", "two\nlines", "\ttab"):
+            with self.subTest(text):
+                (value,) = self.relayed(report(5, 1, text))
+                self.assertEqual(text, value["Status"])
+
+    def test_all_that_a_property_list_holds(self):
+        more = {
+            "Array": [1, ["two", [3.5]], {}, []],
+            "Dictionary": {"Inner": {"Deeper": [True, False]}, "Ünï": "漢字"},
+            "Data": bytes(range(256)),
+            "Date": datetime.datetime(2023, 4, 5, 6, 7, 8),
+            "Real": 0.25,
+            "Number": 2**63 - 1,
+            "Boolean": True,
+        }
+        self.assertEqual(more, self.relayed_more(**more))
+
+    def test_real_numbers_that_are_whole(self):
+        # Converting to an integer loses nothing.
+        (value,) = self.relayed(report(5.0, 1.0))
+        self.assertEqual((5, 1), (value["Operation"], value["Progress"]))
+
+    def test_completion_in_real_numbers(self):
+        run = self.restore([report(0.0, 100.0)])
+        self.assertEqual(1, len(run.values("RestoreStatus")))
+
+    def test_error_becomes_its_dictionary(self):
+        error = {"Domain": "AMRestoreErrorDomain", "Code": 2**40, "Description": "Größe",
+                 "FailureReason": "<reason>"}
+        more = self.relayed_more(Error={"$type": "error", **error},
+                                 Errors=[{"$type": "error", **error, "Code": -1}],
+                                 Deep={"Inner": {"$type": "error", **error}})
+        self.assertEqual({"Error": error, "Errors": [{**error, "Code": -1}],
+                          "Deep": {"Inner": error}}, more)
+
+    def test_error_without_texts(self):
+        error = self.relayed_more(Error={"$type": "error", "Domain": "D", "Code": 5})["Error"]
+        self.assertEqual({"Domain", "Code", "Description"}, set(error))
+        self.assertEqual(("D", 5), (error["Domain"], error["Code"]))
+        self.assertIn("(D error 5.)", error["Description"])
+
+    def test_sets_and_null_are_dropped(self):
+        nothing = {"$type": "set", "Values": [1, 2]}
+        null = {"$type": "null"}
+        self.assertEqual(
+            {"Array": [1, 2], "Dictionary": {"Kept": 3}},
+            self.relayed_more(Set=nothing, Null=null, Array=[1, nothing, null, 2],
+                              Dictionary={"Set": nothing, "Null": null, "Kept": 3}))
+
+    def test_pairs_without_a_string_key_are_dropped(self):
+        odd = {"$type": "dictionary", "Entries": [
+            {"Key": 1, "Value": "number"},
+            {"Key": "text", "Value": "kept"},
+            {"Key": b"data", "Value": "data"},
+            {"Key": ["array"], "Value": "array"},
+            {"Key": {"$type": "null"}, "Value": "null"},
+        ]}
+        self.assertEqual({"Odd": {"text": "kept"}}, self.relayed_more(Odd=odd))
+
+    def test_whole_report_with_odd_keys(self):
+        entries = [{"Key": key, "Value": value} for key, value in (
+            ("Status", "Odd"), (7, "dropped"), ("Operation", 5), ("Progress", 1))]
+        (value,) = self.relayed({"Status": {"$type": "dictionary", "Entries": entries}})
+        self.assertEqual({"Status": "Odd", "Operation": 5, "Progress": 1,
+                          "QN_OperationName": "Sending ramdisk to device"}, value)
+
+
+class Ignored(Reports):
+    def assert_ignored(self, status, line="restoreCallback: Ignoring invalid statusDict"):
+        run = self.restore([{"Status": status}, COMPLETE], "--debug")
+        self.assertEqual([COMPLETE["Status"]], run.values("RestoreStatus"))
+        self.assertEqual(1, run.stderr_lines.count(line), run.stderr_lines)
+
+    def test_missing_entries(self):
+        for key in COMPLETE["Status"]:
+            with self.subTest(key):
+                status = dict(COMPLETE["Status"])
+                del status[key]
+                self.assert_ignored(status)
+        self.assert_ignored({})
+
+    def test_entries_that_do_not_convert(self):
+        for key, values in {
+            "Status": (1, True, ["x"], {"x": "y"}, b"x"),
+            "Operation": ("0", True, False, 2**31, -(2**31) - 1, 2**32, 0.5, [0], b"0",
+                          {"$type": "null"}, {"$type": "set", "Values": [0]}),
+            "Progress": ("100", True, 99.5, 1e30, {"$type": "null"}),
+        }.items():
+            for value in values:
+                with self.subTest(key, value=value):
+                    self.assert_ignored({**COMPLETE["Status"], key: value})
+
+    def test_null(self):
+        self.assert_ignored({"$type": "null"}, "restoreCallback: Invalid argument")
+
+    def test_an_incomplete_report_does_not_end_the_wait(self):
+        # Operation 2^32 would be 0, the completion, when cut to 32 bits.
+        run = self.restore([report(2**32, 100), report(5, 1)], "--restore-timeout", "1")
+        self.assertEqual([5], [each["Operation"] for each in run.values("RestoreStatus")])
+        self.assertEqual(7, run.documents[-1].value["Code"])
+
+
+class ManyReports(Reports):
+    def test_documents_stay_whole_and_in_order(self):
+        values = self.relayed(*(report(5, number, "x" * (number % 50)) for number in range(2000)),
+                              report(13, 7, Repeat=500))
+        self.assertEqual([*range(2000)] + [7] * 500, [each["Progress"] for each in values])
+
+    def test_large_report(self):
+        data = bytes(range(256)) * 4000
+        self.assertEqual({"Data": data}, self.relayed_more(Data=data))
+
+    def test_scenario_in_binary_form(self):
+        path = self.new_folder() / "scenario.plist"
+        path.write_bytes(plistlib.dumps(
+            {"Devices": [{"ECID": 1, "RestoreReports": [report(5, 1, "漢字"), COMPLETE]}]},
+            fmt=plistlib.FMT_BINARY))
+        run = self.run_tool("--restore", "x", "--ecid", "0000000000000001", scenario=path,
+                            status=0)
+        self.assertEqual(["漢字", "Successful"],
+                         [each["Status"] for each in run.values("RestoreStatus")])
+
+
+if __name__ == "__main__":
+    unittest.main()
