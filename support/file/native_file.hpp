@@ -1,0 +1,29 @@
+#pragma once
+
+#include "support/file/fd_type.hpp"
+#include "support/filesystem.hpp"
+
+#include <boost/system/error_code.hpp>
+
+#include <cstdint>
+
+namespace QN::file {
+
+enum class open_mode { read, append, clobber, create_new };
+
+// The system's calls on files. They report in the system category.
+namespace detail {
+
+// Opens a file; the caller owns the handle, which is_valid refuses after a failure.
+native_handle open(filesystem::path const & path, open_mode mode, boost::system::error_code & ec);
+
+bool is_valid(native_handle handle) noexcept;
+
+// The position of a file's end, in bytes.
+std::uint64_t end_of_file(native_handle handle, boost::system::error_code & ec) noexcept;
+
+void close(native_handle handle) noexcept;
+
+} // namespace detail
+
+} // namespace QN::file

@@ -1,0 +1,32 @@
+#pragma once
+
+#include "support/file/base.hpp"
+
+#include <cstdint>
+#include <vector>
+
+namespace QN::file {
+
+// A file opened for reading.
+class readable_file : public base {
+public:
+    readable_file() = default; // unopened
+    explicit readable_file(filesystem::path const & file);
+    readable_file(filesystem::path const & file, boost::system::error_code & ec);
+
+    // In bytes; all bits are set after a failure.
+    std::uint64_t get_total_size();
+    std::uint64_t get_total_size(boost::system::error_code & ec);
+
+    // The bytes from the handle's position, which is the start of a file just opened, for the size
+    // of the whole file. A file of more than max bytes is not read at all: errc::too_large.
+    std::vector<std::uint8_t> read_whole_file(std::uint32_t max);
+    std::vector<std::uint8_t> read_whole_file(std::uint32_t max, boost::system::error_code & ec);
+    std::vector<std::uint8_t> read_whole_file_impl(std::uint32_t max, ec_wrapper ec);
+
+private:
+    std::uint64_t get_total_size_impl(ec_wrapper ec);
+    bool allocate(std::vector<std::uint8_t> & bytes, std::uint64_t size, ec_wrapper ec) const;
+};
+
+} // namespace QN::file

@@ -1,0 +1,26 @@
+#pragma once
+
+#include <string>
+
+namespace QN::win {
+
+// The system's text for a Win32 error number, in UTF-8 and without the white space at its end.
+// Empty where the system has none.
+std::string get_error_string(unsigned long code);
+
+// The same for this thread's last error.
+std::string get_last_error_string();
+
+namespace detail {
+
+// A text, or else the error number of the look-up that found none.
+struct looked_up_text {
+    std::string text;
+    unsigned long error = 0;
+};
+
+looked_up_text look_up_error_string(unsigned long code);
+
+} // namespace detail
+
+} // namespace QN::win

@@ -1,0 +1,45 @@
+#include "support/win/win32_module.hpp"
+
+#include "support/win/win32_error.hpp"
+
+#include <fmt/format.h>
+
+#include <utility>
+
+namespace QN::win {
+
+win32_module::win32_module(std::string library)
+    : name(std::move(library))
+    , module(LoadLibraryA(name.c_str())) {
+    if (module == nullptr) {
+        auto const error = GetLastError();
+        throw win32_error(fmt::format("LoadLibrary(\"{}\")", name), error);
+    }
+}
+
+win32_module::win32_module(win32_module && other) noexcept {
+    *this = std::move(other);
+}
+
+win32_module & win32_module::operator=(win32_module && other) noexcept {
+    std::swap(module, other.module);
+    std::swap(name, other.name);
+    return *this;
+}
+
+win32_module::~win32_module() {
+    if (module != nullptr) {
+        FreeLibrary(module);
+    }
+}
+
+void * win32_module::internal_get_proc_address(char const * proc) const {
+    auto const address = GetProcAddress(module, proc);
+    if (address == nullptr) {
+        auto const error = GetLastError();
+        throw win32_error(fmt::format("GetProcAddress(\"{}\", \"{}\")", name, proc), error);
+    }
+    return reinterpret_cast<void *>(address);
+}
+
+} // namespace QN::win

@@ -1,0 +1,30 @@
+#pragma once
+
+#include <windows.h>
+
+#include <string>
+
+namespace QN::win {
+
+// Owns a loaded library.
+class win32_module {
+public:
+    win32_module() = default;
+
+    // Loads the library of this name; throws win32_error where that fails.
+    explicit win32_module(std::string name);
+
+    win32_module(win32_module && other) noexcept;
+    win32_module & operator=(win32_module && other) noexcept;
+    ~win32_module();
+
+    // The address of a function or variable that the library exports; throws win32_error where it
+    // exports none of this name.
+    void * internal_get_proc_address(char const * proc) const;
+
+private:
+    std::string name;
+    HMODULE module = nullptr;
+};
+
+} // namespace QN::win
