@@ -8,6 +8,9 @@
 
 #include <algorithm>
 #include <array>
+#include <source_location>
+#include <string_view>
+#include <vector>
 
 namespace qnrescue {
 
@@ -19,18 +22,29 @@ constexpr auto source_unit = "QNRescue/MobileDeviceDebug";
 constexpr std::array error_fall_backs{"Unrecognized error", "Unrecognized server error"};
 constexpr std::array operation_fall_backs{"Unrecognized operation"};
 
-bool starts_with(CFStringRef text, char const * beginning) {
-    return CFStringFind(text, __CFStringMakeConstantString(beginning), 0).location == 0;
+// The message of a dump's assertion has two blanks before the function.
+void assert_output(std::shared_ptr<output_str_state> const & output, std::string_view function,
+                   std::source_location const & caller = std::source_location::current()) {
+    assert_that(output != nullptr, source_unit, fmt::format("  {}", function), "output", caller);
 }
 
 } // namespace
 
+text_dump const error_dump{"==== AMRLocalizedCopyStringForAMRError ====",
+                           AMRLocalizedCopyStringForAMRError, 10000, error_fall_backs};
+text_dump const operation_dump{"==== AMRLocalizedCopyStringForAMROperation ====",
+                               AMRLocalizedCopyStringForAMROperation, 1000, operation_fall_backs};
+
 void print_dump(output_str_state & output, text_dump const & dump) {
+    std::vector<CFStringRef> fall_backs;
+    for (auto const text : dump.fall_backs) {
+        fall_backs.push_back(__CFStringMakeConstantString(text));
+    }
     output.print_debug(dump.header);
     for (int code = 0; code < dump.code_count; ++code) {
         auto const text = adopt(dump.copy_text(code));
-        if (!text || std::ranges::any_of(dump.fall_backs, [&](char const * fall_back) {
-                return starts_with(text.get(), fall_back);
+        if (!text || std::ranges::any_of(fall_backs, [&](CFStringRef fall_back) {
+                return CFStringFind(text.get(), fall_back, 0).location == 0;
             })) {
             continue;
         }
@@ -41,19 +55,13 @@ void print_dump(output_str_state & output, text_dump const & dump) {
 }
 
 void print_imp_AMRLocalizedCopyStringForAMRError(std::shared_ptr<output_str_state> output) {
-    if (!output) {
-        fail_assertion(source_unit, "  print_imp_AMRLocalizedCopyStringForAMRError", "output");
-    }
-    print_dump(*output, {"==== AMRLocalizedCopyStringForAMRError ====",
-                         AMRLocalizedCopyStringForAMRError, 10000, error_fall_backs});
+    assert_output(output, "print_imp_AMRLocalizedCopyStringForAMRError");
+    print_dump(*output, error_dump);
 }
 
 void print_imp_AMRLocalizedCopyStringForAMROperation(std::shared_ptr<output_str_state> output) {
-    if (!output) {
-        fail_assertion(source_unit, "  print_imp_AMRLocalizedCopyStringForAMROperation", "output");
-    }
-    print_dump(*output, {"==== AMRLocalizedCopyStringForAMROperation ====",
-                         AMRLocalizedCopyStringForAMROperation, 1000, operation_fall_backs});
+    assert_output(output, "print_imp_AMRLocalizedCopyStringForAMROperation");
+    print_dump(*output, operation_dump);
 }
 
 } // namespace qnrescue

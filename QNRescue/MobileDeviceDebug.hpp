@@ -28,6 +28,9 @@ struct text_dump {
     std::span<char const * const> fall_backs; // a code whose text starts with one is left out
 };
 
+extern text_dump const error_dump;
+extern text_dump const operation_dump;
+
 void print_dump(output_str_state & output, text_dump const & dump);
 
 } // namespace qnrescue

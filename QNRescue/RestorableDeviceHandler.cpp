@@ -22,12 +22,6 @@ namespace {
 
 constexpr auto source_unit = "QNRescue/RestorableDeviceHandler";
 
-template <typename... Arguments>
-[[noreturn]] void throw_error(Error code, fmt::format_string<Arguments...> format,
-                              Arguments &&... arguments) {
-    throw CreateDomainError(code, fmt::format(format, std::forward<Arguments>(arguments)...));
-}
-
 std::int64_t whole_seconds(std::chrono::nanoseconds duration) {
     return std::chrono::duration_cast<std::chrono::seconds>(duration).count();
 }
@@ -86,9 +80,7 @@ device_notifier_state::device_notifier_state(std::shared_ptr<output_str_state> o
                                              std::optional<QN::filesystem::path> amrLogFile,
                                              std::optional<QN::filesystem::path> scratch)
     : outputter(std::move(output)) {
-    if (!outputter) {
-        fail_assertion(source_unit, "device_notifier_state", "this->outputter");
-    }
+    assert_that(outputter != nullptr, source_unit, "device_notifier_state", "this->outputter");
     debug("{}: initializing", "device_notifier_state");
     scratchLocation = scratch && !scratch->empty()
                           ? *std::move(scratch)
@@ -123,9 +115,7 @@ void device_notifier_state::enableFileLogging(QN::filesystem::path const & path)
 device_notifier_state::~device_notifier_state() noexcept(false) {
     live_contexts::instance().remove(this);
     constexpr auto function = "~device_notifier_state";
-    if (scratchLocation.empty()) {
-        fail_assertion(source_unit, function, "!scratchLocation.empty()");
-    }
+    assert_that(!scratchLocation.empty(), source_unit, function, "!scratchLocation.empty()");
     boost::system::error_code error;
     QN::filesystem::remove_all(scratchLocation, error);
     if (error) {
@@ -138,9 +128,7 @@ device_notifier_state::~device_notifier_state() noexcept(false) {
 void device_notifier_state::deviceNotificationCallback(AMRestorableDeviceRef device,
                                                        AMRestorableDeviceNotificationType type,
                                                        void * context) {
-    if (context == nullptr) {
-        fail_assertion(source_unit, "deviceNotificationCallback", "context");
-    }
+    assert_that(context != nullptr, source_unit, "deviceNotificationCallback", "context");
     if (live_contexts::visit const visit(context); visit) {
         static_cast<device_notifier_state *>(context)->handleNotification(device, type);
     }
@@ -297,9 +285,7 @@ void device_notifier_state::commandRecoveryDevice(AMRestorableDeviceRef device) 
 
 void device_notifier_state::operateOnRecoveryDevice(AMRecoveryModeDeviceRef recoveryDevice) {
     constexpr auto function = "operateOnRecoveryDevice";
-    if (recoveryDevice == nullptr) {
-        fail_assertion(source_unit, function, "recoveryDevice != nullptr");
-    }
+    assert_that(recoveryDevice != nullptr, source_unit, function, "recoveryDevice != nullptr");
     if (operation == command_kind::exit_recovery) {
         setAutoBoot(recoveryDevice, true);
         debug("{}: AMRecoveryModeDeviceReboot()", function);
@@ -363,9 +349,7 @@ void device_notifier_state::operateRestore(AMRestorableDeviceRef device) {
 
 void device_notifier_state::restoreCallback(AMRestorableDeviceRef /*device*/,
                                             CFDictionaryRef statusDict, void * context) {
-    if (context == nullptr) {
-        fail_assertion(source_unit, "restoreCallback", "context");
-    }
+    assert_that(context != nullptr, source_unit, "restoreCallback", "context");
     if (live_contexts::visit const visit(context); visit) {
         static_cast<device_notifier_state *>(context)->handleReport(statusDict);
     }

@@ -2,8 +2,11 @@
 
 #include "QNRescue/cf_ownership.hpp"
 
+#include <fmt/format.h>
+
 #include <optional>
 #include <string>
+#include <utility>
 
 namespace qnrescue {
 
@@ -26,6 +29,13 @@ CFStringRef ErrorDescription(Error code);
 
 // An error in the tool's domain; the reason is UTF-8.
 error_owner CreateDomainError(Error code, std::string const & reason);
+
+// Throws CreateDomainError(code, the formatted reason).
+template <typename... Arguments>
+[[noreturn]] void throw_error(Error code, fmt::format_string<Arguments...> reason,
+                              Arguments &&... arguments) {
+    throw CreateDomainError(code, fmt::format(reason, std::forward<Arguments>(arguments)...));
+}
 
 // The output form of any error: its "Domain", "Code", "Description" and "FailureReason", as far as
 // it has them. Null for a null error or where the dictionary cannot be created.

@@ -1,5 +1,7 @@
 #include "QNRescue/output_state.hpp"
 
+#include "QNRescue/start_options.hpp"
+
 #include <boost/asio/buffer.hpp>
 #include <boost/asio/write.hpp>
 

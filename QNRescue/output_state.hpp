@@ -1,7 +1,6 @@
 #pragma once
 
 #include "QNRescue/cf_ownership.hpp"
-#include "QNRescue/start_options.hpp"
 
 #include <boost/asio/any_io_executor.hpp>
 #ifdef _WIN32
@@ -18,6 +17,8 @@
 #include <vector>
 
 namespace qnrescue {
+
+struct start_options;
 
 #ifdef _WIN32
 using pipe_handle = boost::asio::windows::basic_stream_handle<boost::asio::any_io_executor>;

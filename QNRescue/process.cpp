@@ -10,14 +10,21 @@
 #include <unistd.h>
 #endif
 
+#include <iostream>
+
 namespace qnrescue {
 
+void prepare_standard_streams() {
 #ifdef _WIN32
-
-void use_binary_standard_streams() {
     _setmode(_fileno(stdout), _O_BINARY);
     _setmode(_fileno(stderr), _O_BINARY);
+#endif
+    std::ios::sync_with_stdio(false);
+    std::cerr << std::nounitbuf;
+    std::cerr.tie(nullptr);
 }
+
+#ifdef _WIN32
 
 void wait_for_process_end() {
     for (;;) {
@@ -26,8 +33,6 @@ void wait_for_process_end() {
 }
 
 #else
-
-void use_binary_standard_streams() {}
 
 void wait_for_process_end() {
     for (;;) {

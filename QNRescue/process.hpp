@@ -2,8 +2,9 @@
 
 namespace qnrescue {
 
-// Makes standard output and standard error carry bytes as they are, line feeds included.
-void use_binary_standard_streams();
+// Makes standard output and standard error carry bytes as they are, line feeds included, and write
+// them when they are flushed, not before.
+void prepare_standard_streams();
 
 // Blocks the calling thread until the process ends.
 [[noreturn]] void wait_for_process_end();

@@ -4,12 +4,17 @@
 #include "QNRescue/RestorableDeviceHandler.hpp"
 #include "QNRescue/error_domain.hpp"
 #include "QNRescue/exception_errors.hpp"
-
-#include <fmt/format.h>
+#include "QNRescue/restore_options_file.hpp"
 
 #include <array>
+#include <chrono>
+#include <memory>
+#include <optional>
 #include <sstream>
 #include <stdexcept>
+#include <string>
+#include <string_view>
+#include <utility>
 
 namespace qnrescue {
 
@@ -17,22 +22,11 @@ namespace {
 
 using options_table = boost::program_options::options_description;
 
-template <typename... Arguments>
-[[noreturn]] void throw_bad_command(fmt::format_string<Arguments...> format,
-                                    Arguments &&... arguments) {
-    throw CreateDomainError(Error::bad_command,
-                            fmt::format(format, std::forward<Arguments>(arguments)...));
-}
-
-std::chrono::nanoseconds nanoseconds_of(std::uint32_t seconds) {
-    return std::chrono::nanoseconds(std::chrono::seconds(seconds));
-}
-
 QN::ecid parse_ecid(std::string const & text) {
     try {
         return QN::ecid(text);
     } catch (std::invalid_argument const &) {
-        throw CreateDomainError(Error::invalid_argument, "Invalid ecid");
+        throw_error(Error::invalid_argument, "Invalid ecid");
     }
 }
 
@@ -43,24 +37,24 @@ void nothing_to_prepare(device_notifier_state &, start_options const &) {}
 void prepare_restore(device_notifier_state & notifier, start_options const & options) {
     auto const bundle = QN::path_from_utf8(*options.restore);
     if (bundle.empty()) {
-        throw_bad_command("Missing restore IPSW path");
+        throw_error(Error::bad_command, "Missing restore IPSW path");
     }
     notifier.CreateDefaultRestoreOptions(bundle, options.erase);
 }
 
-void prepare_restore_plist(device_notifier_state &, start_options const &) {
-    throw_bad_command("Option --{} is not available yet", "restore-plist");
+void prepare_restore_plist(device_notifier_state & notifier, start_options const & options) {
+    notifier.restoreOptions = read_restore_options(QN::path_from_utf8(*options.restore_plist));
 }
+
+using options_ref = start_options const &;
 
 struct command {
     std::string_view name;
-    bool (*requested)(start_options const &);
+    bool (*requested)(options_ref options);
     bool takes_ecid; // required if so, refused if not
     command_kind kind;
-    void (*prepare)(device_notifier_state &, start_options const &);
+    void (*prepare)(device_notifier_state & notifier, options_ref options);
 };
-
-using options_ref = start_options const &;
 
 // The first command that is requested is carried out.
 constexpr std::array<command, 6> commands{{
@@ -84,18 +78,18 @@ command const & requested_command(start_options const & options) {
             return candidate;
         }
     }
-    throw_bad_command("Invalid command option");
+    throw_error(Error::bad_command, "Invalid command option");
 }
 
 void require_restore(std::string_view option, start_options const & options) {
     if (!options.restore) {
-        throw_bad_command("Option --{} only compatible with --{}", option, "restore");
+        throw_error(Error::bad_command, "Option --{} only compatible with --{}", option, "restore");
     }
 }
 
 void configure(device_notifier_state & notifier, start_options const & options) {
     if (options.detect_timeout) {
-        notifier.detectTimeout = nanoseconds_of(*options.detect_timeout);
+        notifier.detectTimeout = std::chrono::seconds(*options.detect_timeout);
     }
     if (options.ecid) {
         notifier.ecid = parse_ecid(*options.ecid);
@@ -105,15 +99,16 @@ void configure(device_notifier_state & notifier, start_options const & options) 
     }
     if (options.restore_timeout) {
         require_restore("restore-timeout", options);
-        notifier.restoreTimeout = nanoseconds_of(*options.restore_timeout);
+        notifier.restoreTimeout = std::chrono::seconds(*options.restore_timeout);
     }
 
     auto const & command = requested_command(options);
     if (command.takes_ecid && !notifier.ecid) {
-        throw_bad_command("Option --{} requires --{}", command.name, "ecid");
+        throw_error(Error::bad_command, "Option --{} requires --{}", command.name, "ecid");
     }
     if (!command.takes_ecid && notifier.ecid) {
-        throw_bad_command("Option --{} not compatible with --{}", command.name, "ecid");
+        throw_error(Error::bad_command, "Option --{} not compatible with --{}", command.name,
+                    "ecid");
     }
     notifier.operation = command.kind;
     notifier.operationName = command.name;

@@ -2,11 +2,16 @@
 
 #include "QNRescue/error_domain.hpp"
 #include "QNRescue/exception_errors.hpp"
+#include "support/file/writable_file.hpp"
 
 #include <boost/program_options/parsers.hpp>
 #include <boost/program_options/value_semantic.hpp>
 #include <boost/program_options/variables_map.hpp>
 
+#include <fmt/format.h>
+
+#include <cstddef>
+#include <span>
 #include <stdexcept>
 #include <utility>
 
@@ -64,6 +69,17 @@ po::options_description option_table(start_options & options) {
     return table;
 }
 
+// Makes the log file begin with the command that started the run. A file that exists already is
+// left as it is.
+void echo_command_line(std::string const & log_file, std::span<char const * const> arguments) {
+    try {
+        auto file = QN::file::writable_file::create_new(QN::path_from_utf8(log_file));
+        file.write(fmt::format("{}\n", fmt::join(arguments, " ")));
+    } catch (std::exception const &) {
+        // The run goes on without the line.
+    }
+}
+
 } // namespace
 
 std::tuple<start_options, po::options_description, error_owner>
@@ -79,6 +95,9 @@ parse_arguments(int argc, char const ** argv) {
         error = CreateDomainError(Error::bad_command, exception.what());
     } catch (std::exception const &) {
         error = domain_error_of_current_exception();
+    }
+    if (options.amr_logfile && argc > 0 && argv[0] != nullptr) {
+        echo_command_line(*options.amr_logfile, std::span(argv, static_cast<std::size_t>(argc)));
     }
     return {std::move(options), std::move(table), std::move(error)};
 }

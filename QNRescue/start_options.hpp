@@ -32,9 +32,10 @@ struct start_options {
     std::optional<std::int32_t> output_pipe; // the number of a handle that is open in this process
 };
 
-// The options as far as parsing got, the table that --help prints, and a tool error where the
-// command line could not be parsed; the caller looks at the error first. Throws nothing for a bad
-// command line and prints nothing.
+// The options as far as parsing got, the table for --help (good for printing only), and a tool
+// error where the command line could not be parsed; the caller looks at the error first. Throws
+// nothing for a bad command line and prints nothing. With --amr-logfile, writes the command line as
+// the first line of that file, if it makes it.
 std::tuple<start_options, boost::program_options::options_description, error_owner>
 parse_arguments(int argc, char const ** argv);
 
