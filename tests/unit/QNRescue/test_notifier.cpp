@@ -1,0 +1,508 @@
+#include "tests/unit/QNRescue/simulated_devices.hpp"
+#include "tests/unit/QNRescue/test_run.hpp"
+#include "tests/unit/QNRescue/test_scenario.hpp"
+
+#include "QNRescue/live_contexts.hpp"
+
+#include <boost/filesystem/operations.hpp>
+
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <future>
+#include <optional>
+#include <regex>
+#include <thread>
+
+#ifdef _WIN32
+#include <windows.h>
+#endif
+
+namespace {
+
+using namespace qnrescue;
+using namespace std::chrono_literals;
+using namespace tests;
+using strings = std::vector<std::string>;
+
+template <typename Action>
+void expect_assertion(std::string const & function, std::string const & text, Action && action) {
+    try {
+        action();
+        FAIL() << text;
+    } catch (std::invalid_argument const & exception) {
+        EXPECT_TRUE(std::regex_match(exception.what(),
+                                     std::regex("QNRescue/RestorableDeviceHandler:[1-9][0-9]*:" +
+                                                function + " Assertion " + text + " failed\\.")))
+            << exception.what();
+    }
+}
+
+// --- Construction
+
+TEST(Notifier, NeedsAnOutput) {
+    expect_assertion("device_notifier_state", "this->outputter",
+                     [] { device_notifier_state(nullptr, std::nullopt, std::nullopt); });
+}
+
+TEST(Notifier, StartsWithItsDefaults) {
+    test_run run;
+    auto const & notifier = run.notifier;
+    EXPECT_EQ(notifier.outputter, run.output.state());
+    EXPECT_FALSE(notifier.restoreOptions);
+    EXPECT_TRUE(notifier.devices.empty());
+    EXPECT_EQ(notifier.devices.max_load_factor(), 1.0F);
+    EXPECT_FALSE(notifier.inTeardown);
+    EXPECT_EQ(notifier.operation, command_kind::list_devices);
+    EXPECT_EQ(notifier.operationName, "");
+    EXPECT_EQ(std::chrono::nanoseconds(notifier.detectTimeout).count(), 3'000'000'000);
+    EXPECT_FALSE(notifier.ecid);
+    EXPECT_EQ(std::chrono::nanoseconds(notifier.restoreTimeout).count(), 7'200'000'000'000);
+    EXPECT_EQ(run.output.debug_lines(), strings{"device_notifier_state: initializing"});
+}
+
+TEST(Notifier, WarmsTheLibraryUp) {
+    call_trace const trace;
+    test_run const run;
+    EXPECT_EQ(trace.calls("AM"),
+              (strings{"AMDeviceNotificationSubscribe minimumInterfaceSpeed=0 connectionType=1 "
+                       "context=null -> 0",
+                       "AMDeviceNotificationUnsubscribe -> 0"}));
+}
+
+TEST(Notifier, MakesAScratchPathOfItsOwn) {
+    output_capture output;
+    device_notifier_state const first(output.state(), std::nullopt, std::nullopt);
+    device_notifier_state const second(output.state(), std::nullopt, QN::filesystem::path());
+    for (auto const * notifier : {&first, &second}) {
+        auto const & path = notifier->scratchLocation;
+        EXPECT_EQ(path.parent_path(), QN::filesystem::temp_directory_path());
+        EXPECT_TRUE(
+            std::regex_match(path.filename().string(), std::regex("qnrescue\\.[0-9a-f]{6}")))
+            << path;
+        EXPECT_FALSE(QN::filesystem::exists(path));
+    }
+    EXPECT_NE(first.scratchLocation, second.scratchLocation);
+}
+
+TEST(Notifier, UsesAnExplicitScratchPath) {
+    test_run const run;
+    EXPECT_EQ(run.notifier.scratchLocation, run.folder.path() / "scratch");
+    EXPECT_FALSE(QN::filesystem::exists(run.notifier.scratchLocation));
+}
+
+TEST(Notifier, EnablesFileLogging) {
+    temporary_folder const folder;
+    auto const log = folder.path() / QN::path_from_utf8("log \xc3\xa9\xe6\x97\xa5.txt");
+    auto const text = QN::path_to_utf8(log);
+    call_trace const trace;
+    output_capture output;
+    device_notifier_state const notifier(output.state(), log, std::nullopt);
+    EXPECT_EQ(output.debug_lines(),
+              (strings{"device_notifier_state: initializing",
+                       "device_notifier_state: AMRestoreEnableFileLogging(" + text + ")"}));
+    auto const calls = trace.calls("AM");
+    ASSERT_EQ(calls.size(), 3U);
+    EXPECT_TRUE(calls[2].starts_with("AMRestoreEnableFileLogging ")) << calls[2];
+    EXPECT_TRUE(calls[2].ends_with(" -> 0")) << calls[2];
+    EXPECT_TRUE(QN::filesystem::exists(log));
+}
+
+TEST(Notifier, GoesOnWithoutALogThatCannotBeOpened) {
+    temporary_folder const folder;
+    output_capture output;
+    device_notifier_state const notifier(output.state(), folder.path() / "no folder" / "log",
+                                         std::nullopt);
+    auto const lines = output.debug_lines();
+    ASSERT_EQ(lines.size(), 3U);
+    // 12 is what the simulator answers, and this is its text.
+    EXPECT_TRUE(
+        lines[2].starts_with("device_notifier_state: AMRestoreEnableFileLogging failed (12: "))
+        << lines[2];
+    EXPECT_NE(lines[2].find("Unable to open file"), std::string::npos) << lines[2];
+    EXPECT_EQ(lines[2].back(), ')');
+}
+
+// --- Destruction
+
+TEST(Notifier, RemovesItsScratchDirectory) {
+    temporary_folder const folder;
+    output_capture output;
+    auto const scratch = folder.path() / "scratch";
+    {
+        device_notifier_state const notifier(output.state(), std::nullopt, scratch);
+        QN::filesystem::create_directories(scratch / "PRB" / "1");
+        write_file(scratch / "PRB" / "1" / "file", "bytes");
+    }
+    EXPECT_FALSE(QN::filesystem::exists(scratch));
+    EXPECT_TRUE(QN::filesystem::exists(folder.path()));
+    EXPECT_EQ(output.debug_lines().size(), 1U);
+}
+
+TEST(Notifier, AScratchDirectoryThatNeverWasIsNoFailure) {
+    output_capture output;
+    device_notifier_state(output.state(), std::nullopt, std::nullopt);
+    EXPECT_EQ(output.debug_lines(), strings{"device_notifier_state: initializing"});
+}
+
+// A path that cannot be removed as long as the object lives.
+class stubborn_path {
+public:
+#ifdef _WIN32
+    stubborn_path() {
+        QN::filesystem::create_directories(path());
+        held = CreateFileW((path() / "held").c_str(), GENERIC_WRITE, 0, nullptr, CREATE_NEW, 0,
+                           nullptr);
+    }
+    ~stubborn_path() {
+        CloseHandle(held);
+    }
+    QN::filesystem::path path() const {
+        return folder.path() / "scratch";
+    }
+
+private:
+    temporary_folder folder;
+    HANDLE held;
+#else
+    QN::filesystem::path path() const {
+        return folder.path() / std::string(1000, 'x');
+    }
+
+private:
+    temporary_folder folder;
+#endif
+};
+
+TEST(Notifier, ReportsAScratchDirectoryThatStays) {
+    stubborn_path const stubborn;
+    output_capture output;
+    device_notifier_state(output.state(), std::nullopt, stubborn.path());
+    auto const lines = output.debug_lines();
+    ASSERT_EQ(lines.size(), 2U);
+#ifndef _WIN32
+    auto const reason = boost::system::error_code(ENAMETOOLONG, boost::system::system_category());
+    EXPECT_EQ(lines[1], "~device_notifier_state: Failed to clean scratch location (" +
+                            reason.message() + ")");
+#endif
+    EXPECT_TRUE(std::regex_match(
+        lines[1],
+        std::regex("~device_notifier_state: Failed to clean scratch location \\([^)]+\\)")))
+        << lines[1];
+}
+
+TEST(Notifier, InsistsOnAScratchPathToTheEnd) {
+    output_capture output;
+    expect_assertion("~device_notifier_state", "!scratchLocation\\.empty\\(\\)", [&] {
+        device_notifier_state notifier(output.state(), std::nullopt, std::nullopt);
+        notifier.scratchLocation.clear();
+    });
+}
+
+TEST(Notifier, ReleasesWhatItHolds) {
+    auto const device = device_with(recovery_device);
+    auto const references = CFGetRetainCount(device);
+    auto const options = make_dictionary({{CFSTR("a"), CFSTR("b")}});
+    std::weak_ptr<output_str_state> output;
+    {
+        test_run run;
+        output = run.output.state();
+        run.notify(device);
+        run.notifier.restoreOptions = retain(options.get());
+        EXPECT_EQ(CFGetRetainCount(device), references + 1);
+        EXPECT_EQ(CFGetRetainCount(options.get()), 2);
+    }
+    EXPECT_EQ(CFGetRetainCount(device), references);
+    EXPECT_EQ(CFGetRetainCount(options.get()), 1);
+    EXPECT_TRUE(output.expired());
+}
+
+TEST(Notifier, BreaksAPromiseThatWasNotKept) {
+    std::future<void> complete;
+    {
+        test_run run;
+        complete = run.notifier.restoreComplete.get_future();
+    }
+    try {
+        complete.get();
+        FAIL();
+    } catch (std::future_error const & error) {
+        EXPECT_EQ(error.code(), std::future_errc::broken_promise);
+    }
+}
+
+// --- Notifications
+
+TEST(Notification, NeedsAContext) {
+    expect_assertion("deviceNotificationCallback", "context", [] {
+        device_notifier_state::deviceNotificationCallback(device_with(recovery_device),
+                                                          kAMRestorableDeviceConnected, nullptr);
+    });
+    expect_assertion("deviceNotificationCallback", "context", [] {
+        device_notifier_state::deviceNotificationCallback(nullptr, kAMRestorableDeviceConnected,
+                                                          nullptr);
+    });
+}
+
+// The lines of a run but its first, which the notifier says when it is made.
+strings lines_of_run(test_run & run) {
+    auto lines = run.output.debug_lines();
+    lines.erase(lines.begin());
+    return lines;
+}
+
+std::string line(std::string const & text) {
+    return "deviceNotificationCallback: " + text;
+}
+
+std::string adding(std::string const & ecid, AMRestorableDeviceRef device) {
+    return line(fmt::format("Adding '{}' ({})", ecid, fmt::ptr(device)));
+}
+
+TEST(Notification, OfADeviceThatConnects) {
+    auto const device = device_with(recovery_device);
+    auto const references = CFGetRetainCount(device);
+    test_run run;
+    run.notify(device);
+    ASSERT_EQ(run.notifier.devices.size(), 1U);
+    EXPECT_EQ(run.notifier.devices.at(QN::ecid(recovery_device)).get(), device);
+    EXPECT_EQ(CFGetRetainCount(device), references + 1);
+    EXPECT_EQ(lines_of_run(run), strings{adding("00000000000000A1", device)});
+}
+
+TEST(Notification, OfDevicesInEveryStateButBooted) {
+    test_run run;
+    for (auto const ecid : {dfu_device, restore_os_device, in_strange_state, recovery_device}) {
+        run.notify(device_with(ecid));
+        EXPECT_TRUE(run.notifier.devices.contains(QN::ecid(ecid)));
+    }
+    EXPECT_EQ(run.notifier.devices.size(), 4U);
+}
+
+TEST(Notification, OfADeviceThatDisconnects) {
+    auto const device = device_with(recovery_device);
+    auto const references = CFGetRetainCount(device);
+    test_run run;
+    run.notify(device);
+    run.notify(device, kAMRestorableDeviceDisconnected);
+    EXPECT_TRUE(run.notifier.devices.empty());
+    EXPECT_EQ(CFGetRetainCount(device), references);
+    EXPECT_EQ(lines_of_run(run),
+              (strings{adding("00000000000000A1", device), line("Removing '00000000000000A1'")}));
+}
+
+TEST(Notification, OfAnUnknownDeviceThatDisconnects) {
+    test_run run;
+    run.notify(device_with(dfu_device));
+    run.notify(device_with(recovery_device), kAMRestorableDeviceDisconnected);
+    EXPECT_EQ(run.notifier.devices.size(), 1U);
+    EXPECT_EQ(lines_of_run(run),
+              (strings{adding("00000000000000A2", device_with(dfu_device)),
+                       line("Disconnected AMRestorableDevice, but '00000000000000A1' not present"),
+                       line("Removing '00000000000000A1'")}));
+}
+
+TEST(Notification, OfASecondDeviceWithTheSameEcidReplacesTheFirst) {
+    auto const & devices = devices_with(twice_there);
+    ASSERT_EQ(devices.size(), 2U);
+    auto const first = devices[0];
+    auto const second = devices[1];
+    ASSERT_NE(first, second);
+    auto const first_references = CFGetRetainCount(first);
+    auto const second_references = CFGetRetainCount(second);
+    test_run run;
+    run.notify(first);
+    run.notify(second);
+    ASSERT_EQ(run.notifier.devices.size(), 1U);
+    EXPECT_EQ(run.notifier.devices.at(QN::ecid(twice_there)).get(), second);
+    EXPECT_EQ(CFGetRetainCount(first), first_references);
+    EXPECT_EQ(CFGetRetainCount(second), second_references + 1);
+    EXPECT_EQ(lines_of_run(run),
+              (strings{adding("00000000000000C1", first),
+                       line("Connected AMRestorableDevice, but '00000000000000C1' already present"),
+                       adding("00000000000000C1", second)}));
+}
+
+TEST(Notification, OfTheSameDeviceAgainHoldsItOnce) {
+    auto const device = device_with(recovery_device);
+    auto const references = CFGetRetainCount(device);
+    test_run run;
+    run.notify(device);
+    run.notify(device);
+    run.notify(device);
+    EXPECT_EQ(CFGetRetainCount(device), references + 1);
+}
+
+TEST(Notification, OfNoDevice) {
+    test_run run;
+    run.notify(nullptr);
+    run.notify(nullptr, kAMRestorableDeviceDisconnected);
+    EXPECT_EQ(lines_of_run(run), strings(2, line("called with null device")));
+}
+
+TEST(Notification, OfABootedDevice) {
+    test_run run;
+    run.notify(device_with(booted_device));
+    EXPECT_TRUE(run.notifier.devices.empty());
+    // Nor does it leave, however it came in.
+    run.notifier.devices.emplace(QN::ecid(booted_device), retain(device_with(booted_device)));
+    run.notify(device_with(booted_device), kAMRestorableDeviceDisconnected);
+    EXPECT_EQ(run.notifier.devices.size(), 1U);
+    run.notify(device_with(booted_device), static_cast<AMRestorableDeviceNotificationType>(9));
+    EXPECT_EQ(lines_of_run(run), strings(3, line("Ignoring booted device")));
+}
+
+TEST(Notification, OfADeviceWithoutEcid) {
+    auto const device = device_with(device_without_ecid);
+    test_run run;
+    run.notify(device);
+    run.notify(device, kAMRestorableDeviceDisconnected);
+    run.notify(device, static_cast<AMRestorableDeviceNotificationType>(2));
+    EXPECT_TRUE(run.notifier.devices.empty());
+    auto const ignoring = [&](std::string_view type) {
+        return line(fmt::format("Ignoring AMRestorableDevice with invalid ECID ({} type {})",
+                                fmt::ptr(device), type));
+    };
+    EXPECT_EQ(lines_of_run(run), (strings{ignoring("connected"), ignoring("disconnected"),
+                                          ignoring("<invalid notification type 2>")}));
+}
+
+TEST(Notification, OfAnUnknownType) {
+    auto const device = device_with(recovery_device);
+    auto const references = CFGetRetainCount(device);
+    test_run run;
+    run.notify(device, static_cast<AMRestorableDeviceNotificationType>(2));
+    EXPECT_TRUE(run.notifier.devices.empty());
+    run.notify(device);
+    run.notify(device, static_cast<AMRestorableDeviceNotificationType>(-1));
+    EXPECT_EQ(run.notifier.devices.size(), 1U);
+    EXPECT_EQ(CFGetRetainCount(device), references + 1);
+    EXPECT_EQ(
+        lines_of_run(run),
+        (strings{line("called with invalid notification type <invalid notification type 2>"),
+                 adding("00000000000000A1", device),
+                 line("called with invalid notification type <invalid notification type -1>")}));
+}
+
+TEST(Notification, IsIgnoredInTeardown) {
+    auto const device = device_with(recovery_device);
+    auto const references = CFGetRetainCount(device);
+    test_run run;
+    run.notify(device);
+    run.notifier.inTeardown = true;
+    run.notify(device, kAMRestorableDeviceDisconnected);
+    run.notify(device_with(dfu_device));
+    // This comes before the device is looked at.
+    run.notify(device_with(booted_device));
+    EXPECT_EQ(run.notifier.devices.size(), 1U);
+    EXPECT_EQ(CFGetRetainCount(device), references + 1);
+    auto const lines = lines_of_run(run);
+    EXPECT_EQ(strings(lines.begin() + 1, lines.end()),
+              strings(3, line("Ignoring notification, inTeardown")));
+}
+
+TEST(Notification, AsksTheDeviceForItsStateAndEcidAlone) {
+    test_run run;
+    device_with(recovery_device);
+    call_trace const trace;
+    run.notify(device_with(recovery_device));
+    EXPECT_EQ(trace.calls(""), (strings{"AMRestorableDeviceGetState device=00000000000000A1 -> 2",
+                                        "AMRestorableDeviceGetECID device=00000000000000A1 -> "
+                                        "00000000000000A1"}));
+}
+
+TEST(Notification, WakesWhoWaits) {
+    for (int const type : {0, 1, 2}) {
+        test_run run;
+        std::promise<void> waiting;
+        auto woken = std::async(std::launch::async, [&] {
+            std::unique_lock lock(run.notifier.mutex);
+            waiting.set_value(); // no notification is handled until the lock is given up
+            return run.notifier.condition.wait_for(lock, 30s);
+        });
+        waiting.get_future().get();
+        run.notify(device_with(recovery_device),
+                   static_cast<AMRestorableDeviceNotificationType>(type));
+        EXPECT_EQ(woken.get(), std::cv_status::no_timeout) << type;
+    }
+}
+
+// --- Waiting for a device
+
+TEST(WaitForDevice, AnswersAPresentDeviceAtOnce) {
+    auto const device = device_with(recovery_device);
+    test_run run;
+    run.notify(device);
+    run.notifier.detectTimeout = 1h;
+    auto const references = CFGetRetainCount(device);
+    auto found = run.notifier.waitForDevice(QN::ecid(recovery_device));
+    EXPECT_EQ(found.get(), device);
+    EXPECT_EQ(CFGetRetainCount(device), references); // it shares the table's reference
+    run.notify(device, kAMRestorableDeviceDisconnected);
+    EXPECT_EQ(CFGetRetainCount(device), references);
+    found.reset();
+    EXPECT_EQ(CFGetRetainCount(device), references - 1);
+    auto const lines = lines_of_run(run);
+    ASSERT_EQ(lines.size(), 3U);
+    EXPECT_EQ(lines[1], "waitForDevice: Looking for device '00000000000000A1'");
+}
+
+TEST(WaitForDevice, GivesUpAfterTheTimeout) {
+    test_run run;
+    run.notify(device_with(dfu_device));
+    run.notifier.detectTimeout = 100ms;
+    auto const before = std::chrono::steady_clock::now();
+    EXPECT_FALSE(run.notifier.waitForDevice(QN::ecid(recovery_device)));
+    EXPECT_GE(std::chrono::steady_clock::now() - before, 100ms);
+    auto const lines = lines_of_run(run);
+    EXPECT_EQ(strings(lines.begin() + 1, lines.end()),
+              (strings{"waitForDevice: Looking for device '00000000000000A1'",
+                       "waitForDevice: Waiting for device '00000000000000A1'"}));
+}
+
+TEST(WaitForDevice, DoesNotWaitWithoutATime) {
+    for (std::chrono::nanoseconds const timeout : {0ns, std::chrono::nanoseconds(-1h)}) {
+        test_run run;
+        run.notifier.detectTimeout = timeout;
+        EXPECT_FALSE(run.notifier.waitForDevice(QN::ecid(recovery_device)));
+    }
+}
+
+TEST(WaitForDevice, IsWokenByTheDevice) {
+    test_run run;
+    run.notifier.detectTimeout = 1h;
+    auto found = std::async(std::launch::async,
+                            [&] { return run.notifier.waitForDevice(QN::ecid(recovery_device)); });
+    ASSERT_TRUE(run.output.streams.err.wait_for("Waiting for device"));
+    run.notify(device_with(dfu_device));
+    run.notify(device_with(dfu_device), kAMRestorableDeviceDisconnected);
+    EXPECT_EQ(found.wait_for(20ms), std::future_status::timeout);
+    run.notify(device_with(recovery_device));
+    ASSERT_EQ(found.wait_for(30s), std::future_status::ready);
+    EXPECT_EQ(found.get().get(), device_with(recovery_device));
+}
+
+TEST(WaitForDevice, ReallyWaitsForVeryLongTimeouts) {
+    // The values at which 32 bits of milliseconds, signed or not, overflow.
+    for (std::int64_t const seconds : {2147484LL, 4294968LL, 4294967295LL}) {
+        test_run run;
+        run.notifier.detectTimeout = std::chrono::seconds(seconds);
+        auto found = std::async(std::launch::async, [&] {
+            return run.notifier.waitForDevice(QN::ecid(recovery_device));
+        });
+        ASSERT_TRUE(run.output.streams.err.wait_for("Waiting for device"));
+        EXPECT_EQ(found.wait_for(200ms), std::future_status::timeout) << seconds;
+        run.notify(device_with(recovery_device));
+        EXPECT_TRUE(found.get()) << seconds;
+    }
+}
+
+TEST(WaitForDevice, PrintsAnEcidOfZeroAsQuestionMarks) {
+    test_run run;
+    run.notifier.detectTimeout = 0ns;
+    EXPECT_FALSE(run.notifier.waitForDevice(QN::ecid(0)));
+    EXPECT_EQ(lines_of_run(run).at(0),
+              "waitForDevice: Looking for device '" + std::string(16, '?') + "'");
+}
+
+} // namespace

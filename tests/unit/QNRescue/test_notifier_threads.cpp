@@ -1,0 +1,196 @@
+// What the callbacks of the library's threads must withstand.
+#include "tests/unit/QNRescue/simulated_devices.hpp"
+#include "tests/unit/QNRescue/test_run.hpp"
+#include "tests/unit/QNRescue/test_scenario.hpp"
+
+#include "QNRescue/live_contexts.hpp"
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <chrono>
+#include <future>
+#include <optional>
+#include <thread>
+
+namespace {
+
+using namespace qnrescue;
+using namespace std::chrono_literals;
+using namespace tests;
+
+cf_owner<CFDictionaryRef> completion_report() {
+    return plist_dictionary("<dict><key>Status</key><string>Successful</string>"
+                            "<key>Operation</key><integer>0</integer>"
+                            "<key>Progress</key><integer>100</integer></dict>");
+}
+
+TEST(NotifierThreads, NotificationsFromManyThreadsReachManyWaiters) {
+    constexpr std::uint64_t ecids[] = {recovery_device, dfu_device, restore_os_device,
+                                       stays_in_recovery};
+    constexpr int rounds = 300;
+    std::vector<CFIndex> references;
+    for (auto const ecid : ecids) {
+        references.push_back(CFGetRetainCount(device_with(ecid)));
+    }
+    {
+        test_run run;
+        run.notifier.detectTimeout = 1min;
+        std::vector<std::thread> library;
+        std::vector<std::future<bool>> waiters;
+        for (auto const ecid : ecids) {
+            for (int i = 0; i < 2; ++i) {
+                waiters.push_back(std::async(std::launch::async, [&run, ecid] {
+                    return run.notifier.waitForDevice(QN::ecid(ecid)).get() == device_with(ecid);
+                }));
+            }
+            library.emplace_back([&run, ecid] {
+                for (int i = 0; i < rounds; ++i) {
+                    run.notify(device_with(ecid));
+                    run.notify(device_with(ecid), kAMRestorableDeviceDisconnected);
+                }
+                run.notify(device_with(ecid));
+            });
+        }
+        for (auto & thread : library) {
+            thread.join();
+        }
+        for (auto & waiter : waiters) {
+            EXPECT_TRUE(waiter.get());
+        }
+        EXPECT_EQ(run.notifier.devices.size(), std::size(ecids));
+        EXPECT_GE(run.output.debug_lines().size(), std::size(ecids) * (2 * rounds + 1));
+    }
+    for (std::size_t i = 0; i < std::size(ecids); ++i) {
+        EXPECT_EQ(CFGetRetainCount(device_with(ecids[i])), references[i]);
+    }
+}
+
+TEST(NotifierThreads, ReportsFromManyThreadsCompleteOnce) {
+    constexpr int thread_count = 4;
+    constexpr int reports_of_each = 50;
+    test_run run;
+    auto const report = completion_report();
+    auto complete = run.notifier.restoreComplete.get_future();
+    std::vector<std::thread> library;
+    for (int i = 0; i < thread_count; ++i) {
+        library.emplace_back([&] {
+            for (int j = 0; j < reports_of_each; ++j) {
+                run.report(report.get());
+            }
+        });
+    }
+    EXPECT_EQ(complete.wait_for(30s), std::future_status::ready);
+    for (auto & thread : library) {
+        thread.join();
+    }
+    EXPECT_EQ(run.output.documents().size(), std::size_t{thread_count * reports_of_each});
+    EXPECT_EQ(CFGetRetainCount(report.get()), 1);
+}
+
+TEST(NotifierThreads, CallbacksAfterTheEndDoNothing) {
+    auto const device = device_with(recovery_device);
+    auto const references = CFGetRetainCount(device);
+    auto const report = completion_report();
+    output_capture output;
+    auto notifier =
+        std::make_unique<device_notifier_state>(output.state(), std::nullopt, std::nullopt);
+    void * const context = notifier.get();
+    notifier.reset();
+    for (auto const type : {kAMRestorableDeviceConnected, kAMRestorableDeviceDisconnected}) {
+        device_notifier_state::deviceNotificationCallback(device, type, context);
+        device_notifier_state::deviceNotificationCallback(nullptr, type, context);
+    }
+    device_notifier_state::restoreCallback(device, report.get(), context);
+    device_notifier_state::restoreCallback(nullptr, nullptr, context);
+    EXPECT_EQ(output.debug_lines(),
+              std::vector<std::string>{"device_notifier_state: initializing"});
+    EXPECT_EQ(output.out(), "");
+    EXPECT_EQ(CFGetRetainCount(device), references);
+}
+
+TEST(NotifierThreads, TheEndWaitsForACallbackUnderWay) {
+    output_capture output;
+    auto notifier =
+        std::make_unique<device_notifier_state>(output.state(), std::nullopt, std::nullopt);
+    auto callback = std::make_optional<live_contexts::visit>(notifier.get());
+    auto ending = std::async(std::launch::async, [&] { notifier.reset(); });
+    EXPECT_EQ(ending.wait_for(100ms), std::future_status::timeout);
+    callback.reset();
+    EXPECT_EQ(ending.wait_for(30s), std::future_status::ready);
+}
+
+TEST(NotifierThreads, TheEndWaitsForACallbackThatWaitsForTheTable) {
+    output_capture output;
+    auto notifier =
+        std::make_unique<device_notifier_state>(output.state(), std::nullopt, std::nullopt);
+    auto * const context = notifier.get();
+    std::unique_lock table(context->mutex);
+    std::thread library([context] {
+        device_notifier_state::deviceNotificationCallback(device_with(recovery_device),
+                                                          kAMRestorableDeviceConnected, context);
+    });
+    std::this_thread::sleep_for(50ms); // lets the callback begin; if it has not, it does nothing
+    auto ending = std::async(std::launch::async, [&] { notifier.reset(); });
+    std::this_thread::sleep_for(50ms);
+    if (ending.wait_for(0s) == std::future_status::timeout) {
+        table.unlock();
+    } else {
+        table.release(); // the notifier has gone before the callback began, its mutex with it
+    }
+    library.join();
+    EXPECT_EQ(ending.wait_for(30s), std::future_status::ready);
+}
+
+// Under the address and thread sanitizers a callback that touches what is gone shows.
+TEST(NotifierThreads, ManyNotifiersEndUnderFire) {
+    auto const device = device_with(recovery_device);
+    auto const references = CFGetRetainCount(device);
+    auto const report = completion_report();
+    output_capture output;
+    std::atomic<void *> context = nullptr;
+    std::atomic<bool> ended = false;
+    std::vector<std::thread> library;
+    for (int i = 0; i < 3; ++i) {
+        library.emplace_back([&, i] {
+            while (!ended) {
+                if (void * const target = context) {
+                    if (i == 0) {
+                        device_notifier_state::restoreCallback(device, report.get(), target);
+                    } else {
+                        device_notifier_state::deviceNotificationCallback(
+                            device,
+                            i == 1 ? kAMRestorableDeviceConnected : kAMRestorableDeviceDisconnected,
+                            target);
+                    }
+                }
+            }
+        });
+    }
+    for (int i = 0; i < 200; ++i) {
+        auto notifier =
+            std::make_unique<device_notifier_state>(output.state(), std::nullopt, std::nullopt);
+        notifier->detectTimeout = 0s;
+        context = notifier.get();
+        notifier->waitForDevice(QN::ecid(recovery_device));
+        std::this_thread::yield();
+        notifier.reset();
+    }
+    ended = true;
+    for (auto & thread : library) {
+        thread.join();
+    }
+    EXPECT_EQ(CFGetRetainCount(device), references);
+}
+
+TEST(NotifierThreads, TheLibraryMayReportAfterATimeout) {
+    for (int i = 0; i < 5; ++i) {
+        test_run run;
+        run.notifier.CreateDefaultRestoreOptions("x.ipsw", false);
+        run.notifier.restoreTimeout = 0s;
+        run.notifier.operateRestore(device_with(restores_slowly));
+    }
+    std::this_thread::sleep_for(500ms); // the reports come now
+}
+
+} // namespace

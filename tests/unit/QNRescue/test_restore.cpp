@@ -1,0 +1,533 @@
+#include "tests/unit/QNRescue/simulated_devices.hpp"
+#include "tests/unit/QNRescue/test_run.hpp"
+#include "tests/unit/QNRescue/test_scenario.hpp"
+
+#include <boost/filesystem/operations.hpp>
+
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <cstdlib>
+#include <future>
+#include <regex>
+#include <set>
+#include <thread>
+
+namespace {
+
+using namespace qnrescue;
+using namespace std::chrono_literals;
+using namespace tests;
+using strings = std::vector<std::string>;
+
+// --- Restore options
+
+std::string text_at(CFDictionaryRef dictionary, CFStringRef key) {
+    auto const value = CFDictionaryGetValue(dictionary, key);
+    return is_a(value, CFStringGetTypeID()) ? MakeString(static_cast<CFStringRef>(value)) : "none";
+}
+
+QN::filesystem::path personalization_path(device_notifier_state const & notifier) {
+    return QN::path_from_utf8(
+        text_at(notifier.restoreOptions.get(), CFSTR("PersonalizedRestoreBundlePath")));
+}
+
+unsigned long personalization_number(device_notifier_state const & notifier) {
+    return std::stoul(personalization_path(notifier).filename().string());
+}
+
+void expect_options(device_notifier_state const & notifier, std::string const & behavior,
+                    std::string const & image_type, std::string const & bundle) {
+    auto const defaults = adopt(AMRestoreCreateDefaultOptions(kCFAllocatorDefault));
+    auto const set = [&](CFStringRef key, std::string const & text) {
+        CFDictionarySetValue(defaults.get(), key, make_string(text).get());
+    };
+    set(CFSTR("AuthInstallRestoreBehavior"), behavior);
+    set(CFSTR("BootImageType"), image_type);
+    set(CFSTR("RestoreBundlePath"), bundle);
+    set(CFSTR("PersonalizedRestoreBundlePath"), QN::path_to_utf8(personalization_path(notifier)));
+    EXPECT_TRUE(equal(notifier.restoreOptions.get(), defaults.get()))
+        << MakeDescription(notifier.restoreOptions.get());
+}
+
+TEST(RestoreOptions, ForAnUpdate) {
+    test_run run;
+    run.notifier.CreateDefaultRestoreOptions(QN::path_from_utf8("some.ipsw"), false);
+    expect_options(run.notifier, "Update", "Update", "some.ipsw");
+}
+
+TEST(RestoreOptions, ForAnErase) {
+    test_run run;
+    run.notifier.CreateDefaultRestoreOptions(QN::path_from_utf8("some.ipsw"), true);
+    expect_options(run.notifier, "Erase", "UserOrInternal", "some.ipsw");
+}
+
+TEST(RestoreOptions, NameTheBundleAsItWasGiven) {
+    test_run run;
+    for (std::string const path : {"caf\xc3\xa9/\xe6\x97\xa5\xe6\x9c\xac \xf0\x9f\x93\xb1.ipsw",
+                                   "relative/../x", "C:\\a/b"}) {
+        run.notifier.CreateDefaultRestoreOptions(QN::path_from_utf8(path), false);
+        EXPECT_EQ(text_at(run.notifier.restoreOptions.get(), CFSTR("RestoreBundlePath")), path);
+    }
+}
+
+TEST(RestoreOptions, PersonalizeInTheScratchDirectory) {
+    test_run run;
+    run.notifier.CreateDefaultRestoreOptions("x.ipsw", false);
+    auto const first = personalization_path(run.notifier);
+    EXPECT_EQ(first.parent_path(), run.notifier.scratchLocation / "PRB");
+    EXPECT_TRUE(std::regex_match(first.filename().string(), std::regex("[1-9][0-9]*"))) << first;
+    EXPECT_FALSE(QN::filesystem::exists(run.notifier.scratchLocation));
+}
+
+TEST(RestoreOptions, AreNumberedThroughoutTheProcess) {
+    test_run first;
+    first.notifier.CreateDefaultRestoreOptions("x.ipsw", false);
+    auto const number = personalization_number(first.notifier);
+    first.notifier.CreateDefaultRestoreOptions("x.ipsw", true);
+    EXPECT_EQ(personalization_number(first.notifier), number + 1);
+    device_notifier_state second(first.output.state(), std::nullopt, std::nullopt);
+    second.CreateDefaultRestoreOptions("x.ipsw", false);
+    EXPECT_EQ(personalization_number(second), number + 2);
+}
+
+TEST(RestoreOptions, AreNumberedApartByManyThreads) {
+    output_capture output;
+    std::mutex mutex;
+    std::multiset<unsigned long> numbers;
+    std::vector<std::thread> threads;
+    for (int i = 0; i < 4; ++i) {
+        threads.emplace_back([&] {
+            device_notifier_state notifier(output.state(), std::nullopt, std::nullopt);
+            for (int j = 0; j < 50; ++j) {
+                notifier.CreateDefaultRestoreOptions("x.ipsw", false);
+                std::lock_guard const lock(mutex);
+                numbers.insert(personalization_number(notifier));
+            }
+        });
+    }
+    for (auto & thread : threads) {
+        thread.join();
+    }
+    EXPECT_EQ(numbers.size(), 200U);
+    EXPECT_EQ(*numbers.rbegin() - *numbers.begin(), 199U);
+    EXPECT_EQ(std::set<unsigned long>(numbers.begin(), numbers.end()).size(), 200U);
+}
+
+TEST(RestoreOptions, ReplaceEarlierOnes) {
+    auto const earlier = make_dictionary({{CFSTR("a"), CFSTR("b")}});
+    test_run run;
+    run.notifier.restoreOptions = retain(earlier.get());
+    run.notifier.CreateDefaultRestoreOptions("x.ipsw", false);
+    EXPECT_EQ(CFGetRetainCount(earlier.get()), 1);
+    EXPECT_EQ(CFGetRetainCount(run.notifier.restoreOptions.get()), 1);
+}
+
+// --- Progress reports
+
+cf_owner<CFDictionaryRef> status(std::string const & entries) {
+    return plist_dictionary("<dict>" + entries + "</dict>");
+}
+
+cf_owner<CFDictionaryRef> status(int operation, int progress) {
+    return status(fmt::format("<key>Status</key><string>Restoring</string>"
+                              "<key>Operation</key><integer>{}</integer>"
+                              "<key>Progress</key><integer>{}</integer>",
+                              operation, progress));
+}
+
+// The debug lines of a run but the one that the notifier says when it is made.
+strings lines_of_run(test_run & run) {
+    auto lines = run.output.debug_lines();
+    lines.erase(lines.begin());
+    return lines;
+}
+
+bool is_complete(std::future<void> const & future) {
+    return future.wait_for(0s) == std::future_status::ready;
+}
+
+TEST(RestoreReport, NeedsAContext) {
+    for (CFDictionaryRef const dictionary : {CFDictionaryRef{nullptr}, status(2, 0).get()}) {
+        try {
+            device_notifier_state::restoreCallback(nullptr, dictionary, nullptr);
+            FAIL();
+        } catch (std::invalid_argument const & exception) {
+            EXPECT_TRUE(std::regex_match(exception.what(),
+                                         std::regex("QNRescue/RestorableDeviceHandler:[1-9][0-9]*:"
+                                                    "restoreCallback Assertion context failed\\.")))
+                << exception.what();
+        }
+    }
+}
+
+TEST(RestoreReport, OfNothing) {
+    test_run run;
+    run.report(nullptr);
+    EXPECT_EQ(lines_of_run(run), strings{"restoreCallback: Invalid argument"});
+    EXPECT_EQ(run.output.out(), "");
+}
+
+TEST(RestoreReport, IsRelayedWithTheNameOfItsOperation) {
+    auto const report = status("<key>Status</key><string>Restoring</string>"
+                               "<key>Operation</key><integer>13</integer>"
+                               "<key>Progress</key><integer>42</integer>"
+                               "<key>Extra</key><array><true/></array>");
+    test_run run;
+    run.report(report.get());
+    auto const documents = run.output.documents();
+    ASSERT_EQ(documents.size(), 1U);
+    EXPECT_EQ(documents[0].type, "RestoreStatus");
+    EXPECT_TRUE(equal(documents[0].value.get(),
+                      status("<key>Status</key><string>Restoring</string>"
+                             "<key>Operation</key><integer>13</integer>"
+                             "<key>Progress</key><integer>42</integer>"
+                             "<key>Extra</key><array><true/></array>"
+                             "<key>QN_OperationName</key><string>Restoring image</string>")
+                          .get()));
+    EXPECT_EQ(lines_of_run(run), strings{"restoreCallback: status Restoring, operation Restoring "
+                                         "image, progress 42"});
+    // The report itself is borrowed, and stays as it was.
+    EXPECT_EQ(CFDictionaryGetCount(report.get()), 4);
+    EXPECT_EQ(CFGetRetainCount(report.get()), 1);
+}
+
+TEST(RestoreReport, OfAnUnknownOperation) {
+    test_run run;
+    run.report(status(150, -5).get());
+    EXPECT_EQ(lines_of_run(run),
+              strings{"restoreCallback: status Restoring, operation Unknown operation 150, "
+                      "progress -5"});
+    auto const documents = run.output.documents();
+    ASSERT_EQ(documents.size(), 1U);
+    EXPECT_EQ(
+        text_at(static_cast<CFDictionaryRef>(documents[0].value.get()), CFSTR("QN_OperationName")),
+        "Unknown");
+}
+
+TEST(RestoreReport, OfNoOperationGetsNoName) {
+    test_run run;
+    run.report(status(0, 99).get());
+    auto const documents = run.output.documents();
+    ASSERT_EQ(documents.size(), 1U);
+    EXPECT_TRUE(equal(documents[0].value.get(), status(0, 99).get()));
+    EXPECT_EQ(lines_of_run(run),
+              strings{"restoreCallback: status Restoring, operation Unknown operation 0, "
+                      "progress 99"});
+}
+
+TEST(RestoreReport, ReplacesANameThatIsThere) {
+    test_run run;
+    run.report(status("<key>Status</key><string>s</string><key>Operation</key><integer>2</integer>"
+                      "<key>Progress</key><integer>0</integer>"
+                      "<key>QN_OperationName</key><string>other</string>")
+                   .get());
+    auto const documents = run.output.documents();
+    ASSERT_EQ(documents.size(), 1U);
+    EXPECT_EQ(
+        text_at(static_cast<CFDictionaryRef>(documents[0].value.get()), CFSTR("QN_OperationName")),
+        "DFU download");
+}
+
+TEST(RestoreReport, LosesWhatXmlCannotHold) {
+    auto const error = make_error(CFSTR("d"), 7, CFSTR("text"));
+    auto const set = make_set({CFSTR("x")});
+    auto const operation = make_number(2);
+    auto const progress = make_number(5);
+    auto const report = make_dictionary({{CFSTR("Status"), CFSTR("Failed")},
+                                         {CFSTR("Operation"), operation.get()},
+                                         {CFSTR("Progress"), progress.get()},
+                                         {CFSTR("Error"), error.get()},
+                                         {CFSTR("Set"), set.get()},
+                                         {CFSTR("Null"), kCFNull},
+                                         {operation.get(), CFSTR("number key")}});
+    test_run run;
+    run.report(report.get());
+    auto const documents = run.output.documents();
+    ASSERT_EQ(documents.size(), 1U);
+    EXPECT_TRUE(equal(
+        documents[0].value.get(),
+        status("<key>Status</key><string>Failed</string><key>Operation</key><integer>2</integer>"
+               "<key>Progress</key><integer>5</integer><key>Error</key><dict><key>Domain</key>"
+               "<string>d</string><key>Code</key><integer>7</integer><key>Description</key>"
+               "<string>text</string></dict>"
+               "<key>QN_OperationName</key><string>DFU download</string>")
+            .get()));
+}
+
+TEST(RestoreReport, WithoutOneOfTheThreeIsIgnored) {
+    constexpr char const * invalid[] = {
+        "",
+        "<key>Operation</key><integer>0</integer><key>Progress</key><integer>100</integer>",
+        "<key>Status</key><string>s</string><key>Progress</key><integer>100</integer>",
+        "<key>Status</key><string>s</string><key>Operation</key><integer>0</integer>",
+        // Of the wrong type
+        "<key>Status</key><integer>1</integer>"
+        "<key>Operation</key><integer>0</integer><key>Progress</key><integer>100</integer>",
+        "<key>Status</key><string>s</string>"
+        "<key>Operation</key><string>0</string><key>Progress</key><integer>100</integer>",
+        "<key>Status</key><string>s</string>"
+        "<key>Operation</key><false/><key>Progress</key><integer>100</integer>",
+        "<key>Status</key><string>s</string>"
+        "<key>Operation</key><integer>0</integer><key>Progress</key><true/>",
+        // Lossy: 2^32, and halves
+        "<key>Status</key><string>s</string>"
+        "<key>Operation</key><integer>4294967296</integer><key>Progress</key><integer>100</"
+        "integer>",
+        "<key>Status</key><string>s</string>"
+        "<key>Operation</key><real>0.5</real><key>Progress</key><integer>100</integer>",
+        "<key>Status</key><string>s</string>"
+        "<key>Operation</key><integer>0</integer><key>Progress</key><real>100.5</real>",
+    };
+    test_run run;
+    auto const complete = run.notifier.restoreComplete.get_future();
+    for (auto const * entries : invalid) {
+        run.report(status(entries).get());
+    }
+    EXPECT_FALSE(is_complete(complete));
+    EXPECT_EQ(lines_of_run(run),
+              strings(std::size(invalid), "restoreCallback: Ignoring invalid statusDict"));
+    EXPECT_EQ(run.output.out(), "");
+}
+
+TEST(RestoreReport, WithAStatusThatIsNoUtf8IsIgnored) {
+    auto const surrogate = make_lone_surrogate();
+    auto const operation = make_number(0);
+    auto const progress = make_number(100);
+    test_run run;
+    auto const complete = run.notifier.restoreComplete.get_future();
+    run.report(make_dictionary({{CFSTR("Status"), surrogate.get()},
+                                {CFSTR("Operation"), operation.get()},
+                                {CFSTR("Progress"), progress.get()}})
+                   .get());
+    EXPECT_FALSE(is_complete(complete));
+    EXPECT_EQ(lines_of_run(run), strings{"restoreCallback: Ignoring invalid statusDict"});
+}
+
+TEST(RestoreReport, MayHaveAnEmptyStatusAndWholeNumbersAsReals) {
+    test_run run;
+    auto const complete = run.notifier.restoreComplete.get_future();
+    run.report(status("<key>Status</key><string/><key>Operation</key><real>0</real>"
+                      "<key>Progress</key><real>100</real>")
+                   .get());
+    EXPECT_TRUE(is_complete(complete));
+    EXPECT_EQ(run.output.documents().size(), 1U);
+}
+
+TEST(RestoreReport, ProgressHas64Bits) {
+    test_run run;
+    auto const complete = run.notifier.restoreComplete.get_future();
+    run.report(status("<key>Status</key><string>s</string><key>Operation</key><integer>0</integer>"
+                      "<key>Progress</key><integer>4294967396</integer>") // 2^32 + 100
+                   .get());
+    EXPECT_FALSE(is_complete(complete));
+    EXPECT_EQ(lines_of_run(run),
+              strings{"restoreCallback: status s, operation Unknown operation 0, progress "
+                      "4294967396"});
+}
+
+TEST(RestoreReport, CompletesWithNoOperationAtHundred) {
+    for (auto const command : {command_kind::restore, command_kind::enter_restore_mode}) {
+        test_run run;
+        run.notifier.operation = command;
+        auto const complete = run.notifier.restoreComplete.get_future();
+        run.report(status(0, 99).get());
+        run.report(status(0, 101).get());
+        run.report(status(0, -100).get());
+        run.report(status(1, 100).get());
+        run.report(status(13, 100).get());
+        EXPECT_FALSE(is_complete(complete));
+        run.report(status(0, 100).get());
+        EXPECT_TRUE(is_complete(complete));
+        auto const lines = lines_of_run(run);
+        EXPECT_EQ(lines.back(), "restoreCallback: Notifying restore complete");
+        EXPECT_EQ(lines.size(), 7U);
+        EXPECT_EQ(run.output.documents().size(), 6U);
+    }
+}
+
+TEST(RestoreReport, StatusAndErrorsDoNotDecide) {
+    test_run run;
+    auto const complete = run.notifier.restoreComplete.get_future();
+    run.report(status("<key>Status</key><string>Successful</string>"
+                      "<key>Operation</key><integer>13</integer>"
+                      "<key>Progress</key><integer>100</integer>")
+                   .get());
+    EXPECT_FALSE(is_complete(complete));
+    run.report(status("<key>Status</key><string>Failed</string>"
+                      "<key>Operation</key><integer>0</integer>"
+                      "<key>Progress</key><integer>100</integer>")
+                   .get());
+    EXPECT_TRUE(is_complete(complete));
+}
+
+TEST(RestoreReport, OfBootingCompletesTheEntryIntoRestoreMode) {
+    for (int const progress : {0, 31, 100, -1}) {
+        test_run run;
+        run.notifier.operation = command_kind::enter_restore_mode;
+        auto const complete = run.notifier.restoreComplete.get_future();
+        run.report(status(8, 100).get());
+        run.report(status(204, 100).get()); // the same text, another operation
+        EXPECT_FALSE(is_complete(complete));
+        run.report(status(9, progress).get());
+        EXPECT_TRUE(is_complete(complete));
+        EXPECT_EQ(lines_of_run(run).back(),
+                  "restoreCallback: Notifying enter restore mode complete");
+        EXPECT_EQ(run.output.documents().size(), 3U);
+    }
+}
+
+TEST(RestoreReport, OfBootingIsOnlyRelayedOtherwise) {
+    test_run run;
+    run.notifier.operation = command_kind::restore;
+    auto const complete = run.notifier.restoreComplete.get_future();
+    run.report(status(9, 100).get());
+    EXPECT_FALSE(is_complete(complete));
+    EXPECT_EQ(run.output.documents().size(), 1U);
+    EXPECT_EQ(lines_of_run(run).size(), 1U);
+}
+
+TEST(RestoreReport, ASecondCompletionIsTolerated) {
+    test_run run;
+    auto const complete = run.notifier.restoreComplete.get_future();
+    run.report(status(0, 100).get());
+    EXPECT_NO_THROW(run.report(status(0, 100).get()));
+    EXPECT_NO_THROW(run.report(status(13, 5).get()));
+    EXPECT_TRUE(is_complete(complete));
+    EXPECT_EQ(run.output.documents().size(), 3U);
+    EXPECT_EQ(lines_of_run(run).size(), 5U);
+}
+
+TEST(RestoreReport, IsPrintedBeforeItCompletes) {
+    test_run run;
+    auto complete = run.notifier.restoreComplete.get_future();
+    std::thread reporting([&] { run.report(status(0, 100).get()); });
+    complete.get();
+    // All is queued by now: what is not will never be written.
+    run.output.finish();
+    EXPECT_EQ(run.output.documents().size(), 1U);
+    EXPECT_EQ(lines_of_run(run).size(), 2U);
+    reporting.join();
+}
+
+// --- The restore
+
+void expect_timeout_document(document const & printed, std::string const & seconds) {
+    EXPECT_EQ(printed.type, "InternalError");
+    EXPECT_TRUE(equal(
+        printed.value.get(),
+        plist("<dict><key>Domain</key><string>qnrescue</string><key>Code</key><integer>7</integer>"
+              "<key>Description</key><string>Restore did not complete before timeout "
+              "expired</string><key>FailureReason</key><string>Aborting, restore did not complete "
+              "in " +
+              seconds + " seconds</string></dict>")
+            .get()));
+}
+
+struct restore_run : test_run {
+    restore_run() {
+        notifier.operation = command_kind::restore;
+        notifier.CreateDefaultRestoreOptions("x.ipsw", false);
+    }
+};
+
+TEST(Restore, NeedsOptions) {
+    test_run run;
+    EXPECT_EQ(error_of([&] { run.notifier.operateRestore(device_with(restores)); }),
+              (tool_error{2, "restoreOptions not set"}));
+    EXPECT_EQ(run.output.out(), "");
+}
+
+TEST(Restore, RelaysReportsUntilItIsComplete) {
+    restore_run run;
+    auto const device = device_with(restores);
+    call_trace const trace;
+    run.notifier.operateRestore(device);
+    EXPECT_EQ(trace.calls("AM"),
+              strings{"AMRestorableDeviceRestore device=00000000000000D1 context=set -> void"});
+    auto const documents = run.output.documents();
+    ASSERT_EQ(documents.size(), 3U);
+    EXPECT_TRUE(equal(documents[2].value.get(),
+                      status("<key>Status</key><string>Successful</string><key>Operation</key>"
+                             "<integer>0</integer><key>Progress</key><integer>100</integer>")
+                          .get()));
+    EXPECT_EQ(lines_of_run(run),
+              (strings{"restoreCallback: status Restoring, operation DFU download, progress 0",
+                       "restoreCallback: status Restoring, operation Unknown operation 0, "
+                       "progress 99",
+                       "restoreCallback: status Successful, operation Unknown operation 0, "
+                       "progress 100",
+                       "restoreCallback: Notifying restore complete"}));
+}
+
+TEST(Restore, ThatDoesNotCompleteTimesOut) {
+    restore_run run;
+    run.notifier.restoreTimeout = 1100ms;
+    auto const before = std::chrono::steady_clock::now();
+    EXPECT_NO_THROW(run.notifier.operateRestore(device_with(recovery_device)));
+    EXPECT_GE(std::chrono::steady_clock::now() - before, 1100ms);
+    auto const documents = run.output.documents();
+    ASSERT_EQ(documents.size(), 1U);
+    expect_timeout_document(documents[0], "1");
+}
+
+TEST(Restore, WithoutATimeTimesOutAtOnce) {
+    for (std::chrono::nanoseconds const timeout : {0ns, 999'999'999ns - 1s}) {
+        restore_run run;
+        run.notifier.restoreTimeout = timeout;
+        run.notifier.operateRestore(device_with(recovery_device));
+        auto const documents = run.output.documents();
+        ASSERT_EQ(documents.size(), 1U);
+        expect_timeout_document(documents[0], "0");
+    }
+}
+
+TEST(Restore, ThatOnlyBootsTimesOutUnlessThatIsTheAim) {
+    restore_run run;
+    run.notifier.restoreTimeout = 300ms;
+    run.notifier.operateRestore(device_with(boots));
+    auto const documents = run.output.documents();
+    ASSERT_FALSE(documents.empty());
+    expect_timeout_document(documents.back(), "0");
+
+    restore_run entering;
+    entering.notifier.operation = command_kind::enter_restore_mode;
+    entering.notifier.operateRestore(device_with(boots));
+    EXPECT_EQ(entering.output.documents().size(), 1U);
+    EXPECT_EQ(lines_of_run(entering).back(),
+              "restoreCallback: Notifying enter restore mode complete");
+}
+
+TEST(Restore, ReallyWaitsForVeryLongTimeouts) {
+    for (std::int64_t const seconds : {2147484LL, 4294968LL, 4294967295LL}) {
+        restore_run run;
+        run.notifier.restoreTimeout = std::chrono::seconds(seconds);
+        run.notifier.operateRestore(device_with(restores_slowly));
+        auto const documents = run.output.documents();
+        ASSERT_EQ(documents.size(), 1U) << seconds;
+        EXPECT_EQ(documents[0].type, "RestoreStatus");
+    }
+}
+
+TEST(Restore, SurvivesReportsAfterItsEnd) {
+    for (int i = 0; i < 20; ++i) {
+        restore_run run;
+        run.notifier.operateRestore(device_with(completes_twice));
+    }
+}
+
+TEST(Restore, MayBeRepeated) {
+    restore_run run;
+    run.notifier.operateRestore(device_with(restores));
+    run.notifier.operateRestore(device_with(restores));
+    EXPECT_EQ(run.output.documents().size(), 6U);
+}
+
+TEST(Restore, BreaksThePromiseOfTheOneBefore) {
+    restore_run run;
+    auto earlier = run.notifier.restoreComplete.get_future();
+    run.notifier.operateRestore(device_with(restores));
+    EXPECT_THROW(earlier.get(), std::future_error);
+}
+
+} // namespace

@@ -1,0 +1,262 @@
+#include "QNRescue/run_program_main.hpp"
+
+#include "QNRescue/error_domain.hpp"
+#include "QNRescue/start_options.hpp"
+#include "tests/unit/QNRescue/output_capture.hpp"
+#include "tests/unit/QNRescue/simulated_devices.hpp"
+#include "tests/unit/QNRescue/temporary_folder.hpp"
+#include "tests/unit/QNRescue/test_scenario.hpp"
+
+#include <boost/filesystem/operations.hpp>
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <sstream>
+#include <vector>
+
+namespace {
+
+using namespace qnrescue;
+using namespace tests;
+using strings = std::vector<std::string>;
+
+constexpr auto some_ecid = "00000000000000A1";
+constexpr auto unknown_ecid = "0000000000ABCDEF";
+
+// What a command line leads to.
+struct program_run {
+    explicit program_run(std::vector<std::string> const & arguments)
+        : output(false) {
+        std::vector<char const *> argv{"qnrescue"};
+        for (auto const & argument : arguments) {
+            argv.push_back(argument.c_str());
+        }
+        auto const count = static_cast<int>(argv.size());
+        argv.push_back(nullptr);
+        auto const [options, table, error] = parse_arguments(count, argv.data());
+        EXPECT_FALSE(error);
+        std::ostringstream stream;
+        stream << table;
+        help = stream.str();
+        status = runProgramMain(options, table, output.state());
+        EXPECT_EQ(output.state().use_count(), 1);
+    }
+
+    output_capture output;
+    std::string help;
+    int status;
+};
+
+void expect_error(std::vector<std::string> const & arguments, int code,
+                  std::string const & reason) {
+    SCOPED_TRACE(::testing::PrintToString(arguments));
+    program_run run(arguments);
+    EXPECT_EQ(run.status, code);
+    auto const documents = run.output.documents();
+    ASSERT_EQ(documents.size(), 1U);
+    EXPECT_EQ(documents[0].type, "InternalError");
+    auto const expected = CreateDomainError(static_cast<Error>(code), reason);
+    EXPECT_TRUE(equal(documents[0].value.get(), DictionaryFromError(expected.get()).get()))
+        << run.output.out();
+}
+
+TEST(RunProgramMain, NeedsACommand) {
+    expect_error({}, 3, "Invalid command option");
+    expect_error({"--no-cleanup", "--detect-timeout", "0"}, 3, "Invalid command option");
+    expect_error({"--ecid", some_ecid}, 3, "Invalid command option");
+    expect_error({"--enter-restore-mode", "--ecid", some_ecid}, 3, "Invalid command option");
+    expect_error({"--enter-restore-mode"}, 3, "Invalid command option");
+}
+
+TEST(RunProgramMain, HelpIsPrintedAsADebugLine) {
+    program_run run({"--help"});
+    EXPECT_EQ(run.status, 0);
+    EXPECT_EQ(run.output.out(), "");
+    EXPECT_EQ(run.output.streams.err.text(), run.help + '\n');
+}
+
+TEST(RunProgramMain, HelpComesBeforeEverythingElse) {
+    call_trace const trace;
+    program_run run({"--help", "--debug-dump", "--list-devices", "--ecid", "zz", "--erase",
+                     "--restore-timeout", "5", "--restore", "", "--amr-logfile", "no folder/log"});
+    EXPECT_EQ(run.status, 0);
+    EXPECT_EQ(run.output.out(), "");
+    EXPECT_EQ(run.output.streams.err.text(), run.help + '\n');
+    EXPECT_EQ(trace.calls("AM"), strings{});
+}
+
+TEST(RunProgramMain, DebugDumpComesBeforeTheCommands) {
+    call_trace const trace;
+    program_run run({"--debug-dump", "--list-devices", "--ecid", "zz"});
+    EXPECT_EQ(run.status, 0);
+    auto const lines = run.output.debug_lines();
+    ASSERT_EQ(lines.size(), 1000U + 10000U + 4U);
+    EXPECT_EQ(lines[0], "==== AMRLocalizedCopyStringForAMROperation ====");
+    EXPECT_EQ(lines[1001], "");
+    EXPECT_EQ(lines[1002], "==== AMRLocalizedCopyStringForAMRError ====");
+    EXPECT_EQ(lines.back(), "");
+    EXPECT_EQ(run.output.out(), "");
+    EXPECT_EQ(trace.calls("AM"), strings{});
+}
+
+TEST(RunProgramMain, EcidsAreCheckedBeforeTheRules) {
+    for (std::string const ecid : {"zz", "", "0x000000000000A1", "00000000000000A", "A1"}) {
+        expect_error({"--ecid", ecid, "--list-devices"}, 2, "Invalid ecid");
+        expect_error({"--ecid", ecid, "--erase"}, 2, "Invalid ecid");
+        expect_error({"--ecid", ecid}, 2, "Invalid ecid");
+    }
+}
+
+TEST(RunProgramMain, EraseGoesWithRestoreAlone) {
+    auto const reason = "Option --erase only compatible with --restore";
+    expect_error({"--erase"}, 3, reason);
+    expect_error({"--erase", "--list-devices"}, 3, reason);
+    expect_error({"--erase", "--restore-plist", "o.plist", "--ecid", some_ecid}, 3, reason);
+    expect_error({"--erase", "--restore-timeout", "5"}, 3, reason);
+}
+
+TEST(RunProgramMain, RestoreTimeoutGoesWithRestoreAlone) {
+    auto const reason = "Option --restore-timeout only compatible with --restore";
+    expect_error({"--restore-timeout", "5"}, 3, reason);
+    expect_error({"--restore-timeout", "0", "--device-info", "--ecid", some_ecid}, 3, reason);
+    expect_error({"--restore-timeout", "600", "--restore-plist", "o.plist", "--ecid", some_ecid}, 3,
+                 reason);
+}
+
+TEST(RunProgramMain, ListDevicesTakesNoEcid) {
+    expect_error({"--list-devices", "--ecid", some_ecid}, 3,
+                 "Option --list-devices not compatible with --ecid");
+}
+
+TEST(RunProgramMain, TheOtherCommandsRequireAnEcid) {
+    expect_error({"--device-info"}, 3, "Option --device-info requires --ecid");
+    expect_error({"--exit-recovery"}, 3, "Option --exit-recovery requires --ecid");
+    expect_error({"--no-exit-recovery"}, 3, "Option --no-exit-recovery requires --ecid");
+    expect_error({"--restore", "x.ipsw"}, 3, "Option --restore requires --ecid");
+    expect_error({"--restore-plist", "o.plist"}, 3, "Option --restore-plist requires --ecid");
+    // This is found out before anything else about the command.
+    expect_error({"--restore", ""}, 3, "Option --restore requires --ecid");
+    expect_error({"--restore", "x.ipsw", "--enter-restore-mode"}, 3,
+                 "Option --restore requires --ecid");
+    expect_error({"--restore-plist", "no such file"}, 3, "Option --restore-plist requires --ecid");
+}
+
+TEST(RunProgramMain, ARestoreNeedsAPath) {
+    expect_error({"--restore", "", "--ecid", some_ecid}, 3, "Missing restore IPSW path");
+}
+
+TEST(RunProgramMain, TheFirstCommandOfTheTableWins) {
+    // Each of these fails by the rule of the first of its commands.
+    expect_error({"--device-info", "--exit-recovery"}, 3, "Option --device-info requires --ecid");
+    expect_error({"--no-exit-recovery", "--exit-recovery"}, 3,
+                 "Option --exit-recovery requires --ecid");
+    expect_error({"--restore", "x", "--no-exit-recovery"}, 3,
+                 "Option --no-exit-recovery requires --ecid");
+    expect_error({"--restore-plist", "o", "--restore", "x"}, 3, "Option --restore requires --ecid");
+    program_run run({"--device-info", "--list-devices", "--detect-timeout", "0"});
+    EXPECT_EQ(run.status, 0);
+    auto const documents = run.output.documents();
+    ASSERT_EQ(documents.size(), 1U);
+    EXPECT_EQ(documents[0].type, "DeviceList");
+}
+
+TEST(RunProgramMain, DetectTimeoutIsInSeconds) {
+    expect_error({"--device-info", "--ecid", unknown_ecid, "--detect-timeout", "1"}, 4,
+                 "Failed to find device with ecid 0000000000ABCDEF after 1 seconds");
+    program_run run({"--device-info", "--ecid", "00000000000000f1", "--detect-timeout",
+                     "4294967295"}); // the device that comes late
+    EXPECT_EQ(run.status, 0);
+}
+
+TEST(RunProgramMain, WaitsThreeSecondsForADevice) {
+    expect_error({"--device-info", "--ecid", unknown_ecid}, 4,
+                 "Failed to find device with ecid 0000000000ABCDEF after 3 seconds");
+}
+
+TEST(RunProgramMain, EcidsMayBeWrittenInEitherCase) {
+    for (auto const * ecid : {"00000000000000a1", "00000000000000A1"}) {
+        program_run run({"--device-info", "--ecid", ecid});
+        EXPECT_EQ(run.status, 0);
+        EXPECT_NE(run.output.out().find("<string>00000000000000A1</string>"), std::string::npos);
+    }
+}
+
+TEST(RunProgramMain, ARestoreMayHaveATimeout) {
+    expect_error({"--restore", "x.ipsw", "--restore-timeout", "600", "--erase", "--ecid",
+                  unknown_ecid, "--detect-timeout", "0"},
+                 4, "Failed to find device with ecid 0000000000ABCDEF after 0 seconds");
+
+    program_run run({"--restore", "x.ipsw", "--restore-timeout", "1", "--ecid", some_ecid});
+    EXPECT_EQ(run.status, 0); // the device never reports, and that is printed only
+    auto const documents = run.output.documents();
+    ASSERT_EQ(documents.size(), 1U);
+    EXPECT_NE(run.output.out().find("Aborting, restore did not complete in 1 seconds"),
+              std::string::npos);
+}
+
+TEST(RunProgramMain, RestoresToTheEnd) {
+    program_run run(
+        {"--restore", "x.ipsw", "--ecid", "00000000000000D1", "--restore-timeout", "4294967295"});
+    EXPECT_EQ(run.status, 0);
+    EXPECT_EQ(run.output.documents().size(), 3U);
+    EXPECT_EQ(run.output.streams.err.text(), "");
+}
+
+TEST(RunProgramMain, EntersRestoreMode) {
+    program_run run({"--restore", "x.ipsw", "--enter-restore-mode", "--ecid", "00000000000000D2"});
+    EXPECT_EQ(run.status, 0);
+    EXPECT_EQ(run.output.documents().size(), 1U);
+}
+
+TEST(RunProgramMain, AnswersTheCodeOfWhatTheCommandThrows) {
+    expect_error({"--exit-recovery", "--ecid", "00000000000000A2"}, 5,
+                 "Device in state DFU not valid for exit-recovery");
+    expect_error({"--no-exit-recovery", "--ecid", "00000000000000B1"}, 6,
+                 "SetAutoBoot command failed (Bad argument)");
+}
+
+TEST(RunProgramMain, DebugSwitchesDebugLinesOn) {
+    program_run run({"--debug", "--list-devices", "--detect-timeout", "0"});
+    auto const lines = run.output.debug_lines();
+    ASSERT_GE(lines.size(), 3U);
+    EXPECT_EQ(lines[0], "device_notifier_state: initializing");
+    EXPECT_EQ(lines[1], "waitForCompletion: AMRestorableDeviceRegisterForNotifications()");
+    // Notifications may still be ignored after it.
+    EXPECT_EQ(std::ranges::count(
+                  lines, "waitForCompletion: AMRestorableDeviceUnregisterForNotifications()"),
+              1);
+
+    program_run quiet({"--list-devices", "--detect-timeout", "0"});
+    EXPECT_EQ(quiet.output.debug_lines(), strings{});
+}
+
+TEST(RunProgramMain, HandsTheLogFileToTheLibrary) {
+    temporary_folder const folder;
+    auto const log = QN::path_to_utf8(folder.path() / QN::path_from_utf8("log \xc3\xa9.txt"));
+    call_trace const trace;
+    program_run run({"--amr-logfile", log});
+    EXPECT_EQ(run.status, 3);
+    auto const calls = trace.calls("AMRestoreEnableFileLogging");
+    ASSERT_EQ(calls.size(), 1U);
+    EXPECT_TRUE(calls[0].ends_with(" -> 0"));
+    EXPECT_TRUE(QN::filesystem::exists(QN::path_from_utf8(log)));
+}
+
+TEST(RunProgramMain, RemovesItsScratchDirectory) {
+    auto const leftovers = [] {
+        std::size_t count = 0;
+        for (auto const & entry :
+             QN::filesystem::directory_iterator(QN::filesystem::temp_directory_path())) {
+            count +=
+                entry.path().filename().string().size() == std::string("qnrescue.xxxxxx").size() &&
+                entry.path().filename().string().starts_with("qnrescue.");
+        }
+        return count;
+    };
+    auto const before = leftovers();
+    program_run({"--restore", "x.ipsw", "--no-cleanup", "--ecid", "00000000000000D1"});
+    EXPECT_EQ(leftovers(), before);
+}
+
+} // namespace
