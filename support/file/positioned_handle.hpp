@@ -15,6 +15,14 @@ class positioned_handle
 public:
     using basic_random_access_handle::basic_random_access_handle;
 
+    // Takes over an open handle, at position 0.
+    void assign(native_handle_type const & opened, boost::system::error_code & ec) {
+        basic_random_access_handle::assign(opened, ec);
+        if (!ec) {
+            offset = 0;
+        }
+    }
+
     template <typename Buffers>
     std::size_t read_some(Buffers const & buffers, boost::system::error_code & ec) {
         return advanced_by(read_some_at(offset, buffers, ec));

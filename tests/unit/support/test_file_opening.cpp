@@ -108,6 +108,16 @@ TEST_F(file_opening, is_closed_even_where_closing_fails) {
     EXPECT_FALSE(other.handle.is_open());
 }
 
+TEST_F(file_opening, starts_at_the_beginning_each_time) {
+    readable_file file;
+    for (int i = 0; i < 2; ++i) {
+        file.assign(path, open_shared(path), ec_wrapper());
+        EXPECT_EQ(file.read_whole_file(7),
+                  std::vector<std::uint8_t>({'c', 'o', 'n', 't', 'e', 'n', 't'}));
+        file.close();
+    }
+}
+
 TEST_F(file_opening, closes_when_it_is_destroyed) {
     native_handle handle;
     {
