@@ -2,6 +2,7 @@
 #include "support/win/error_string.hpp"
 #include "support/win/win32_error.hpp"
 
+#include <boost/system/system_category.hpp>
 #include <fmt/format.h>
 #include <gtest/gtest.h>
 
@@ -54,6 +55,20 @@ TEST(get_error_string, is_empty_where_the_system_has_no_text) {
 TEST(get_error_string, leaves_place_holders_in) {
     auto const text = get_error_string(ERROR_BAD_EXE_FORMAT);
     EXPECT_NE(text.find("%1"), std::string::npos) << text;
+}
+
+// Files report in the category of the I/O library, which leaves out a full stop at the end.
+TEST(get_error_string, agrees_with_the_texts_of_file_errors) {
+    for (int code = 0; code < 20000; ++code) {
+        auto expected = get_error_string(static_cast<unsigned long>(code));
+        if (expected.ends_with('.')) {
+            expected.pop_back();
+        } else if (expected.empty()) {
+            expected = fmt::format("Unknown error ({})", code);
+        }
+        auto const text = boost::system::system_category().message(code);
+        EXPECT_EQ(text.substr(0, text.find_last_not_of(' ') + 1), expected) << code;
+    }
 }
 
 TEST(get_last_error_string, is_that_of_the_last_error) {
