@@ -1,12 +1,18 @@
 // qnrescue.exe: loads libqnrescuelib.dll from its own folder and runs the tool in it.
-#include <boost/locale/encoding_utf.hpp>
+#include "support/filesystem.hpp"
+#include "support/win/local_memory.hpp"
+#include "support/win/win32_error.hpp"
+#include "support/win/win32_module.hpp"
 
 #include <windows.h>
 
+#include <fcntl.h>
+#include <io.h>
 #include <shellapi.h>
 
 #include <cstdio>
 #include <cstdlib>
+#include <exception>
 #include <string>
 #include <vector>
 
@@ -14,62 +20,58 @@ namespace {
 
 using tool_main = int (*)(int argc, char const ** argv);
 
-std::string to_utf8(std::wstring const & text) {
-    return boost::locale::conv::utf_to_utf<char>(text);
-}
-
-[[noreturn]] void fail(std::string const & what, DWORD error) {
-    std::fprintf(stderr, "qnrescue: %s (Windows error %lu)\n", what.c_str(), error);
-    std::exit(EXIT_FAILURE);
-}
-
 std::wstring own_folder() {
     std::wstring path(32768, L'\0'); // the longest path that Windows has
     auto const length = GetModuleFileNameW(nullptr, path.data(), static_cast<DWORD>(path.size()));
-    path.resize(length);
-    return path.substr(0, path.find_last_of(L'\\') + 1);
+    if (length == 0) {
+        throw QN::win::win32_error("GetModuleFileName", GetLastError());
+    }
+    return path.substr(0, path.find_last_of(L'\\', length) + 1);
 }
 
-tool_main load_tool() {
-    auto const path = own_folder() + L"libqnrescuelib.dll";
-    auto const library = LoadLibraryExW(
-        path.c_str(), nullptr, LOAD_LIBRARY_SEARCH_DLL_LOAD_DIR | LOAD_LIBRARY_SEARCH_DEFAULT_DIRS);
-    if (library == nullptr) {
-        auto const error = GetLastError();
-        fail("cannot load '" + to_utf8(path) + "' or a library that it needs", error);
-    }
-    auto const entry = GetProcAddress(library, "main");
-    if (entry == nullptr) {
-        auto const error = GetLastError();
-        fail("'" + to_utf8(path) + "' is not the tool: it has no main", error);
-    }
-    return reinterpret_cast<tool_main>(reinterpret_cast<void *>(entry));
+// Stays loaded to the end of the process: the tool's threads may still run when its main returns.
+QN::win::win32_module const & tool() {
+    static auto const & library = *new QN::win::win32_module(own_folder() + L"libqnrescuelib.dll",
+                                                             LOAD_LIBRARY_SEARCH_DLL_LOAD_DIR |
+                                                                 LOAD_LIBRARY_SEARCH_DEFAULT_DIRS);
+    return library;
 }
 
 // The command line in UTF-8. The run-time library's own arguments would have their wildcards
 // replaced by file names.
 std::vector<std::string> utf8_arguments() {
     int count = 0;
-    auto const words = CommandLineToArgvW(GetCommandLineW(), &count);
+    QN::win::detail::local_memory<wchar_t *> const words(
+        CommandLineToArgvW(GetCommandLineW(), &count));
     if (words == nullptr) {
-        fail("cannot read the command line", GetLastError());
+        throw QN::win::win32_error("CommandLineToArgv", GetLastError());
     }
     std::vector<std::string> arguments;
-    for (int i = 0; i < count; ++i) {
-        arguments.push_back(to_utf8(words[i]));
+    for (std::size_t i = 0; i < static_cast<std::size_t>(count); ++i) {
+        arguments.push_back(QN::path_to_utf8(words[i]));
     }
-    LocalFree(words);
     return arguments;
 }
 
-} // namespace
-
-int main() {
+int run_tool() {
     auto const arguments = utf8_arguments();
     std::vector<char const *> argv;
     for (auto const & argument : arguments) {
         argv.push_back(argument.c_str());
     }
     argv.push_back(nullptr);
-    return load_tool()(static_cast<int>(arguments.size()), argv.data());
+    auto const run = reinterpret_cast<tool_main>(tool().internal_get_proc_address("main"));
+    return run(static_cast<int>(arguments.size()), argv.data());
+}
+
+} // namespace
+
+int main() {
+    try {
+        return run_tool();
+    } catch (std::exception const & exception) {
+        _setmode(_fileno(stderr), _O_BINARY);
+        std::fprintf(stderr, "qnrescue: %s\n", exception.what());
+        return EXIT_FAILURE;
+    }
 }

@@ -1,5 +1,6 @@
 #include "support/win/win32_module.hpp"
 
+#include "support/filesystem.hpp"
 #include "support/win/win32_error.hpp"
 
 #include <fmt/format.h>
@@ -11,8 +12,17 @@ namespace QN::win {
 win32_module::win32_module(std::string library)
     : name(std::move(library))
     , module(LoadLibraryA(name.c_str())) {
+    throw_unless_loaded(GetLastError());
+}
+
+win32_module::win32_module(std::wstring const & path, unsigned long flags)
+    : name(path_to_utf8(path))
+    , module(LoadLibraryExW(path.c_str(), nullptr, flags)) {
+    throw_unless_loaded(GetLastError());
+}
+
+void win32_module::throw_unless_loaded(unsigned long error) const {
     if (module == nullptr) {
-        auto const error = GetLastError();
         throw win32_error(fmt::format("LoadLibrary(\"{}\")", name), error);
     }
 }

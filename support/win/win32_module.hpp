@@ -13,6 +13,8 @@ public:
 
     // Loads the library of this name; throws win32_error where that fails.
     explicit win32_module(std::string name);
+    // The same for a path, with the flags of LoadLibraryExW.
+    win32_module(std::wstring const & path, unsigned long flags);
 
     win32_module(win32_module && other) noexcept;
     win32_module & operator=(win32_module && other) noexcept;
@@ -23,6 +25,8 @@ public:
     void * internal_get_proc_address(char const * proc) const;
 
 private:
+    void throw_unless_loaded(unsigned long error) const;
+
     std::string name;
     HMODULE module = nullptr;
 };
