@@ -49,7 +49,7 @@ constexpr step main_steps[] = {
 constexpr double pause_between_steps = 0.25;
 
 reference<CFMutableDictionaryRef> make_status(CFStringRef text, step at) {
-    auto const status = make_dictionary();
+    auto status = make_dictionary();
     CFDictionarySetValue(status.get(), CFSTR("Status"), text);
     CFDictionarySetValue(status.get(), CFSTR("Operation"), make_number(at.operation).get());
     CFDictionarySetValue(status.get(), CFSTR("Progress"), make_number(at.progress).get());
