@@ -3,5 +3,7 @@ set(QNRESCUE_SANITIZE "" CACHE STRING "Sanitizers, for example address,undefined
 
 if(QNRESCUE_SANITIZE)
   add_compile_options(-fsanitize=${QNRESCUE_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer)
+  # GCC takes instrumented code of the standard library for uses of uninitialised values.
+  add_compile_options($<$<CXX_COMPILER_ID:GNU>:-Wno-maybe-uninitialized>)
   add_link_options(-fsanitize=${QNRESCUE_SANITIZE})
 endif()
