@@ -188,6 +188,14 @@ class Process:
         self._process.kill()
         self._process.wait()
 
+    def wait_for_text(self, name, text, limit=TIME_LIMIT):
+        """Waits until the text stands in this file of the run."""
+        end = time.monotonic() + limit
+        while text.encode() not in (self.content(name) or b""):
+            if not self.running() or time.monotonic() > end:
+                raise OutputFault(f"no {text!r} in {name}: {self.content(name)!r}")
+            time.sleep(0.02)
+
     def next_document(self, limit=TIME_LIMIT):
         """Waits for the document after the one that was read last."""
         end = time.monotonic() + limit
@@ -304,8 +312,10 @@ class ToolTest(unittest.TestCase):
         for pattern, line in zip(patterns, lines):
             self.assertRegex(line, rf"\A(?:{pattern})\Z", lines)
 
-    def assert_goes_on_waiting(self, processes):
-        """None of the processes ends, or says anything, while it is watched."""
+    def assert_goes_on_waiting(self, processes, call):
+        """After this call none of the processes ends, or says anything, while it is watched."""
+        for process in processes:
+            process.wait_for_text("trace", f"{call} ")
         time.sleep(WATCH_SECONDS)
         for process in processes:
             self.assertTrue(process.running(), process.content("stdout"))

@@ -77,6 +77,18 @@ class LateCalls(ToolTest):
             (ecids,) = run.values("DeviceList")
             self.assertEqual(sorted(set(ecids)), ecids)
 
+    def test_nothing_changes_after_teardown_has_begun(self):
+        comings = [{"ECID": ECID, "Type": number % 2} for number in range(20000)]
+        unregister = "waitForCompletion: AMRestorableDeviceUnregisterForNotifications()"
+        for _ in range(5):
+            run = self.run_tool("--list-devices", "--detect-timeout", "0", "--debug", status=0,
+                                scenario={"Devices": [device()], "Notifications": comings,
+                                          "TimeScale": 0})
+            lines = run.stderr_lines
+            after = lines[lines.index(unregister) + 1 :]
+            self.assertLessEqual(
+                set(after), {"deviceNotificationCallback: Ignoring notification, inTeardown"})
+
     def test_debug_lines_stay_whole(self):
         run = self.run_tool("--exit-recovery", "--ecid", ECID, "--debug", status=5,
                             scenario={"Devices": [device(State="DFU")], **self.STREAM})

@@ -11,19 +11,19 @@ class LongTimeOuts(ToolTest):
     def test_list_waits(self):
         self.assert_goes_on_waiting([
             self.start("--list-devices", "--detect-timeout", seconds, scenario={})
-            for seconds in LONG])
+            for seconds in LONG], "AMRestorableDeviceRegisterForNotifications")
 
     def test_wait_for_a_device_waits(self):
         self.assert_goes_on_waiting([
             self.start("--device-info", "--ecid", ECID, "--detect-timeout", seconds, scenario={})
-            for seconds in LONG])
+            for seconds in LONG], "AMRestorableDeviceRegisterForNotifications")
 
     def test_wait_for_a_restore_waits(self):
         scenario = {"Devices": [device(RestoreReports=[])]}
         self.assert_goes_on_waiting([
             self.start("--restore", "x", "--ecid", ECID, "--restore-timeout", seconds,
                        scenario=scenario)
-            for seconds in LONG])
+            for seconds in LONG], "AMRestorableDeviceRestore")
 
     def test_late_device_ends_the_wait(self):
         for seconds in LONG:

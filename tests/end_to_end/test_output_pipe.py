@@ -1,12 +1,26 @@
 """--output-pipe: the documents go to an inherited pipe instead of standard output."""
 
+import subprocess
 import unittest
 
-from harness import COMPLETE, ECID, ToolTest, device, report, split_documents
+from harness import (BIN, COMPLETE, ECID, RUNNER, TIME_LIMIT, ToolTest, device, report,
+                     split_documents)
 
 # What abort() makes the exit status of a Windows process.
 ABORTED = 3
 WRITE_FAILED = r"(?s)terminate called after throwing .*what\(\):  write: "
+
+
+class StandardOutput(ToolTest):
+    def test_standard_output_that_is_a_pipe(self):
+        process = subprocess.Popen(
+            [*RUNNER, str(BIN / "qnrescue.exe"), "--list-devices", "--detect-timeout", "0"],
+            stdin=subprocess.DEVNULL, stdout=subprocess.PIPE)
+        with process.stdout:
+            self.assertEqual(0, process.wait(TIME_LIMIT))
+            # No more than this, as a service that Wine started may keep the pipe open.
+            output = process.stdout.read1(65536)
+        self.assertEqual(["DeviceList"], [each.type for each in split_documents(output)])
 
 
 class OutputPipe(ToolTest):
