@@ -31,7 +31,6 @@ typedef uintptr_t CFHashCode;
 typedef UInt32 CFStringEncoding;
 typedef double CFTimeInterval;
 typedef CFTimeInterval CFAbsoluteTime; // seconds since 2001-01-01T00:00:00Z
-typedef CFIndex CFComparisonResult;
 typedef CFOptionFlags CFStringCompareFlags;
 typedef CFIndex CFNumberType;
 typedef CFIndex CFPropertyListFormat;
@@ -60,12 +59,7 @@ typedef struct __CFSet const * CFSetRef;
 typedef struct __CFSet * CFMutableSetRef;
 typedef struct __CFError * CFErrorRef;
 
-enum {
-    kCFNotFound = -1,
-    kCFCompareLessThan = -1,
-    kCFCompareEqualTo = 0,
-    kCFCompareGreaterThan = 1
-};
+enum { kCFNotFound = -1 };
 
 enum {
     kCFStringEncodingMacRoman = 0,
@@ -201,8 +195,6 @@ CF_EXPORT Boolean CFStringGetCString(CFStringRef string, char * buffer, CFIndex 
                                      CFStringEncoding encoding);
 CF_EXPORT CFRange CFStringFind(CFStringRef string, CFStringRef sought,
                                CFStringCompareFlags options);
-CF_EXPORT CFComparisonResult CFStringCompare(CFStringRef left, CFStringRef right,
-                                             CFStringCompareFlags options);
 
 // --- Numbers, booleans, the null object, dates
 

@@ -193,34 +193,6 @@ TEST(String, IsFoundByUnit) {
     }
 }
 
-TEST(String, IsComparedByUnit) {
-    constexpr CFStringCompareFlags numerically = 64;
-    struct {
-        std::u16string_view left;
-        std::u16string_view right;
-        CFStringCompareFlags options;
-        CFComparisonResult result;
-    } const rows[] = {
-        {u"a", u"b", 0, kCFCompareLessThan},
-        {u"a", u"A", 0, kCFCompareGreaterThan},
-        {u"a", u"A", kCFCompareCaseInsensitive, kCFCompareEqualTo},
-        {u"", u"a", 0, kCFCompareLessThan},
-        {u"ab", u"a", 0, kCFCompareGreaterThan},
-        {u"a", u"a", 0, kCFCompareEqualTo},
-        {u"10", u"9", 0, kCFCompareLessThan},
-        {u"10", u"9", numerically, kCFCompareGreaterThan},
-        {u"v2.10b", u"v2.9c", numerically, kCFCompareGreaterThan},
-        {u"\uff21", u"\U0001f600", 0, kCFCompareGreaterThan},
-        {u"\u00e9", u"e\u0301", 0, kCFCompareGreaterThan},
-    };
-    for (auto const & row : rows) {
-        auto const left = string(row.left);
-        auto const right = string(row.right);
-        EXPECT_EQ(CFStringCompare(left.get(), right.get(), row.options), row.result);
-        EXPECT_EQ(CFStringCompare(right.get(), left.get(), row.options), -row.result);
-    }
-}
-
 TEST(String, EqualsLiterally) {
     EXPECT_FALSE(CFEqual(string(u"\u00e9").get(), string(u"e\u0301").get()));
     auto const from_utf8 = string("caf\xc3\xa9");

@@ -1,14 +1,9 @@
-// Searching in strings and comparing them, by UTF-16 code unit.
+// Searching in strings by UTF-16 code unit.
 #include "simulator/CoreFoundation/strings.hpp"
-
-#include <algorithm>
 
 namespace cf {
 
 namespace {
-
-// Not among the public names here: runs of digits compare by their value.
-constexpr CFStringCompareFlags kCFCompareNumerically = 64;
 
 struct UpperCaseRange {
     char16_t first;
@@ -77,51 +72,6 @@ CFIndex find(Units const & text, Units const & sought, CFStringCompareFlags opti
     return kCFNotFound;
 }
 
-bool is_digit(char16_t unit) {
-    return unit >= u'0' && unit <= u'9';
-}
-
-// The digits of the number that starts at `at`, without leading zeros; moves `at` behind it.
-std::u16string take_number(Units const & text, std::size_t & at) {
-    std::u16string digits;
-    for (; at < text.size() && is_digit(text[at]); ++at) {
-        if (!digits.empty() || text[at] != u'0') {
-            digits += text[at];
-        }
-    }
-    return digits;
-}
-
-CFComparisonResult order(std::weak_ordering ordering) {
-    return ordering < 0   ? kCFCompareLessThan
-           : ordering > 0 ? kCFCompareGreaterThan
-                          : kCFCompareEqualTo;
-}
-
-CFComparisonResult compare_numbers(std::u16string const & left, std::u16string const & right) {
-    return left.size() == right.size() ? order(left <=> right)
-                                       : order(left.size() <=> right.size());
-}
-
-CFComparisonResult compare(Units const & left, Units const & right, bool numerically) {
-    std::size_t i = 0;
-    std::size_t j = 0;
-    while (i < left.size() && j < right.size()) {
-        auto result = order(left[i] <=> right[j]);
-        if (numerically && is_digit(left[i]) && is_digit(right[j])) {
-            auto const number = take_number(left, i);
-            result = compare_numbers(number, take_number(right, j));
-        } else {
-            ++i;
-            ++j;
-        }
-        if (result != kCFCompareEqualTo) {
-            return result;
-        }
-    }
-    return order(left.size() - i <=> right.size() - j);
-}
-
 } // namespace
 
 } // namespace cf
@@ -131,12 +81,4 @@ CFRange CFStringFind(CFStringRef string, CFStringRef sought, CFStringCompareFlag
     auto const & needle = cf::checked<__CFString>(sought);
     auto const found = cf::find({&text, options}, {&needle, options}, options);
     return {found, found == kCFNotFound ? 0 : needle.length};
-}
-
-CFComparisonResult CFStringCompare(CFStringRef left, CFStringRef right,
-                                   CFStringCompareFlags options) {
-    auto const & one = cf::checked<__CFString>(left);
-    auto const & other = cf::checked<__CFString>(right);
-    return cf::compare({&one, options}, {&other, options},
-                       (options & cf::kCFCompareNumerically) != 0);
 }
