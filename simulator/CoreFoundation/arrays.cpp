@@ -47,7 +47,7 @@ void describe_array(Object const & object, std::u16string & text) {
 
 void append_value(__CFArray & array, void const * value, char const * function) {
     array.callbacks.require(value, function);
-    array.values.push_back(array.callbacks.retain(value));
+    guarded([&] { array.values.push_back(array.callbacks.retain(value)); }, function);
 }
 
 void require_range(__CFArray const & array, CFRange range, char const * function) {
@@ -87,7 +87,8 @@ CFArrayRef CFArrayCreate(CFAllocatorRef, void const ** values, CFIndex count,
                          CFArrayCallBacks const * callBacks) {
     auto * const array =
         cf::create<__CFArray>(cf::ElementCallbacks::from(callBacks), cf::Mutability::immutable);
-    array->values.reserve(static_cast<std::size_t>(std::max<CFIndex>(count, 0)));
+    cf::guarded(
+        [&] { array->values.reserve(static_cast<std::size_t>(std::max<CFIndex>(count, 0))); });
     for (CFIndex i = 0; i < count; ++i) {
         cf::append_value(*array, values[i], "CFArrayCreate");
     }

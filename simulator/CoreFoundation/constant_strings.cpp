@@ -2,7 +2,6 @@
 #include "simulator/CoreFoundation/encodings.hpp"
 
 #include <array>
-#include <cstdio>
 #include <cstdlib>
 #include <functional>
 #include <memory>
@@ -32,8 +31,8 @@ CFStringRef find_constant(Constant const * first, Constant const * end, std::str
 
 CFStringRef create_constant(std::string_view text) {
     if (!is_ascii(text)) {
-        std::fprintf(stderr, "CoreFoundation: CFSTR text is not ASCII and read as MacRoman: %.*s\n",
-                     static_cast<int>(text.size()), text.data());
+        write_error_line("CoreFoundation: CFSTR text is not ASCII and read as MacRoman: " +
+                         std::string{text});
     }
     return create_constant_string(*decode(text, kCFStringEncodingMacRoman, false));
 }

@@ -104,7 +104,7 @@ void HashTable::close_gap(std::size_t gap) {
 }
 
 void HashTable::resize(std::size_t slots) {
-    auto const old = std::exchange(slots_, std::vector<Slot>(slots));
+    auto const old = std::exchange(slots_, guarded([&] { return std::vector<Slot>(slots); }));
     auto const mask = slots - 1;
     for (auto const & slot : old) {
         if (slot.hash != 0) {
@@ -126,7 +126,7 @@ void HashTable::reserve(CFIndex entries) {
 }
 
 void HashTable::copy_from(HashTable const & other) {
-    slots_ = other.slots_;
+    guarded([&] { slots_ = other.slots_; });
     count_ = other.count_;
     for (auto & slot : slots_) {
         if (slot.hash != 0) {

@@ -11,8 +11,6 @@
 #include "simulator/CoreFoundation/xml_reader.hpp"
 #include "simulator/CoreFoundation/xml_writer.hpp"
 
-#include <cstdio>
-
 namespace cf {
 
 namespace {
@@ -94,14 +92,46 @@ ReadResult read(CFDataRef data, PropertyListOptions options) {
     return read_text(characters_of(bytes), options);
 }
 
-void complain(char const * line) {
-    std::fprintf(stderr, "%s\n", line);
-}
-
 void store(CFErrorRef * error, CFIndex code, std::string const & text,
            std::optional<std::string> const & old_style = {}) {
     if (error != nullptr) {
         *error = create_property_list_error(code, text, old_style);
+    }
+}
+
+// The document is mutable data.
+CFDataRef write(CFPropertyListRef value, CFPropertyListFormat format, CFErrorRef * error) {
+    if (format == kCFPropertyListOpenStepFormat) {
+        write_error_line(
+            "Property list format kCFPropertyListOpenStepFormat not supported for writing");
+        return nullptr;
+    }
+    if (format != kCFPropertyListXMLFormat_v1_0 && format != kCFPropertyListBinaryFormat_v1_0) {
+        write_error_line("Unknown format option");
+        return nullptr;
+    }
+    if (auto const fault = property_list_fault(value, format)) {
+        store(error, kCFPropertyListWriteStreamError, *fault);
+        return nullptr;
+    }
+    auto const document = format == kCFPropertyListXMLFormat_v1_0
+                              ? write_xml_property_list(value)
+                              : write_binary_property_list(value);
+    return create_data({reinterpret_cast<UInt8 const *>(document.data()), document.size()},
+                       Mutability::is_mutable);
+}
+
+CFPropertyListRef read(CFDataRef data, PropertyListOptions options, CFPropertyListFormat * format,
+                       CFErrorRef * error) {
+    try {
+        auto result = read(data, options);
+        if (format != nullptr) {
+            *format = result.format;
+        }
+        return result.root.release();
+    } catch (Unreadable const & failure) {
+        store(error, kCFPropertyListReadCorruptError, failure.text, failure.old_style);
+        return nullptr;
     }
 }
 
@@ -111,36 +141,11 @@ void store(CFErrorRef * error, CFIndex code, std::string const & text,
 
 CFDataRef CFPropertyListCreateData(CFAllocatorRef, CFPropertyListRef value,
                                    CFPropertyListFormat format, CFOptionFlags, CFErrorRef * error) {
-    if (format == kCFPropertyListOpenStepFormat) {
-        cf::complain(
-            "Property list format kCFPropertyListOpenStepFormat not supported for writing");
-        return nullptr;
-    }
-    if (format != kCFPropertyListXMLFormat_v1_0 && format != kCFPropertyListBinaryFormat_v1_0) {
-        cf::complain("Unknown format option");
-        return nullptr;
-    }
-    if (auto const fault = cf::property_list_fault(value, format)) {
-        cf::store(error, kCFPropertyListWriteStreamError, *fault);
-        return nullptr;
-    }
-    auto const document = format == kCFPropertyListXMLFormat_v1_0
-                              ? cf::write_xml_property_list(value)
-                              : cf::write_binary_property_list(value);
-    return cf::create_data({reinterpret_cast<UInt8 const *>(document.data()), document.size()});
+    return cf::guarded([&] { return cf::write(value, format, error); });
 }
 
 CFPropertyListRef CFPropertyListCreateWithData(CFAllocatorRef, CFDataRef data,
                                                CFOptionFlags options, CFPropertyListFormat * format,
                                                CFErrorRef * error) {
-    try {
-        auto result = cf::read(data, {options});
-        if (format != nullptr) {
-            *format = result.format;
-        }
-        return result.root.release();
-    } catch (cf::Unreadable const & failure) {
-        cf::store(error, kCFPropertyListReadCorruptError, failure.text, failure.old_style);
-        return nullptr;
-    }
+    return cf::guarded([&] { return cf::read(data, {options}, format, error); });
 }

@@ -9,6 +9,7 @@
 #include <atomic>
 #include <cstddef>
 #include <cstdint>
+#include <exception>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -46,7 +47,21 @@ struct Object {
 
 // Ends the process as the platform library does when it is misused: one line on standard error,
 // a failing exit, no handlers.
-[[noreturn]] void trap(std::string_view function, std::string_view why);
+[[noreturn]] void trap(std::string_view function, std::string_view why) noexcept;
+
+// Writes the text and a plain line feed to standard error, on every platform.
+void write_error_line(std::string_view text);
+
+// What the body answers. An exception, which must not reach a caller in C, traps in the name of the
+// calling function.
+template <class Body>
+auto guarded(Body && body, char const * function = __builtin_FUNCTION()) {
+    try {
+        return body();
+    } catch (std::exception const & exception) {
+        trap(function, std::string{"failed with "} + exception.what());
+    }
+}
 
 // Memory for an object that counts as live until deallocate. Never null. What still lives when the
 // process ends is told in the trace.
