@@ -297,7 +297,9 @@ CFTypeRef XmlReader::read_content(ElementName const & name) {
 }
 
 CFTypeRef XmlReader::read_boolean(ElementName const & name, CFBooleanRef value) {
-    if (!scanner_.at_end() && !scanner_.rest().starts_with('<')) {
+    constexpr std::string_view closing = "</";
+    auto const is_cut_off = closing.starts_with(scanner_.rest());
+    if (!is_cut_off && !scanner_.rest().starts_with(closing)) {
         scanner_.fail(
             fmt::format("Encountered non-empty <{}> on line {}", name.name, scanner_.line()));
     }
