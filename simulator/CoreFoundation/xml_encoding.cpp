@@ -19,11 +19,11 @@ struct ByteOrderMark {
     DocumentEncoding encoding;
 };
 
-// A longer mark stands before the one that it begins with.
+// A longer mark stands before the one that it begins with. That of UTF-32 is known only in
+// little-endian order.
 constexpr ByteOrderMark byte_order_marks[] = {
     {"\xef\xbb\xbf"sv, {kCFStringEncodingUTF8, 3, false}},
     {"\xff\xfe\0\0"sv, {kCFStringEncodingUTF32, 0, true}},
-    {"\0\0\xfe\xff"sv, {kCFStringEncodingUTF32, 0, true}},
     {"\xff\xfe"sv, {kCFStringEncodingUTF16, 0, true}},
     {"\xfe\xff"sv, {kCFStringEncodingUTF16, 0, true}},
 };
