@@ -70,14 +70,12 @@ CFStringRef copy_failure_reason(__CFError const & error) {
     return nullptr;
 }
 
-// Appends the failure reason after `before`; false if there is none.
-bool append_failure_reason(std::u16string & text, std::u16string_view before,
-                           __CFError const & error) {
+// False if there is none.
+bool append_failure_reason(std::u16string & text, __CFError const & error) {
     auto const * const reason = copy_failure_reason(error);
     if (reason == nullptr) {
         return false;
     }
-    text += before;
     append_display(text, *reason);
     release(*reason);
     return true;
@@ -87,11 +85,14 @@ std::u16string description_of(__CFError const & error) {
     std::u16string text;
     if (auto const * const failure = find(error, failure_key)) {
         append_display(text, *failure);
-        append_failure_reason(text, u" ", error);
+        if (auto const * const reason = find(error, failure_reason_key)) {
+            text += u' ';
+            append_display(text, *reason);
+        }
         return text;
     }
     text = u"The operation couldn\u2019t be completed. ";
-    if (append_failure_reason(text, u"", error)) {
+    if (append_failure_reason(text, error)) {
         return text;
     }
     append_ascii(text, "(");
@@ -118,7 +119,7 @@ void append_quoted_text(std::u16string & text, __CFError const & error) {
         append_display(text, *debug_description);
     } else if (auto const * const localized = find(error, localized_description_key)) {
         append_display(text, *localized);
-    } else if (!append_failure_reason(text, u"", error)) {
+    } else if (!append_failure_reason(text, error)) {
         append_ascii(text, "(null)");
     }
     append_ascii(text, "\"");
