@@ -183,7 +183,8 @@ Boolean CFNumberIsFloatType(CFNumberRef number) {
 Boolean CFNumberGetValue(CFNumberRef number, CFNumberType type, void * value) {
     auto const kind = cf::kind_of(type);
     if (number != nullptr && cf::is<__CFBoolean>(number)) {
-        return cf::get_from_integer({}, kind, value); // either boolean, taken for a number, reads 0
+        // Either boolean, taken for a number, reads 0.
+        return kind != 0 && cf::get_from_integer({}, kind, value);
     }
     auto const & checked = cf::checked<__CFNumber>(number);
     if (kind == 0) {
