@@ -30,7 +30,8 @@ bool ElementCallbacks::own_objects() const {
 }
 
 void ElementCallbacks::require(void const * element, char const * function) const {
-    if (element == nullptr && own_objects()) [[unlikely]] {
+    auto const are_objects = retain_callback == retain_object || release_callback == release_object;
+    if (element == nullptr && are_objects) [[unlikely]] {
         trap(function, "a collection of objects cannot hold null");
     }
 }

@@ -31,7 +31,8 @@ struct ElementCallbacks {
     // True if the elements are CoreFoundation objects that the collection retains.
     bool own_objects() const;
 
-    // Traps in the name of `function` if the elements are objects and this one is null.
+    // Traps in the name of `function` if this element is null and either callback is that of
+    // objects.
     void require(void const * element, char const * function) const;
 
     void const * retain(void const * element) const;
