@@ -231,7 +231,9 @@ void device_notifier_state::waitForCompletion() {
 
 void device_notifier_state::listDevices() {
     wait_in_slices(detectTimeout, [](auto slice_end) {
-        std::this_thread::sleep_until(slice_end);
+        while (std::chrono::steady_clock::now() < slice_end) { // a sleep may end a little early
+            std::this_thread::sleep_until(slice_end);
+        }
         return false;
     });
     std::lock_guard const lock(mutex);
@@ -370,7 +372,7 @@ void device_notifier_state::handleReport(CFDictionaryRef statusDict) {
           report->progress);
     relayReport(statusDict, report->operation);
 
-    // The process may end as soon as the promise is set: nothing is held any more by then.
+    // The process may end as soon as the promise is set: no object is held any more by then.
     if (report->operation == no_operation && report->progress == 100) {
         debug("{}: Notifying restore complete", function);
         setComplete();
@@ -383,12 +385,15 @@ void device_notifier_state::handleReport(CFDictionaryRef statusDict) {
 
 void device_notifier_state::relayReport(CFDictionaryRef statusDict, operation_type step) {
     auto const printable = sanitize_for_xml(statusDict, on_error::skip);
-    if (!is_a(printable.get(), CFDictionaryGetTypeID())) {
+    auto const report =
+        is_a(printable.get(), CFDictionaryGetTypeID())
+            ? adopt(CFDictionaryCreateMutableCopy(kCFAllocatorDefault, 0,
+                                                  static_cast<CFDictionaryRef>(printable.get())))
+            : nullptr;
+    if (!report) {
         debug("{}: Could not convert statusDict", "restoreCallback");
         return;
     }
-    auto const report = adopt(CFDictionaryCreateMutableCopy(
-        kCFAllocatorDefault, 0, static_cast<CFDictionaryRef>(printable.get())));
     if (step != no_operation) {
         auto const name = adopt(AMRLocalizedCopyStringForAMROperation(static_cast<int>(step)));
         if (name) {

@@ -39,7 +39,8 @@ public:
     device_notifier_state(std::shared_ptr<output_str_state> output,
                           std::optional<QN::filesystem::path> amrLogFile,
                           std::optional<QN::filesystem::path> scratch);
-    // Waits for callbacks that are under way; later ones do nothing.
+    // Waits for callbacks that are under way; later ones do nothing. Throws std::invalid_argument
+    // where scratchLocation is empty.
     ~device_notifier_state() noexcept(false);
     device_notifier_state(device_notifier_state const &) = delete;
     device_notifier_state & operator=(device_notifier_state const &) = delete;

@@ -20,7 +20,7 @@ void set_if_present(CFMutableDictionaryRef dictionary, CFStringRef key,
 
 } // namespace
 
-CFStringRef ErrorDescription(Error code) {
+CFStringRef ErrorDescription(Error code) noexcept {
     switch (code) {
     case Error::none:
         return CFSTR("No error");
@@ -44,7 +44,7 @@ CFStringRef ErrorDescription(Error code) {
     return CFSTR("Unknown error");
 }
 
-error_owner CreateDomainError(Error code, std::string const & reason) {
+error_owner CreateDomainError(Error code, std::string const & reason) noexcept {
     auto const user_info = make_mutable_dictionary();
     CFDictionarySetValue(user_info.get(), kCFErrorLocalizedDescriptionKey, ErrorDescription(code));
     // A reason may quote bytes of the command line; those that are no UTF-8 are left out.
@@ -54,7 +54,7 @@ error_owner CreateDomainError(Error code, std::string const & reason) {
                                user_info.get()));
 }
 
-cf_owner<CFDictionaryRef> DictionaryFromError(CFErrorRef error) {
+cf_owner<CFDictionaryRef> DictionaryFromError(CFErrorRef error) noexcept {
     if (error == nullptr) {
         return nullptr;
     }
@@ -71,7 +71,7 @@ cf_owner<CFDictionaryRef> DictionaryFromError(CFErrorRef error) {
     return dictionary;
 }
 
-int GetCode(CFErrorRef error) {
+int GetCode(CFErrorRef error) noexcept {
     if (error == nullptr) {
         return 0;
     }
@@ -94,11 +94,11 @@ std::optional<std::string> to_utf8(CFStringRef string) {
     return text;
 }
 
-std::string MakeString(CFStringRef string) {
+std::string MakeString(CFStringRef string) noexcept {
     return to_utf8(string).value_or(std::string());
 }
 
-std::string MakeDescription(CFTypeRef value) {
+std::string MakeDescription(CFTypeRef value) noexcept {
     if (value == nullptr) {
         return "(null)";
     }

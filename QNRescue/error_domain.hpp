@@ -25,10 +25,10 @@ enum class Error : CFIndex {
 
 // The text of the code, "Unknown error" for one that is not listed. A constant string: the caller
 // does not release it.
-CFStringRef ErrorDescription(Error code);
+CFStringRef ErrorDescription(Error code) noexcept;
 
 // An error in the tool's domain; the reason is UTF-8.
-error_owner CreateDomainError(Error code, std::string const & reason);
+error_owner CreateDomainError(Error code, std::string const & reason) noexcept;
 
 // Throws CreateDomainError(code, the formatted reason).
 template <typename... Arguments>
@@ -39,20 +39,20 @@ template <typename... Arguments>
 
 // The output form of any error: its "Domain", "Code", "Description" and "FailureReason", as far as
 // it has them. Null for a null error or where the dictionary cannot be created.
-cf_owner<CFDictionaryRef> DictionaryFromError(CFErrorRef error);
+cf_owner<CFDictionaryRef> DictionaryFromError(CFErrorRef error) noexcept;
 
 // The exit status for an error: its code if that is 0 to 8, whatever its domain, else 1. 0 for a
 // null error.
-int GetCode(CFErrorRef error);
+int GetCode(CFErrorRef error) noexcept;
 
 // The string in UTF-8, up to its first NUL; empty optional for null or where it cannot be
 // converted.
 std::optional<std::string> to_utf8(CFStringRef string);
 
 // The same, with the empty string for what cannot be had.
-std::string MakeString(CFStringRef string);
+std::string MakeString(CFStringRef string) noexcept;
 
 // CoreFoundation's description of any object, "(null)" where there is none.
-std::string MakeDescription(CFTypeRef value);
+std::string MakeDescription(CFTypeRef value) noexcept;
 
 } // namespace qnrescue

@@ -18,9 +18,10 @@ void live_contexts::remove(void const * context) {
     if (entry == contexts.end()) {
         return;
     }
-    entry->second.closing = true;
-    left.wait(lock, [&] { return entry->second.visits == 0; });
-    contexts.erase(entry);
+    auto & leaving = entry->second;
+    leaving.closing = true;
+    left.wait(lock, [&] { return leaving.visits == 0; });
+    contexts.erase(context);
 }
 
 bool live_contexts::enter(void const * context) {

@@ -45,7 +45,7 @@ private:
 
     std::mutex mutex; // guards contexts
     std::condition_variable left;
-    std::unordered_map<void const *, state> contexts; // entries stay in place when others come
+    std::unordered_map<void const *, state> contexts; // references to entries stay valid
 };
 
 } // namespace qnrescue

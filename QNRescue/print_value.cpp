@@ -18,8 +18,10 @@ void output_str_state::print_value(CFStringRef type, CFTypeRef value) {
         return;
     }
     auto const document = make_mutable_dictionary();
-    CFDictionarySetValue(document.get(), CFSTR("Type"), type);
-    CFDictionarySetValue(document.get(), CFSTR("Value"), value);
+    if (document) {
+        CFDictionarySetValue(document.get(), CFSTR("Type"), type);
+        CFDictionarySetValue(document.get(), CFSTR("Value"), value);
+    }
 
     CFErrorRef failure = nullptr;
     auto const data = adopt(CFPropertyListCreateData(kCFAllocatorDefault, document.get(),

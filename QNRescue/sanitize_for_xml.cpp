@@ -13,6 +13,9 @@ cf_owner<CFTypeRef> convert(CFTypeRef value, on_error mode);
 
 cf_owner<CFTypeRef> convert_array(CFArrayRef array, on_error mode) {
     auto converted = make_mutable_array();
+    if (!converted) {
+        return nullptr;
+    }
     for (CFIndex i = 0, count = CFArrayGetCount(array); i < count; ++i) {
         if (auto const element = convert(CFArrayGetValueAtIndex(array, i), mode)) {
             CFArrayAppendValue(converted.get(), element.get());
@@ -30,6 +33,9 @@ cf_owner<CFTypeRef> convert_dictionary(CFDictionaryRef dictionary, on_error mode
     CFDictionaryGetKeysAndValues(dictionary, keys.data(), values.data());
 
     auto converted = make_mutable_dictionary();
+    if (!converted) {
+        return nullptr;
+    }
     for (std::size_t i = 0; i < count; ++i) {
         auto const value = is_a(keys[i], CFStringGetTypeID()) ? convert(values[i], mode) : nullptr;
         if (value) {
