@@ -1,4 +1,5 @@
 #include "support/file/create_file.hpp"
+#include "support/file/native_file.hpp"
 #include "support/file/readable_file.hpp"
 #include "support/file/writable_file.hpp"
 #include "tests/unit/support/file_fixture.hpp"
@@ -205,8 +206,11 @@ TEST_F(file_on_windows, takes_a_null_handle_for_a_failure) {
     error_code ec;
     auto const null = [](filesystem::path const &, ec_wrapper) -> HANDLE { return nullptr; };
     file.open_and_assign(path, null, ec_wrapper(ec));
+    EXPECT_FALSE(ec.failed()) << "to report it is up to what opens";
     EXPECT_FALSE(file.handle.is_open());
     EXPECT_TRUE(file.path.empty());
+    EXPECT_FALSE(QN::file::detail::is_valid(nullptr));
+    EXPECT_FALSE(QN::file::detail::is_valid(INVALID_HANDLE_VALUE));
 }
 
 TEST_F(file_on_windows, closes_a_handle_that_is_not_for_overlapped_use) {

@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include <functional>
+#include <string>
 #include <utility>
 
 namespace {
@@ -51,6 +52,19 @@ TEST(win32_module, finds_what_a_library_exports) {
 TEST(win32_module, refuses_a_missing_library) {
     expect_thrown([] { win32_module library("no-such-library.dll"); }, ERROR_MOD_NOT_FOUND,
                   "LoadLibrary(\"no-such-library.dll\")");
+}
+
+TEST(win32_module, loads_from_a_path) {
+    std::wstring folder(MAX_PATH, L'\0');
+    folder.resize(GetSystemDirectoryW(folder.data(), MAX_PATH));
+    ASSERT_FALSE(is_loaded(first));
+    {
+        win32_module const library(folder + L"\\winmm.dll", LOAD_LIBRARY_SEARCH_DLL_LOAD_DIR);
+        EXPECT_TRUE(is_loaded(first));
+    }
+    EXPECT_FALSE(is_loaded(first));
+    expect_thrown([] { win32_module library(L"C:\\Gerät 日本.dll", 0); }, ERROR_MOD_NOT_FOUND,
+                  "LoadLibrary(\"C:\\Gerät 日本.dll\")");
 }
 
 TEST(win32_module, refuses_a_missing_name) {
