@@ -1,5 +1,7 @@
 #include "simulator/CoreFoundation/encodings.hpp"
 
+#include "simulator/CoreFoundation/property_list_utf8.hpp"
+
 #include <boost/locale/utf.hpp>
 
 #include <algorithm>
@@ -177,14 +179,7 @@ std::optional<std::string> encode_8_bit(std::u16string_view text, UpperHalf cons
 
 std::optional<std::string> encode_utf8(std::u16string_view text) {
     std::string bytes;
-    for (auto at = text.begin(); at != text.end();) {
-        auto const point = utf_traits<char16_t>::decode(at, text.end());
-        if (!is_valid_codepoint(point)) {
-            return std::nullopt;
-        }
-        utf_traits<char>::encode(point, std::back_inserter(bytes));
-    }
-    return bytes;
+    return append_utf16(bytes, text) ? std::optional{bytes} : std::nullopt;
 }
 
 } // namespace
