@@ -14,8 +14,8 @@ void append_heading(std::u16string & text, Object const & object, std::string_vi
 // Appends what CFCopyDescription gives.
 void append_description(std::u16string & text, Object const & object);
 
-// Appends the object as a message shows it: a string or a number as its plain text, others as their
-// description.
+// Appends the object as a message shows it: a string, a number, a boolean or the null object as its
+// plain text, others as their description.
 void append_display(std::u16string & text, Object const & object);
 
 } // namespace cf

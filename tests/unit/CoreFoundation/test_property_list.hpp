@@ -75,8 +75,8 @@ inline std::string dictionary_notation(CFDictionaryRef dictionary) {
     return fmt::format("{{{}}}", fmt::join(parts, ", "));
 }
 
-// Strings in quotation marks (with lone surrogates as \u....), reals with their type, data in <>,
-// dates as @seconds, dictionaries sorted by key.
+// Strings in quotation marks (one with a lone surrogate as "(unreadable)"), reals with their type,
+// data in <>, dates as @seconds, dictionaries sorted by key, any other object as its description.
 inline std::string notation(CFTypeRef object) {
     if (object == nullptr) {
         return "nothing";
