@@ -1,3 +1,4 @@
+#include "simulator/CoreFoundation/data.hpp"
 #include "tests/unit/CoreFoundation/objects.hpp"
 
 #include <gtest/gtest.h>
@@ -72,6 +73,18 @@ TEST(Data, DescribesItself) {
                   "<CFData PTR [PTR]>{length = " + length + ", capacity = " + length +
                       ", bytes = " + row.bytes + "}");
     }
+}
+
+// No public function tells, since none here changes data.
+TEST(Data, IsMutableAsAWrittenPropertyList) {
+    for (CFPropertyListFormat const format :
+         {kCFPropertyListXMLFormat_v1_0, kCFPropertyListBinaryFormat_v1_0}) {
+        auto const document =
+            own(CFPropertyListCreateData(nullptr, kCFBooleanTrue, format, 0, nullptr));
+        ASSERT_NE(document, nullptr);
+        EXPECT_TRUE(document->is_mutable);
+    }
+    EXPECT_FALSE(counting_data(3)->is_mutable);
 }
 
 TEST(Date, DescribesItself) {

@@ -147,6 +147,9 @@ TEST(Error, AsksTheCLibraryAboutPosixErrors) {
     auto const described = error("NSPOSIXErrorDomain", 2, {{"NSLocalizedDescription", "ld"}});
     EXPECT_EQ(text_of(described), "ld");
     EXPECT_EQ(reason_of(described), "No such file or directory");
+    auto const failed = error("NSPOSIXErrorDomain", 2, {{"NSLocalizedFailure", "fail."}});
+    EXPECT_EQ(text_of(failed), "fail.");
+    EXPECT_EQ(reason_of(failed), "No such file or directory");
 }
 
 TEST(Error, HasUserInfoEvenWithout) {

@@ -180,6 +180,10 @@ TEST(Number, ConvertsReals) {
 TEST(Number, ReadsABooleanAsZero) {
     std::int32_t value = 77;
     auto const boolean = reinterpret_cast<CFNumberRef>(kCFBooleanTrue);
+    for (CFNumberType const type : {0, 99}) {
+        EXPECT_FALSE(CFNumberGetValue(boolean, type, &value));
+        EXPECT_EQ(value, 77);
+    }
     EXPECT_TRUE(CFNumberGetValue(boolean, kCFNumberSInt32Type, &value));
     EXPECT_EQ(value, 0);
 }

@@ -448,4 +448,14 @@ TEST(BinaryReading, MakesContainersMutableButEmptyOnes) {
     EXPECT_EQ(notation(empty.root.get()), "{\"k\": \"v\"}");
 }
 
+#ifndef _WIN32
+TEST(BinaryReadingDeathTest, KeepsEmptyDictionariesAsTheyAre) {
+    auto const empty = read(document_of({"d0"}));
+    EXPECT_DEATH(CFDictionarySetValue(const_cast<CFMutableDictionaryRef>(
+                                          static_cast<CFDictionaryRef>(empty.root.get())),
+                                      CFSTR("k"), CFSTR("v")),
+                 "CFDictionarySetValue: the dictionary is immutable");
+}
+#endif
+
 } // namespace

@@ -40,6 +40,8 @@ TEST(OldStyleReading, ReadsNothingAsAnEmptyDictionary) {
         {"// hi", "{}"},
         {"// hi\n/* a\nb */ \n//", "{}"},
         {"\xef\xbb\xbf ", "{}"},
+        {"\xef\xbb\xbf// hi", "{}"},
+        {"\xef\xbb\xbf/* c */", "{}"},
     });
 }
 
@@ -194,6 +196,18 @@ TEST(OldStyleReading, MakesEqualStringsOneObject) {
     EXPECT_EQ(CFArrayGetValueAtIndex(root, 0), CFArrayGetValueAtIndex(root, 1));
     EXPECT_EQ(CFArrayGetValueAtIndex(root, 2), CFArrayGetValueAtIndex(root, 3));
 }
+
+#ifndef _WIN32
+TEST(OldStyleReadingDeathTest, KeepsEmptyDictionariesAsTheyAre) {
+    for (auto const document : {"{}"sv, " "sv}) {
+        auto const empty = read(document);
+        EXPECT_DEATH(CFDictionarySetValue(const_cast<CFMutableDictionaryRef>(
+                                              static_cast<CFDictionaryRef>(empty.root.get())),
+                                          CFSTR("b"), CFSTR("c")),
+                     "CFDictionarySetValue: the dictionary is immutable");
+    }
+}
+#endif
 
 TEST(OldStyleReading, LetsFilledContainersBeChanged) {
     auto const reading = read("{ a = (b); }");

@@ -2,6 +2,12 @@
 
 #include <gtest/gtest.h>
 
+#ifndef _WIN32
+#include <fstream>
+#include <sys/resource.h>
+#include <unistd.h>
+#endif
+
 namespace {
 
 struct FaultRow {
@@ -121,5 +127,32 @@ TEST(Writing, RefusesOtherFormatsOnStandardError) {
         EXPECT_EQ(line, row.line);
     }
 }
+
+// The sanitizers need more address space than any limit leaves them.
+#if !defined(_WIN32) && !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
+
+// Leaves the process hardly more memory than it has.
+void exhaust_memory() {
+    std::size_t pages = 0;
+    std::ifstream{"/proc/self/statm"} >> pages;
+    rlim_t const bytes = pages * static_cast<std::size_t>(sysconf(_SC_PAGESIZE)) + (1U << 20U);
+    rlimit const limit{bytes, bytes};
+    setrlimit(RLIMIT_AS, &limit);
+}
+
+TEST(WritingDeathTest, TrapsWithoutMemory) {
+    auto const text = string(std::string(std::size_t{32} << 20U, 'x'));
+    EXPECT_DEATH((exhaust_memory(), write(text.get())),
+                 "^CoreFoundation: CFPropertyListCreateData: failed with std::bad_alloc\n$");
+}
+
+TEST(ReadingDeathTest, TrapsWithoutMemory) {
+    auto const document = data_of("<data>" + std::string(std::size_t{32} << 20U, 'A') + "</data>");
+    EXPECT_DEATH((exhaust_memory(),
+                  CFPropertyListCreateWithData(nullptr, document.get(), 0, nullptr, nullptr)),
+                 "^CoreFoundation: CFPropertyListCreateWithData: failed with std::bad_alloc\n$");
+}
+
+#endif
 
 } // namespace

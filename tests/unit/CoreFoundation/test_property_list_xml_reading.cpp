@@ -64,6 +64,15 @@ std::string utf32(std::u32string_view text) {
     return bytes;
 }
 
+std::string utf32_big_endian(std::u32string_view text) {
+    auto bytes = utf32(text);
+    for (std::size_t unit = 0; unit < bytes.size(); unit += 4) {
+        std::swap(bytes[unit], bytes[unit + 3]);
+        std::swap(bytes[unit + 1], bytes[unit + 2]);
+    }
+    return bytes;
+}
+
 constexpr auto declaration = "<?xml version=\"1.0\"?>"sv;
 constexpr auto unexpected_end = "Encountered unexpected EOF"sv;
 
@@ -158,6 +167,8 @@ TEST(XmlReading, UnderstandsEncodings) {
     expect_failures({
         {declared("foo", "x"), "Encountered unknown encoding (foo)"},
     });
+    auto const big_endian = utf32_big_endian(U"\ufeff<true/>");
+    EXPECT_EQ(read(big_endian).root, nullptr);
     EXPECT_EQ(read(declared("UTF-16", "x")).root, nullptr);
     for (auto const mark : {"\xef\xbb\xbf"sv, "\xff\xfe"sv, "\xfe\xff"sv, "\xff\xfe\0\0"sv}) {
         auto const reading = read(mark);
@@ -435,7 +446,12 @@ TEST(XmlReading, ReadsBooleans) {
     expect_failures({
         {"<true> </true>", "Encountered non-empty <true> on line 1"},
         {"<false>x</false>", "Encountered non-empty <false> on line 1"},
+        {"<true><true/></true>", "Encountered non-empty <true> on line 1"},
+        {"<plist>\n<false><!-- c --></false></plist>", "Encountered non-empty <false> on line 2"},
+        {"<true><![CDATA[]]></true>", "Encountered non-empty <true> on line 1"},
         {"<true>", unexpected_end},
+        {"<true><", unexpected_end},
+        {"<true></", unexpected_end},
     });
 }
 
@@ -565,6 +581,17 @@ TEST(XmlReading, MakesLeavesMutableOnRequest) {
     EXPECT_NE(own(CFStringCreateCopy(kCFAllocatorDefault, text)).get(), text);
 }
 
+TEST(XmlReading, MakesDataMutableOnRequest) {
+    auto const described = [](CFOptionFlags options) {
+        return description(read("<data>AAEC</data>", options).root.get());
+    };
+    auto const immutable = "<CFData PTR [PTR]>{length = 3, capacity = 3, bytes = 0x000102}"sv;
+    EXPECT_EQ(described(kCFPropertyListImmutable), immutable);
+    EXPECT_EQ(described(kCFPropertyListMutableContainers), immutable);
+    EXPECT_EQ(described(kCFPropertyListMutableContainersAndLeaves),
+              "<CFData PTR [PTR]>{length = 3, capacity = 16, bytes = 0x000102}");
+}
+
 #if defined(GTEST_HAS_DEATH_TEST) && !defined(_WIN32)
 TEST(XmlReadingDeathTest, KeepsEmptyDictionariesAsTheyAre) {
     auto const empty = read("<dict/>");
@@ -643,6 +670,25 @@ TEST(Reading, DescribesItsFailure) {
         "kCFPropertyListOldStyleParsingError=Error Domain=NSCocoaErrorDomain Code=3840 "
         "\"Expected ';' or '=' after key at line 1\" UserInfo={NSDebugDescription=Expected ';' or "
         "'=' after key at line 1}}");
+}
+
+TEST(Reading, TellsHowTheOldStyleParserTookATag) {
+    struct {
+        std::string_view document;
+        std::string_view text;
+        std::string_view old_style_text;
+    } const rows[] = {
+        {"<plist></plist>", "Encountered empty plist tag",
+         "Malformed data byte group at line 1; invalid hex"},
+        {"\n<a>", "Encountered unknown tag a on line 2",
+         "Malformed data byte group at line 2; uneven length"},
+    };
+    for (auto const & row : rows) {
+        auto const reading = read(row.document);
+        ASSERT_NE(reading.error, nullptr);
+        EXPECT_EQ(reading.text(), row.text);
+        EXPECT_EQ(reading.old_style_text(), row.old_style_text);
+    }
 }
 
 TEST(Reading, NeedsAnyData) {

@@ -113,8 +113,12 @@ TEST(XmlWriting, LosesTextAfterALoneSurrogate) {
         {{u'x', u'é', u'y', 0xdc00, u'b', u'<', u'z'}, "x&lt;z"},
     };
     for (auto const & row : rows) {
-        EXPECT_EQ(xml_body(string(row.text).get()),
-                  fmt::format("<string>{}</string>\n", row.written));
+        auto const text = string(row.text);
+        EXPECT_EQ(xml_body(text.get()), fmt::format("<string>{}</string>\n", row.written));
+        auto const map = dictionary();
+        CFDictionarySetValue(map.get(), text.get(), kCFBooleanTrue);
+        EXPECT_EQ(xml_body(map.get()),
+                  fmt::format("<dict>\n\t<key>{}</key>\n\t<true/>\n</dict>\n", row.written));
     }
     EXPECT_EQ(xml_body(string(letters).get()),
               fmt::format("<string>{}{}</string>\n", first_64, all.substr(64)));
@@ -149,7 +153,10 @@ TEST(XmlWriting, WritesIntegersSigned) {
         {number(kCFNumberShortType, std::uint16_t{0xffff}), "-1"},
         {number(kCFNumberSInt32Type, std::uint32_t{0x80000000}), "-2147483648"},
         {number(kCFNumberIntType, std::int32_t{5000}), "5000"},
+        {number(kCFNumberLongType, std::int64_t{-5000}), "-5000"},
+        {number(kCFNumberLongLongType, std::int64_t{1} << 40), "1099511627776"},
         {number(kCFNumberCFIndexType, std::int64_t{5000}), "5000"},
+        {number(kCFNumberNSIntegerType, std::int64_t{-1} << 40), "-1099511627776"},
         {wide_integer(0, ~std::uint64_t{0}), "18446744073709551615"},
     };
     for (auto const & row : rows) {

@@ -54,6 +54,7 @@ TEST(String, IsDecodedFromBytes) {
         {"caf\xc3\xa9", kCFStringEncodingUTF8, false, u"caf\u00e9"},
         {"\xf0\x9f\x98\x80", kCFStringEncodingUTF8, false, u"\U0001f600"},
         {"\xef\xbb\xbf", kCFStringEncodingUTF8, false, u""},
+        {"\xef\xbb\xbf", kCFStringEncodingUTF8, true, u""},
         {"\xef\xbb\xbfx", kCFStringEncodingUTF8, false, u"x"},
         {"\xef\xbb\xbfx", kCFStringEncodingUTF8, true, u"x"},
         {"x\xef\xbb\xbf", kCFStringEncodingUTF8, true, u"x\ufeff"},

@@ -3,6 +3,7 @@
 
 #include <gtest/gtest.h>
 
+#include <limits>
 #include <span>
 
 namespace {
@@ -28,6 +29,17 @@ CFMutableArrayRef full_array() {
 template <class Reference>
 Reference as(CFTypeRef object) {
     return static_cast<Reference>(const_cast<void *>(object));
+}
+
+// A mutable array with only one of the callbacks of objects.
+CFMutableArrayRef half_an_array(bool retains) {
+    CFArrayCallBacks callbacks{};
+    if (retains) {
+        callbacks.retain = kCFTypeArrayCallBacks.retain;
+    } else {
+        callbacks.release = kCFTypeArrayCallBacks.release;
+    }
+    return CFArrayCreateMutable(nullptr, 0, &callbacks);
 }
 
 struct Trap {
@@ -117,6 +129,28 @@ Trap const traps[] = {
     {"CFSetGetCount: the CFSet is null", [] { CFSetGetCount(nullptr); }},
     {"CFSetAddValue: a collection of objects cannot hold null",
      [] { CFSetAddValue(CFSetCreateMutable(nullptr, 0, &kCFTypeSetCallBacks), nullptr); }},
+    {"CFArrayAppendValue: a collection of objects cannot hold null",
+     [] { CFArrayAppendValue(half_an_array(true), nullptr); }},
+    {"CFArrayAppendValue: a collection of objects cannot hold null",
+     [] { CFArrayAppendValue(half_an_array(false), nullptr); }},
+    {"CFArrayGetValueAtIndex: the index 0 is outside an array of 0",
+     [] { CFArrayGetValueAtIndex(array().release(), 0); }},
+    {"CFArrayCreate: failed with .+",
+     [] { CFArrayCreate(nullptr, nullptr, std::numeric_limits<CFIndex>::max(), nullptr); }},
+    {"CFDictionaryCreate: a collection of objects cannot hold null",
+     [] {
+         void const * value = CFSTR("v");
+         CFDictionaryCreate(nullptr, nothing, &value, 1, &kCFTypeDictionaryKeyCallBacks,
+                            &kCFTypeDictionaryValueCallBacks);
+     }},
+    {"CFDictionaryGetValueIfPresent: a collection of objects cannot hold null",
+     [] { CFDictionaryGetValueIfPresent(full_dictionary(), nullptr, nullptr); }},
+    {"CFDictionaryRemoveValue: a collection of objects cannot hold null",
+     [] { CFDictionaryRemoveValue(full_dictionary(), nullptr); }},
+    {"CFDictionaryCreateMutableCopy: the CFDictionary is null",
+     [] { CFDictionaryCreateMutableCopy(nullptr, 0, nullptr); }},
+    {"CFSetCreate: a collection of objects cannot hold null",
+     [] { CFSetCreate(nullptr, nothing, 1, &kCFTypeSetCallBacks); }},
     {"CFErrorCreate: the CFString is null", [] { CFErrorCreate(nullptr, nullptr, 1, nullptr); }},
     {"CFErrorCopyDescription: the CFError is null", [] { CFErrorCopyDescription(nullptr); }},
     {"CFErrorGetCode: the CFError is null", [] { CFErrorGetCode(nullptr); }},
@@ -131,6 +165,12 @@ TEST(TrapDeathTest, EndsTheProcessWithOneLine) {
     for (auto const & trap : cases) {
         EXPECT_DEATH(trap.misuse(), std::string{"^CoreFoundation: "} + trap.line + "\n$");
     }
+}
+
+TEST(Trap, IsNotSetForNullInAnEmptyDictionary) {
+    auto const empty = dictionary();
+    EXPECT_EQ(CFDictionaryGetValue(empty.get(), nullptr), nullptr);
+    EXPECT_FALSE(CFDictionaryContainsKey(empty.get(), nullptr));
 }
 
 } // namespace
