@@ -1,8 +1,10 @@
 #include "tests/unit/QNRescue/simulated_devices.hpp"
 
 #include "QNRescue/cf_ownership.hpp"
-#include "tests/unit/QNRescue/output_capture.hpp"
 #include "tests/unit/QNRescue/temporary_folder.hpp"
+
+#include <boost/filesystem/fstream.hpp>
+#include <boost/filesystem/operations.hpp>
 
 #include <chrono>
 #include <condition_variable>
@@ -90,6 +92,7 @@ bool play_scenario(std::string_view dictionary) {
     write_file(scenario, "<plist version=\"1.0\">" + std::string(dictionary) + "</plist>");
     scenario_device_count = count(dictionary, "<key>ECID</key>");
     trace_file() = folder.path() / "trace.txt";
+    write_file(trace_file(), "");
     set_environment("MOBILEDEVICE_SIMULATOR_SCENARIO", scenario);
     set_environment("MOBILEDEVICE_SIMULATOR_TRACE", trace_file());
     return true;
@@ -102,13 +105,15 @@ std::vector<AMRestorableDeviceRef> const & devices_with(std::uint64_t ecid) {
 }
 
 call_trace::call_trace()
-    : beginning_of_trace(read_file(trace_file()).size()) {}
+    : beginning_of_trace(QN::filesystem::file_size(trace_file())) {}
 
 std::vector<std::string> call_trace::calls(std::string_view beginning) const {
+    QN::filesystem::ifstream stream(trace_file(), std::ios::binary);
+    stream.seekg(static_cast<std::streamoff>(beginning_of_trace));
     std::vector<std::string> found;
-    for (auto & line : lines_of(read_file(trace_file()).substr(beginning_of_trace))) {
+    for (std::string line; std::getline(stream, line);) {
         if (line.starts_with(beginning)) {
-            found.push_back(std::move(line));
+            found.push_back(line);
         }
     }
     return found;

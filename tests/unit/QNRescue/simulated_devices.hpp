@@ -30,7 +30,7 @@ public:
     std::vector<std::string> calls(std::string_view beginning) const;
 
 private:
-    std::size_t const beginning_of_trace;
+    std::uintmax_t const beginning_of_trace; // bytes
 };
 
 } // namespace tests

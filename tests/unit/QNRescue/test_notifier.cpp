@@ -1,3 +1,4 @@
+#include "tests/unit/QNRescue/assertion_text.hpp"
 #include "tests/unit/QNRescue/simulated_devices.hpp"
 #include "tests/unit/QNRescue/test_run.hpp"
 #include "tests/unit/QNRescue/test_scenario.hpp"
@@ -11,7 +12,6 @@
 #include <chrono>
 #include <future>
 #include <optional>
-#include <regex>
 #include <thread>
 
 #ifdef _WIN32
@@ -31,10 +31,9 @@ void expect_assertion(std::string const & function, std::string const & text, Ac
         action();
         FAIL() << text;
     } catch (std::invalid_argument const & exception) {
-        EXPECT_TRUE(std::regex_match(exception.what(),
-                                     std::regex("QNRescue/RestorableDeviceHandler:[1-9][0-9]*:" +
-                                                function + " Assertion " + text + " failed\\.")))
-            << exception.what();
+        EXPECT_EQ(without_line_number(exception.what()),
+                  "QNRescue/RestorableDeviceHandler:LINE:" + function + " Assertion " + text +
+                      " failed.");
     }
 }
 
@@ -77,9 +76,10 @@ TEST(Notifier, MakesAScratchPathOfItsOwn) {
     for (auto const * notifier : {&first, &second}) {
         auto const & path = notifier->scratchLocation;
         EXPECT_EQ(path.parent_path(), QN::filesystem::temp_directory_path());
-        EXPECT_TRUE(
-            std::regex_match(path.filename().string(), std::regex("qnrescue\\.[0-9a-f]{6}")))
-            << path;
+        auto const name = path.filename().string();
+        EXPECT_TRUE(name.starts_with("qnrescue.")) << name;
+        EXPECT_EQ(name.size(), std::string("qnrescue.xxxxxx").size()) << name;
+        EXPECT_EQ(name.find_first_not_of("0123456789abcdef", 9), std::string::npos) << name;
         EXPECT_FALSE(QN::filesystem::exists(path));
     }
     EXPECT_NE(first.scratchLocation, second.scratchLocation);
@@ -185,15 +185,14 @@ TEST(Notifier, ReportsAScratchDirectoryThatStays) {
     EXPECT_EQ(lines[1], "~device_notifier_state: Failed to clean scratch location (" +
                             reason.message() + ")");
 #endif
-    EXPECT_TRUE(std::regex_match(
-        lines[1],
-        std::regex("~device_notifier_state: Failed to clean scratch location \\([^)]+\\)")))
+    EXPECT_TRUE(lines[1].starts_with("~device_notifier_state: Failed to clean scratch location ("))
         << lines[1];
+    EXPECT_FALSE(lines[1].ends_with("()")) << lines[1];
 }
 
 TEST(Notifier, InsistsOnAScratchPathToTheEnd) {
     output_capture output;
-    expect_assertion("~device_notifier_state", "!scratchLocation\\.empty\\(\\)", [&] {
+    expect_assertion("~device_notifier_state", "!scratchLocation.empty()", [&] {
         device_notifier_state notifier(output.state(), std::nullopt, std::nullopt);
         notifier.scratchLocation.clear();
     });

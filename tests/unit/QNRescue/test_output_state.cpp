@@ -1,5 +1,6 @@
 #include "tests/unit/QNRescue/output_capture.hpp"
 
+#include "QNRescue/start_options.hpp"
 #include "tests/unit/QNRescue/overlapped_pipe.hpp"
 
 #include <boost/asio/io_context.hpp>

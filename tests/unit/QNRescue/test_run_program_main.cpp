@@ -203,10 +203,87 @@ TEST(RunProgramMain, RestoresToTheEnd) {
     EXPECT_EQ(run.output.streams.err.text(), "");
 }
 
+// A file of restore options, and what the tool says of it.
+struct options_file {
+    explicit options_file(std::string_view bytes) { write_file(path(), bytes); }
+
+    QN::filesystem::path path() const {
+        return folder.path() / QN::path_from_utf8("options \xc3\xa9.plist");
+    }
+    std::string text() const { return QN::path_to_utf8(path()); }
+    std::string refusal(std::string const & reason) const {
+        return "Cannot open file '" + text() + "' - " + reason;
+    }
+
+    temporary_folder folder;
+};
+
+constexpr auto some_options =
+    "<plist><dict><key>RestoreBundlePath</key><string>x</string></dict></plist>";
+
+TEST(RunProgramMain, RestoresWithTheOptionsOfAFile) {
+    auto const binary = adopt(CFPropertyListCreateData(
+        kCFAllocatorDefault, plist("<dict><key>a</key><true/></dict>").get(),
+        kCFPropertyListBinaryFormat_v1_0, 0, nullptr));
+    std::string const binary_options(reinterpret_cast<char const *>(CFDataGetBytePtr(binary.get())),
+                                     static_cast<std::size_t>(CFDataGetLength(binary.get())));
+    for (std::string const & bytes : {std::string(some_options), binary_options}) {
+        options_file const file(bytes);
+        program_run run({"--restore-plist", file.text(), "--ecid", "00000000000000D1"});
+        EXPECT_EQ(run.status, 0) << run.output.out();
+        EXPECT_EQ(run.output.documents().size(), 3U);
+    }
+}
+
+TEST(RunProgramMain, RefusesFilesThatHoldNoOptions) {
+    struct row {
+        char const * bytes;
+        char const * reason;
+    };
+    constexpr row rows[] = {
+        {"", "Empty file"},
+        {"<plist><array/></plist>", "Invalid format"},
+        {"<plist><string>text</string></plist>", "Invalid format"},
+        {"<plist><dict>", "Invalid format"},
+        {"@ this is no property list", "Invalid format"},
+    };
+    for (auto const & [bytes, reason] : rows) {
+        options_file const file(bytes);
+        expect_error({"--restore-plist", file.text(), "--ecid", some_ecid}, 8,
+                     file.refusal(reason));
+    }
+}
+
+TEST(RunProgramMain, RefusesFilesAboveOneGibibyte) {
+    options_file const file("");
+    QN::filesystem::resize_file(file.path(), 1073741825);
+    expect_error({"--restore-plist", file.text(), "--ecid", some_ecid}, 8,
+                 file.refusal("'" + file.text() +
+                              "' is 1073741825 bytes (max size is 1073741824 bytes): File is too "
+                              "large to fit into the buffer [QN::file:1]"));
+}
+
+TEST(RunProgramMain, SaysWhyAFileCannotBeRead) {
+    temporary_folder const folder;
+    auto const file = QN::path_to_utf8(folder.path() / "missing.plist");
+    program_run run({"--restore-plist", file, "--ecid", some_ecid});
+    EXPECT_EQ(run.status, 8);
+    EXPECT_NE(run.output.out().find("Cannot open file '" + file + "' - when opening file '" + file +
+                                    "' for reading: "),
+              std::string::npos)
+        << run.output.out();
+}
+
 TEST(RunProgramMain, EntersRestoreMode) {
-    program_run run({"--restore", "x.ipsw", "--enter-restore-mode", "--ecid", "00000000000000D2"});
-    EXPECT_EQ(run.status, 0);
-    EXPECT_EQ(run.output.documents().size(), 1U);
+    options_file const file(some_options);
+    for (strings const & command :
+         {strings{"--restore", "x.ipsw"}, strings{"--restore-plist", file.text()}}) {
+        auto arguments = command;
+        arguments.insert(arguments.end(), {"--enter-restore-mode", "--ecid", "00000000000000D2"});
+        program_run run(arguments);
+        EXPECT_EQ(run.status, 0) << run.output.out();
+        EXPECT_EQ(run.output.documents().size(), 1U);
+    }
 }
 
 TEST(RunProgramMain, AnswersTheCodeOfWhatTheCommandThrows) {
@@ -240,7 +317,7 @@ TEST(RunProgramMain, HandsTheLogFileToTheLibrary) {
     auto const calls = trace.calls("AMRestoreEnableFileLogging");
     ASSERT_EQ(calls.size(), 1U);
     EXPECT_TRUE(calls[0].ends_with(" -> 0"));
-    EXPECT_TRUE(QN::filesystem::exists(QN::path_from_utf8(log)));
+    EXPECT_EQ(read_file(QN::path_from_utf8(log)), "qnrescue --amr-logfile " + log + "\n");
 }
 
 TEST(RunProgramMain, RemovesItsScratchDirectory) {
