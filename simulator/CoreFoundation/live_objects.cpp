@@ -4,8 +4,11 @@
 // destructor, all of which run before a destructor function of this priority.
 #include "simulator/CoreFoundation/runtime.hpp"
 
+#include <algorithm>
+#include <array>
+#include <charconv>
 #include <cstdlib>
-#include <string>
+#include <string_view>
 
 #ifdef _WIN32
 #include <windows.h>
@@ -19,10 +22,25 @@ namespace {
 
 constinit std::atomic<std::int64_t> live_object_count{0};
 
-std::string last_line() {
-    return "live-objects " + std::to_string(live_object_count.load(std::memory_order_relaxed)) +
-           "\n";
-}
+// Made without allocating: at the end, a thread that was killed could hold the lock of the heap.
+class last_line {
+public:
+    last_line()
+        : m_end{std::ranges::copy(prefix, m_text.data()).out} {
+        m_end = std::to_chars(m_end, m_text.end() - 1,
+                              live_object_count.load(std::memory_order_relaxed))
+                    .ptr;
+        *m_end++ = '\n';
+    }
+
+    std::string_view text() const { return {m_text.data(), m_end}; }
+
+private:
+    static constexpr std::string_view prefix = "live-objects ";
+
+    std::array<char, 64> m_text;
+    char * m_end;
+};
 
 } // namespace
 
@@ -66,14 +84,16 @@ void append_last_line() {
     if (trace_path == nullptr) {
         return;
     }
-    auto const file = CreateFileW(trace_path, FILE_APPEND_DATA, FILE_SHARE_READ | FILE_SHARE_WRITE,
-                                  nullptr, OPEN_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr);
+    auto const file = CreateFileW(trace_path, FILE_APPEND_DATA,
+                                  FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr,
+                                  OPEN_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr);
     if (file == INVALID_HANDLE_VALUE) {
         return;
     }
-    auto const line = last_line();
+    last_line const line;
+    auto const text = line.text();
     DWORD written = 0;
-    WriteFile(file, line.data(), static_cast<DWORD>(line.size()), &written, nullptr);
+    WriteFile(file, text.data(), static_cast<DWORD>(text.size()), &written, nullptr);
     CloseHandle(file);
 }
 
@@ -102,7 +122,8 @@ __attribute__((destructor(after_all_others))) void append_last_line() {
         return;
     }
     if (auto * const file = std::fopen(path, "ab")) {
-        std::fputs(last_line().c_str(), file);
+        last_line const line;
+        std::fwrite(line.text().data(), 1, line.text().size(), file);
         std::fclose(file);
     }
 }

@@ -18,25 +18,28 @@ void notification_center::add_client(int id, AMRestorableDeviceNotificationCallb
                                      std::span<raw_notification const> notifications) {
     std::lock_guard const lock{m_mutex};
     m_clients[id] = {callback, context};
-    auto const now = clock::now();
+    batch const scripted{clock::now(), m_next_batch++};
     for (auto const & subject : devices) {
         auto const & description = subject->description();
-        schedule(now, description.connect_after,
+        schedule(scripted, description.connect_after,
                  {.what = kind::plugged, .client = id, .subject = subject.get()});
         if (description.disconnect_after) {
-            schedule(now, *description.disconnect_after,
+            schedule(scripted, *description.disconnect_after,
                      {.what = kind::unplugged, .client = id, .subject = subject.get()});
         }
     }
     for (auto const & raw : notifications) {
         auto const subject = raw.device ? devices[*raw.device].get() : nullptr;
-        schedule(now, raw.after,
+        schedule(scripted, raw.after,
                  {.what = kind::raw, .client = id, .subject = subject, .type = raw.type});
     }
 }
 
 void notification_center::remove_client(int id) {
     std::unique_lock lock{m_mutex};
+    if (id == 0) { // nobody's, and the mark of events and of no notification
+        return;
+    }
     m_clients.erase(id);
     std::erase_if(m_events, [id](event const & what) { return what.client == id; });
     if (std::this_thread::get_id() != m_thread) {
@@ -44,12 +47,21 @@ void notification_center::remove_client(int id) {
     }
 }
 
-void notification_center::reappear(device & subject, double leaves_after, appearance const & as,
-                                   double returns_after) {
+notification_center::absence notification_center::reappear(device & subject, double leaves_after,
+                                                           appearance const & as,
+                                                           double returns_after,
+                                                           clock::time_point from) {
     std::lock_guard const lock{m_mutex};
-    auto const now = clock::now();
-    schedule(now, leaves_after, {.what = kind::leaves, .subject = &subject});
-    schedule(now, returns_after, {.what = kind::returns, .subject = &subject, .as = &as});
+    batch const both{from, m_next_batch++};
+    m_absences.insert(both.number);
+    schedule(both, leaves_after, {.what = kind::leaves, .subject = &subject});
+    schedule(both, returns_after, {.what = kind::returns, .subject = &subject, .as = &as});
+    return both.number;
+}
+
+void notification_center::wait_for_return(absence of) {
+    std::unique_lock lock{m_mutex};
+    m_changed.wait(lock, [&] { return m_stopping || !m_absences.contains(of); });
 }
 
 void notification_center::stop() {
@@ -58,8 +70,9 @@ void notification_center::stop() {
     m_changed.notify_all();
 }
 
-void notification_center::schedule(clock::time_point base, double after, event what) {
-    what.due = base + to_duration(after * m_time_scale);
+void notification_center::schedule(batch const & with, double after, event what) {
+    what.due = with.base + to_duration(after * m_time_scale);
+    what.batch = with.number;
     what.after = after;
     what.order = m_next_order++;
     m_events.insert(what);
@@ -85,6 +98,10 @@ void notification_center::run() {
             lock.unlock();
             handle(next);
             lock.lock();
+            if (next.what == kind::returns) {
+                m_absences.erase(next.batch);
+                m_changed.notify_all();
+            }
         }
     }
 }

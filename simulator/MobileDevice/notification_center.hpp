@@ -24,6 +24,8 @@ public:
         : m_lifetime{shared}
         , m_time_scale{time_scale} {}
 
+    using absence = std::uint64_t;
+
     int new_client_id();
     bool has_client(int id);
 
@@ -36,10 +38,14 @@ public:
     // unless this is that very call.
     void remove_client(int id);
 
-    // The device leaves after a number of seconds, and returns in another appearance later. Tells
-    // all clients, unless the scenario has taken the device away meanwhile.
-    void reappear(device & subject, double leaves_after, appearance const & as,
-                  double returns_after);
+    // The device leaves a number of seconds from then on, and returns in another appearance later.
+    // Tells all clients, unless the scenario has taken the device away meanwhile.
+    absence reappear(device & subject, double leaves_after, appearance const & as,
+                     double returns_after, clock::time_point from = clock::now());
+
+    // Returns once all clients know of the device's return, or there is no telling them any more.
+    // Not for use inside a notification.
+    void wait_for_return(absence of);
 
     // Lets the thread end as soon as no callback holds it up.
     void stop();
@@ -49,6 +55,7 @@ private:
 
     struct event {
         clock::time_point due = {};
+        std::uint64_t batch = 0; // scheduled together: keeps others out where all is due at once
         double after = 0;        // seconds before scaling: keeps the order when the scale is 0
         std::uint64_t order = 0; // of creation: keeps what is due together in order
         kind what = kind::raw;
@@ -58,7 +65,8 @@ private:
         int type = 0;
 
         bool operator<(event const & other) const {
-            return std::tie(due, after, order) < std::tie(other.due, other.after, other.order);
+            return std::tie(due, batch, after, order) <
+                   std::tie(other.due, other.batch, other.after, other.order);
         }
     };
 
@@ -67,7 +75,12 @@ private:
         void * context;
     };
 
-    void schedule(clock::time_point base, double after, event what);
+    struct batch {
+        clock::time_point base;
+        std::uint64_t number;
+    };
+
+    void schedule(batch const & with, double after, event what);
     void run();
     void handle(event const & what);
     void notify(int id, appearance const * shown, int type);
@@ -80,6 +93,8 @@ private:
     std::condition_variable m_changed;
     std::map<int, client> m_clients;
     std::set<event> m_events;
+    std::set<absence> m_absences; // batches of devices that have not returned
+    std::uint64_t m_next_batch = 0;
     std::uint64_t m_next_order = 0;
     int m_next_id = 1;
     int m_notified_client = 0; // the one whose callback is under way

@@ -24,8 +24,10 @@ void restore::run() {
             }
         }
         if (planned.returns_as) {
-            m_around.center.reappear(m_device, leaves_after_report, *planned.returns_as,
-                                     returns_after_report);
+            auto const absence = m_around.center.reappear(
+                m_device, leaves_after_report, *planned.returns_as, returns_after_report);
+            m_around.center.wait_for_return(absence);
+            last = clock::now();
         }
     }
 }

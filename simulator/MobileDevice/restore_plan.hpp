@@ -10,7 +10,7 @@ namespace mobile_device {
 
 struct planned_report {
     scripted_report report;
-    appearance const * returns_as = nullptr; // the device leaves and returns after the report
+    appearance const * returns_as = nullptr; // the device leaves and returns before what follows
 };
 
 // What a device's scenario, or else the default restore, does with these options (which may be

@@ -37,6 +37,23 @@ TEST_F(Notifications, TimeScaleZeroDeliversAtOnceInTheOrderOfTheTimes) {
     EXPECT_EQ(recorder.wait_for(7), expected);
 }
 
+TEST_F(Notifications, WhatIsDueAtOnceIsNotMixed) {
+    auto & simulator = play(dictionary({{"TimeScale", integer(0)},
+                                        {"Devices", array({dictionary({{"ECID", text("1")}}),
+                                                           dictionary({{"ECID", text("2")}})})}}));
+    notification_recorder recorder;
+    recorder.wait_for(2);
+    auto const together = std::chrono::steady_clock::now() + 200ms;
+    for (auto const & each : simulator.devices()) { // two reboots at the same tick of the clock
+        simulator.center().reappear(*each, 0.1, each->booted_os, 0.6, together);
+    }
+    std::vector<notification> const expected = {
+        {{}, 1, 2, connected}, {{}, 2, 2, connected},    {{}, 1, 2, disconnected},
+        {{}, 1, 4, connected}, {{}, 2, 2, disconnected}, {{}, 2, 4, connected},
+    };
+    EXPECT_EQ(recorder.wait_for(6), expected);
+}
+
 TEST_F(Notifications, ANullDeviceIsDelivered) {
     play(dictionary({{"Notifications", array({dictionary({{"Type", integer(0)}})})}}));
     notification_recorder recorder;

@@ -170,6 +170,73 @@ TEST_F(Restore, TheDefaultOneReportsBootingBeforeTheDeviceLeaves) {
     EXPECT_LT(recorder.times().back(), notifications.times().at(3));
 }
 
+TEST_F(Restore, TheDefaultOneGoesOnOnceTheDeviceIsBack) {
+    play(plain_device(integer(0)));
+    struct observed {
+        std::mutex mutex;
+        std::vector<std::int64_t>
+            events; // the operation of a report; minus the state of an arrival
+    } seen;
+    auto const id = AMRestorableDeviceRegisterForNotifications(
+        [](AMRestorableDeviceRef object, AMRestorableDeviceNotificationType type, void * context) {
+            std::this_thread::sleep_for(20ms); // time enough for reports to overtake
+            auto & into = *static_cast<observed *>(context);
+            std::lock_guard const lock{into.mutex};
+            if (type == kAMRestorableDeviceConnected) {
+                into.events.push_back(-AMRestorableDeviceGetState(object));
+            }
+        },
+        &seen, nullptr);
+    for (bool arrived = false; !arrived;) {
+        std::this_thread::sleep_for(5ms);
+        std::lock_guard const lock{seen.mutex};
+        arrived = !seen.events.empty();
+    }
+    AMRestorableDeviceRestore(
+        device(0), options_for(bundle()).get(),
+        [](AMRestorableDeviceRef, CFDictionaryRef status, void * context) {
+            auto & into = *static_cast<observed *>(context);
+            std::lock_guard const lock{into.mutex};
+            into.events.push_back(number_of(report_recorder::status::retain(status), "Operation"));
+        },
+        &seen);
+    std::vector<std::int64_t> events;
+    auto const limit = std::chrono::steady_clock::now() + 20s;
+    while (std::ranges::count(events, -kAMRestorableDeviceStateBootedOS) == 0 &&
+           std::chrono::steady_clock::now() < limit) {
+        std::this_thread::sleep_for(5ms);
+        std::lock_guard const lock{seen.mutex};
+        events = seen.events;
+    }
+    AMRestorableDeviceUnregisterForNotifications(id);
+    auto const booting = std::ranges::find(events, 9);
+    ASSERT_GE(events.end() - booting, 2);
+    EXPECT_EQ(booting[1], -kAMRestorableDeviceStateRestoreOS);
+    ASSERT_GE(events.size(), 2U);
+    EXPECT_EQ(events[events.size() - 2], 0);
+    EXPECT_EQ(events.back(), -kAMRestorableDeviceStateBootedOS);
+}
+
+TEST_F(Restore, TheDefaultOneEndsWhileTheDeviceIsAway) {
+    play(plain_device(real(0.05)));
+    report_recorder recorder;
+    recorder.restore(device(0), options_for(bundle()).get());
+    auto const booting = recorder.wait_for(8); // three steps before the bundle's, the fifth boots
+    ASSERT_EQ(booting.size(), 8U);
+    EXPECT_EQ(number_of(booting.back(), "Operation"), 9);
+    EXPECT_TRUE(simulator::instance().end(20s));
+    EXPECT_EQ(recorder.wait_for(9, 50ms).size(), 8U);
+}
+
+TEST_F(Restore, TheDefaultOneGoesOnWhereNobodyIsNotified) {
+    play(plain_device(integer(0)));
+    report_recorder recorder;
+    recorder.restore(device(0), options_for(bundle()).get());
+    recorder.wait_for(8);
+    EXPECT_NE(AMRestorableDeviceUnregisterForNotifications(0), 0);
+    EXPECT_EQ(text_of(recorder.wait_for_status("Successful").back(), "Status"), "Successful");
+}
+
 TEST_F(Restore, TheDefaultOneTakesAboutAQuarterOfASecondForAStep) {
     play(plain_device(real(0.2)));
     report_recorder recorder;
