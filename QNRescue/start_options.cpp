@@ -73,10 +73,14 @@ po::options_description option_table(start_options & options) {
 // left as it is.
 void echo_command_line(std::string const & log_file, std::span<char const * const> arguments) {
     try {
-        auto file = QN::file::writable_file::create_new(QN::path_from_utf8(log_file));
-        file.write(fmt::format("{}\n", fmt::join(arguments, " ")));
+        auto const line = fmt::format("{}\n", fmt::join(arguments, " "));
+        boost::system::error_code error;
+        auto file = QN::file::writable_file::create_new(QN::path_from_utf8(log_file), error);
+        if (!error) {
+            file.write(line, error);
+        }
     } catch (std::exception const &) {
-        // The run goes on without the line.
+        // Out of memory: the run goes on without the line.
     }
 }
 

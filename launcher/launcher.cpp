@@ -24,7 +24,8 @@ std::wstring own_folder() {
     std::wstring path(32768, L'\0'); // the longest path that Windows has
     auto const length = GetModuleFileNameW(nullptr, path.data(), static_cast<DWORD>(path.size()));
     if (length == 0) {
-        throw QN::win::win32_error("GetModuleFileName", GetLastError());
+        auto const error = GetLastError();
+        throw QN::win::win32_error("GetModuleFileName", error);
     }
     return path.substr(0, path.find_last_of(L'\\', length) + 1);
 }
@@ -44,7 +45,8 @@ std::vector<std::string> utf8_arguments() {
     QN::win::detail::local_memory<wchar_t *> const words(
         CommandLineToArgvW(GetCommandLineW(), &count));
     if (words == nullptr) {
-        throw QN::win::win32_error("CommandLineToArgv", GetLastError());
+        auto const error = GetLastError();
+        throw QN::win::win32_error("CommandLineToArgv", error);
     }
     std::vector<std::string> arguments;
     for (std::size_t i = 0; i < static_cast<std::size_t>(count); ++i) {

@@ -6,7 +6,7 @@ native_handle open(filesystem::path const & path, open_mode mode,
                    fmt::format_string<std::string> context, asio_helpers::ec_wrapper ec) {
     boost::system::error_code error;
     auto const handle = open(path, mode, error);
-    if (error) {
+    if (!is_valid(handle)) {
         ec.report(error, [&] { return fmt::format(context, path_to_utf8(path)); });
     }
     return handle;
