@@ -56,8 +56,8 @@ TEST(DeviceInfo, OptionalFieldsAreAddedWherePresent) {
 
 TEST(DeviceInfo, TextsThatAreNotUtf8AreLeftOut) {
     auto info = plain_info();
-    info.productString = "\xff";
-    info.description = "text";
+    info.productString.emplace("\xff");
+    info.description.emplace("text");
     EXPECT_EQ(CFDictionaryGetCount(make_cftype(info).get()), 8);
 }
 
