@@ -10,8 +10,9 @@ class AMRLogFile(ToolTest):
         text = log.read_bytes().decode()
         first, _, rest = text.partition("\n")
         self.assertNotIn("\r", text)
-        self.assertTrue(first.endswith(" " + " ".join(process_arguments)), first)
-        self.assertIn("qnrescue.exe", first[: -len(" ".join(process_arguments))])
+        _, program, arguments = first.partition("qnrescue.exe ")
+        self.assertTrue(program, first)
+        self.assertEqual(" ".join(process_arguments), arguments)
         return rest
 
     def test_new_file_begins_with_the_command_line(self):
@@ -47,6 +48,7 @@ class AMRLogFile(ToolTest):
         run = self.run_tool("--list-devices", "--detect-timeout", "0", "--amr-logfile", str(log),
                             status=0)
         self.assertEqual(["DeviceList"], [each.type for each in run.documents])
+        self.assertIn("AMRestoreEnableFileLogging", run.call_names)
         self.assertFalse(log.parent.exists())
 
     def test_nothing_is_written_where_parsing_failed_before(self):
