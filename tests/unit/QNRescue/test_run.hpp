@@ -8,6 +8,9 @@
 
 #include <fmt/format.h>
 
+#include <cstddef>
+#include <deque>
+#include <new>
 #include <ostream>
 #include <string>
 
@@ -23,10 +26,26 @@ struct test_run {
         qnrescue::device_notifier_state::restoreCallback(nullptr, status, &notifier);
     }
 
+    test_run() = default;
+    ~test_run() noexcept(false) { notifier.~device_notifier_state(); }
+    test_run(test_run const &) = delete;
+    test_run & operator=(test_run const &) = delete;
+
     output_capture output;
     temporary_folder folder;
-    qnrescue::device_notifier_state notifier{output.state(), std::nullopt,
-                                             folder.path() / "scratch"};
+    qnrescue::device_notifier_state & notifier{
+        *new (unused_storage()) qnrescue::device_notifier_state(output.state(), std::nullopt,
+                                                                folder.path() / "scratch")};
+
+private:
+    // A failed command leaves its registration behind: no later notifier may have its address.
+    static void * unused_storage() {
+        struct alignas(qnrescue::device_notifier_state) storage {
+            std::byte bytes[sizeof(qnrescue::device_notifier_state)];
+        };
+        static auto & all = *new std::deque<storage>;
+        return all.emplace_back().bytes;
+    }
 };
 
 // A tool error that was thrown.
