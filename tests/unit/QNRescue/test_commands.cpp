@@ -77,8 +77,8 @@ TEST(ListDevices, InTheOrderOfTheirEcids) {
     auto const count = [&](std::uint64_t ecid) {
         return std::ranges::count(ecids, fmt::format("{:016X}", ecid));
     };
-    for (auto const ecid : {recovery_device, dfu_device, restore_os_device, twice_there,
-                            in_strange_state, comes_late}) {
+    for (auto const ecid :
+         {recovery_device, dfu_device, restore_os_device, twice_there, in_strange_state}) {
         EXPECT_EQ(count(ecid), 1) << ecid;
     }
     EXPECT_EQ(count(booted_device), 0);

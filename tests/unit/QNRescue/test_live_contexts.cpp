@@ -132,7 +132,7 @@ TEST(LiveContexts, ManyVisitorsOfObjectsThatGo) {
             }
         });
     }
-    for (int i = 0; i < 2000 || visits == 0; ++i) {
+    for (int i = 0; i < 300 || visits == 0; ++i) {
         auto const object = std::make_unique<std::atomic<int>>(0);
         live_contexts::instance().add(object.get());
         shown = object.get();

@@ -148,7 +148,7 @@ TEST(OutputChannel, LinesAfterTheLoopAreNotWritten) {
 // --- Many threads
 
 constexpr int producer_count = 8;
-constexpr int lines_per_producer = 2000;
+constexpr int lines_per_producer = 500;
 
 std::string line_of(int producer, int number) {
     return fmt::format("{} {} {}", producer, number, std::string(40, 'x'));
