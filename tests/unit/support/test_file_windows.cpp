@@ -300,14 +300,26 @@ TEST_F(file_with_long_path, is_named_in_messages_as_given) {
     }
 }
 
+class current_directory {
+public:
+    explicit current_directory(filesystem::path const & path) { filesystem::current_path(path); }
+    ~current_directory() {
+        error_code ignored;
+        filesystem::current_path(before, ignored);
+    }
+    current_directory(current_directory const &) = delete;
+    current_directory & operator=(current_directory const &) = delete;
+
+private:
+    filesystem::path const before = filesystem::current_path();
+};
+
 TEST_F(file_with_long_path, is_found_from_the_current_directory) {
-    auto const before = filesystem::current_path();
-    filesystem::current_path(folder);
+    current_directory const here(folder);
     writable_file::create_new(path).write("content");
     auto const relative =
         filesystem::path(L"./" + deep.native().substr(folder.size() + 1) + L"/file");
     EXPECT_EQ(readable_file(relative).read_whole_file(limit).size(), 7U);
-    filesystem::current_path(before);
 }
 
 TEST(openable_name, leaves_short_paths_alone) {
