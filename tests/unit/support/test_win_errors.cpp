@@ -8,6 +8,7 @@
 
 #include <windows.h>
 
+#include <initializer_list>
 #include <limits>
 #include <string>
 
@@ -144,24 +145,30 @@ struct fallback {
     char const * text;
 };
 
-class hresult_fallback : public testing::TestWithParam<fallback> {};
-
-TEST_P(hresult_fallback, stands_in_for_a_missing_text) {
-    auto const [code, text] = GetParam();
-    if (!raw_text(code).empty()) {
-        GTEST_SKIP() << "the system has a text";
+// A system may have a text for one row or another, but not for all of them.
+void expect_fallbacks(std::initializer_list<fallback> rows) {
+    int without_text = 0;
+    for (auto const & [code, text] : rows) {
+        if (raw_text(code).empty()) {
+            EXPECT_EQ(hresult_text(code), text);
+            ++without_text;
+        }
     }
-    EXPECT_EQ(hresult_text(code), text);
+    EXPECT_GT(without_text, 0);
 }
 
-INSTANTIATE_TEST_SUITE_P(all, hresult_fallback,
-                         testing::Values(fallback{0x800401FF, "Unknown error 0x800401FF"},
-                                         fallback{0x80040200, "Unknown error 0x80040200"},
-                                         fallback{0x80040201, "IDispatch error #1"},
-                                         fallback{0x80048ABC, "IDispatch error #35004"},
-                                         fallback{0x8004FFFF, "IDispatch error #65023"},
-                                         fallback{0x80050000, "Unknown error 0x80050000"},
-                                         fallback{0x8ABCDEF0, "Unknown error 0x8ABCDEF0"},
-                                         fallback{0x1FFFF, "Unknown error 0x1FFFF"}));
+TEST(hresult_category, counts_errors_of_interfaces_that_have_no_text) {
+    expect_fallbacks({{0x80040201, "IDispatch error #1"},
+                      {0x80048ABC, "IDispatch error #35004"},
+                      {0x8004FFFF, "IDispatch error #65023"}});
+}
+
+TEST(hresult_category, shows_other_numbers_that_have_no_text) {
+    expect_fallbacks({{0x800401FF, "Unknown error 0x800401FF"},
+                      {0x80040200, "Unknown error 0x80040200"},
+                      {0x80050000, "Unknown error 0x80050000"},
+                      {0x8ABCDEF0, "Unknown error 0x8ABCDEF0"},
+                      {0x1FFFF, "Unknown error 0x1FFFF"}});
+}
 
 } // namespace
