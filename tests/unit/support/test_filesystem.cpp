@@ -30,10 +30,23 @@ TEST(Paths, HoldOneCharacterForEachLetter) {
     }
 }
 
-TEST(Paths, ThatAreNoValidTextLoseWhatIsNone) {
+TEST(Paths, ThatAreNoValidTextShowWhereTheyAreNone) {
     EXPECT_EQ(QN::path_to_utf8(QN::path_from_utf8("a\xff\xfe"
                                                   "b")),
-              "ab");
+              "a\uFFFD\uFFFDb");
+    EXPECT_EQ(QN::path_to_utf8(QN::path_from_utf8("a\xc3")), "a\uFFFD");
 }
+
+#ifdef _WIN32
+
+TEST(Paths, WithHalfACharacterDoNotBecomeThoseWithout) {
+    EXPECT_EQ(QN::path_to_utf8(L"a\xDC00.ipsw"), "a\uFFFD.ipsw");
+    EXPECT_EQ(QN::path_to_utf8(L"a\xD800"), "a\uFFFD");
+    auto const name = QN::path_to_utf8(L"a\xD800.ipsw");
+    EXPECT_EQ(name.substr(0, 4), "a\uFFFD");
+    EXPECT_EQ(name.substr(name.size() - 4), "ipsw");
+}
+
+#endif
 
 } // namespace
