@@ -1,5 +1,6 @@
 #include "support/file/create_file.hpp"
 #include "support/file/native_file.hpp"
+#include "support/file/openable_name.hpp"
 
 #include <boost/system/system_category.hpp>
 

@@ -2,9 +2,8 @@
 
 #include "support/file/errc.hpp"
 #include "support/file/open.hpp"
+#include "support/file/read_exactly.hpp"
 
-#include <boost/asio/buffer.hpp>
-#include <boost/asio/read.hpp>
 #include <fmt/format.h>
 
 #include <exception>
@@ -76,7 +75,7 @@ std::vector<std::uint8_t> readable_file::read_whole_file_impl(std::uint32_t max,
         return bytes;
     }
     boost::system::error_code error;
-    boost::asio::read(handle, boost::asio::buffer(bytes), error);
+    detail::read_exactly(handle, bytes, error);
     if (error) {
         ec.report(error, [] { return "read"; });
     }

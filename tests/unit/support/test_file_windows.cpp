@@ -1,5 +1,6 @@
-#include "support/file/create_file.hpp"
 #include "support/file/native_file.hpp"
+#include "support/file/openable_name.hpp"
+#include "support/file/read_exactly.hpp"
 #include "support/file/readable_file.hpp"
 #include "support/file/writable_file.hpp"
 #include "tests/unit/support/file_fixture.hpp"
@@ -10,9 +11,12 @@
 
 #include <winternl.h>
 
+#include <chrono>
 #include <filesystem>
 #include <fstream>
 #include <functional>
+#include <string_view>
+#include <thread>
 
 namespace {
 
@@ -199,6 +203,80 @@ TEST_F(file_on_windows, advances_by_what_a_request_transfers) {
     file.handle.read_some(boost::asio::buffer(buffer), ec);
     EXPECT_TRUE(ec.failed());
     EXPECT_EQ(file.handle.position(), 7U);
+}
+
+// A pipe that keeps messages apart; what is read comes from the other end of it.
+class message_pipe {
+public:
+    message_pipe() {
+        auto const name = LR"(\\.\pipe\file_test.)" + std::to_wstring(GetCurrentProcessId());
+        auto const reader =
+            CreateNamedPipeW(name.c_str(), PIPE_ACCESS_INBOUND | FILE_FLAG_OVERLAPPED,
+                             PIPE_TYPE_MESSAGE | PIPE_READMODE_MESSAGE, 1, 0, 1000000, 0, nullptr);
+        writer = CreateFileW(name.c_str(), GENERIC_WRITE, 0, nullptr, OPEN_EXISTING, 0, nullptr);
+        EXPECT_NE(writer, INVALID_HANDLE_VALUE) << GetLastError();
+        file.assign(name, reader, ec_wrapper());
+    }
+    ~message_pipe() { CloseHandle(writer); }
+    message_pipe(message_pipe const &) = delete;
+    message_pipe & operator=(message_pipe const &) = delete;
+
+    void write(std::string_view message) {
+        DWORD written = 0;
+        EXPECT_TRUE(WriteFile(writer, message.data(), static_cast<DWORD>(message.size()), &written,
+                              nullptr))
+            << GetLastError();
+        EXPECT_EQ(written, message.size());
+    }
+
+    readable_file file;
+
+private:
+    HANDLE writer;
+};
+
+TEST(message_in_a_pipe, is_read_on_after_a_request_that_was_too_short) {
+    message_pipe pipe;
+    pipe.write("content");
+    std::string buffer(100, '\0');
+    error_code ec;
+    EXPECT_EQ(pipe.file.handle.read_some(boost::asio::buffer(buffer.data(), 4), ec), 4U);
+    EXPECT_EQ(ec, system_error(ERROR_MORE_DATA));
+    EXPECT_EQ(pipe.file.handle.position(), 4U);
+    ec.clear();
+    EXPECT_EQ(pipe.file.handle.read_some(boost::asio::buffer(buffer) + 4, ec), 3U);
+    EXPECT_FALSE(ec.failed()) << ec;
+    EXPECT_EQ(pipe.file.handle.position(), 7U);
+    EXPECT_EQ(buffer.substr(0, 7), "content");
+}
+
+TEST(message_in_a_pipe, is_waited_for) {
+    message_pipe pipe;
+    std::thread later([&] {
+        std::this_thread::sleep_for(std::chrono::milliseconds(100));
+        pipe.write("content");
+    });
+    std::string buffer(100, '\0');
+    error_code ec;
+    EXPECT_EQ(pipe.file.handle.read_some(boost::asio::buffer(buffer), ec), 7U);
+    EXPECT_FALSE(ec.failed()) << ec;
+    later.join();
+    EXPECT_EQ(buffer.substr(0, 7), "content");
+}
+
+// Its first request is too short for the whole message.
+TEST(message_in_a_pipe, shows_how_much_is_asked_for_at_once) {
+    message_pipe pipe;
+    auto const content = pattern(70000);
+    pipe.write(content);
+    std::vector<std::uint8_t> bytes(content.size());
+    error_code ec;
+    QN::file::detail::read_exactly(pipe.file.handle, bytes, ec);
+    EXPECT_EQ(ec, system_error(ERROR_MORE_DATA));
+    EXPECT_EQ(pipe.file.handle.position(), 65536U);
+    auto expected = content.substr(0, 65536);
+    expected.resize(content.size());
+    EXPECT_TRUE(std::string(bytes.begin(), bytes.end()) == expected);
 }
 
 TEST_F(file_on_windows, takes_a_null_handle_for_a_failure) {
