@@ -1,11 +1,21 @@
 #include "tests/unit/QNRescue/temporary_folder.hpp"
 
-#include <boost/filesystem/fstream.hpp>
 #include <boost/filesystem/operations.hpp>
 
+#include <filesystem>
+#include <fstream>
 #include <iterator>
 
 namespace tests {
+
+namespace {
+
+// A stream of the standard library takes a name in any alphabet.
+std::filesystem::path stream_name(QN::filesystem::path const & path) {
+    return path.native();
+}
+
+} // namespace
 
 temporary_folder::temporary_folder()
     : location(QN::filesystem::temp_directory_path() /
@@ -19,12 +29,12 @@ temporary_folder::~temporary_folder() {
 }
 
 void write_file(QN::filesystem::path const & path, std::string_view bytes) {
-    QN::filesystem::ofstream stream(path, std::ios::binary);
+    std::ofstream stream(stream_name(path), std::ios::binary);
     stream << bytes;
 }
 
 std::string read_file(QN::filesystem::path const & path) {
-    QN::filesystem::ifstream stream(path, std::ios::binary);
+    std::ifstream stream(stream_name(path), std::ios::binary);
     return {std::istreambuf_iterator<char>(stream), std::istreambuf_iterator<char>()};
 }
 
