@@ -44,12 +44,16 @@ win32_module::~win32_module() {
 }
 
 void * win32_module::internal_get_proc_address(char const * proc) const {
-    auto const address = GetProcAddress(module, proc);
+    auto const address = find_proc_address(proc);
     if (address == nullptr) {
         auto const error = GetLastError();
         throw win32_error(fmt::format("GetProcAddress(\"{}\", \"{}\")", name, proc), error);
     }
-    return reinterpret_cast<void *>(address);
+    return address;
+}
+
+void * win32_module::find_proc_address(char const * proc) const noexcept {
+    return reinterpret_cast<void *>(GetProcAddress(module, proc));
 }
 
 } // namespace QN::win

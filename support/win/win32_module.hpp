@@ -23,6 +23,8 @@ public:
     // The address of a function or variable that the library exports; throws win32_error where it
     // exports none of this name.
     void * internal_get_proc_address(char const * proc) const;
+    // The same, but null where it exports none; the last error tells why.
+    void * find_proc_address(char const * proc) const noexcept;
 
 private:
     void throw_unless_loaded(unsigned long error) const;

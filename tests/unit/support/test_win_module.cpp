@@ -71,6 +71,7 @@ TEST(win32_module, refuses_a_missing_name) {
     win32_module const library("kernel32.dll");
     expect_thrown([&] { library.internal_get_proc_address("NoSuchFunction"); },
                   ERROR_PROC_NOT_FOUND, "GetProcAddress(\"kernel32.dll\", \"NoSuchFunction\")");
+    EXPECT_EQ(library.find_proc_address("NoSuchFunction"), nullptr);
 }
 
 TEST(win32_module, moves_its_library_along) {
