@@ -1,69 +1,71 @@
-// qnrescue.exe: loads libqnrescuelib.dll from its own folder and runs the tool in it.
-#include "support/filesystem.hpp"
-#include "support/win/local_memory.hpp"
+// qnrescue.exe: loads the platform's libraries and libqnrescuelib.dll, and runs the tool in it.
+#include "launcher/command_line.hpp"
+#include "launcher/internal_error_document.hpp"
+#include "launcher/permanent_module.hpp"
+#include "launcher/platform_libraries.hpp"
+#include "launcher/windows_places.hpp"
 #include "support/win/win32_error.hpp"
-#include "support/win/win32_module.hpp"
 
 #include <windows.h>
 
 #include <fcntl.h>
 #include <io.h>
-#include <shellapi.h>
+
+#include <fmt/format.h>
 
 #include <cstdio>
 #include <cstdlib>
 #include <exception>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
 namespace {
 
+using namespace launcher;
+
 using tool_main = int (*)(int argc, char const ** argv);
 
-std::wstring own_folder() {
-    std::wstring path(32768, L'\0'); // the longest path that Windows has
-    auto const length = GetModuleFileNameW(nullptr, path.data(), static_cast<DWORD>(path.size()));
-    if (length == 0) {
+void restrict_library_search() {
+    // A program that drives this one would wait for ever behind a box that tells of a bad library.
+    SetErrorMode(GetErrorMode() | SEM_FAILCRITICALERRORS);
+    if (!SetDefaultDllDirectories(LOAD_LIBRARY_SEARCH_DEFAULT_DIRS)) {
         auto const error = GetLastError();
-        throw QN::win::win32_error("GetModuleFileName", error);
+        throw QN::win::win32_error("SetDefaultDllDirectories", error);
     }
-    return path.substr(0, path.find_last_of(L'\\', length) + 1);
 }
 
-// Stays loaded to the end of the process: the tool's threads may still run when its main returns.
-QN::win::win32_module const & tool() {
-    static auto const & library = *new QN::win::win32_module(own_folder() + L"libqnrescuelib.dll",
-                                                             LOAD_LIBRARY_SEARCH_DLL_LOAD_DIR |
-                                                                 LOAD_LIBRARY_SEARCH_DEFAULT_DIRS);
-    return library;
-}
-
-// The command line in UTF-8. The run-time library's own arguments would have their wildcards
-// replaced by file names.
-std::vector<std::string> utf8_arguments() {
-    int count = 0;
-    QN::win::detail::local_memory<wchar_t *> const words(
-        CommandLineToArgvW(GetCommandLineW(), &count));
-    if (words == nullptr) {
-        auto const error = GetLastError();
-        throw QN::win::win32_error("CommandLineToArgv", error);
+tool_main load_tool(place const & program) {
+    try {
+        auto const & tool = load_permanently(program.folder / L"libqnrescuelib.dll");
+        return reinterpret_cast<tool_main>(tool.internal_get_proc_address("main"));
+    } catch (QN::win::win32_error const & error) {
+        throw std::runtime_error(
+            fmt::format("{}\nqnrescue.exe, libqnrescuelib.dll and libdevforwardmin.dll belong in "
+                        "one folder: unpack all of the package again.",
+                        error.what()));
     }
-    std::vector<std::string> arguments;
-    for (std::size_t i = 0; i < static_cast<std::size_t>(count); ++i) {
-        arguments.push_back(QN::path_to_utf8(words[i]));
-    }
-    return arguments;
 }
 
 int run_tool() {
+    restrict_library_search();
+    auto const program = program_place();
+    load_platform_libraries(program);
+    auto const run = load_tool(program);
+
     auto const arguments = utf8_arguments();
     std::vector<char const *> argv;
     for (auto const & argument : arguments) {
         argv.push_back(argument.c_str());
     }
     argv.push_back(nullptr);
-    auto const run = reinterpret_cast<tool_main>(tool().internal_get_proc_address("main"));
     return run(static_cast<int>(arguments.size()), argv.data());
+}
+
+void write(std::FILE * stream, std::string const & text) {
+    _setmode(_fileno(stream), _O_BINARY);
+    std::fwrite(text.data(), 1, text.size(), stream);
+    std::fflush(stream);
 }
 
 } // namespace
@@ -72,8 +74,8 @@ int main() {
     try {
         return run_tool();
     } catch (std::exception const & exception) {
-        _setmode(_fileno(stderr), _O_BINARY);
-        std::fprintf(stderr, "qnrescue: %s\n", exception.what());
+        write(stdout, internal_error_document(exception.what()));
+        write(stderr, fmt::format("qnrescue: {}\n", exception.what()));
         return EXIT_FAILURE;
     }
 }

@@ -1,0 +1,12 @@
+#pragma once
+
+#include <string>
+#include <string_view>
+
+namespace launcher {
+
+// The document that the tool prints for an error with code 1 and this reason, in UTF-8, down to the
+// line feed that follows it. For errors before there is a CoreFoundation to write it with.
+std::string internal_error_document(std::string_view reason);
+
+} // namespace launcher

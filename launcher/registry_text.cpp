@@ -1,0 +1,32 @@
+#include "launcher/registry_text.hpp"
+
+#include "launcher/environment_variables.hpp"
+#include "support/win/error_category.hpp"
+
+namespace launcher {
+
+namespace {
+
+// Variables are replaced afterwards: Wine does not keep to the size of the buffer here.
+constexpr DWORD flags = RRF_RT_REG_SZ | RRF_RT_REG_EXPAND_SZ | RRF_NOEXPAND | RRF_SUBKEY_WOW6464KEY;
+
+} // namespace
+
+std::wstring registry_text(HKEY root, wchar_t const * key, wchar_t const * value,
+                           std::error_code & error) {
+    std::wstring text;
+    DWORD type = REG_NONE;
+    LSTATUS status = ERROR_MORE_DATA;
+    for (std::size_t length = 512; status == ERROR_MORE_DATA; length *= 2) {
+        text.resize(length);
+        auto size = static_cast<DWORD>(length * sizeof text.front());
+        status = RegGetValueW(root, key, value, flags, &type, text.data(), &size);
+    }
+    error = QN::win::make_error_code(status);
+    if (error) {
+        return {};
+    }
+    return type == REG_EXPAND_SZ ? replace_variables(text.c_str()) : text.c_str();
+}
+
+} // namespace launcher
