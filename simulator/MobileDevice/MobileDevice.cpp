@@ -1,19 +1,20 @@
 #include "platform/MobileDevice.h"
 
+#include "simulator/MobileDevice/amr_errors.hpp"
 #include "simulator/MobileDevice/default_options.hpp"
 #include "simulator/MobileDevice/simulator.hpp"
 #include "simulator/MobileDevice/text.hpp"
 #include "simulator/MobileDevice/values.hpp"
 
-#include <concepts>
-#include <utility>
+#include <cstdint>
+#include <string>
+#include <string_view>
+
+#include <fmt/format.h>
 
 using namespace mobile_device;
 
 namespace {
-
-constexpr int amr_bad_argument = 1;
-constexpr int amr_unable_to_open_file = 12;
 
 // Seconds after a reboot command until the device has left, and has returned.
 constexpr double leaves_after_reboot = 0.1;

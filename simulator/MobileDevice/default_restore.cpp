@@ -1,5 +1,6 @@
 #include "simulator/MobileDevice/default_restore.hpp"
 
+#include "simulator/MobileDevice/amr_errors.hpp"
 #include "simulator/MobileDevice/restore_bundle.hpp"
 #include "simulator/MobileDevice/values.hpp"
 
@@ -14,7 +15,6 @@ struct step {
 };
 
 constexpr int booting = 9;
-constexpr int amr_bad_argument = 1;
 
 // The last of these is where a bundle that cannot be used shows.
 constexpr step opening_steps[] = {

@@ -1,5 +1,6 @@
 #include "simulator/MobileDevice/restore_bundle.hpp"
 
+#include "simulator/MobileDevice/amr_errors.hpp"
 #include "simulator/MobileDevice/files.hpp"
 
 #include <algorithm>
@@ -9,10 +10,6 @@ namespace mobile_device {
 namespace {
 
 constexpr std::string_view manifest_name = "BuildManifest.plist";
-
-constexpr int amr_file_error = 11;
-constexpr int amr_unable_to_open_file = 12;
-constexpr int amr_path_does_not_exist = 17;
 
 using bytes = std::vector<std::uint8_t>;
 
