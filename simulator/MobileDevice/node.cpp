@@ -1,5 +1,6 @@
 #include "simulator/MobileDevice/node.hpp"
 
+#include "simulator/MobileDevice/text.hpp"
 #include "simulator/MobileDevice/values.hpp"
 
 #include <algorithm>
@@ -8,7 +9,8 @@
 namespace mobile_device {
 
 void node::fail(std::string_view fault) const {
-    throw scenario_fault{fmt::format("{}: {}", m_path.empty() ? "root" : m_path, fault)};
+    throw scenario_fault{
+        on_one_line(fmt::format("{}: {}", m_path.empty() ? "root" : m_path, fault))};
 }
 
 bool node::is_integer() const {
@@ -53,21 +55,23 @@ double node::amount() const {
     return result;
 }
 
-// A property list holds integers from -2^63 to 2^64-1. The upper half of the positive ones wraps
-// around when it is read as a signed number; only its floating-point value tells it apart.
+// A property list holds integers of up to 128 bits, and what is read as 64 bits is their low half.
+// An integer is that half, with or without a sign, exactly where they have the same floating-point
+// value: the value of a wider one lies a multiple of 2^64 away, which no rounding hides.
 node::whole_number node::whole() const {
     if (!is_integer()) {
         fail("must be an integer");
     }
     auto const number = static_cast<CFNumberRef>(m_value);
     std::int64_t low = 0;
-    double magnitude = 0;
+    double rounded = 0;
     CFNumberGetValue(number, kCFNumberSInt64Type, &low);
-    CFNumberGetValue(number, kCFNumberFloat64Type, &magnitude);
-    if (magnitude < -0x1p63 || magnitude > 0x1p64) {
+    CFNumberGetValue(number, kCFNumberFloat64Type, &rounded);
+    auto const bits = static_cast<std::uint64_t>(low);
+    if (rounded != static_cast<double>(low) && rounded != static_cast<double>(bits)) {
         fail("must fit 64 bits");
     }
-    return {magnitude < 0, static_cast<std::uint64_t>(low)};
+    return {rounded < 0, bits};
 }
 
 std::uint64_t node::unsigned_integer() const {

@@ -17,7 +17,7 @@
 
 namespace mobile_device {
 
-// A scenario that cannot be understood. The text is the key path, a colon and the fault.
+// A scenario that cannot be understood. The text is one line: the key path, a colon and the fault.
 class scenario_fault : public std::runtime_error {
 public:
     using std::runtime_error::runtime_error;
@@ -44,7 +44,7 @@ public:
     bool boolean() const;
     // Seconds or a factor: a real or an integer, finite and not negative.
     double amount() const;
-    // The low 64 bits of an integer of any size that a property list can hold.
+    // An integer from -2^63 to 2^64-1, as its 64 bits.
     std::uint64_t bits() const { return whole().bits; }
     // An integer without a sign, up to 64 bits.
     std::uint64_t unsigned_integer() const;

@@ -1,17 +1,27 @@
 #include "simulator/MobileDevice/values.hpp"
 
-#include <vector>
-
 namespace mobile_device {
+namespace {
+
+// What a UTF-16 unit takes in UTF-8; a surrogate takes half of what its pair does.
+std::size_t utf8_size(UniChar unit) {
+    bool const surrogate = (unit & 0xF800) == 0xD800;
+    return unit < 0x80 ? 1 : unit < 0x800 || surrogate ? 2 : 3;
+}
+
+} // namespace
 
 std::optional<std::string> to_utf8(CFStringRef string) {
-    auto const size =
-        CFStringGetMaximumSizeForEncoding(CFStringGetLength(string), kCFStringEncodingUTF8) + 1;
-    std::vector<char> buffer(static_cast<std::size_t>(size));
-    if (!CFStringGetCString(string, buffer.data(), size, kCFStringEncodingUTF8)) {
+    std::size_t size = 0; // counted, as a NUL may be part of the text
+    for (CFIndex index = 0; index < CFStringGetLength(string); ++index) {
+        size += utf8_size(CFStringGetCharacterAtIndex(string, index));
+    }
+    std::string result(size, '\0');
+    if (!CFStringGetCString(string, result.data(), static_cast<CFIndex>(size) + 1,
+                            kCFStringEncodingUTF8)) {
         return std::nullopt;
     }
-    return std::string{buffer.data()};
+    return result;
 }
 
 reference<CFStringRef> make_string(std::string_view utf8) {

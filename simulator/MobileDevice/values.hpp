@@ -10,7 +10,7 @@
 
 namespace mobile_device {
 
-// The text in UTF-8; nothing for a string that UTF-8 cannot hold (a lone surrogate).
+// The whole text in UTF-8; nothing for a string that UTF-8 cannot hold (a lone surrogate).
 std::optional<std::string> to_utf8(CFStringRef string);
 
 // Null for bytes that are not UTF-8.

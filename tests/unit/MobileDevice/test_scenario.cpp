@@ -35,13 +35,38 @@ std::string with_status(std::string const & status) {
         {{"ECID", text("1")}, {"RestoreReports", array({dictionary({{"Status", status}})})}});
 }
 
-std::string fault_of(std::string const & bytes) {
+template <typename Read>
+std::string fault_thrown_by(Read read) {
     try {
-        parse(bytes);
+        read();
     } catch (scenario_fault const & fault) {
         return fault.what();
     }
     return "no fault";
+}
+
+std::string fault_of(std::string const & bytes) {
+    return fault_thrown_by([&] { parse(bytes); });
+}
+
+// A number of 128 bits, which only the binary form of property lists can hold.
+reference<CFPropertyListRef> wide_integer(std::int64_t high, std::uint64_t low) {
+    std::string bytes = "bplist00\x14";
+    for (auto const half : {static_cast<std::uint64_t>(high), low}) {
+        for (int shift = 56; shift >= 0; shift -= 8) {
+            bytes += static_cast<char>(half >> shift & 0xFF);
+        }
+    }
+    auto const table = static_cast<char>(bytes.size());
+    bytes += '\x08'; // the number's place
+    bytes += std::string(6, '\0') + "\x01\x01" + std::string(7, '\0') + '\x01' +
+             std::string(15, '\0') + table;
+    auto const data = reference<CFDataRef>::adopt(
+        CFDataCreate(kCFAllocatorDefault, reinterpret_cast<UInt8 const *>(bytes.data()),
+                     static_cast<CFIndex>(bytes.size())));
+    CFPropertyListFormat format = 0;
+    return reference<CFPropertyListRef>::adopt(CFPropertyListCreateWithData(
+        kCFAllocatorDefault, data.get(), kCFPropertyListImmutable, &format, nullptr));
 }
 
 } // namespace
@@ -127,9 +152,15 @@ TEST(Scenario, AStateIsANameOrAnyInteger) {
     struct {
         std::string written;
         int state;
-    } const cases[] = {{text("Unknown"), 0},   {text("DFU"), 1},      {text("Recovery"), 2},
-                       {text("RestoreOS"), 3}, {text("BootedOS"), 4}, {integer(7), 7},
-                       {integer(-3), -3}};
+    } const cases[] = {{text("Unknown"), 0},
+                       {text("DFU"), 1},
+                       {text("Recovery"), 2},
+                       {text("RestoreOS"), 3},
+                       {text("BootedOS"), 4},
+                       {integer(7), 7},
+                       {integer(-3), -3},
+                       {integer(INT32_MAX), INT32_MAX},
+                       {integer(INT32_MIN), INT32_MIN}};
     for (auto const & [written, state] : cases) {
         auto const device =
             parse_root(with_device({{"ECID", text("1")}, {"State", written}})).devices[0];
@@ -150,6 +181,63 @@ TEST(Scenario, NumbersAreCutToTheWidthOfTheirGetter) {
     EXPECT_EQ(device.board_id, 0x23456789U);
     EXPECT_EQ(device.chip_id, 0xFFFFFFFFU);
     EXPECT_EQ(device.location_id, 0xFFFFFFFEU);
+}
+
+TEST(Scenario, IntegersOf64BitsAreRead) {
+    constexpr auto sign_bit = std::uint64_t{1} << 63;
+    for (auto const bits : {std::uint64_t{0}, sign_bit - 1, sign_bit, ~std::uint64_t{0}}) {
+        auto const number = wide_integer(0, bits);
+        EXPECT_EQ((node{number.get(), "N"}.bits()), bits);
+        EXPECT_EQ((node{number.get(), "N"}.unsigned_integer()), bits);
+    }
+    for (auto const bits : {sign_bit, sign_bit + 1, ~std::uint64_t{0}}) {
+        auto const number = wide_integer(-1, bits);
+        EXPECT_EQ((node{number.get(), "N"}.bits()), bits);
+        EXPECT_EQ((node{number.get(), "N"}.integer<std::int64_t>()),
+                  static_cast<std::int64_t>(bits));
+    }
+}
+
+TEST(Scenario, WiderIntegersAreFaults) {
+    constexpr auto largest = ~std::uint64_t{0};
+    struct {
+        std::int64_t high;
+        std::uint64_t low;
+    } const cases[] = {
+        {1, 0},
+        {1, 1},
+        {1, largest >> 1},
+        {1, largest},
+        {2, largest - 1000},
+        {INT64_MAX, largest},
+        {-1, 0},
+        {-1, largest >> 1}, // -2^63 - 1
+        {-2, 0},
+        {-2, largest},
+        {INT64_MIN, 0},
+    };
+    for (auto const & [high, low] : cases) {
+        auto const number = wide_integer(high, low);
+        node const wide{number.get(), "N"};
+        auto const fault = "N: must fit 64 bits";
+        EXPECT_EQ(fault_thrown_by([&] { wide.bits(); }), fault) << high << " " << low;
+        EXPECT_EQ(fault_thrown_by([&] { wide.unsigned_integer(); }), fault) << high << " " << low;
+        EXPECT_EQ(fault_thrown_by([&] { wide.integer<int>(); }), fault) << high << " " << low;
+    }
+}
+
+TEST(Scenario, ANulIsPartOfAText) {
+    auto const with_nul = text(std::string{"DFU\0", 4});
+    EXPECT_EQ(
+        fault_of(document(with_device({{"ECID", text("1")}, {"State", with_nul}}))),
+        "Devices[0].State: must be Unknown, DFU, Recovery, RestoreOS, BootedOS or an integer");
+    EXPECT_EQ(fault_of(document(with_ecid(text(std::string{"1\0", 2})))),
+              "Devices[0].ECID: must be 1 to 16 hexadecimal digits");
+    EXPECT_EQ(fault_of(document(dictionary({{std::string_view{"Devices\0", 8}, array({})}}))),
+              "Devices\\x00: unknown key");
+    auto const device =
+        parse_root(with_device({{"ECID", text("1")}, {"SerialNumber", with_nul}})).devices.at(0);
+    EXPECT_EQ(to_utf8(device.serial_number.get()), (std::string{"DFU\0", 4}));
 }
 
 TEST(Scenario, ADelayIsARealOrAnInteger) {
@@ -324,6 +412,10 @@ TEST(Scenario, FaultsAreNamedByTheirKeyPath) {
         {with_device_entry("State", real(2)),
          "Devices[0].State: must be a state's name or an integer"},
         {with_device_entry("State", integer(INT64_C(2147483648))),
+         std::string{"Devices[0].State: "} + a_32_bit_integer},
+        {with_device_entry("State", integer(INT64_C(-2147483649))),
+         std::string{"Devices[0].State: "} + a_32_bit_integer},
+        {with_device_entry("State", "<integer>18446744073709551615</integer>"),
          std::string{"Devices[0].State: "} + a_32_bit_integer},
         {with_ecid(text("")), "Devices[0].ECID: must be 1 to 16 hexadecimal digits"},
         {with_ecid(text("12345678901234567")),
