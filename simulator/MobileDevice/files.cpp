@@ -2,6 +2,7 @@
 
 #include <cstdlib>
 #include <limits>
+#include <system_error>
 
 #if defined(_WIN32)
 #include <windows.h>
@@ -102,7 +103,14 @@ append_file::~append_file() {
 #endif
 
 std::filesystem::path make_path(std::string_view utf8) {
-    return std::u8string{utf8.begin(), utf8.end()};
+    if (utf8.find('\0') != utf8.npos) {
+        return {};
+    }
+    try {
+        return std::u8string{utf8.begin(), utf8.end()};
+    } catch (std::system_error const &) { // where the native encoding is another one
+        return {};
+    }
 }
 
 std::optional<std::vector<std::uint8_t>> read_file(std::string const & path) {

@@ -16,6 +16,8 @@ namespace mobile_device {
 // Nothing for a variable that is unset or empty.
 std::optional<std::string> environment_variable(char const * name);
 
+// An empty path, which names no file, for a text that cannot be a path: one that holds a NUL or, on
+// Windows, is not UTF-8.
 std::filesystem::path make_path(std::string_view utf8);
 
 // Nothing for a file that cannot be read.

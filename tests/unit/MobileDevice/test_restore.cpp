@@ -351,6 +351,8 @@ TEST_F(Restore, ALogFileThatCannotBeOpenedIsAnError) {
     EXPECT_EQ(static_cast<int>(AMRestoreEnableFileLogging(m_folder.utf8("no/such/folder").c_str())),
               12);
     EXPECT_EQ(static_cast<int>(AMRestoreEnableFileLogging(m_folder.utf8("").c_str())), 12);
+    auto const no_utf8 = m_folder.utf8("no/such/folder/") + "\xFF";
+    EXPECT_EQ(static_cast<int>(AMRestoreEnableFileLogging(no_utf8.c_str())), 12);
     EXPECT_NE(AMRestoreEnableFileLogging(nullptr), kAMRSuccess);
 }
 

@@ -121,3 +121,13 @@ TEST_F(RestoreBundle, WhatDoesNotExistIsNone) {
     ASSERT_TRUE(check_restore_bundle(""));
     EXPECT_EQ(check_restore_bundle("")->error, 17);
 }
+
+TEST_F(RestoreBundle, WhatCannotBeAPathIsNone) {
+    auto const path = m_folder.write("bundle.ipsw", archive(m_manifest));
+    for (auto const & no_path :
+         {path + '\0' + "x", path + '\0', path + "\xFF", std::string{"\xC3"}}) {
+        auto const fault = check_restore_bundle(no_path);
+        ASSERT_TRUE(fault);
+        EXPECT_EQ(fault->error, 17);
+    }
+}
