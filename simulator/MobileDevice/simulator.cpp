@@ -15,15 +15,23 @@ constexpr int exit_status_of_faulty_scenario = 70;
 
 std::atomic<simulator *> current = nullptr;
 
-scenario load_or_exit() {
+void start(scenario played) {
+    auto made = std::make_unique<simulator>(std::move(played));
+    prepare_for_process_end();
+    current.store(made.release(), std::memory_order_release);
+}
+
+// Answers what is wrong with the scenario that the environment names. An empty one is played then:
+// functions that run at the exit may still call.
+std::optional<std::string> load() {
     auto const path = environment_variable("MOBILEDEVICE_SIMULATOR_SCENARIO");
     try {
-        return path ? load_scenario(*path) : built_in_scenario();
+        start(path ? load_scenario(*path) : built_in_scenario());
+        return std::nullopt;
     } catch (scenario_fault const & fault) {
-        fmt::print(stderr, "{}: {}\n", on_one_line(path.value_or("built-in scenario")),
-                   on_one_line(fault.what()));
+        start({});
+        return fmt::format("{}: {}", path.value_or("built-in scenario"), fault.what());
     }
-    std::exit(exit_status_of_faulty_scenario);
 }
 
 std::vector<std::unique_ptr<device>> make_devices(scenario const & played) {
@@ -51,11 +59,12 @@ simulator & simulator::instance() {
     if (auto const loaded = existing()) {
         return *loaded;
     }
-    std::lock_guard const lock{loading};
-    if (!existing()) {
-        auto made = std::make_unique<simulator>(load_or_exit());
-        prepare_for_process_end();
-        current.store(made.release(), std::memory_order_release);
+    std::unique_lock lock{loading};
+    auto const fault = existing() ? std::nullopt : load();
+    lock.unlock();
+    if (fault) {
+        write_error_line(*fault);
+        std::exit(exit_status_of_faulty_scenario);
     }
     return *existing();
 }

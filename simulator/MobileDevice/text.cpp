@@ -1,5 +1,7 @@
 #include "simulator/MobileDevice/text.hpp"
 
+#include <cstdio>
+
 #include <fmt/format.h>
 
 namespace mobile_device {
@@ -31,6 +33,10 @@ std::string format_boolean(bool value) {
 
 std::string format_presence(void const * pointer) {
     return pointer ? "set" : "null";
+}
+
+void write_error_line(std::string_view text) {
+    std::fputs((on_one_line(text) + '\n').c_str(), stderr);
 }
 
 } // namespace mobile_device

@@ -1,4 +1,4 @@
-// How values are written in the trace and in the log.
+// How values are written in the trace and in the log, and faults on standard error.
 #pragma once
 
 #include <cstdint>
@@ -21,5 +21,8 @@ std::string format_boolean(bool value);
 
 // Whether the user gave a context: "set" or "null".
 std::string format_presence(void const * pointer);
+
+// Writes the text to standard error, as one line and with one call.
+void write_error_line(std::string_view text);
 
 } // namespace mobile_device
