@@ -130,6 +130,11 @@ bool write_file(std::string const & path, std::span<std::uint8_t const> bytes) {
     return std::fclose(file) == 0 && written == bytes.size();
 }
 
+void remove_file(std::string const & path) {
+    std::error_code ignored;
+    std::filesystem::remove(make_path(path), ignored);
+}
+
 input_file::input_file(std::filesystem::path const & path) {
     std::error_code error;
     m_size = std::filesystem::file_size(path, error); // an error for a folder

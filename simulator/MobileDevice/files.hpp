@@ -26,6 +26,9 @@ std::optional<std::vector<std::uint8_t>> read_file(std::string const & path);
 // Replaces the file's content; answers whether that worked.
 bool write_file(std::string const & path, std::span<std::uint8_t const> bytes);
 
+// Does nothing where there is no such file, or it cannot be removed.
+void remove_file(std::string const & path);
+
 // A file that grows line by line; several processes may append to the same one.
 class append_file {
 public:

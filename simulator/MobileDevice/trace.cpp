@@ -3,8 +3,6 @@
 #include "simulator/MobileDevice/reference.hpp"
 #include "simulator/MobileDevice/text.hpp"
 
-#include <fmt/format.h>
-
 namespace mobile_device {
 
 trace::trace() {
@@ -12,10 +10,11 @@ trace::trace() {
     if (!path) {
         return;
     }
-    m_path = *path;
-    m_file = append_file::open(m_path);
+    m_options_path = *path + ".options.plist";
+    remove_file(m_options_path);
+    m_file = append_file::open(*path);
     if (!m_file) {
-        fmt::print(stderr, "{}: the trace cannot be opened\n", on_one_line(m_path));
+        write_error_line(*path + ": the trace cannot be opened");
     }
 }
 
@@ -37,10 +36,14 @@ void trace::write_options(CFDictionaryRef options) {
     }
     auto const data = reference<CFDataRef>::adopt(CFPropertyListCreateData(
         kCFAllocatorDefault, options, kCFPropertyListXMLFormat_v1_0, 0, nullptr));
-    auto const path = m_path + ".options.plist";
-    if (!data || !write_file(path, {CFDataGetBytePtr(data.get()),
-                                    static_cast<std::size_t>(CFDataGetLength(data.get()))})) {
-        fmt::print(stderr, "{}: the restore options cannot be written\n", on_one_line(path));
+    std::lock_guard const lock{m_mutex};
+    if (m_ended) {
+        return;
+    }
+    if (!data ||
+        !write_file(m_options_path, {CFDataGetBytePtr(data.get()),
+                                     static_cast<std::size_t>(CFDataGetLength(data.get()))})) {
+        write_error_line(m_options_path + ": the restore options cannot be written");
     }
 }
 

@@ -13,19 +13,20 @@ namespace mobile_device {
 
 class trace {
 public:
-    // Appends to the file that MOBILEDEVICE_SIMULATOR_TRACE names. Without the variable nothing
-    // is written. A file that cannot be opened is reported on standard error.
+    // Appends to the file that MOBILEDEVICE_SIMULATOR_TRACE names, and removes the options that an
+    // earlier run left beside it. Without the variable nothing is written. A file that cannot be
+    // opened is reported on standard error.
     trace();
 
     // Does nothing after end().
     void write_line(std::string_view line);
-    // Writes the options of a restore beside the trace; they may be null.
+    // Writes the options of a restore beside the trace; they may be null. Does nothing after end().
     void write_options(CFDictionaryRef options);
     // The file's last line is CoreFoundation's.
     void end();
 
 private:
-    std::string m_path;
+    std::string m_options_path;
     std::unique_ptr<append_file> m_file;
     std::mutex m_mutex;
     bool m_ended = false;

@@ -6,6 +6,7 @@
 
 using namespace mobile_device;
 using namespace property_list;
+using namespace std::chrono_literals;
 
 namespace {
 
@@ -156,6 +157,20 @@ TEST_F(Trace, HoldsTheOptionsOfARestoreAsAPropertyList) {
                            "</dict>\n</plist>\n"),
               std::string::npos)
         << written;
+}
+
+TEST_F(Trace, OptionsOfAnEarlierRunAreRemoved) {
+    m_folder.write("aufzeichnung 記.txt.options.plist", "earlier");
+    play(two_devices());
+    EXPECT_FALSE(std::filesystem::exists(m_folder / "aufzeichnung 記.txt.options.plist"));
+}
+
+TEST_F(Trace, NothingIsWrittenAfterItsEnd) {
+    auto & simulator = play(two_devices());
+    simulator.end(20s);
+    AMRestorableDeviceRestore(device(0), make_dictionary().get(), nullptr, nullptr);
+    EXPECT_TRUE(lines().empty());
+    EXPECT_FALSE(std::filesystem::exists(m_folder / "aufzeichnung 記.txt.options.plist"));
 }
 
 TEST_F(Trace, LinesOfSeveralThreadsDoNotMix) {
