@@ -1,11 +1,16 @@
 // How the simulator's threads pause and end together.
 #pragma once
 
+#include "simulator/MobileDevice/text.hpp"
+
 #include <chrono>
 #include <condition_variable>
 #include <mutex>
+#include <system_error>
 #include <thread>
 #include <vector>
+
+#include <fmt/format.h>
 
 namespace mobile_device {
 
@@ -36,21 +41,26 @@ public:
     // False where the end came first.
     bool pause_until(clock::time_point due);
 
-    // A thread that the end waits for; none is started after the end.
+    // A thread that the end waits for; none is started after the end. Where the system has none to
+    // give, standard error says so, and what the thread was to do is not done.
     template <typename Body>
     std::thread::id start_thread(Body body) {
         std::lock_guard const lock{m_mutex};
         if (m_ended) {
             return {};
         }
-        ++m_running;
-        return m_threads
-            .emplace_back([this, body] {
+        try {
+            m_threads.emplace_back([this, body] {
                 is_own_thread() = true;
                 body();
                 leave();
-            })
-            .get_id();
+            });
+        } catch (std::system_error const & error) {
+            write_error_line(fmt::format("a thread cannot be started: {}", error.what()));
+            return {};
+        }
+        ++m_running; // the new thread cannot leave before the lock is free
+        return m_threads.back().get_id();
     }
 
     bool has_ended();
