@@ -55,6 +55,40 @@ void keep_device(AMRestorableDeviceRef device, AMRestorableDeviceNotificationTyp
     ++notifications;
 }
 
+// Holds objects nearly all the time.
+void copy_amid_a_report(AMRestorableDeviceRef device, CFDictionaryRef, void *) {
+    auto const serial_number = AMRestorableDeviceCopySerialNumber(device);
+    auto const options = AMRestoreCreateDefaultOptions(kCFAllocatorDefault);
+    ++reports;
+    CFRelease(options);
+    CFRelease(serial_number);
+}
+
+void hold_a_copy(AMRestorableDeviceRef device, CFDictionaryRef, void *) {
+    auto const serial_number = AMRestorableDeviceCopySerialNumber(device);
+    ++reports;
+    std::this_thread::sleep_for(300ms);
+    CFRelease(serial_number);
+}
+
+void never_return(AMRestorableDeviceRef, CFDictionaryRef, void *) {
+    ++reports;
+    for (;;) {
+        std::this_thread::sleep_for(1h);
+    }
+}
+
+#if defined(_WIN32)
+void end_own_thread(AMRestorableDeviceRef, CFDictionaryRef, void *) {
+    ++reports;
+    TerminateThread(GetCurrentThread(), 0);
+}
+#endif
+
+void exit_in_a_report(AMRestorableDeviceRef, CFDictionaryRef, void *) {
+    std::exit(4);
+}
+
 void wait_for(std::atomic<int> const & counter, int count) {
     while (counter < count) {
         std::this_thread::sleep_for(1ms);
@@ -74,13 +108,25 @@ std::string busy_scenario() {
                                                    {"RestoreReports", array({report})}})})}}));
 }
 
-[[noreturn]] void restore_until_exit() {
+// Returns while the restore that it started goes on.
+void restore_until(int count, AMRestorableDeviceProgressCallback callback,
+                   CFDictionaryRef options = nullptr) {
     register_for(keep_device);
     wait_for(notifications, 1);
-    AMRestorableDeviceRestore(static_cast<AMRestorableDeviceRef>(const_cast<void *>(kept)), nullptr,
-                              count_report, nullptr);
-    wait_for(reports, 100);
+    AMRestorableDeviceRestore(static_cast<AMRestorableDeviceRef>(const_cast<void *>(kept)), options,
+                              callback, nullptr);
+    wait_for(reports, count);
     CFRelease(kept);
+}
+
+[[noreturn]] void exit_while_the_device_is_away(std::string const & bundle) {
+    auto const path =
+        CFStringCreateWithCString(kCFAllocatorDefault, bundle.c_str(), kCFStringEncodingUTF8);
+    auto const options = AMRestoreCreateDefaultOptions(kCFAllocatorDefault);
+    CFDictionarySetValue(options, CFSTR("RestoreBundlePath"), path);
+    restore_until(8, count_report, options); // the eighth is the last before it leaves
+    CFRelease(options);
+    CFRelease(path);
     std::exit(0);
 }
 
@@ -137,6 +183,16 @@ TEST_F(ProcessEnd, AScenarioThatCannotBeReadEndsTheProcess) {
     EXPECT_EXIT(call_once(), testing::ExitedWithCode(70), "missing.plist: cannot be read");
 }
 
+TEST_F(ProcessEnd, FunctionsAtTheExitMayCallDespiteAFaultyScenario) {
+    use(document(array({})));
+    EXPECT_EXIT(
+        {
+            std::atexit(call_once);
+            call_once();
+        },
+        testing::ExitedWithCode(70), "szenario.plist: root: must be a dictionary");
+}
+
 TEST_F(ProcessEnd, ATidyUserLeavesNothing) {
     EXPECT_EXIT(work_tidily(), testing::ExitedWithCode(0), "");
     EXPECT_EQ(last_line(), "live-objects 0");
@@ -149,9 +205,85 @@ TEST_F(ProcessEnd, WhatAUserLeaksIsCounted) {
 
 TEST_F(ProcessEnd, ComesSafelyAmidReports) {
     use(busy_scenario());
-    EXPECT_EXIT(restore_until_exit(), testing::ExitedWithCode(0), "");
+    EXPECT_EXIT(
+        {
+            restore_until(100, count_report);
+            std::exit(0);
+        },
+        testing::ExitedWithCode(0), "");
     EXPECT_EQ(last_line(), "live-objects 0");
 }
+
+TEST_F(ProcessEnd, WaitsForCallbacksThatHoldObjects) {
+    use(busy_scenario());
+    EXPECT_EXIT(
+        {
+            restore_until(1, hold_a_copy);
+            std::exit(3);
+        },
+        testing::ExitedWithCode(3), "");
+    EXPECT_EQ(last_line(), "live-objects 0");
+}
+
+TEST_F(ProcessEnd, ComesSafelyAmidCopies) {
+    use(busy_scenario());
+    EXPECT_EXIT(
+        {
+            restore_until(20, copy_amid_a_report);
+            std::exit(3);
+        },
+        testing::ExitedWithCode(3), "");
+    EXPECT_EQ(last_line(), "live-objects 0");
+}
+
+TEST_F(ProcessEnd, DoesNotWaitForEver) {
+    use(busy_scenario());
+    EXPECT_EXIT(
+        {
+            restore_until(1, never_return);
+            std::exit(3);
+        },
+        testing::ExitedWithCode(3), "");
+    EXPECT_TRUE(last_line().starts_with("live-objects "));
+}
+
+TEST_F(ProcessEnd, ComesSafelyWhileADeviceIsAwayForItsRestore) {
+    use(document(dictionary(
+        {{"TimeScale", real(0.2)}, {"Devices", array({dictionary({{"ECID", text("1")}})})}})));
+    m_folder.write("BuildManifest.plist", "manifest");
+    EXPECT_EXIT(exit_while_the_device_is_away(m_folder.utf8("")), testing::ExitedWithCode(0), "");
+    EXPECT_EQ(last_line(), "live-objects 0");
+}
+
+TEST_F(ProcessEnd, MayComeFromAReport) {
+    use(busy_scenario());
+    EXPECT_EXIT(restore_until(1, exit_in_a_report), testing::ExitedWithCode(4), "");
+    EXPECT_EQ(last_line(), "live-objects 1"); // what the one that waits for reports holds
+}
+
+#if defined(_WIN32)
+TEST_F(ProcessEnd, DoesNotWaitForEverForAThreadThatWasKilled) {
+    use(busy_scenario());
+    EXPECT_EXIT(
+        {
+            restore_until(1, end_own_thread);
+            std::exit(3);
+        },
+        testing::ExitedWithCode(3), "");
+    EXPECT_EQ(last_line(), "live-objects 0");
+}
+
+TEST_F(ProcessEnd, ComesSafelyWithoutTheRunTimeLibrary) {
+    use(busy_scenario());
+    EXPECT_EXIT(
+        {
+            restore_until(100, count_report);
+            ExitProcess(3);
+        },
+        testing::ExitedWithCode(3), "");
+    EXPECT_EQ(last_line(), "live-objects 0");
+}
+#endif
 
 TEST_F(ProcessEnd, MayComeFromANotification) {
     EXPECT_EXIT(exit_in_a_notification(), testing::ExitedWithCode(3), "");
