@@ -136,6 +136,15 @@ class BadScenarios(ToolTest):
             ({"Devices": [device("12345678123456789")]}, "Devices[0].ECID"),
             ({"Devices": [device(RestoreReports=[
                 {"Status": {"X": {"$type": "frog"}}}])]}, "Devices[0].RestoreReports[0].Status.X"),
+            ({"Devices": [device(RestoreReports=[
+                {"Status": {"$type": "error", "Domain": "D", "Code": 1}}])]},
+             "Devices[0].RestoreReports[0].Status.$type"),
+            ({"Devices": [device(RestoreReports=[
+                {"Status": {"$type": "set", "Values": []}}])]},
+             "Devices[0].RestoreReports[0].Status.$type"),
+            ({"Devices": [device(State=2**31)]}, "Devices[0].State"),
+            ({"Devices": [device(State="DFU")], "Notifications": [{"Type": 2**32}]},
+             "Notifications[0].Type"),
             ({"Notifications": [{"Type": 0, "ECID": "77"}]}, "Notifications[0].ECID"),
             ({"TimeScale": "fast"}, "TimeScale"),
         ):

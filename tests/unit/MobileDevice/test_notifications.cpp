@@ -37,6 +37,47 @@ TEST_F(Notifications, TimeScaleZeroDeliversAtOnceInTheOrderOfTheTimes) {
     EXPECT_EQ(recorder.wait_for(7), expected);
 }
 
+TEST_F(Notifications, EqualTimesKeepTheOrderOfTheScenario) {
+    for (auto const & scale : {real(0.01), integer(0)}) {
+        play(dictionary(
+            {{"TimeScale", scale},
+             {"Devices", array({dictionary({{"ECID", text("3")}, {"ConnectAfter", integer(5)}}),
+                                dictionary({{"ECID", text("1")},
+                                            {"ConnectAfter", integer(5)},
+                                            {"DisconnectAfter", integer(5)}}),
+                                dictionary({{"ECID", text("2")}, {"ConnectAfter", integer(5)}})})},
+             {"Notifications",
+              array({dictionary({{"After", integer(5)}, {"ECID", text("2")}, {"Type", integer(9)}}),
+                     dictionary({{"After", integer(5)}, {"ECID", text("1")}, {"Type", integer(8)}}),
+                     dictionary({{"ECID", text("2")}, {"Type", integer(7)}})})}}));
+        notification_recorder recorder;
+        std::vector<notification> const expected = {
+            {{}, 2, 2, 7},         {{}, 3, 2, connected},
+            {{}, 1, 2, connected}, {{}, 1, 2, disconnected},
+            {{}, 2, 2, connected}, {{}, 2, 2, 9},
+            {{}, 1, 2, 8},
+        };
+        EXPECT_EQ(recorder.wait_for(7), expected);
+    }
+}
+
+TEST_F(Notifications, AtTimeScaleZeroEachRegistrationSeesTheWholeOrder) {
+    play(dictionary({{"TimeScale", integer(0)},
+                     {"Devices", array({dictionary({{"ECID", text("1")},
+                                                    {"ConnectAfter", integer(3)},
+                                                    {"DisconnectAfter", integer(5)}}),
+                                        dictionary({{"ECID", text("2")},
+                                                    {"DisconnectAfter", integer(4)}})})}}));
+    notification_recorder first;
+    notification_recorder second;
+    std::vector<notification> const expected = {{{}, 2, 2, connected},
+                                                {{}, 1, 2, connected},
+                                                {{}, 2, 2, disconnected},
+                                                {{}, 1, 2, disconnected}};
+    EXPECT_EQ(first.wait_for(4), expected);
+    EXPECT_EQ(second.wait_for(4), expected);
+}
+
 TEST_F(Notifications, WhatIsDueAtOnceIsNotMixed) {
     auto & simulator = play(dictionary({{"TimeScale", integer(0)},
                                         {"Devices", array({dictionary({{"ECID", text("1")}}),

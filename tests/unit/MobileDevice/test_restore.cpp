@@ -277,6 +277,7 @@ TEST_F(Restore, TheDefaultOneFailsWithoutAUsableBundle) {
             const_cast<void *>(CFDictionaryGetValue(reports.back().get(), CFSTR("Error"))));
         ASSERT_NE(error, nullptr);
         ASSERT_EQ(CFGetTypeID(error), CFErrorGetTypeID());
+        EXPECT_EQ(to_utf8(CFErrorGetDomain(error)), "AMRestoreErrorDomain");
         EXPECT_EQ(CFErrorGetCode(error), code);
         EXPECT_EQ(recorder.wait_for(reports.size() + 1, 50ms).size(), reports.size());
         EXPECT_EQ(notifications.wait_for(2, 0ms).size(), 1U);
