@@ -2,14 +2,17 @@
 if(NOT WIN32)
   return()
 endif()
+enable_language(RC)
 
 add_compile_definitions(_WIN32_WINNT=0x0A00 WINVER=0x0A00 UNICODE _UNICODE NOMINMAX WIN32_LEAN_AND_MEAN)
 if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
   add_link_options(
     -static # no compiler DLL has to travel
     -Wl,--no-insert-timestamp # the same sources give the same file
+    -Wl,--dynamicbase,--high-entropy-va,--nxcompat
     $<$<CONFIG:Release>:-s>
   )
 elseif(MSVC)
   set(CMAKE_MSVC_RUNTIME_LIBRARY "MultiThreaded$<$<CONFIG:Debug>:Debug>")
+  add_link_options(/DYNAMICBASE /HIGHENTROPYVA /NXCOMPAT)
 endif()

@@ -1,0 +1,20 @@
+# What Windows shows of a program or a DLL under "Details". The version is that of project().
+
+# qnrescue_version_resource(target description): gives the program or DLL its version resource.
+function(qnrescue_version_resource target description)
+  if(NOT WIN32)
+    return()
+  endif()
+  get_target_property(type ${target} TYPE)
+  get_target_property(name ${target} OUTPUT_NAME)
+  if(type STREQUAL "EXECUTABLE")
+    set(file_type VFT_APP)
+    set(file "${target}.exe")
+  else()
+    set(file_type VFT_DLL)
+    set(file "${name}.dll")
+  endif()
+  set(resource "${CMAKE_CURRENT_BINARY_DIR}/${target}_version.rc")
+  configure_file("${PROJECT_SOURCE_DIR}/cmake/version.rc.in" "${resource}" @ONLY)
+  target_sources(${target} PRIVATE "${resource}")
+endfunction()
