@@ -2,7 +2,7 @@
 
 #include "QNRescue/assertion.hpp"
 #include "QNRescue/error_domain.hpp"
-#include "QNRescue/restore_texts.hpp"
+#include "QNRescue/qnrescue.h"
 
 #include <fmt/format.h>
 

@@ -4,7 +4,7 @@
 #include "QNRescue/device_info.hpp"
 #include "QNRescue/error_domain.hpp"
 #include "QNRescue/live_contexts.hpp"
-#include "QNRescue/restore_texts.hpp"
+#include "QNRescue/qnrescue.h"
 #include "QNRescue/sanitize_for_xml.hpp"
 #include "QNRescue/wait_in_slices.hpp"
 

@@ -1,7 +1,7 @@
 // How values leave through the output channel: as XML property-list documents.
 #include "QNRescue/error_domain.hpp"
 #include "QNRescue/output_state.hpp"
-#include "QNRescue/property_list_validation.hpp"
+#include "QNRescue/qnrescue.h"
 
 #include <fmt/format.h>
 

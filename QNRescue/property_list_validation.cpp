@@ -1,4 +1,6 @@
-#include "QNRescue/property_list_validation.hpp"
+#include "QNRescue/qnrescue.h"
+
+#include "platform/CoreFoundation.h"
 
 #include <functional>
 #include <unordered_map>

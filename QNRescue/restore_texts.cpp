@@ -1,4 +1,6 @@
-#include "QNRescue/restore_texts.hpp"
+#include "QNRescue/qnrescue.h"
+
+#include "platform/CoreFoundation.h"
 
 #include <algorithm>
 #include <array>

@@ -2,7 +2,7 @@
 
 #include "QNRescue/cf_ownership.hpp"
 #include "QNRescue/error_domain.hpp"
-#include "QNRescue/restore_texts.hpp"
+#include "QNRescue/qnrescue.h"
 
 #include <algorithm>
 #include <array>

@@ -2,7 +2,7 @@
 #include "tests/unit/QNRescue/simulated_devices.hpp"
 #include "tests/unit/QNRescue/test_run.hpp"
 
-#include "QNRescue/restore_texts.hpp"
+#include "QNRescue/qnrescue.h"
 #include "QNRescue/run_program_main.hpp"
 #include "QNRescue/start_options.hpp"
 

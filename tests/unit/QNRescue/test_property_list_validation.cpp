@@ -1,4 +1,4 @@
-#include "QNRescue/property_list_validation.hpp"
+#include "QNRescue/qnrescue.h"
 
 #include "tests/unit/QNRescue/objects.hpp"
 

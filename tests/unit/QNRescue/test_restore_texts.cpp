@@ -1,4 +1,4 @@
-#include "QNRescue/restore_texts.hpp"
+#include "QNRescue/qnrescue.h"
 
 #include "QNRescue/cf_ownership.hpp"
 #include "QNRescue/error_domain.hpp"

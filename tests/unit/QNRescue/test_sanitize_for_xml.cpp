@@ -1,7 +1,7 @@
 #include "QNRescue/sanitize_for_xml.hpp"
 
 #include "QNRescue/error_domain.hpp"
-#include "QNRescue/property_list_validation.hpp"
+#include "QNRescue/qnrescue.h"
 #include "tests/unit/QNRescue/objects.hpp"
 
 #include <gtest/gtest.h>
