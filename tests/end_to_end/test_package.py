@@ -1,0 +1,249 @@
+"""The ZIP that CPack makes, unpacked in an empty folder."""
+
+import pathlib
+import plistlib
+import shutil
+import tempfile
+import unittest
+import xml.etree.ElementTree
+import zipfile
+
+import pe
+from build_folder import BUILD, CACHE, CMAKE, COMPILER, CPACK, SOURCE, run, same_setting
+from harness import ECID, RUNNER, TIME_LIMIT, Process, ToolTest, device, report
+
+PROGRAM_AND_LIBRARIES = ["libdevforwardmin.dll", "libqnrescuelib.dll", "qnrescue.exe"]
+
+FILES = {
+    "README.md",
+    *(f"bin/{name}" for name in PROGRAM_AND_LIBRARIES),
+    *(f"simulator/{name}" for name in PROGRAM_AND_LIBRARIES),
+    "simulator/CoreFoundation.dll",
+    "simulator/MobileDevice.dll",
+    "include/QNRescue/CoreFoundation.h",
+    "include/QNRescue/qnrescue.h",
+    "lib/libdevforwardmin.dll.a",
+    "lib/libqnrescuelib.dll.a",
+    "lib/cmake/QNRescue/QNRescueConfig.cmake",
+    "lib/cmake/QNRescue/QNRescueConfigVersion.cmake",
+    "lib/cmake/QNRescue/QNRescueTargets.cmake",
+    "lib/cmake/QNRescue/QNRescueTargets-release.cmake",
+    "examples/cpp/CMakeLists.txt",
+    "examples/cpp/host.cpp",
+}
+# Folders that are packed as they are in the sources.
+FOLDERS = {"docs": "docs", "examples": "examples", "simulator/scenarios": "simulator/scenarios"}
+
+# What every Windows has.
+WINDOWS_LIBRARIES = {"advapi32.dll", "bcrypt.dll", "kernel32.dll", "mswsock.dll", "msvcrt.dll",
+                     "shell32.dll", "ws2_32.dll"}
+# What else a binary imports; the program loads its library while it runs.
+OWN_IMPORTS = {
+    "libqnrescuelib.dll": {"libdevforwardmin.dll"},
+    "MobileDevice.dll": {"CoreFoundation.dll"},
+}
+
+MICROSOFT = "http://schemas.microsoft.com/SMI"
+
+
+def pack(folder, **environment):
+    """The path of the ZIP, which is made in this folder."""
+    run(CPACK, "--config", BUILD / "CPackConfig.cmake", "-B", folder, **environment)
+    (package,) = folder.glob("*.zip")
+    return package
+
+
+def setUpModule():
+    folder = tempfile.TemporaryDirectory(prefix="package.")
+    unittest.addModuleCleanup(folder.cleanup)
+    Package.unpack(pack(pathlib.Path(folder.name)), pathlib.Path(folder.name) / "unpacked here")
+
+
+class Package(ToolTest):
+    @classmethod
+    def unpack(cls, package, folder):
+        cls.zip = package
+        cls.folder = folder
+        with zipfile.ZipFile(package) as archive:
+            archive.extractall(folder)
+        cls.files = {path.relative_to(folder).as_posix(): path
+                     for path in folder.rglob("*") if path.is_file()}
+        cls.binaries = {name: pe.Image(path.read_bytes()) for name, path in cls.files.items()
+                        if path.suffix in (".dll", ".exe")}
+        cls.version = package.name.split("-")[1]
+
+    def run_packed(self, program, *arguments, **environment):
+        process = Process([program, *arguments], self.new_folder(), environment)
+        self.addCleanup(process.kill)
+        return process.wait(TIME_LIMIT)
+
+
+class Contents(Package):
+    def test_name(self):
+        self.assertRegex(self.zip.name, r"^qnrescue-\d+\.\d+\.\d+-win64\.zip$")
+
+    def test_files(self):
+        expected = set(FILES)
+        for packed, folder in FOLDERS.items():
+            expected |= {f"{packed}/{path.relative_to(SOURCE / folder).as_posix()}"
+                         for path in (SOURCE / folder).rglob("*")
+                         if path.is_file() and "__pycache__" not in path.parts}
+        self.assertEqual(sorted(expected), sorted(self.files))
+
+    def test_both_folders_have_the_same_program(self):
+        for name in PROGRAM_AND_LIBRARIES:
+            self.assertEqual(self.files[f"bin/{name}"].read_bytes(),
+                             self.files[f"simulator/{name}"].read_bytes(), name)
+
+    def test_no_file_names_the_folders_of_the_build(self):
+        # Not the source folder alone, as its path may be the end of an innocent one.
+        paths = [str(path) for path in [*SOURCE.iterdir(), *BUILD.iterdir()]]
+        paths += [path.replace("/", "\\") for path in paths]
+        for name, file in self.files.items():
+            content = file.read_bytes()
+            for path in paths:
+                for encoding in ("utf-8", "utf-16-le"):
+                    self.assertNotIn(path.encode(encoding), content, name)
+
+    def test_packed_again_it_is_the_same(self):
+        again = pack(self.new_folder(), TZ="Asia/Tokyo")
+        self.assertEqual(self.zip.read_bytes(), again.read_bytes())
+
+    def test_date_of_the_files(self):
+        dated = pack(self.new_folder(), SOURCE_DATE_EPOCH="1700000000")
+        with zipfile.ZipFile(dated) as archive:
+            self.assertEqual({(2023, 11, 14, 22, 13, 20)},
+                             {entry.date_time for entry in archive.infolist()})
+
+
+class Binaries(Package):
+    def test_imports(self):
+        self.assertEqual(8, len(self.binaries))
+        for name, image in self.binaries.items():
+            with self.subTest(name):
+                imported = set(image.imported_libraries)
+                own = OWN_IMPORTS.get(pathlib.PurePath(name).name, set())
+                self.assertLessEqual(own, imported)
+                others = {library.lower() for library in imported - own}
+                self.assertLessEqual({library for library in others
+                                      if not library.startswith("api-ms-win-")},
+                                     WINDOWS_LIBRARIES)
+                self.assertEqual(0, image.directory_size(pe.DELAYED_IMPORTS))
+
+    def test_version(self):
+        numbers = (*(int(number) for number in self.version.split(".")), 0)
+        for name, image in self.binaries.items():
+            with self.subTest(name):
+                self.assertEqual(numbers, image.version)
+                texts = image.resource(pe.VERSION_RESOURCE).decode("utf-16-le", "replace")
+                for text in (self.version, "QNRescue", pathlib.PurePath(name).name):
+                    self.assertIn(f"\0{text}\0", texts)
+
+    def test_version_of_the_cmake_package(self):
+        text = self.files["lib/cmake/QNRescue/QNRescueConfigVersion.cmake"].read_text()
+        self.assertIn(f'set(PACKAGE_VERSION "{self.version}")', text)
+
+    def test_manifest(self):
+        for folder in ("bin", "simulator"):
+            manifest = xml.etree.ElementTree.fromstring(
+                self.binaries[f"{folder}/qnrescue.exe"].resource(pe.MANIFEST_RESOURCE))
+            identity = manifest.find("{urn:schemas-microsoft-com:asm.v1}assemblyIdentity")
+            self.assertEqual(f"{self.version}.0", identity.get("version"))
+            settings = {each.tag: each.text for each in manifest.iter()}
+            self.assertEqual("UTF-8", settings[f"{{{MICROSOFT}/2019/WindowsSettings}}activeCodePage"])
+            self.assertEqual("true", settings[f"{{{MICROSOFT}/2016/WindowsSettings}}longPathAware"])
+
+    def test_placed_at_random_without_executable_data(self):
+        flags = pe.HIGH_ENTROPY_VA | pe.DYNAMIC_BASE | pe.NX_COMPAT
+        for name, image in self.binaries.items():
+            with self.subTest(name):
+                self.assertEqual(flags, image.dll_characteristics & flags)
+                self.assertEqual(0, image.characteristics & pe.RELOCATIONS_STRIPPED)
+                self.assertGreater(image.image_base, 0xFFFFFFFF)
+                # Without code there is nothing to relocate.
+                self.assertEqual("libdevforwardmin" not in name,
+                                 image.directory_size(pe.RELOCATIONS) > 0)
+
+    def test_nothing_of_the_build_but_the_code(self):
+        for name, image in self.binaries.items():
+            with self.subTest(name):
+                self.assertEqual(0, image.timestamp)
+                self.assertEqual(0, image.directory_size(pe.DEBUG))
+                self.assertNotIn(b".debug_", image.content)
+
+
+class SimulatedSetUp(Package):
+    def test_list(self):
+        run = self.run_packed(self.files["simulator/qnrescue.exe"], "--list-devices")
+        self.assertEqual((0, b""), (run.status, run.stderr))
+        (devices,) = run.values("DeviceList")
+        self.assertEqual(3, len(devices))
+
+    def test_packed_scenario(self):
+        scenario = self.files["simulator/scenarios/eight-devices.plist"]
+        run = self.run_packed(self.files["simulator/qnrescue.exe"], "--list-devices",
+                              MOBILEDEVICE_SIMULATOR_SCENARIO=str(scenario))
+        (devices,) = run.values("DeviceList")
+        expected = {each["ECID"] for each in plistlib.loads(scenario.read_bytes())["Devices"]}
+        self.assertLessEqual(set(devices), expected)
+        self.assertGreater(len(devices), 4)
+
+
+class HostExample(Package):
+    """The C++ example, built with the CMake package."""
+
+    @classmethod
+    def setUpClass(cls):
+        build = cls.zip.parent / "host"
+        target = ["-DCMAKE_SYSTEM_NAME=Windows"] if RUNNER else []
+        run(CMAKE, "-G", CACHE["CMAKE_GENERATOR"], "-S", cls.folder / "examples/cpp", "-B", build,
+            f"-DCMAKE_PREFIX_PATH={cls.folder}", *target,
+            f"-DCMAKE_CXX_COMPILER={COMPILER}", *same_setting("CMAKE_BUILD_TYPE"),
+            "-DCMAKE_CXX_FLAGS=-Wall -Wextra -Wpedantic -Wshadow -Wconversion -Werror"
+            " -Wno-restrict")  # which GCC 12 gives for innocent strings
+        run(CMAKE, "--build", build)
+        # Windows looks beside the program first.
+        cls.host = shutil.copy(build / "host.exe", cls.folder / "simulator")
+
+    def run_host(self, *arguments, scenario):
+        path = self.new_folder() / "scenario.plist"
+        path.write_bytes(plistlib.dumps(scenario))
+        run = self.run_packed(self.host, *arguments, MOBILEDEVICE_SIMULATOR_SCENARIO=str(path))
+        return run.status, run.stdout.decode().split("\r\n")[:-1], run.stderr
+
+    def test_list(self):
+        self.assertEqual((0, [f"DeviceList: 0000000000000001 {ECID}"], b""), self.run_host(
+            "--list-devices", scenario={"Devices": [device(), device("1")]}))
+
+    def test_restore(self):
+        failure = report(14, 30, "Failed")
+        failure["Status"]["Error"] = {"$type": "error", "Domain": "AMRestoreErrorDomain",
+                                      "Code": 21}
+        status, lines, errors = self.run_host(
+            "--restore", "a b.ipsw", "--ecid", ECID, "--restore-timeout", "1",
+            scenario={"Devices": [device(RestoreReports=[report(14, 30), failure])]})
+        self.assertEqual(["RestoreStatus: Restoring, Verifying restore, 30 %",
+                          "RestoreStatus: Failed, Verifying restore, 30 %: "
+                          "Command execution failed on device"], lines[:2])
+        self.assertEqual((0, b""), (status, errors))
+
+    def test_status_of_the_tool(self):
+        status, lines, _ = self.run_host("--device-info", "--ecid", ECID,
+                                         "--detect-timeout", "0", scenario={})
+        self.assertEqual(4, status)
+        self.assertEqual(1, len(lines))
+        self.assertRegex(lines[0], "^InternalError: .")
+
+
+class Header(Package):
+    def test_is_c_and_goes_with_other_declarations_of_corefoundation(self):
+        ours, theirs = "#include <QNRescue/qnrescue.h>\n", "#include <QNRescue/CoreFoundation.h>\n"
+        for number, text in enumerate((ours, ours + theirs, theirs + ours)):
+            file = self.new_folder() / f"{number}.c"
+            file.write_text(text + "qnrescue_main run;\n")
+            run(COMPILER, "-x", "c", "-std=c11", "-Wall", "-Wextra",
+                "-Wpedantic", "-Werror", "-fsyntax-only", "-I", self.folder / "include", file)
+
+
+if __name__ == "__main__":
+    unittest.main()
