@@ -3,7 +3,6 @@ if(NOT WIN32)
   return()
 endif()
 include(CMakePackageConfigHelpers)
-find_package(Python3 3.9 REQUIRED COMPONENTS Interpreter)
 
 set(package_folder lib/cmake/QNRescue)
 
