@@ -319,11 +319,9 @@ TEST(Scenario, TheExamplesAreUnderstood) {
     struct {
         char const * name;
         std::size_t devices;
-    } const examples[] = {{"eight-devices", 8},
-                          {"restore-hangs", 1},
-                          {"late-arrival", 1},
-                          {"disconnecting", 1},
-                          {"station", 8}};
+    } const examples[] = {{"eight-devices", 8},    {"restore-hangs", 1}, {"late-arrival", 1},
+                          {"disconnecting", 1},    {"station", 8},       {"restore-fails", 1},
+                          {"recovery-refused", 3}, {"library-fails", 0}};
     for (auto const & [name, devices] : examples) {
         auto const example = load_scenario(std::string{EXAMPLE_SCENARIOS "/"} + name + ".plist");
         EXPECT_EQ(example.devices.size(), devices) << name;

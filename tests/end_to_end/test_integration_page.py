@@ -1,0 +1,63 @@
+"""docs/integration.md: its samples are run."""
+
+import os
+import stat
+import subprocess
+import sys
+import unittest
+
+from harness import BIN, RUNNER, TIME_LIMIT, ToolTest, split_documents
+from pages import ROOT, Session, blocks
+
+PAGE = (ROOT / "docs" / "integration.md").read_text(encoding="utf-8")
+RECOVERY = "001E2D4C0A91C026"
+
+
+class IntegrationPage(ToolTest):
+    def run_python(self, *calls, scenario=None):
+        """What the Python samples print, followed by these calls; qnrescue is found on the path."""
+        folder = Session(self.new_folder()).folder
+        path = BIN
+        if RUNNER:
+            path = folder
+            script = folder / "qnrescue"
+            script.write_text(f'#!/bin/sh\nexec {RUNNER[0]} "{BIN}/qnrescue.exe" "$@"\n')
+            script.chmod(script.stat().st_mode | stat.S_IXUSR)
+        environment = {**os.environ, "PATH": f"{path}{os.pathsep}{os.environ['PATH']}"}
+        if scenario:
+            environment["MOBILEDEVICE_SIMULATOR_SCENARIO"] = f"simulator/scenarios/{scenario}"
+        program = "\n".join([*blocks(PAGE, "python"), *calls])
+        run = subprocess.run([sys.executable, "-c", program], cwd=folder, env=environment,
+                             stdout=subprocess.PIPE, timeout=TIME_LIMIT, check=True)
+        return run.stdout.decode().splitlines()
+
+    def run_restore(self, bundle, **how):
+        return self.run_python(f"print(restore('{bundle}', '{RECOVERY}'))", **how)
+
+    def test_list(self):
+        lines = self.run_python()
+        self.assertEqual(1, len(lines), lines)
+        self.assertRegex(lines[0], rf"^DeviceList \[.*'{RECOVERY}'\]$")
+
+    def test_restore_that_succeeds(self):
+        lines = self.run_restore("update.ipsw")
+        self.assertEqual(["100 %  Successful", "True"], lines[-2:])
+        self.assertIn(" 48 %  Restoring image", lines)
+
+    def test_restore_that_fails(self):
+        lines = self.run_restore("update.ipsw", scenario="restore-fails.plist")
+        self.assertEqual([" 48 %  Restoring image"] * 2 + ["False"], lines[-3:])
+
+    def test_restore_of_no_device(self):
+        lines = self.run_restore("update.ipsw", scenario="library-fails.plist")
+        self.assertEqual(["AMRestoreCreateDefaultOptions failed", "False"], lines[-2:])
+
+    def test_pipe_sample(self):
+        source = (ROOT / "tests" / "end_to_end" / "pipe_sample.cpp").read_text(encoding="utf-8")
+        self.assertEqual([source], blocks(PAGE, "cpp"))
+        run = self.run_tool(program=("pipe_sample.exe",), status=0)
+        self.assertEqual(["DeviceList"], [each.type for each in split_documents(run.stdout)])
+
+
+if __name__ == "__main__":
+    unittest.main()
