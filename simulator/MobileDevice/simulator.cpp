@@ -63,7 +63,7 @@ simulator & simulator::instance() {
     auto const fault = existing() ? std::nullopt : load();
     lock.unlock();
     if (fault) {
-        write_error_line(*fault);
+        write_error_line(*fault + " (docs/simulator.md lists what a scenario may hold)");
         std::exit(exit_status_of_faulty_scenario);
     }
     return *existing();

@@ -14,7 +14,8 @@ trace::trace() {
     remove_file(m_options_path);
     m_file = append_file::open(*path);
     if (!m_file) {
-        write_error_line(*path + ": the trace cannot be opened");
+        write_error_line(*path +
+                         ": the trace cannot be opened; is its folder there, and writable?");
     }
 }
 
@@ -43,7 +44,7 @@ void trace::write_options(CFDictionaryRef options) {
     if (!data ||
         !write_file(m_options_path, {CFDataGetBytePtr(data.get()),
                                      static_cast<std::size_t>(CFDataGetLength(data.get()))})) {
-        write_error_line(m_options_path + ": the restore options cannot be written");
+        write_error_line(m_options_path + ": the restore options cannot be written; is it in use?");
     }
 }
 

@@ -200,5 +200,6 @@ TEST_F(Trace, ThatCannotBeOpenedIsReportedOnce) {
     play("<dict/>");
     AMRestorableDeviceGetState(nullptr);
     auto const reported = testing::internal::GetCapturedStderr();
-    EXPECT_EQ(reported, path + ": the trace cannot be opened\n");
+    EXPECT_EQ(reported,
+              path + ": the trace cannot be opened; is its folder there, and writable?\n");
 }
