@@ -3,11 +3,11 @@
 #include "QNRescue/assertion.hpp"
 #include "QNRescue/error_domain.hpp"
 #include "QNRescue/qnrescue.h"
+#include "QNRescue/restore_vocabulary.hpp"
 
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <array>
 #include <source_location>
 #include <string_view>
 #include <vector>
@@ -17,10 +17,6 @@ namespace qnrescue {
 namespace {
 
 constexpr auto source_unit = "QNRescue/MobileDeviceDebug";
-
-// What restore libraries say of a code that they do not know.
-constexpr std::array error_fall_backs{"Unrecognized error", "Unrecognized server error"};
-constexpr std::array operation_fall_backs{"Unrecognized operation"};
 
 // The message of a dump's assertion has two blanks before the function.
 void assert_output(std::shared_ptr<output_str_state> const & output, std::string_view function,

@@ -10,15 +10,12 @@
 
 namespace {
 
-// Texts that stand for "no such code", in this tool's tables or in another library's.
-constexpr std::array<std::string_view, 3> error_fall_backs{"Unknown", "Unrecognized error",
-                                                           "Unrecognized server error"};
-constexpr std::array<std::string_view, 2> operation_fall_backs{"Unknown", "Unrecognized operation"};
-
-std::string text_or(qnrescue::cf_owner<CFStringRef> const & string,
-                    std::span<std::string_view const> fall_backs, std::string_view kind, int code) {
+// The text, or "Unknown KIND N" where it says of the code that there is none.
+std::string text_or_number(qnrescue::cf_owner<CFStringRef> const & string,
+                           std::span<char const * const> fall_backs, std::string_view kind,
+                           int code) {
     auto const text = qnrescue::to_utf8(string.get());
-    if (text && std::ranges::find(fall_backs, *text) == fall_backs.end()) {
+    if (text && *text != "Unknown" && std::ranges::find(fall_backs, *text) == fall_backs.end()) {
         return *text;
     }
     return fmt::format("Unknown {} {}", kind, code);
@@ -52,8 +49,8 @@ fmt::formatter<AMRestorableDeviceNotificationType>::format(AMRestorableDeviceNot
 }
 
 std::string fmt::formatter<AMRError>::get_error_str(AMRError code) {
-    return text_or(qnrescue::adopt(AMRLocalizedCopyStringForAMRError(code)), error_fall_backs,
-                   "error", code);
+    return text_or_number(qnrescue::adopt(AMRLocalizedCopyStringForAMRError(code)),
+                          qnrescue::error_fall_backs, "error", code);
 }
 
 fmt::format_context::iterator
@@ -66,7 +63,7 @@ fmt::formatter<qnrescue::operation_type>::format(qnrescue::operation_type operat
                                                  fmt::format_context & context) const {
     auto const code = static_cast<int>(operation);
     return string_formatter::format(
-        text_or(qnrescue::adopt(AMRLocalizedCopyStringForAMROperation(code)), operation_fall_backs,
-                "operation", code),
+        text_or_number(qnrescue::adopt(AMRLocalizedCopyStringForAMROperation(code)),
+                       qnrescue::operation_fall_backs, "operation", code),
         context);
 }

@@ -6,6 +6,7 @@
 
 #include <fmt/format.h>
 
+#include <array>
 #include <string>
 #include <string_view>
 
@@ -13,6 +14,10 @@ namespace qnrescue {
 
 // The restore step that a status report carries.
 enum class operation_type : int {};
+
+// What other restore libraries say of a code that has no text.
+inline constexpr std::array error_fall_backs{"Unrecognized error", "Unrecognized server error"};
+inline constexpr std::array operation_fall_backs{"Unrecognized operation"};
 
 } // namespace qnrescue
 
