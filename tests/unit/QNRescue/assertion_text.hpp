@@ -1,7 +1,10 @@
 // How the messages of broken assertions are checked.
 #pragma once
 
+#include <gtest/gtest.h>
+
 #include <algorithm>
+#include <stdexcept>
 #include <string>
 #include <string_view>
 
@@ -20,6 +23,17 @@ inline std::string without_line_number(std::string const & message) {
         return message;
     }
     return message.substr(0, first) + "LINE" + message.substr(first + length);
+}
+
+// The action is to break the assertion with this message, which has "LINE" for the line number.
+template <typename Action>
+void expect_assertion(std::string const & message, Action && action) {
+    try {
+        action();
+        FAIL() << message;
+    } catch (std::invalid_argument const & exception) {
+        EXPECT_EQ(without_line_number(exception.what()), message);
+    }
 }
 
 } // namespace tests

@@ -1,20 +1,26 @@
 #include "tests/unit/QNRescue/objects.hpp"
 
+#include "QNRescue/error_domain.hpp"
+
+#include <ostream>
 #include <stdexcept>
-#include <string>
 
 namespace tests {
 
 using qnrescue::adopt;
 
+cf_owner<CFTypeRef> read_plist(std::string_view bytes) {
+    auto const data =
+        adopt(CFDataCreate(kCFAllocatorDefault, reinterpret_cast<UInt8 const *>(bytes.data()),
+                           static_cast<CFIndex>(bytes.size())));
+    return adopt(CFPropertyListCreateWithData(kCFAllocatorDefault, data.get(),
+                                              kCFPropertyListImmutable, nullptr, nullptr));
+}
+
 cf_owner<CFTypeRef> plist(std::string_view element) {
     auto const text = "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<plist version=\"1.0\">" +
                       std::string(element) + "</plist>";
-    auto const data =
-        adopt(CFDataCreate(kCFAllocatorDefault, reinterpret_cast<UInt8 const *>(text.data()),
-                           static_cast<CFIndex>(text.size())));
-    auto value = adopt(CFPropertyListCreateWithData(kCFAllocatorDefault, data.get(),
-                                                    kCFPropertyListImmutable, nullptr, nullptr));
+    auto value = read_plist(text);
     if (!value) {
         throw std::invalid_argument("no property list: " + text);
     }
@@ -71,6 +77,18 @@ cf_owner<CFDictionaryRef> make_dictionary(std::initializer_list<entry> entries) 
         CFDictionarySetValue(dictionary.get(), key, value);
     }
     return dictionary;
+}
+
+tool_error said_by(qnrescue::error_owner const & error) {
+    if (!error) {
+        return {0, ""};
+    }
+    return {CFErrorGetCode(error.get()),
+            qnrescue::MakeString(adopt(CFErrorCopyFailureReason(error.get())).get())};
+}
+
+std::ostream & operator<<(std::ostream & stream, tool_error const & error) {
+    return stream << error.code << ' ' << error.reason;
 }
 
 cf_owner<CFStringRef> make_lone_surrogate() {

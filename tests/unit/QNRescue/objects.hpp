@@ -5,12 +5,16 @@
 
 #include <cstdint>
 #include <initializer_list>
+#include <iosfwd>
+#include <string>
 #include <string_view>
 
 namespace tests {
 
 using qnrescue::cf_owner;
 
+// The property list in these bytes; null where there is none.
+cf_owner<CFTypeRef> read_plist(std::string_view bytes);
 // The value that the element of an XML property list stands for, such as "<array/>". Throws
 // std::invalid_argument for one that cannot be read.
 cf_owner<CFTypeRef> plist(std::string_view element);
@@ -33,6 +37,15 @@ struct entry {
     CFTypeRef value;
 };
 cf_owner<CFDictionaryRef> make_dictionary(std::initializer_list<entry> entries);
+
+// What a tool error says; {0, ""} for none.
+struct tool_error {
+    CFIndex code;
+    std::string reason;
+    bool operator==(tool_error const &) const = default;
+};
+tool_error said_by(qnrescue::error_owner const & error);
+std::ostream & operator<<(std::ostream & stream, tool_error const & error);
 
 // A string that cannot be converted to UTF-8.
 cf_owner<CFStringRef> make_lone_surrogate();

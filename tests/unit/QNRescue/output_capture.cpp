@@ -59,11 +59,7 @@ std::vector<document> parse_documents(std::string_view text) {
             throw std::invalid_argument("no whole document: " + std::string(text));
         }
         auto const bytes = text.substr(0, length + end.size() - 1);
-        auto const data = qnrescue::adopt(
-            CFDataCreate(kCFAllocatorDefault, reinterpret_cast<UInt8 const *>(bytes.data()),
-                         static_cast<CFIndex>(bytes.size())));
-        auto const root = qnrescue::adopt(
-            CFPropertyListCreateWithData(kCFAllocatorDefault, data.get(), 0, nullptr, nullptr));
+        auto const root = read_plist(bytes);
         if (!qnrescue::is_a(root.get(), CFDictionaryGetTypeID())) {
             throw std::invalid_argument("no dictionary: " + std::string(bytes));
         }

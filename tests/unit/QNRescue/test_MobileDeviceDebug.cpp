@@ -11,7 +11,6 @@
 
 #include <array>
 #include <map>
-#include <stdexcept>
 
 namespace {
 
@@ -110,21 +109,14 @@ TEST(DebugDump, ReleasesEachText) {
     EXPECT_EQ(capture.debug_lines().size(), 104U);
 }
 
-void expect_assertion(void (*dump)(std::shared_ptr<output_str_state>), std::string const & name) {
-    try {
-        dump(nullptr);
-        FAIL();
-    } catch (std::invalid_argument const & exception) {
-        EXPECT_EQ(tests::without_line_number(exception.what()),
-                  "QNRescue/MobileDeviceDebug:LINE:  " + name + " Assertion output failed.");
-    }
-}
-
 TEST(DebugDump, NeedsAnOutput) {
-    expect_assertion(print_imp_AMRLocalizedCopyStringForAMRError,
-                     "print_imp_AMRLocalizedCopyStringForAMRError");
-    expect_assertion(print_imp_AMRLocalizedCopyStringForAMROperation,
-                     "print_imp_AMRLocalizedCopyStringForAMROperation");
+    tests::expect_assertion("QNRescue/MobileDeviceDebug:LINE:  "
+                            "print_imp_AMRLocalizedCopyStringForAMRError Assertion output failed.",
+                            [] { print_imp_AMRLocalizedCopyStringForAMRError(nullptr); });
+    tests::expect_assertion(
+        "QNRescue/MobileDeviceDebug:LINE:  "
+        "print_imp_AMRLocalizedCopyStringForAMROperation Assertion output failed.",
+        [] { print_imp_AMRLocalizedCopyStringForAMROperation(nullptr); });
 }
 
 } // namespace

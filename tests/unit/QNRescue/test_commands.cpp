@@ -105,7 +105,7 @@ TEST(ListDevices, MayBeEmpty) {
         command_run run(command_kind::list_devices, "list-devices");
         run.notifier.detectTimeout = timeout;
         run.notifier.inTeardown = true;
-        EXPECT_EQ(run.error(), (tool_error{0, ""}));
+        expect_no_wait([&] { EXPECT_EQ(run.error(), (tool_error{0, ""})); });
         EXPECT_EQ(listed_ecids(run), strings{});
     }
 }
@@ -311,14 +311,9 @@ TEST(RecoveryCommand, FailsWhereTheDeviceDoesNotReboot) {
 
 TEST(RecoveryCommand, NeedsADevice) {
     test_run run;
-    try {
-        run.notifier.operateOnRecoveryDevice(nullptr);
-        FAIL();
-    } catch (std::invalid_argument const & exception) {
-        EXPECT_EQ(without_line_number(exception.what()),
-                  "QNRescue/RestorableDeviceHandler:LINE:operateOnRecoveryDevice "
-                  "Assertion recoveryDevice != nullptr failed.");
-    }
+    expect_assertion("QNRescue/RestorableDeviceHandler:LINE:operateOnRecoveryDevice "
+                     "Assertion recoveryDevice != nullptr failed.",
+                     [&] { run.notifier.operateOnRecoveryDevice(nullptr); });
 }
 
 // --- restore
@@ -341,7 +336,7 @@ TEST(RestoreCommand, TimesOutIntoTeardown) {
     run.notifier.detectTimeout = 30s;
     run.notifier.restoreTimeout = 0s;
     run.notifier.CreateDefaultRestoreOptions("x.ipsw", false);
-    EXPECT_EQ(run.error(), (tool_error{0, ""}));
+    expect_no_wait([&] { EXPECT_EQ(run.error(), (tool_error{0, ""})); });
     EXPECT_TRUE(run.notifier.inTeardown);
     auto const documents = run.output.documents();
     ASSERT_EQ(documents.size(), 1U);

@@ -14,6 +14,8 @@ namespace {
 using namespace qnrescue;
 using tests::equal;
 using tests::plist;
+using tests::said_by;
+using tests::tool_error;
 
 constexpr std::array<std::pair<Error, char const *>, 9> descriptions{{
     {Error::none, "No error"},
@@ -51,9 +53,8 @@ TEST(CreateDomainError, CarriesDomainCodeAndTexts) {
     for (auto const & [code, text] : descriptions) {
         auto const error = CreateDomainError(code, "the reason");
         EXPECT_EQ(MakeString(CFErrorGetDomain(error.get())), "qnrescue");
-        EXPECT_EQ(CFErrorGetCode(error.get()), static_cast<CFIndex>(code));
+        EXPECT_EQ(said_by(error), (tool_error{static_cast<CFIndex>(code), "the reason"}));
         EXPECT_EQ(MakeString(adopt(CFErrorCopyDescription(error.get())).get()), text);
-        EXPECT_EQ(MakeString(adopt(CFErrorCopyFailureReason(error.get())).get()), "the reason");
         auto const user_info = adopt(CFErrorCopyUserInfo(error.get()));
         EXPECT_EQ(CFDictionaryGetCount(user_info.get()), 2);
     }
@@ -64,8 +65,7 @@ TEST(CreateDomainError, IsTheOnlyOwner) {
 }
 
 std::string reason_of(std::string const & reason) {
-    auto const error = CreateDomainError(Error::unknown, reason);
-    return MakeString(adopt(CFErrorCopyFailureReason(error.get())).get());
+    return said_by(CreateDomainError(Error::unknown, reason)).reason;
 }
 
 TEST(CreateDomainError, TakesTheReasonAsUtf8) {

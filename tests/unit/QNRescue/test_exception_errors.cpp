@@ -1,6 +1,7 @@
 #include "QNRescue/exception_errors.hpp"
 
 #include "QNRescue/error_domain.hpp"
+#include "tests/unit/QNRescue/objects.hpp"
 
 #include <boost/program_options/cmdline.hpp>
 #include <boost/program_options/errors.hpp>
@@ -8,34 +9,22 @@
 #include <gtest/gtest.h>
 
 #include <new>
-#include <ostream>
 #include <stdexcept>
-#include <string>
 
 namespace {
 
 using namespace qnrescue;
+using tests::tool_error;
 namespace options = boost::program_options;
 
-struct code_and_reason {
-    CFIndex code;
-    std::string reason;
-    bool operator==(code_and_reason const &) const = default;
-};
-
-std::ostream & operator<<(std::ostream & stream, code_and_reason const & result) {
-    return stream << result.code << ' ' << result.reason;
-}
-
 template <typename Exception>
-code_and_reason converted(Exception const & exception) {
+tool_error converted(Exception const & exception) {
     try {
         throw exception;
     } catch (...) {
         auto const error = domain_error_of_current_exception();
         EXPECT_EQ(MakeString(CFErrorGetDomain(error.get())), "qnrescue");
-        return {CFErrorGetCode(error.get()),
-                MakeString(adopt(CFErrorCopyFailureReason(error.get())).get())};
+        return tests::said_by(error);
     }
 }
 
@@ -43,27 +32,26 @@ TEST(ExceptionErrors, MultipleOccurrencesNameTheOption) {
     options::multiple_occurrences exception;
     exception.set_option_name("ecid");
     exception.set_prefix(options::command_line_style::allow_long);
-    EXPECT_EQ(converted(exception),
-              (code_and_reason{3, "Option '--ecid' may only be specified once"}));
+    EXPECT_EQ(converted(exception), (tool_error{3, "Option '--ecid' may only be specified once"}));
 }
 
 TEST(ExceptionErrors, UnknownOptionIsABadCommand) {
     options::unknown_option const exception("frobnicate");
-    EXPECT_EQ(converted(exception), (code_and_reason{3, exception.what()}));
+    EXPECT_EQ(converted(exception), (tool_error{3, exception.what()}));
 }
 
 TEST(ExceptionErrors, InvalidOptionValueIsAnInvalidArgument) {
     options::invalid_option_value const exception("abc");
-    EXPECT_EQ(converted(exception), (code_and_reason{2, exception.what()}));
+    EXPECT_EQ(converted(exception), (tool_error{2, exception.what()}));
 }
 
 TEST(ExceptionErrors, EverythingElseIsUnknown) {
-    EXPECT_EQ(converted(std::runtime_error("text")), (code_and_reason{1, "text"}));
-    EXPECT_EQ(converted(std::invalid_argument("text")), (code_and_reason{1, "text"}));
-    EXPECT_EQ(converted(std::length_error("text")), (code_and_reason{1, "text"}));
-    EXPECT_EQ(converted(std::bad_alloc()), (code_and_reason{1, std::bad_alloc().what()}));
+    EXPECT_EQ(converted(std::runtime_error("text")), (tool_error{1, "text"}));
+    EXPECT_EQ(converted(std::invalid_argument("text")), (tool_error{1, "text"}));
+    EXPECT_EQ(converted(std::length_error("text")), (tool_error{1, "text"}));
+    EXPECT_EQ(converted(std::bad_alloc()), (tool_error{1, std::bad_alloc().what()}));
     options::required_option const required("restore");
-    EXPECT_EQ(converted(required), (code_and_reason{1, required.what()}));
+    EXPECT_EQ(converted(required), (tool_error{1, required.what()}));
 }
 
 TEST(ExceptionErrors, OtherKindsAreThrownOn) {

@@ -25,22 +25,15 @@ using namespace std::chrono_literals;
 using namespace tests;
 using strings = std::vector<std::string>;
 
-template <typename Action>
-void expect_assertion(std::string const & function, std::string const & text, Action && action) {
-    try {
-        action();
-        FAIL() << text;
-    } catch (std::invalid_argument const & exception) {
-        EXPECT_EQ(without_line_number(exception.what()),
-                  "QNRescue/RestorableDeviceHandler:LINE:" + function + " Assertion " + text +
-                      " failed.");
-    }
+// The message of an assertion of the notifier.
+std::string broken(std::string const & function, std::string const & text) {
+    return "QNRescue/RestorableDeviceHandler:LINE:" + function + " Assertion " + text + " failed.";
 }
 
 // --- Construction
 
 TEST(Notifier, NeedsAnOutput) {
-    expect_assertion("device_notifier_state", "this->outputter",
+    expect_assertion(broken("device_notifier_state", "this->outputter"),
                      [] { device_notifier_state(nullptr, std::nullopt, std::nullopt); });
 }
 
@@ -192,7 +185,7 @@ TEST(Notifier, ReportsAScratchDirectoryThatStays) {
 
 TEST(Notifier, InsistsOnAScratchPathToTheEnd) {
     output_capture output;
-    expect_assertion("~device_notifier_state", "!scratchLocation.empty()", [&] {
+    expect_assertion(broken("~device_notifier_state", "!scratchLocation.empty()"), [&] {
         device_notifier_state notifier(output.state(), std::nullopt, std::nullopt);
         notifier.scratchLocation.clear();
     });
@@ -222,32 +215,20 @@ TEST(Notifier, BreaksAPromiseThatWasNotKept) {
         test_run run;
         complete = run.notifier.restoreComplete.get_future();
     }
-    try {
-        complete.get();
-        FAIL();
-    } catch (std::future_error const & error) {
-        EXPECT_EQ(error.code(), std::future_errc::broken_promise);
-    }
+    expect_broken_promise(complete);
 }
 
 // --- Notifications
 
 TEST(Notification, NeedsAContext) {
-    expect_assertion("deviceNotificationCallback", "context", [] {
+    expect_assertion(broken("deviceNotificationCallback", "context"), [] {
         device_notifier_state::deviceNotificationCallback(device_with(recovery_device),
                                                           kAMRestorableDeviceConnected, nullptr);
     });
-    expect_assertion("deviceNotificationCallback", "context", [] {
+    expect_assertion(broken("deviceNotificationCallback", "context"), [] {
         device_notifier_state::deviceNotificationCallback(nullptr, kAMRestorableDeviceConnected,
                                                           nullptr);
     });
-}
-
-// The lines of a run but its first, which the notifier says when it is made.
-strings lines_of_run(test_run & run) {
-    auto lines = run.output.debug_lines();
-    lines.erase(lines.begin());
-    return lines;
 }
 
 std::string line(std::string const & text) {
@@ -410,19 +391,49 @@ TEST(Notification, AsksTheDeviceForItsStateAndEcidAlone) {
                                         "00000000000000A1"}));
 }
 
+// Whether the notification wakes somebody who waits on the notifier's condition so long.
+bool wakes(test_run & run, AMRestorableDeviceRef device, int type,
+           std::chrono::milliseconds patience) {
+    std::promise<void> locked;
+    auto woken = std::async(std::launch::async, [&] {
+        std::unique_lock lock(run.notifier.mutex);
+        locked.set_value();
+        return run.notifier.condition.wait_for(lock, patience) == std::cv_status::no_timeout;
+    });
+    locked.get_future().get();
+    { std::lock_guard const given_up_by_waiting(run.notifier.mutex); }
+    run.notify(device, static_cast<AMRestorableDeviceNotificationType>(type));
+    return woken.get();
+}
+
 TEST(Notification, WakesWhoWaits) {
-    for (int const type : {0, 1, 2}) {
+    for (int const type : {0, 1, 2, -1}) {
         test_run run;
-        std::promise<void> waiting;
-        auto woken = std::async(std::launch::async, [&] {
-            std::unique_lock lock(run.notifier.mutex);
-            waiting.set_value(); // no notification is handled until the lock is given up
-            return run.notifier.condition.wait_for(lock, 30s);
-        });
-        waiting.get_future().get();
-        run.notify(device_with(recovery_device),
-                   static_cast<AMRestorableDeviceNotificationType>(type));
-        EXPECT_EQ(woken.get(), std::cv_status::no_timeout) << type;
+        EXPECT_TRUE(wakes(run, device_with(recovery_device), type, 30s)) << type;
+    }
+}
+
+TEST(Notification, ThatIsIgnoredWakesNobody) {
+    struct row {
+        AMRestorableDeviceRef device;
+        bool in_teardown;
+    };
+    row const rows[] = {
+        {nullptr, false},
+        {device_with(recovery_device), true},
+        {device_with(booted_device), false},
+        {device_with(device_without_ecid), false},
+    };
+    for (auto const & [device, in_teardown] : rows) {
+        test_run run;
+        run.notifier.inTeardown = in_teardown;
+        // A wait may end for no reason, but hardly several of them.
+        constexpr int attempts = 3;
+        int woken = 0;
+        for (int type = 0; type < attempts; ++type) {
+            woken += wakes(run, device, type, 100ms);
+        }
+        EXPECT_LT(woken, attempts) << lines_of_run(run).at(0);
     }
 }
 
@@ -463,7 +474,8 @@ TEST(WaitForDevice, DoesNotWaitWithoutATime) {
     for (std::chrono::nanoseconds const timeout : {0ns, std::chrono::nanoseconds(-1h)}) {
         test_run run;
         run.notifier.detectTimeout = timeout;
-        EXPECT_FALSE(run.notifier.waitForDevice(QN::ecid(recovery_device)));
+        expect_no_wait(
+            [&] { EXPECT_FALSE(run.notifier.waitForDevice(QN::ecid(recovery_device))); });
     }
 }
 

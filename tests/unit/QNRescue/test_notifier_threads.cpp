@@ -3,6 +3,7 @@
 #include "tests/unit/QNRescue/test_run.hpp"
 #include "tests/unit/QNRescue/test_scenario.hpp"
 
+#include "QNRescue/device_info.hpp"
 #include "QNRescue/live_contexts.hpp"
 
 #include <gtest/gtest.h>
@@ -10,20 +11,19 @@
 #include <atomic>
 #include <chrono>
 #include <future>
+#include <iostream>
 #include <optional>
+#include <set>
+#include <string>
+#include <string_view>
 #include <thread>
+#include <vector>
 
 namespace {
 
 using namespace qnrescue;
 using namespace std::chrono_literals;
 using namespace tests;
-
-cf_owner<CFDictionaryRef> completion_report() {
-    return plist_dictionary("<dict><key>Status</key><string>Successful</string>"
-                            "<key>Operation</key><integer>0</integer>"
-                            "<key>Progress</key><integer>100</integer></dict>");
-}
 
 TEST(NotifierThreads, NotificationsFromManyThreadsReachManyWaiters) {
     constexpr std::uint64_t ecids[] = {recovery_device, dfu_device, restore_os_device,
@@ -70,7 +70,7 @@ TEST(NotifierThreads, ReportsFromManyThreadsCompleteOnce) {
     constexpr int thread_count = 4;
     constexpr int reports_of_each = 50;
     test_run run;
-    auto const report = completion_report();
+    auto const report = status(0, 100);
     auto complete = run.notifier.restoreComplete.get_future();
     std::vector<std::thread> library;
     for (int i = 0; i < thread_count; ++i) {
@@ -88,10 +88,67 @@ TEST(NotifierThreads, ReportsFromManyThreadsCompleteOnce) {
     EXPECT_EQ(CFGetRetainCount(report.get()), 1);
 }
 
+// What the lines about the table, up to the list in this text, leave in it.
+std::vector<QN::ecid> table_when_listed(std::string_view text) {
+    std::set<std::string> ecids;
+    for (auto const & line : lines_of(text.substr(0, text.find("<?xml ")))) {
+        if (line.starts_with("deviceNotificationCallback: ")) {
+            auto const ecid = line.substr(line.find('\'') + 1, 16);
+            if (line.find(": Adding ") != std::string::npos) {
+                ecids.insert(ecid);
+            } else if (line.find(": Removing ") != std::string::npos) {
+                ecids.erase(ecid);
+            }
+        }
+    }
+    std::vector<QN::ecid> table;
+    for (auto const & ecid : ecids) {
+        table.emplace_back(std::string_view(ecid));
+    }
+    return table;
+}
+
+TEST(NotifierThreads, TheTableIsStillAsListedWhenTheListIsPrinted) {
+    for (int i = 0; i < 20; ++i) {
+        captured_streams streams;
+        std::cerr.rdbuf(&streams.out); // one text of all lines, which tells their order
+        auto const output = std::make_shared<output_str_state>(std::nullopt);
+        output->set_debug(true);
+        device_notifier_state notifier(output, std::nullopt, std::nullopt);
+        notifier.detectTimeout = 20ms;
+        std::atomic<bool> ended = false;
+        std::vector<std::thread> library;
+        for (auto const ecid : {recovery_device, dfu_device}) {
+            library.emplace_back([&notifier, &ended, ecid] {
+                for (int type = 0; !ended; type = 1 - type) {
+                    device_notifier_state::deviceNotificationCallback(
+                        device_with(ecid), static_cast<AMRestorableDeviceNotificationType>(type),
+                        &notifier);
+                }
+            });
+        }
+        notifier.waitForCompletion();
+        ended = true;
+        for (auto & thread : library) {
+            thread.join();
+        }
+        output->quit();
+        output->loop();
+
+        auto const text = streams.out.text();
+        auto const beginning = text.find("<?xml ");
+        auto const end = text.find("</plist>\n\n", beginning);
+        ASSERT_NE(end, std::string::npos);
+        auto const documents = parse_documents(text.substr(beginning, end + 10 - beginning));
+        EXPECT_TRUE(equal(documents.at(0).value.get(), make_cftype(table_when_listed(text)).get()))
+            << text;
+    }
+}
+
 TEST(NotifierThreads, CallbacksAfterTheEndDoNothing) {
     auto const device = device_with(recovery_device);
     auto const references = CFGetRetainCount(device);
-    auto const report = completion_report();
+    auto const report = status(0, 100);
     output_capture output;
     auto notifier =
         std::make_unique<device_notifier_state>(output.state(), std::nullopt, std::nullopt);
@@ -146,7 +203,7 @@ TEST(NotifierThreads, TheEndWaitsForACallbackThatWaitsForTheTable) {
 TEST(NotifierThreads, ManyNotifiersEndUnderFire) {
     auto const device = device_with(recovery_device);
     auto const references = CFGetRetainCount(device);
-    auto const report = completion_report();
+    auto const report = status(0, 100);
     output_capture output;
     std::atomic<void *> context = nullptr;
     std::atomic<bool> ended = false;

@@ -125,38 +125,16 @@ TEST(RestoreOptions, ReplaceEarlierOnes) {
 
 // --- Progress reports
 
-cf_owner<CFDictionaryRef> status(std::string const & entries) {
-    return plist_dictionary("<dict>" + entries + "</dict>");
-}
-
-cf_owner<CFDictionaryRef> status(int operation, int progress) {
-    return status(fmt::format("<key>Status</key><string>Restoring</string>"
-                              "<key>Operation</key><integer>{}</integer>"
-                              "<key>Progress</key><integer>{}</integer>",
-                              operation, progress));
-}
-
-// The debug lines of a run but the one that the notifier says when it is made.
-strings lines_of_run(test_run & run) {
-    auto lines = run.output.debug_lines();
-    lines.erase(lines.begin());
-    return lines;
-}
-
 bool is_complete(std::future<void> const & future) {
     return future.wait_for(0s) == std::future_status::ready;
 }
 
 TEST(RestoreReport, NeedsAContext) {
-    for (CFDictionaryRef const dictionary : {CFDictionaryRef{nullptr}, status(2, 0).get()}) {
-        try {
-            device_notifier_state::restoreCallback(nullptr, dictionary, nullptr);
-            FAIL();
-        } catch (std::invalid_argument const & exception) {
-            EXPECT_EQ(without_line_number(exception.what()),
-                      "QNRescue/RestorableDeviceHandler:LINE:restoreCallback "
-                      "Assertion context failed.");
-        }
+    auto const report = status(2, 0);
+    for (auto const dictionary : {CFDictionaryRef{nullptr}, report.get()}) {
+        expect_assertion(
+            "QNRescue/RestorableDeviceHandler:LINE:restoreCallback Assertion context failed.",
+            [&] { device_notifier_state::restoreCallback(nullptr, dictionary, nullptr); });
     }
 }
 
@@ -474,7 +452,7 @@ TEST(Restore, WithoutATimeTimesOutAtOnce) {
     for (std::chrono::nanoseconds const timeout : {0ns, 999'999'999ns - 1s}) {
         restore_run run;
         run.notifier.restoreTimeout = timeout;
-        run.notifier.operateRestore(device_with(recovery_device));
+        expect_no_wait([&] { run.notifier.operateRestore(device_with(recovery_device)); });
         auto const documents = run.output.documents();
         ASSERT_EQ(documents.size(), 1U);
         expect_timeout_document(documents[0], "0");
@@ -515,18 +493,22 @@ TEST(Restore, SurvivesReportsAfterItsEnd) {
     }
 }
 
-TEST(Restore, MayBeRepeated) {
+TEST(Restore, StartsWithAFreshPromise) {
     restore_run run;
-    run.notifier.operateRestore(device_with(restores));
-    run.notifier.operateRestore(device_with(restores));
-    EXPECT_EQ(run.output.documents().size(), 6U);
+    run.notifier.restoreTimeout = 0ns;
+    run.report(status(0, 100).get()); // an earlier completion is none of this restore's
+    run.notifier.operateRestore(device_with(recovery_device));
+    auto const documents = run.output.documents();
+    ASSERT_EQ(documents.size(), 2U);
+    EXPECT_EQ(documents[0].type, "RestoreStatus");
+    expect_timeout_document(documents[1], "0");
 }
 
 TEST(Restore, BreaksThePromiseOfTheOneBefore) {
     restore_run run;
     auto earlier = run.notifier.restoreComplete.get_future();
     run.notifier.operateRestore(device_with(restores));
-    EXPECT_THROW(earlier.get(), std::future_error);
+    expect_broken_promise(earlier);
 }
 
 } // namespace

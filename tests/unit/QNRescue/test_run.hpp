@@ -8,11 +8,15 @@
 
 #include <fmt/format.h>
 
+#include <gtest/gtest.h>
+
+#include <chrono>
 #include <cstddef>
 #include <deque>
+#include <future>
 #include <new>
-#include <ostream>
 #include <string>
+#include <vector>
 
 namespace tests {
 
@@ -48,15 +52,40 @@ private:
     }
 };
 
-// A tool error that was thrown.
-struct tool_error {
-    CFIndex code;
-    std::string reason;
-    bool operator==(tool_error const &) const = default;
-};
+// The report of a restore.
+inline cf_owner<CFDictionaryRef> status(std::string const & entries) {
+    return plist_dictionary("<dict>" + entries + "</dict>");
+}
 
-inline std::ostream & operator<<(std::ostream & stream, tool_error const & error) {
-    return stream << error.code << ' ' << error.reason;
+inline cf_owner<CFDictionaryRef> status(int operation, int progress) {
+    return status(fmt::format("<key>Status</key><string>Restoring</string>"
+                              "<key>Operation</key><integer>{}</integer>"
+                              "<key>Progress</key><integer>{}</integer>",
+                              operation, progress));
+}
+
+// The debug lines of a run but its first, which the notifier says when it is made.
+inline std::vector<std::string> lines_of_run(test_run & run) {
+    auto lines = run.output.debug_lines();
+    lines.erase(lines.begin());
+    return lines;
+}
+
+inline void expect_broken_promise(std::future<void> & future) {
+    try {
+        future.get();
+        FAIL();
+    } catch (std::future_error const & error) {
+        EXPECT_EQ(error.code(), std::future_errc::broken_promise);
+    }
+}
+
+// What an action does that is not to wait, and not to take half a minute either.
+template <typename Action>
+void expect_no_wait(Action && action) {
+    auto const before = std::chrono::steady_clock::now();
+    action();
+    EXPECT_LT(std::chrono::steady_clock::now() - before, std::chrono::seconds(30));
 }
 
 // What the action throws; {0, ""} if it does not.
@@ -66,8 +95,7 @@ tool_error error_of(Action && action) {
         action();
         return {0, ""};
     } catch (qnrescue::error_owner const & error) {
-        return {CFErrorGetCode(error.get()),
-                qnrescue::MakeString(qnrescue::adopt(CFErrorCopyFailureReason(error.get())).get())};
+        return said_by(error);
     }
 }
 
