@@ -28,6 +28,16 @@ temporary_folder::~temporary_folder() {
     QN::filesystem::remove_all(location, ignored);
 }
 
+temporary_working_folder::temporary_working_folder()
+    : earlier(QN::filesystem::current_path()) {
+    QN::filesystem::current_path(folder.path());
+}
+
+temporary_working_folder::~temporary_working_folder() {
+    boost::system::error_code ignored;
+    QN::filesystem::current_path(earlier, ignored);
+}
+
 void write_file(QN::filesystem::path const & path, std::string_view bytes) {
     std::ofstream stream(stream_name(path), std::ios::binary);
     stream << bytes;

@@ -21,6 +21,19 @@ private:
     QN::filesystem::path location;
 };
 
+// Makes such a folder the current one as long as it lives.
+class temporary_working_folder {
+public:
+    temporary_working_folder();
+    ~temporary_working_folder();
+    temporary_working_folder(temporary_working_folder const &) = delete;
+    temporary_working_folder & operator=(temporary_working_folder const &) = delete;
+
+private:
+    temporary_folder folder;
+    QN::filesystem::path earlier;
+};
+
 void write_file(QN::filesystem::path const & path, std::string_view bytes);
 // The bytes of a file; empty where there is none.
 std::string read_file(QN::filesystem::path const & path);

@@ -1,6 +1,7 @@
 #include "QNRescue/start_options.hpp"
 
 #include "QNRescue/error_domain.hpp"
+#include "tests/unit/QNRescue/objects.hpp"
 #include "tests/unit/QNRescue/temporary_folder.hpp"
 
 #include <boost/filesystem/operations.hpp>
@@ -20,9 +21,7 @@ struct parsed {
     error_owner error;
 
     int code() const { return GetCode(error.get()); }
-    std::string reason() const {
-        return error ? MakeString(adopt(CFErrorCopyFailureReason(error.get())).get()) : "";
-    }
+    std::string reason() const { return tests::said_by(error).reason; }
 };
 
 parsed parse(std::vector<char const *> arguments) {
@@ -97,6 +96,7 @@ TEST(StartOptions, SwitchesSetTheirOwnField) {
 }
 
 TEST(StartOptions, TextsAreKeptAsTyped) {
+    tests::temporary_working_folder const for_logs;
     struct row {
         char const * option;
         std::optional<std::string> start_options::*field;
@@ -141,6 +141,7 @@ TEST(StartOptions, ThePipeIsASignedNumber) {
 }
 
 TEST(StartOptions, AllAtOnce) {
+    tests::temporary_working_folder const for_the_log;
     auto const result =
         parse({"--debug", "--no-cleanup", "--amr-logfile", "log", "--ecid=ab", "--detect-timeout=5",
                "--restore", "x.ipsw", "--restore-timeout", "6", "--erase", "--restore-plist",
