@@ -100,6 +100,26 @@ TEST(PrintValue, RefusesWhatXmlCannotHold) {
     EXPECT_EQ(capture.out(), "");
 }
 
+TEST(PrintValue, ReportsWhatCannotBeSerialised) {
+    // XML repeats a container wherever it is referred to, and CoreFoundation has a limit to that.
+    auto const repeated = make_array({CFSTR("x")});
+    auto const value = make_mutable_array();
+    for (int i = 0; i < 1538; ++i) {
+        CFArrayAppendValue(value.get(), repeated.get());
+    }
+    output_capture capture;
+    capture.state()->print_value(CFSTR("Kind"), value.get());
+    auto const lines = capture.debug_lines();
+    ASSERT_EQ(lines.size(), 1U);
+    EXPECT_TRUE(
+        lines[0].starts_with("print_value: CFPropertyListCreateData failed - Error Domain="))
+        << lines[0];
+    EXPECT_NE(lines[0].find("Too many nested arrays or dictionaries"), std::string::npos)
+        << lines[0];
+    EXPECT_EQ(capture.out(), "");
+    EXPECT_EQ(CFGetRetainCount(value.get()), 1);
+}
+
 TEST(PrintValue, FailuresAreSilentWithoutDebugOutput) {
     output_capture capture(false);
     capture.state()->print_value(nullptr, nullptr);
@@ -123,6 +143,14 @@ TEST(PrintValue, OfAnIncompleteMessage) {
     capture.state()->print_value(message_type{"", retain<CFTypeRef>(kCFBooleanTrue)});
     capture.state()->print_value(message_type{"Kind", nullptr});
     EXPECT_EQ(capture.debug_lines(), strings(2, "print_value: invalid argument"));
+}
+
+TEST(PrintValue, OfAMessageWhoseTypeIsNoUtf8) {
+    output_capture capture;
+    message_type const message{"Kind \xff", plist("<true/>")};
+    capture.state()->print_value(message);
+    EXPECT_EQ(capture.debug_lines(), strings{"print_value: invalid argument"});
+    EXPECT_EQ(capture.out(), "");
 }
 
 TEST(PrintFormattedError, IsAnInternalErrorDocument) {
