@@ -55,16 +55,21 @@ TEST(PlatformFailures, ARegistrationErrorIsPrintedAndThrown) {
 }
 
 TEST(PlatformFailures, ThrownErrorsHaveOneOwner) {
+    CFErrorRef failure = nullptr;
+    AMRestorableDeviceRegisterForNotifications(device_notifier_state::deviceNotificationCallback,
+                                               nullptr, &failure);
+    auto const error = adopt(failure); // the library hands out the same one each time
+    auto const references = CFGetRetainCount(error.get());
     test_run run;
     try {
         run.notifier.waitForCompletion();
         FAIL();
-    } catch (error_owner const & error) {
+    } catch (error_owner const & thrown) {
         run.output.finish();
-        auto const once = CFGetRetainCount(error.get());
-        auto const again = retain(error.get());
-        EXPECT_EQ(CFGetRetainCount(error.get()), once + 1);
+        EXPECT_EQ(thrown.get(), error.get());
+        EXPECT_EQ(CFGetRetainCount(error.get()), references + 1);
     }
+    EXPECT_EQ(CFGetRetainCount(error.get()), references);
 }
 
 TEST(PlatformFailures, NoDefaultOptions) {
