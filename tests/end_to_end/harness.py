@@ -47,6 +47,20 @@ DESCRIPTIONS = {
     8: "Read error",
 }
 
+# The calls with which every run begins, and those around a command.
+WARM_UP = (
+    "AMDeviceNotificationSubscribe minimumInterfaceSpeed=0 connectionType=1 context=null -> 0",
+    "AMDeviceNotificationUnsubscribe -> 0",
+)
+REGISTER = "AMRestorableDeviceRegisterForNotifications context=set -> 1"
+UNREGISTER = "AMRestorableDeviceUnregisterForNotifications clientID=1 -> 0"
+
+
+def arrival(ecid=ECID):
+    """The calls that a recovery device's arrival leads to."""
+    return (f"AMRestorableDeviceGetState device={ecid} -> 2",
+            f"AMRestorableDeviceGetECID device={ecid} -> {ecid}")
+
 
 class OutputFault(AssertionError):
     """What a program wrote is not what it may write."""

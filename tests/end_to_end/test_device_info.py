@@ -1,8 +1,9 @@
 """--device-info, and the wait for the device."""
 
+import plistlib
 import unittest
 
-from harness import ECID, ToolTest, device
+from harness import ECID, REGISTER, UNREGISTER, WARM_UP, ToolTest, arrival, device
 
 
 class DeviceInfo(ToolTest):
@@ -54,6 +55,18 @@ class DeviceInfo(ToolTest):
         info = self.info(SerialNumber="", ProductString="")
         self.assertEqual(("", ""), (info["SerialNumber"], info["ProductString"]))
 
+    def test_texts_that_do_not_convert(self):
+        for key in ("SerialNumber", "ProductString"):
+            with self.subTest(key):
+                # A surrogate without its other half, which only the binary form can carry.
+                texts = {"SerialNumber": "S", "ProductString": "P", key: "half \ue000"}
+                scenario = plistlib.dumps({"Devices": [device(**texts)]}, fmt=plistlib.FMT_BINARY)
+                path = self.new_folder() / "scenario.plist"
+                path.write_bytes(scenario.replace(b"\xe0\x00", b"\xd8\x00"))
+                run = self.run_tool("--device-info", "--ecid", ECID, scenario=path, status=0)
+                self.assertEqual({"ECID", *self.NUMBERS, *(texts.keys() - {key})},
+                                 set(run.documents[0].value))
+
     def test_numbers_are_signed(self):
         for given, product_id, other in (
             (0x7FFF, 0x7FFF, 0x7FFF),
@@ -86,12 +99,9 @@ class DeviceInfo(ToolTest):
                                LocationID=6, SerialNumber="S")]})
         self.assertEqual(
             [
-                "AMDeviceNotificationSubscribe minimumInterfaceSpeed=0 connectionType=1"
-                " context=null -> 0",
-                "AMDeviceNotificationUnsubscribe -> 0",
-                "AMRestorableDeviceRegisterForNotifications context=set -> 1",
-                f"AMRestorableDeviceGetState device={ECID} -> 2",
-                f"AMRestorableDeviceGetECID device={ECID} -> {ECID}",
+                *WARM_UP,
+                REGISTER,
+                *arrival(),
                 f"AMRestorableDeviceGetProductID device={ECID} -> 1",
                 f"AMRestorableDeviceGetBoardID device={ECID} -> 2",
                 f"AMRestorableDeviceGetChipID device={ECID} -> 3",
@@ -100,7 +110,7 @@ class DeviceInfo(ToolTest):
                 f"AMRestorableDeviceGetLocationID device={ECID} -> 6",
                 f'AMRestorableDeviceCopySerialNumber device={ECID} -> "S"',
                 f"AMRestorableDeviceCopyProductString device={ECID} -> null",
-                "AMRestorableDeviceUnregisterForNotifications clientID=1 -> 0",
+                UNREGISTER,
             ],
             run.calls,
         )
@@ -113,13 +123,15 @@ class WaitForDevice(ToolTest):
             4, f"Failed to find device with ecid {shown or ecid} after {seconds} seconds",
             "--device-info", "--ecid", ecid, *timeout, scenario={"Devices": list(devices)})
         self.assertGreaterEqual(run.seconds, seconds)
+        self.assertLess(run.seconds, seconds + 20)
         self.assertNotIn("AMRestorableDeviceUnregisterForNotifications", run.call_names)
-        return run
 
     def test_no_device(self):
-        run = self.not_found(0)
-        self.assertLess(run.seconds, 20)
+        self.not_found(0)
         self.not_found(1)
+
+    def test_time_out_0_is_not_the_default(self):
+        self.not_found(0, device(ConnectAfter=2))
 
     def test_three_seconds_by_default(self):
         self.not_found(3, arguments=[])
@@ -153,9 +165,10 @@ class WaitForDevice(ToolTest):
     def test_commands_without_their_device(self):
         for command in (("--exit-recovery",), ("--no-exit-recovery",), ("--restore", "x.ipsw")):
             with self.subTest(command):
-                self.assert_fails(
+                run = self.assert_fails(
                     4, f"Failed to find device with ecid {ECID} after 0 seconds",
                     *command, "--ecid", ECID, "--detect-timeout", "0", scenario={})
+                self.assertLess(run.seconds, 20)
 
 
 if __name__ == "__main__":

@@ -2,7 +2,7 @@
 
 import unittest
 
-from harness import ECID, ToolTest, device
+from harness import ECID, REGISTER, UNREGISTER, WARM_UP, ToolTest, arrival, device
 
 SET_AUTO_BOOT, REBOOT = "AMRecoveryModeDeviceSetAutoBoot", "AMRecoveryModeDeviceReboot"
 COMMANDS = ("exit-recovery", "no-exit-recovery")
@@ -21,16 +21,13 @@ class Recovery(ToolTest):
             run.status, [each.type for each in run.documents], run.values("CommandSuccess")))
         self.assertEqual(
             [
-                "AMDeviceNotificationSubscribe minimumInterfaceSpeed=0 connectionType=1"
-                " context=null -> 0",
-                "AMDeviceNotificationUnsubscribe -> 0",
-                "AMRestorableDeviceRegisterForNotifications context=set -> 1",
-                f"AMRestorableDeviceGetState device={ECID} -> 2",
-                f"AMRestorableDeviceGetECID device={ECID} -> {ECID}",
+                *WARM_UP,
+                REGISTER,
+                *arrival(),
                 f"AMRestorableDeviceGetState device={ECID} -> 2",
                 f"AMRestorableDeviceCopyRecoveryModeDevice device={ECID} -> {ECID}",
                 *calls,
-                "AMRestorableDeviceUnregisterForNotifications clientID=1 -> 0",
+                UNREGISTER,
             ],
             run.calls,
         )
