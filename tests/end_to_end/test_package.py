@@ -11,6 +11,7 @@ import zipfile
 import pe
 from build_folder import BUILD, CACHE, CMAKE, COMPILER, CPACK, SOURCE, run, same_setting
 from harness import ECID, RUNNER, TIME_LIMIT, Process, ToolTest, device, report
+from launcher_setup import SetupTest, make_prefix
 
 PROGRAM_AND_LIBRARIES = ["libdevforwardmin.dll", "libqnrescuelib.dll", "qnrescue.exe"]
 
@@ -187,6 +188,26 @@ class SimulatedSetUp(Package):
         expected = {each["ECID"] for each in plistlib.loads(scenario.read_bytes())["Devices"]}
         self.assertLessEqual(set(devices), expected)
         self.assertGreater(len(devices), 4)
+
+
+class InstalledLibraries(SetupTest, Package):
+    """The packed program that has no simulator beside it."""
+
+    @classmethod
+    def setUpClass(cls):
+        make_prefix()
+
+    def setUp(self):
+        super().setUp()
+        self.program = self.folder / "bin"
+
+    def test_found_through_the_registry(self):
+        self.register_mobile_device(self.add_files(self.root / "devices", "MobileDevice.dll"))
+        self.register_support(self.add_files(self.root / "support", "CoreFoundation.dll"))
+        self.assert_works()
+
+    def test_not_installed(self):
+        self.assertIn("iTunes for Windows", "\n".join(self.assert_refused()))
 
 
 class HostExample(Package):
