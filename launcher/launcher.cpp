@@ -1,9 +1,9 @@
 // qnrescue.exe: loads the platform's libraries and libqnrescuelib.dll, and runs the tool in it.
-#include "launcher/command_line.hpp"
 #include "launcher/internal_error_document.hpp"
 #include "launcher/permanent_module.hpp"
 #include "launcher/platform_libraries.hpp"
 #include "launcher/windows_places.hpp"
+#include "support/filesystem.hpp"
 #include "support/win/win32_error.hpp"
 
 #include <windows.h>
@@ -16,6 +16,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <exception>
+#include <span>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -47,13 +48,16 @@ tool_main load_tool(place const & program) {
     }
 }
 
-int run_tool() {
+int run_tool(std::span<wchar_t *> words) {
     restrict_library_search();
     auto const program = program_place();
     load_platform_libraries(program);
     auto const run = load_tool(program);
 
-    auto const arguments = utf8_arguments();
+    std::vector<std::string> arguments;
+    for (auto const * const word : words) {
+        arguments.push_back(QN::path_to_utf8(word));
+    }
     std::vector<char const *> argv;
     for (auto const & argument : arguments) {
         argv.push_back(argument.c_str());
@@ -70,9 +74,17 @@ void write(std::FILE * stream, std::string const & text) {
 
 } // namespace
 
-int main() {
+#ifdef __GNUC__
+extern "C" {
+int _dowildcard = 0; // arguments are not to be taken for patterns of file names
+}
+#endif
+
+// Wide, as not every system knows UTF-8 arguments; and what would split the command line instead is
+// in a library that takes long to load.
+extern "C" int wmain(int argc, wchar_t ** argv) {
     try {
-        return run_tool();
+        return run_tool({argv, static_cast<std::size_t>(argc)});
     } catch (std::exception const & exception) {
         write(stdout, internal_error_document(exception.what()));
         write(stderr, fmt::format("qnrescue: {}\n", exception.what()));

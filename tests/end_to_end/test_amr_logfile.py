@@ -62,6 +62,15 @@ class AMRLogFile(ToolTest):
         self.run_tool(*arguments, status=3)
         self.assertEqual("", self.command_line(arguments, log))
 
+    def test_words_reach_the_tool_as_they_are(self):
+        log = self.new_folder() / "log.txt"
+        # The current folder holds files that the patterns match.
+        words = ("*", "std*", "?race", "two words", 'a"b', '""', "C:\\folder\\", "C:\\two words\\",
+                 'x\\"y', "Größe 漢字 😀", "%PATH%", "^&|<>'")
+        arguments = ("--list-devices", "--detect-timeout", "0", "--amr-logfile", str(log), *words)
+        self.run_tool(*arguments, status=0)
+        self.assertEqual("", self.command_line(arguments, log))
+
 
 if __name__ == "__main__":
     unittest.main()
