@@ -2,6 +2,7 @@
 
 import pathlib
 import plistlib
+import re
 import shutil
 import tempfile
 import unittest
@@ -16,6 +17,7 @@ from launcher_setup import SetupTest, make_prefix
 PROGRAM_AND_LIBRARIES = ["libdevforwardmin.dll", "libqnrescuelib.dll", "qnrescue.exe"]
 
 FILES = {
+    "CONTRIBUTING.md",
     "README.md",
     *(f"bin/{name}" for name in PROGRAM_AND_LIBRARIES),
     *(f"simulator/{name}" for name in PROGRAM_AND_LIBRARIES),
@@ -90,6 +92,12 @@ class Contents(Package):
                          for path in (SOURCE / folder).rglob("*")
                          if path.is_file() and "__pycache__" not in path.parts}
         self.assertEqual(sorted(expected), sorted(self.files))
+
+    def test_links_lead_to_packed_files(self):
+        for name, file in self.files.items():
+            if file.suffix == ".md":
+                for link in re.findall(r"\]\((?!https?:|#)([^)#]+)", file.read_text("utf-8")):
+                    self.assertTrue((file.parent / link).exists(), f"{link} in {name}")
 
     def test_both_folders_have_the_same_program(self):
         for name in PROGRAM_AND_LIBRARIES:
