@@ -1,0 +1,129 @@
+#include "tests/stress/stand_in_library.hpp"
+
+#include <cstring>
+
+namespace tests {
+
+namespace {
+
+// What the bytes of a device's object hold.
+struct properties {
+    std::uint64_t ecid;
+    AMRestorableDeviceState state;
+};
+
+properties properties_of(AMRestorableDeviceRef device) {
+    properties read;
+    std::memcpy(&read, CFDataGetBytePtr(reinterpret_cast<CFDataRef>(device)), sizeof read);
+    return read;
+}
+
+} // namespace
+
+library_behaviour & stand_in_library() {
+    static auto & behaviour = *new library_behaviour;
+    return behaviour;
+}
+
+qnrescue::cf_owner<AMRestorableDeviceRef> make_device(std::uint64_t ecid,
+                                                      AMRestorableDeviceState state) {
+    properties const held{ecid, state};
+    auto const data =
+        CFDataCreate(kCFAllocatorDefault, reinterpret_cast<UInt8 const *>(&held), sizeof held);
+    return qnrescue::adopt(
+        reinterpret_cast<AMRestorableDeviceRef>(const_cast<struct __CFData *>(data)));
+}
+
+} // namespace tests
+
+using namespace tests;
+
+int AMDeviceNotificationSubscribe(AMDeviceNotificationCallback, unsigned int, unsigned int, void *,
+                                  AMDeviceNotificationRef * subscription) {
+    *subscription = nullptr;
+    return 0;
+}
+
+int AMDeviceNotificationUnsubscribe(AMDeviceNotificationRef) {
+    return 0;
+}
+
+AMRError AMRestoreEnableFileLogging(char const *) {
+    return kAMRSuccess;
+}
+
+CFMutableDictionaryRef AMRestoreCreateDefaultOptions(CFAllocatorRef) {
+    return qnrescue::make_mutable_dictionary().release();
+}
+
+int AMRestorableDeviceRegisterForNotifications(AMRestorableDeviceNotificationCallback callback,
+                                               void * context, CFErrorRef * error) {
+    *error = nullptr;
+    if (auto const & act = stand_in_library().on_registration) {
+        act(callback, context);
+    }
+    return 1;
+}
+
+int AMRestorableDeviceUnregisterForNotifications(int) {
+    return 0;
+}
+
+AMRestorableDeviceState AMRestorableDeviceGetState(AMRestorableDeviceRef device) {
+    return properties_of(device).state;
+}
+
+uint64_t AMRestorableDeviceGetECID(AMRestorableDeviceRef device) {
+    return properties_of(device).ecid;
+}
+
+uint16_t AMRestorableDeviceGetProductID(AMRestorableDeviceRef) {
+    return 0;
+}
+
+uint32_t AMRestorableDeviceGetBoardID(AMRestorableDeviceRef) {
+    return 0;
+}
+
+uint32_t AMRestorableDeviceGetChipID(AMRestorableDeviceRef) {
+    return 0;
+}
+
+uint32_t AMRestorableDeviceGetProductType(AMRestorableDeviceRef) {
+    return 0;
+}
+
+uint32_t AMRestorableDeviceGetFusingInfo(AMRestorableDeviceRef) {
+    return 0;
+}
+
+uint32_t AMRestorableDeviceGetLocationID(AMRestorableDeviceRef) {
+    return 0;
+}
+
+CFStringRef AMRestorableDeviceCopySerialNumber(AMRestorableDeviceRef) {
+    return nullptr;
+}
+
+CFStringRef AMRestorableDeviceCopyProductString(AMRestorableDeviceRef) {
+    return nullptr;
+}
+
+AMRecoveryModeDeviceRef AMRestorableDeviceCopyRecoveryModeDevice(AMRestorableDeviceRef) {
+    return nullptr;
+}
+
+AMRError AMRecoveryModeDeviceSetAutoBoot(AMRecoveryModeDeviceRef, unsigned char) {
+    return kAMRSuccess;
+}
+
+AMRError AMRecoveryModeDeviceReboot(AMRecoveryModeDeviceRef) {
+    return kAMRSuccess;
+}
+
+void AMRestorableDeviceRestore(AMRestorableDeviceRef, CFDictionaryRef,
+                               AMRestorableDeviceProgressCallback callback, void * context) {
+    if (auto const & act = stand_in_library().on_restore) {
+        act(callback, context);
+    }
+}

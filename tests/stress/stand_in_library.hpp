@@ -1,0 +1,25 @@
+// A device library that does what a test tells it to, in place of the simulator.
+#pragma once
+
+#include "QNRescue/cf_ownership.hpp"
+#include "platform/MobileDevice.h"
+
+#include <cstdint>
+#include <functional>
+
+namespace tests {
+
+// What the library does when it is asked for notifications and for a restore. It may call at once
+// and from any thread, and unlike the real one it may go on after unregistering.
+struct library_behaviour {
+    std::function<void(AMRestorableDeviceNotificationCallback, void * context)> on_registration;
+    std::function<void(AMRestorableDeviceProgressCallback, void * context)> on_restore;
+};
+
+// To be set before the tool runs. Never destroyed.
+library_behaviour & stand_in_library();
+
+qnrescue::cf_owner<AMRestorableDeviceRef>
+make_device(std::uint64_t ecid, AMRestorableDeviceState state = kAMRestorableDeviceStateRecovery);
+
+} // namespace tests
