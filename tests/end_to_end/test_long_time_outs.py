@@ -39,6 +39,15 @@ class LongTimeOuts(ToolTest):
             self.assertEqual(["RestoreStatus"], [each.type for each in run.documents])
             self.assertLess(run.seconds, 25)
 
+    def test_late_device_and_completion_end_both_waits(self):
+        late = device(ConnectAfter=1, RestoreReports=[{**COMPLETE, "After": 1}])
+        for seconds in LONG:
+            run = self.run_tool("--restore", "x.ipsw", "--ecid", ECID, "--detect-timeout", seconds,
+                                "--restore-timeout", seconds, scenario={"Devices": [late]},
+                                status=0)
+            self.assertEqual(["RestoreStatus"], [each.type for each in run.documents])
+            self.assertLess(run.seconds, 25)
+
 
 if __name__ == "__main__":
     unittest.main()
