@@ -1,5 +1,6 @@
-# Python3::Interpreter, which runs the tests of whole programs and packs the ZIP.
-if(NOT WIN32)
+# Python3::Interpreter, which runs the tests of whole programs and the measurements, and packs the
+# ZIP.
+if(NOT WIN32 AND NOT QNRESCUE_BENCHMARKS)
   return()
 endif()
 

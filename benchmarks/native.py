@@ -1,0 +1,137 @@
+"""The rows that are measured inside one process, by Google Benchmark."""
+
+import collections
+import json
+import re
+import statistics
+import subprocess
+import tempfile
+
+from rows import compare
+
+SECONDS = {"ns": 1e-9, "us": 1e-6, "ms": 1e-3, "s": 1.0}
+
+# What Apple's library was seen to do with a dictionary of 20 entries on the machine where
+# machine_speed takes the time below; the bar goes up and down with the machine's speed.
+OBSERVED_WRITTEN = 45_000  # documents a second
+OBSERVED_READ = 70_000
+OBSERVED_MACHINE_SPEED = 3.6e-6  # seconds
+
+
+class Samples:
+    """What every repetition of every benchmark took, in the order of the repetitions."""
+
+    def __init__(self, results):
+        self._runs = collections.defaultdict(list)
+        for run in results["benchmarks"]:
+            if run["run_type"] == "iteration":
+                name = re.sub(r"/(iterations:\d+|manual_time)", "", run["run_name"])
+                self._runs[name].append(run)
+
+    def counter(self, name, counter):
+        return [run[counter] for run in self._runs[name]]
+
+    def seconds(self, name):
+        return [run["real_time"] * SECONDS[run["time_unit"]] for run in self._runs[name]]
+
+    def rates(self, name):
+        return [1 / seconds for seconds in self.seconds(name)]
+
+    def sizes(self, family):
+        """The arguments of a benchmark, ascending."""
+        names = (name.split("/") for name in self._runs)
+        return sorted(int(name[1]) for name in names if name[0] == family)
+
+
+def run(program, smoke):
+    repetitions, shortest = (1, 0.001) if smoke else (15, 0.2)
+    with tempfile.NamedTemporaryFile(suffix=".json") as results:
+        subprocess.run(
+            [
+                program,
+                f"--benchmark_out={results.name}",
+                "--benchmark_out_format=json",
+                f"--benchmark_repetitions={repetitions}",
+                f"--benchmark_min_time={shortest}",
+                "--benchmark_enable_random_interleaving=true",
+            ],
+            check=True,
+            stdout=subprocess.DEVNULL,
+            stderr=subprocess.DEVNULL,
+        )
+        return Samples(json.load(results))
+
+
+def relay(samples):
+    yield compare(
+        "relay of one progress report",
+        "one copy, one serialisation, one write",
+        "s",
+        samples.seconds("relay/bare"),
+        samples.seconds("relay/tool"),
+        at_most=1.15,
+    )
+
+
+def property_lists(samples):
+    speed = OBSERVED_MACHINE_SPEED / statistics.median(samples.seconds("machine_speed"))
+    for verb, done, observed in (
+        ("write", "written", OBSERVED_WRITTEN),
+        ("read", "read", OBSERVED_READ),
+    ):
+        figures = samples.rates(f"{verb}/simulator")
+        yield compare(
+            f"XML documents {done}",
+            "libplist, the same values",
+            "/s",
+            samples.rates(f"{verb}/libplist"),
+            figures,
+            at_least=1,
+        )
+        yield compare(
+            f"XML documents {done}",
+            f"observed library, at machine speed {speed:.2f}",
+            "/s",
+            [observed * speed] * len(figures),
+            figures,
+            at_least=1,
+        )
+
+
+def arrival(samples):
+    for counter, name in (("median", "median"), ("p99", "99th percentile")):
+        yield compare(
+            f"arrival of a device to its waiter, {name}",
+            "bare condition variable",
+            "s",
+            samples.counter("arrival/bare", counter),
+            samples.counter("arrival/tool", counter),
+            at_most=2,
+        )
+
+
+def device_table(samples):
+    for family, what in (("notification", "one notification"), ("look_up", "one look-up")):
+        fewest, *others = samples.sizes(family)
+        for size in others:
+            yield compare(
+                f"{what}, {size:,} devices",
+                f"{fewest} devices",
+                "s",
+                samples.seconds(f"{family}/{fewest}"),
+                samples.seconds(f"{family}/{size}"),
+                at_most=1.3,
+            )
+
+
+def rows(samples):
+    for measurement in (relay, property_lists, arrival, device_table):
+        yield from measurement(samples)
+
+
+def listing(samples):
+    """Pairs of a number of devices and the median time to list them, in seconds."""
+    return [
+        (size, statistics.median(samples.seconds(f"list/{size}")))
+        for size in samples.sizes("list")
+    ]

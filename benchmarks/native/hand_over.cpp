@@ -1,0 +1,108 @@
+// From a device's arrival to the thread that waits for it, beside a bare condition variable.
+#include "benchmarks/native/bare_devices.hpp"
+#include "benchmarks/native/run.hpp"
+
+#include <benchmark/benchmark.h>
+
+#include <algorithm>
+#include <chrono>
+#include <condition_variable>
+#include <mutex>
+#include <semaphore>
+#include <thread>
+#include <vector>
+
+namespace {
+
+using clock_type = std::chrono::steady_clock;
+
+constexpr std::size_t hand_overs = 500;
+// Long enough for the other thread to have gone to sleep.
+constexpr auto settling_time = std::chrono::microseconds(300);
+
+// A device that comes, and the tool that waits for it.
+class tool_hand_over {
+public:
+    void wait() { benchmark::DoNotOptimize(run.notifier.waitForDevice(ecid)); }
+    void hand_over() { notify(kAMRestorableDeviceConnected); }
+    void take_back() { notify(kAMRestorableDeviceDisconnected); }
+
+private:
+    void notify(AMRestorableDeviceNotificationType type) {
+        qnrescue::device_notifier_state::deviceNotificationCallback(device.get(), type,
+                                                                    &run.notifier);
+    }
+
+    benchmarks::notifier_run run;
+    qnrescue::cf_owner<AMRestorableDeviceRef> device = benchmarks::make_device(0xA1);
+    QN::ecid const ecid{0xA1};
+};
+
+class bare_hand_over {
+public:
+    void wait() {
+        std::unique_lock lock(mutex);
+        condition.wait(lock, [this] { return arrived; });
+    }
+    void hand_over() {
+        {
+            std::lock_guard const lock(mutex);
+            arrived = true;
+        }
+        condition.notify_all();
+    }
+    void take_back() {
+        std::lock_guard const lock(mutex);
+        arrived = false;
+    }
+
+private:
+    std::mutex mutex;
+    std::condition_variable condition;
+    bool arrived = false;
+};
+
+// The times in seconds, ascending.
+template <typename HandOver>
+std::vector<double> measure() {
+    HandOver subject;
+    std::binary_semaphore begin(0);
+    std::binary_semaphore end(0);
+    clock_type::time_point woken;
+    std::jthread const waiter([&] {
+        for (std::size_t i = 0; i < hand_overs; ++i) {
+            begin.acquire();
+            subject.wait();
+            woken = clock_type::now();
+            end.release();
+        }
+    });
+    std::vector<double> seconds;
+    for (std::size_t i = 0; i < hand_overs; ++i) {
+        begin.release();
+        std::this_thread::sleep_for(settling_time);
+        auto const handed_over = clock_type::now();
+        subject.hand_over();
+        end.acquire();
+        subject.take_back();
+        seconds.push_back(std::chrono::duration<double>(woken - handed_over).count());
+    }
+    std::sort(seconds.begin(), seconds.end());
+    return seconds;
+}
+
+template <typename HandOver>
+void hand_over(benchmark::State & state) {
+    for (auto _ : state) {
+        auto const seconds = measure<HandOver>();
+        auto const median = seconds[seconds.size() / 2];
+        state.SetIterationTime(median);
+        state.counters["median"] = median;
+        state.counters["p99"] = seconds[seconds.size() * 99 / 100];
+    }
+}
+
+BENCHMARK(hand_over<tool_hand_over>)->Name("arrival/tool")->UseManualTime()->Iterations(1);
+BENCHMARK(hand_over<bare_hand_over>)->Name("arrival/bare")->UseManualTime()->Iterations(1);
+
+} // namespace
