@@ -23,18 +23,19 @@ bool lifetime::end(clock::duration limit) {
     std::unique_lock lock{m_mutex};
     m_ended = true;
     m_condition.notify_all();
-    bool const done = wait_until(m_condition, lock, clock::now() + limit,
-                                 [this] { return m_running == (is_own_thread() ? 1 : 0); });
+    std::size_t const left_out = is_own_thread() ? 1 : 0;
+    bool const done = wait_until(m_condition, lock, clock::now() + limit, [this, left_out] {
+        return m_threads.size() - m_done.size() == left_out;
+    });
+    auto const ending = m_done;
     lock.unlock();
-    if (done) {
-        join_threads();
-    }
+    join(ending);
     return done;
 }
 
-void lifetime::join_threads() {
+void lifetime::join(std::span<std::thread::id const> threads) {
     for (auto & thread : m_threads) {
-        if (thread.joinable() && thread.get_id() != std::this_thread::get_id()) {
+        if (thread.joinable() && std::ranges::find(threads, thread.get_id()) != threads.end()) {
             thread.join();
         }
     }
@@ -47,7 +48,7 @@ bool & lifetime::is_own_thread() {
 
 void lifetime::leave() {
     std::lock_guard const lock{m_mutex};
-    --m_running;
+    m_done.push_back(std::this_thread::get_id());
     m_condition.notify_all();
 }
 

@@ -6,6 +6,7 @@
 #include <chrono>
 #include <condition_variable>
 #include <mutex>
+#include <span>
 #include <system_error>
 #include <thread>
 #include <vector>
@@ -59,7 +60,6 @@ public:
             write_error_line(fmt::format("a thread cannot be started: {}", error.what()));
             return {};
         }
-        ++m_running; // the new thread cannot leave before the lock is free
         return m_threads.back().get_id();
     }
 
@@ -73,13 +73,13 @@ public:
 private:
     static bool & is_own_thread();
     void leave();
-    void join_threads();
+    void join(std::span<std::thread::id const> threads);
 
     std::mutex m_mutex;
     std::condition_variable m_condition;
     bool m_ended = false;
-    int m_running = 0;
     std::vector<std::thread> m_threads;
+    std::vector<std::thread::id> m_done;
 };
 
 } // namespace mobile_device
