@@ -214,7 +214,7 @@ void device_notifier_state::waitForCompletion() {
         AMRestorableDeviceRegisterForNotifications(deviceNotificationCallback, this, &failure);
     if (auto error = adopt(failure)) {
         outputter->print_formatted_error(error.get());
-        throw error;
+        throw error_owner(error.release());
     }
     if (operation == command_kind::list_devices) {
         listDevices();

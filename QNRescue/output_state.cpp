@@ -14,8 +14,8 @@ namespace qnrescue {
 
 namespace {
 
-pipe_handle wrap(boost::asio::any_io_executor executor, std::int32_t number) {
-    pipe_handle pipe(std::move(executor));
+pipe_handle wrap(boost::asio::any_io_executor const & executor, std::int32_t number) {
+    pipe_handle pipe(executor);
 #ifdef _WIN32
     auto const native = reinterpret_cast<HANDLE>(static_cast<std::intptr_t>(number));
 #else

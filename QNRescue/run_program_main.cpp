@@ -35,7 +35,7 @@ QN::ecid parse_ecid(std::string const & text) {
 void nothing_to_prepare(device_notifier_state &, start_options const &) {}
 
 void prepare_restore(device_notifier_state & notifier, start_options const & options) {
-    auto const bundle = QN::path_from_utf8(*options.restore);
+    auto const bundle = QN::path_from_utf8(options.restore.value_or(""));
     if (bundle.empty()) {
         throw_error(Error::bad_command, "Missing restore IPSW path");
     }
@@ -43,7 +43,8 @@ void prepare_restore(device_notifier_state & notifier, start_options const & opt
 }
 
 void prepare_restore_plist(device_notifier_state & notifier, start_options const & options) {
-    notifier.restoreOptions = read_restore_options(QN::path_from_utf8(*options.restore_plist));
+    notifier.restoreOptions =
+        read_restore_options(QN::path_from_utf8(options.restore_plist.value_or("")));
 }
 
 using options_ref = start_options const &;

@@ -4,6 +4,8 @@
 
 #include <windows.h>
 
+#include <cwchar>
+
 namespace launcher {
 
 std::wstring replace_variables(wchar_t const * text) {
@@ -13,7 +15,8 @@ std::wstring replace_variables(wchar_t const * text) {
         auto const error = GetLastError();
         throw QN::win::win32_error("ExpandEnvironmentStrings", error);
     }
-    return replaced.c_str();
+    replaced.resize(std::wcslen(replaced.c_str())); // without the null character
+    return replaced;
 }
 
 } // namespace launcher

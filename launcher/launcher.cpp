@@ -59,6 +59,7 @@ int run_tool(std::span<wchar_t *> words) {
         arguments.push_back(QN::path_to_utf8(word));
     }
     std::vector<char const *> argv;
+    argv.reserve(arguments.size() + 1);
     for (auto const & argument : arguments) {
         argv.push_back(argument.c_str());
     }

@@ -30,6 +30,7 @@ TEST(CfOwner, RetainsABorrowedObject) {
         auto const owner = retain(string.get());
         EXPECT_EQ(CFGetRetainCount(string.get()), 2);
         std::shared_ptr<__CFString const> const shared = retain(string.get());
+        // NOLINTNEXTLINE(performance-unnecessary-copy-initialization): it adds no reference
         auto const copy = shared;
         EXPECT_EQ(CFGetRetainCount(string.get()), 3);
     }

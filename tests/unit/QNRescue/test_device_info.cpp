@@ -109,8 +109,7 @@ TEST(DeviceInfo, IsReadFromADevice) {
     EXPECT_EQ(info.productType, 2147483648U);
     EXPECT_EQ(info.fusingInfo, 3U);
     EXPECT_EQ(info.locationID, 336592896U);
-    ASSERT_TRUE(info.serialNumber);
-    EXPECT_EQ(std::string(*info.serialNumber), "C39serial");
+    EXPECT_EQ(std::string(info.serialNumber.value()), "C39serial");
     EXPECT_EQ(info.productString, "T\xc3\xa9l\xc3\xa9phone \xe6\x97\xa5\xe6\x9c\xac & more");
     EXPECT_FALSE(info.description);
     EXPECT_EQ(CFGetRetainCount(device), references);

@@ -121,6 +121,7 @@ TEST(LiveContexts, ManyVisitorsOfObjectsThatGo) {
     std::atomic<bool> ended = false;
     std::atomic<int> visits = 0;
     std::vector<std::thread> visitors;
+    visitors.reserve(4);
     for (int i = 0; i < 4; ++i) {
         visitors.emplace_back([&] {
             while (!ended) {
