@@ -117,7 +117,7 @@ device_notifier_state::~device_notifier_state() noexcept(false) {
     constexpr auto function = "~device_notifier_state";
     assert_that(!scratchLocation.empty(), source_unit, function, "!scratchLocation.empty()");
     boost::system::error_code error;
-    QN::filesystem::remove_all(scratchLocation, error);
+    QN::remove_tree(scratchLocation, error);
     if (error) {
         debug("{}: Failed to clean scratch location ({})", function, error.message());
     }

@@ -57,17 +57,31 @@ class Image:
     def directory_size(self, number):
         return self._directories[number][1]
 
+    def _imports(self):
+        """The entries of the import table: the names of a library and of the functions in it."""
+        address, size = self._directories[IMPORTS]
+        entry = self._offset(address) if size else 0
+        while size and any(fields := self._read("<5I", entry)):
+            yield self._text(fields[3]), self._imported_names(self._offset(fields[0] or fields[4]))
+            entry += 20
+
+    def _imported_names(self, thunk):
+        names = []
+        while (value := self._read("<Q", thunk)[0]):
+            if not value >> 63:  # else a number
+                names.append(self._text(value + 2))
+            thunk += 8
+        return names
+
     @property
     def imported_libraries(self):
         """The names of the libraries in the import table, in its order."""
-        address, size = self._directories[IMPORTS]
-        names = []
-        if size:
-            entry = self._offset(address)
-            while any(fields := self._read("<5I", entry)):
-                names.append(self._text(fields[3]))
-                entry += 20
-        return names
+        return [library for library, _ in self._imports()]
+
+    @property
+    def imported_functions(self):
+        """The names of the functions in the import table, in its order."""
+        return [name for _, names in self._imports() for name in names]
 
     def resource(self, kind):
         """The first resource of the kind, in its first language; None if there is none."""

@@ -132,6 +132,48 @@ TEST(Notifier, RemovesItsScratchDirectory) {
     EXPECT_EQ(output.debug_lines().size(), 1U);
 }
 
+#ifndef _WIN32
+
+// A folder with a file that must stay, and links to both wherever a restore may put files.
+struct planted_links {
+    planted_links() {
+        QN::filesystem::create_directories(outside);
+        write_file(outside / "kept", "bytes");
+        QN::filesystem::create_directories(scratch / "PRB" / "1");
+        for (auto const & place : {scratch, scratch / "PRB", scratch / "PRB" / "1"}) {
+            QN::filesystem::create_directory_symlink(outside, place / "folder");
+            QN::filesystem::create_symlink(outside / "kept", place / "file");
+            QN::filesystem::create_symlink(outside / "none", place / "dangling");
+            QN::filesystem::create_directory_symlink(scratch, place / "loop");
+        }
+    }
+
+    temporary_folder folder;
+    QN::filesystem::path scratch = folder.path() / "scratch";
+    QN::filesystem::path outside = folder.path() / "outside";
+};
+
+TEST(Notifier, RemovesLinksInItsScratchDirectoryAndNotWhatTheyLeadTo) {
+    planted_links const links;
+    output_capture output;
+    device_notifier_state(output.state(), std::nullopt, links.scratch);
+    EXPECT_FALSE(QN::filesystem::exists(links.scratch));
+    EXPECT_EQ(read_file(links.outside / "kept"), "bytes");
+    EXPECT_EQ(output.debug_lines(), strings{"device_notifier_state: initializing"});
+}
+
+TEST(Notifier, RemovesALinkInPlaceOfItsScratchDirectory) {
+    planted_links const links;
+    auto const link = links.folder.path() / "link";
+    QN::filesystem::create_directory_symlink(links.outside, link);
+    output_capture output;
+    device_notifier_state(output.state(), std::nullopt, link);
+    EXPECT_FALSE(QN::filesystem::is_symlink(link));
+    EXPECT_EQ(read_file(links.outside / "kept"), "bytes");
+}
+
+#endif
+
 TEST(Notifier, AScratchDirectoryThatNeverWasIsNoFailure) {
     output_capture output;
     device_notifier_state(output.state(), std::nullopt, std::nullopt);
