@@ -4,6 +4,7 @@
 #include "QNRescue/exception_errors.hpp"
 #include "support/file/writable_file.hpp"
 
+#include <boost/algorithm/string/replace.hpp>
 #include <boost/program_options/parsers.hpp>
 #include <boost/program_options/value_semantic.hpp>
 #include <boost/program_options/variables_map.hpp>
@@ -13,7 +14,10 @@
 #include <cstddef>
 #include <span>
 #include <stdexcept>
+#include <string_view>
+#include <type_traits>
 #include <utility>
+#include <vector>
 
 namespace qnrescue {
 
@@ -21,9 +25,31 @@ namespace {
 
 namespace po = boost::program_options;
 
+// Boost's texts of errors never end where a name or a value contains what stands for it in their
+// pattern, such as "%value%". So a byte that no text contains follows each percent sign there; the
+// reasons of errors leave out what is no UTF-8.
+constexpr std::string_view percent_sign = "%";
+constexpr std::string_view guarded_percent_sign = "%\xff";
+
+std::vector<std::string> guarded_arguments(int argc, char const ** argv) {
+    std::vector<std::string> arguments(argv + 1, argv + argc);
+    for (auto & argument : arguments) {
+        boost::replace_all(argument, percent_sign, guarded_percent_sign);
+    }
+    return arguments;
+}
+
+template <typename Value>
+Value as_typed(Value value) {
+    if constexpr (std::is_same_v<Value, std::string>) {
+        boost::replace_all(value, guarded_percent_sign, percent_sign);
+    }
+    return value;
+}
+
 template <typename Value>
 auto * stored_in(std::optional<Value> & field) {
-    return po::value<Value>()->notifier([&field](Value const & value) { field = value; });
+    return po::value<Value>()->notifier([&field](Value const & value) { field = as_typed(value); });
 }
 
 // The table refers to the fields of the options that it is made for.
@@ -93,7 +119,8 @@ parse_arguments(int argc, char const ** argv) {
     error_owner error;
     try {
         po::variables_map values;
-        po::store(po::parse_command_line(argc, argv, table), values);
+        auto const arguments = guarded_arguments(argc, argv);
+        po::store(po::command_line_parser(arguments).options(table).run(), values);
         po::notify(values);
     } catch (std::length_error const & exception) {
         error = CreateDomainError(Error::bad_command, exception.what());

@@ -11,7 +11,8 @@ from pe import Image
 
 # Everything that means something in a document, and something of all the rest.
 MARKUP = ("</string></dict></plist>\n<plist><dict/></plist>&lt;&#x41;&unknown;"
-          "<!-- ]]> <![CDATA[ <?xml?> %s {} \"quoted\" 'too' größe 漢字 😀")
+          "<!-- ]]> <![CDATA[ <?xml?> %s {} %value% %canonical_option% '%prefix%'"
+          "%original_token% \"quoted\" größe 漢字 😀")
 
 # How a program could start another.
 STARTERS = re.compile(r"CreateProcess|ShellExec|WinExec|NtCreateUserProcess|RtlCreateUserProcess"

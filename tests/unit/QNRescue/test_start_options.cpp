@@ -328,4 +328,26 @@ TEST(StartOptions, TheTableIsThereAfterAnErrorToo) {
     EXPECT_EQ(parse({"--frobnicate"}).table.options().size(), 17U);
 }
 
+// Boost would look for them in its own texts of errors for ever.
+TEST(StartOptions, TextsLikeBoostsPlaceholdersAreTakenAsTheyAre) {
+    for (std::string const name :
+         {"%canonical_option%", "%value%", "%prefix%", "%option%", "%original_token%", "%", "%%",
+          "\xc3\xa9%value%%value%\xe6\xbc\xa2"}) {
+        auto const option = "--x" + name;
+        auto const unknown = parse({option.c_str()});
+        EXPECT_EQ(unknown.code(), 3);
+        EXPECT_EQ(unknown.reason(), "unrecognised option '" + option + "'");
+
+        auto const no_number = parse({"--detect-timeout", name.c_str()});
+        EXPECT_EQ(no_number.code(), 2);
+        EXPECT_EQ(no_number.reason(),
+                  "the argument ('" + name + "') for option '--detect-timeout' is invalid");
+
+        auto const text = parse({"--restore", name.c_str()});
+        EXPECT_EQ(text.code(), 0);
+        EXPECT_EQ(text.options.restore, name);
+    }
+    EXPECT_EQ(parse({"--ecid", "%\xff%\xff\xff"}).options.ecid, "%\xff%\xff\xff");
+}
+
 } // namespace
