@@ -195,6 +195,10 @@ class Process:
         except FileNotFoundError:
             return None
 
+    @property
+    def id(self):
+        return self._process.pid
+
     def running(self):
         return self._process.poll() is None
 
