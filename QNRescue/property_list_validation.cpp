@@ -8,40 +8,39 @@
 
 namespace {
 
-using value_list = std::vector<CFTypeRef>;
-
-// Whether a value is valid as far as it alone can tell; appends its members, to be checked as well.
-using validator = std::function<bool(CFTypeRef value, value_list & members)>;
+using validator = std::function<bool(CFTypeRef value, long format)>;
 using validator_table = std::unordered_map<CFTypeID, validator>;
 
-void append_member(void const * value, void * members) {
-    static_cast<value_list *>(members)->push_back(value);
+// The members of containers that are still to be checked. A list, so that no nesting is too deep
+// for the stack.
+using value_list = std::vector<CFTypeRef>;
+thread_local value_list * pending = nullptr;
+
+void check_later(void const * member, void * /*context*/) {
+    pending->push_back(member);
 }
 
-bool validate_array(CFTypeRef value, value_list & members) {
+bool validate_array(CFTypeRef value, long /*format*/) {
     auto const array = static_cast<CFArrayRef>(value);
-    CFArrayApplyFunction(array, CFRange{0, CFArrayGetCount(array)}, append_member, &members);
+    CFArrayApplyFunction(array, CFRange{0, CFArrayGetCount(array)}, check_later, nullptr);
     return true;
 }
 
-bool validate_dictionary(CFTypeRef value, value_list & members) {
-    struct entries {
-        value_list & members;
-        bool valid = true;
-    } all{members};
+bool validate_dictionary(CFTypeRef value, long /*format*/) {
+    bool valid = true;
     CFDictionaryApplyFunction(
         static_cast<CFDictionaryRef>(value),
         [](void const * key, void const * member, void * context) {
-            auto & found = *static_cast<entries *>(context);
-            found.valid = key != nullptr && CFGetTypeID(key) == CFStringGetTypeID() && found.valid;
-            found.members.push_back(member);
+            auto & all_valid = *static_cast<bool *>(context);
+            all_valid = key != nullptr && CFGetTypeID(key) == CFStringGetTypeID() && all_valid;
+            check_later(member, nullptr);
         },
-        &all);
-    return all.valid;
+        &valid);
+    return valid;
 }
 
-bool validate_set(CFTypeRef value, value_list & members) {
-    CFSetApplyFunction(static_cast<CFSetRef>(value), append_member, &members);
+bool validate_set(CFTypeRef value, long /*format*/) {
+    CFSetApplyFunction(static_cast<CFSetRef>(value), check_later, nullptr);
     return true;
 }
 
@@ -68,24 +67,27 @@ validator_table other_types() {
 validator_table const & xml_table = *new validator_table(xml_types());
 validator_table const & other_table = *new validator_table(other_types());
 
-bool is_valid(CFTypeRef value, validator_table const & table, value_list & members) {
+// All of the value but its members, which are left for later.
+bool is_valid(CFTypeRef value, long format) {
     if (value == nullptr) {
         return false;
     }
+    auto const & table = format == kCFPropertyListXMLFormat_v1_0 ? xml_table : other_table;
     auto const entry = table.find(CFGetTypeID(value));
-    return entry != table.end() && (!entry->second || entry->second(value, members));
+    return entry != table.end() && (!entry->second || entry->second(value, format));
 }
 
 } // namespace
 
-// Keeps what is left to check in a list, so that no nesting is too deep for the stack.
 extern "C" bool CFPropertyListValidateForSerialization(CFTypeRef value, long format) {
-    auto const & table = format == kCFPropertyListXMLFormat_v1_0 ? xml_table : other_table;
+    value_list values{value};
+    pending = &values;
     bool valid = true;
-    for (value_list pending{value}; !pending.empty();) {
-        auto const next = pending.back();
-        pending.pop_back();
-        valid = is_valid(next, table, pending) && valid;
+    while (!values.empty()) {
+        auto const next = values.back();
+        values.pop_back();
+        valid = is_valid(next, format) && valid;
     }
+    pending = nullptr;
     return valid;
 }

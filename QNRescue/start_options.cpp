@@ -11,6 +11,7 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <cstddef>
 #include <span>
 #include <stdexcept>
@@ -31,12 +32,12 @@ namespace po = boost::program_options;
 constexpr std::string_view percent_sign = "%";
 constexpr std::string_view guarded_percent_sign = "%\xff";
 
-std::vector<std::string> guarded_arguments(int argc, char const ** argv) {
-    std::vector<std::string> arguments(argv + 1, argv + argc);
-    for (auto & argument : arguments) {
+std::vector<std::string> guarded(std::span<char const * const> arguments) {
+    std::vector<std::string> result(arguments.begin(), arguments.end());
+    for (auto & argument : result) {
         boost::replace_all(argument, percent_sign, guarded_percent_sign);
     }
-    return arguments;
+    return result;
 }
 
 template <typename Value>
@@ -114,13 +115,18 @@ void echo_command_line(std::string const & log_file, std::span<char const * cons
 
 std::tuple<start_options, po::options_description, error_owner>
 parse_arguments(int argc, char const ** argv) {
+    std::span<char const * const> const words(argv, static_cast<std::size_t>(argc));
     start_options options;
     auto table = option_table(options);
     error_owner error;
     try {
         po::variables_map values;
-        auto const arguments = guarded_arguments(argc, argv);
-        po::store(po::command_line_parser(arguments).options(table).run(), values);
+        auto const arguments = guarded(words.subspan(std::min<std::size_t>(words.size(), 1)));
+        std::vector<char const *> pointers{nullptr}; // for the program's name, which Boost skips
+        for (auto const & argument : arguments) {
+            pointers.push_back(argument.c_str());
+        }
+        po::store(po::parse_command_line(argc, pointers.data(), table), values);
         po::notify(values);
     } catch (std::length_error const & exception) {
         error = CreateDomainError(Error::bad_command, exception.what());
@@ -128,7 +134,7 @@ parse_arguments(int argc, char const ** argv) {
         error = domain_error_of_current_exception();
     }
     if (options.amr_logfile && argc > 0 && argv[0] != nullptr) {
-        echo_command_line(*options.amr_logfile, std::span(argv, static_cast<std::size_t>(argc)));
+        echo_command_line(*options.amr_logfile, words);
     }
     return {std::move(options), std::move(table), std::move(error)};
 }
