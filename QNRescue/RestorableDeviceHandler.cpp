@@ -12,6 +12,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <random>
 #include <thread>
 #include <utility>
 #include <vector>
@@ -24,6 +25,12 @@ constexpr auto source_unit = "QNRescue/RestorableDeviceHandler";
 
 std::int64_t whole_seconds(std::chrono::nanoseconds duration) {
     return std::chrono::duration_cast<std::chrono::seconds>(duration).count();
+}
+
+// Of the standard library's randomness, as that of the system's cryptography loads many libraries.
+std::string unique_name() {
+    constexpr auto six_digits = 0xffffffU;
+    return fmt::format("qnrescue.{:06x}", std::random_device{}() & six_digits);
 }
 
 // --- Restore reports
@@ -84,8 +91,7 @@ device_notifier_state::device_notifier_state(std::shared_ptr<output_str_state> o
     debug("{}: initializing", "device_notifier_state");
     scratchLocation = scratch && !scratch->empty()
                           ? *std::move(scratch)
-                          : QN::filesystem::temp_directory_path() /
-                                QN::filesystem::unique_path("qnrescue.%%%%%%");
+                          : QN::filesystem::temp_directory_path() / unique_name();
     warmUp();
     if (amrLogFile) {
         enableFileLogging(*amrLogFile);
