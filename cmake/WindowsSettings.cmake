@@ -10,6 +10,7 @@ if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
     -static # no compiler DLL has to travel
     -Wl,--no-insert-timestamp # the same sources give the same file
     -Wl,--dynamicbase,--high-entropy-va,--nxcompat
+    -Wl,--file-alignment,4096 # Wine maps such files and copies all others into memory
     $<$<CONFIG:Release>:-s>
   )
 elseif(MSVC)
