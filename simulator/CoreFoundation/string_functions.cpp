@@ -1,8 +1,8 @@
 // Creating and reading strings.
 #include "simulator/CoreFoundation/encodings.hpp"
 
-#include <cstring>
 #include <limits>
+#include <span>
 
 namespace cf {
 
@@ -14,6 +14,14 @@ CFStringRef create_from(std::string_view bytes, CFStringEncoding encoding, bool 
     }
     auto const text = decode(bytes, encoding, external);
     return text ? create_string(*text) : nullptr;
+}
+
+// Leaves an empty text where there is no room for all of it and its terminator.
+bool copy_terminated(std::string_view text, std::span<char> buffer) {
+    bool const fits = text.size() < buffer.size();
+    auto const length = fits ? text.copy(buffer.data(), text.size()) : 0;
+    buffer[length] = '\0';
+    return fits;
 }
 
 // The most bytes that one UTF-16 unit can become.
@@ -98,11 +106,14 @@ Boolean CFStringGetCString(CFStringRef string, char * buffer, CFIndex size,
     if (buffer == nullptr || size <= 0) {
         return false;
     }
-    auto const bytes = cf::encode(cf::contents_of(string), encoding);
-    if (!bytes || bytes->size() >= static_cast<std::size_t>(size)) {
+    auto const contents = cf::contents_of(string);
+    if (encoding == kCFStringEncodingUTF8 && !contents.is_wide()) {
+        return cf::copy_terminated(contents.ascii(), {buffer, static_cast<std::size_t>(size)});
+    }
+    auto const bytes = cf::encode(contents, encoding);
+    if (!bytes) {
         buffer[0] = '\0';
         return false;
     }
-    std::memcpy(buffer, bytes->c_str(), bytes->size() + 1);
-    return true;
+    return cf::copy_terminated(*bytes, {buffer, static_cast<std::size_t>(size)});
 }
