@@ -35,6 +35,12 @@ std::string unique_name() {
 
 // --- Restore reports
 
+CFStringRef const status_key = CFSTR("Status");
+CFStringRef const operation_key = CFSTR("Operation");
+CFStringRef const progress_key = CFSTR("Progress");
+CFStringRef const operation_name_key = CFSTR("QN_OperationName");
+CFStringRef const report_type = CFSTR("RestoreStatus");
+
 constexpr operation_type no_operation{0};
 constexpr operation_type booting{9};
 
@@ -62,11 +68,9 @@ std::optional<std::string> text_of(CFDictionaryRef dictionary, CFStringRef key) 
 }
 
 std::optional<restore_report> read_report(CFDictionaryRef statusDict) {
-    auto const status = text_of(statusDict, CFSTR("Status"));
-    auto const operation =
-        number_of<std::int32_t>(statusDict, CFSTR("Operation"), kCFNumberSInt32Type);
-    auto const progress =
-        number_of<std::int64_t>(statusDict, CFSTR("Progress"), kCFNumberSInt64Type);
+    auto const status = text_of(statusDict, status_key);
+    auto const operation = number_of<std::int32_t>(statusDict, operation_key, kCFNumberSInt32Type);
+    auto const progress = number_of<std::int64_t>(statusDict, progress_key, kCFNumberSInt64Type);
     if (!status || !operation || !progress) {
         return std::nullopt;
     }
@@ -403,10 +407,10 @@ void device_notifier_state::relayReport(CFDictionaryRef statusDict, operation_ty
     if (step != no_operation) {
         auto const name = adopt(AMRLocalizedCopyStringForAMROperation(static_cast<int>(step)));
         if (name) {
-            CFDictionarySetValue(report.get(), CFSTR("QN_OperationName"), name.get());
+            CFDictionarySetValue(report.get(), operation_name_key, name.get());
         }
     }
-    outputter->print_value(CFSTR("RestoreStatus"), report.get());
+    outputter->print_value(report_type, report.get());
 }
 
 void device_notifier_state::setComplete() {

@@ -7,6 +7,13 @@
 
 namespace qnrescue {
 
+namespace {
+
+CFStringRef const type_key = CFSTR("Type");
+CFStringRef const value_key = CFSTR("Value");
+
+} // namespace
+
 void output_str_state::print_value(CFStringRef type, CFTypeRef value) {
     constexpr auto function = "print_value";
     if (type == nullptr || CFStringGetLength(type) == 0 || value == nullptr) {
@@ -19,8 +26,8 @@ void output_str_state::print_value(CFStringRef type, CFTypeRef value) {
     }
     auto const document = make_mutable_dictionary();
     if (document) {
-        CFDictionarySetValue(document.get(), CFSTR("Type"), type);
-        CFDictionarySetValue(document.get(), CFSTR("Value"), value);
+        CFDictionarySetValue(document.get(), type_key, type);
+        CFDictionarySetValue(document.get(), value_key, value);
     }
 
     CFErrorRef failure = nullptr;
