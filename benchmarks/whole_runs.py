@@ -66,7 +66,7 @@ class Programs:
         return time.perf_counter() - begin
 
     def peak_memory(self, *command, **environment):
-        """In bytes. What Python starts itself takes over Python's own peak; what time starts does not."""
+        """In bytes. A child of Python itself would take over Python's own peak."""
         with tempfile.NamedTemporaryFile("r") as peak:
             subprocess.run(
                 ["time", "--format=%M", f"--output={peak.name}", *self.command(*command)],
