@@ -106,7 +106,7 @@ std::shared_ptr<output_str_state> make_output_state(boost::asio::any_io_executor
                                                     start_options const & options) {
     std::optional<pipe_handle> pipe;
     if (options.output_pipe) {
-        pipe = wrap(std::move(executor), *options.output_pipe);
+        pipe = wrap(executor, *options.output_pipe);
     }
     return std::make_shared<output_str_state>(std::move(pipe));
 }

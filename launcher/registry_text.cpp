@@ -3,6 +3,8 @@
 #include "launcher/environment_variables.hpp"
 #include "support/win/error_category.hpp"
 
+#include <cwchar>
+
 namespace launcher {
 
 namespace {
@@ -26,7 +28,8 @@ std::wstring registry_text(HKEY root, wchar_t const * key, wchar_t const * value
     if (error) {
         return {};
     }
-    return type == REG_EXPAND_SZ ? replace_variables(text.c_str()) : text.c_str();
+    text.resize(std::wcslen(text.c_str())); // without the null character
+    return type == REG_EXPAND_SZ ? replace_variables(text.c_str()) : text;
 }
 
 } // namespace launcher
