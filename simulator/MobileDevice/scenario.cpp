@@ -3,9 +3,11 @@
 #include "platform/MobileDevice.h"
 #include "simulator/MobileDevice/files.hpp"
 #include "simulator/MobileDevice/special_values.hpp"
+#include "simulator/MobileDevice/text.hpp"
 
 #include <algorithm>
 #include <charconv>
+#include <cstdlib>
 
 namespace mobile_device {
 namespace {
@@ -168,11 +170,27 @@ scripted_failures read_failures(node const & value) {
     return result;
 }
 
+scripted_fault read_fault(node const & value) {
+    dictionary_node const fault{value, {"Function", "Call", "Result"}};
+    scripted_fault result;
+    result.function = fault.at("Function").text();
+    if (auto const call = fault.find("Call")) {
+        result.call = call->integer<std::int64_t>();
+        if (*result.call < 1) {
+            call->fail("must be 1 or more");
+        }
+    }
+    if (auto const answer = fault.find("Result")) {
+        result.result = answer->integer<std::int64_t>();
+    }
+    return result;
+}
+
 } // namespace
 
 scenario read_scenario(CFPropertyListRef root) {
-    dictionary_node const dictionary{node{root, ""},
-                                     {"Devices", "Notifications", "Failures", "TimeScale"}};
+    dictionary_node const dictionary{
+        node{root, ""}, {"Devices", "Notifications", "Failures", "Faults", "TimeScale"}};
     scenario result;
     if (auto const devices = dictionary.find("Devices")) {
         for (auto const & device : devices->elements()) {
@@ -186,6 +204,11 @@ scenario read_scenario(CFPropertyListRef root) {
     }
     if (auto const failures = dictionary.find("Failures")) {
         result.failures = read_failures(*failures);
+    }
+    if (auto const faults = dictionary.find("Faults")) {
+        for (auto const & fault : faults->elements()) {
+            result.faults.push_back(read_fault(fault));
+        }
     }
     if (auto const scale = dictionary.find("TimeScale")) {
         result.time_scale = scale->amount();
@@ -212,6 +235,26 @@ scenario load_scenario(std::string const & path) {
         throw scenario_fault{"cannot be read"};
     }
     return parse_scenario(*bytes);
+}
+
+scenario chosen_scenario(void (*check)(scenario const &)) {
+    auto const path = environment_variable("MOBILEDEVICE_SIMULATOR_SCENARIO");
+    try {
+        auto result = path ? load_scenario(*path) : built_in_scenario();
+        if (check) {
+            check(result);
+        }
+        return result;
+    } catch (scenario_fault const & fault) {
+        throw scenario_fault{
+            fmt::format("{}: {}", path.value_or("built-in scenario"), fault.what())};
+    }
+}
+
+void exit_for_faulty_scenario(std::string const & fault) {
+    constexpr int exit_status = 70;
+    write_error_line(fault + " (docs/simulator.md lists what a scenario may hold)");
+    std::exit(exit_status);
 }
 
 } // namespace mobile_device

@@ -51,10 +51,18 @@ struct scripted_failures {
     bool create_default_options = false;
 };
 
+// A call that the tool makes of a platform function and that fails.
+struct scripted_fault {
+    std::string function;
+    std::optional<std::int64_t> call;   // counted from 1; none: every call
+    std::optional<std::int64_t> result; // none: null, false or 0, whatever the function answers
+};
+
 struct scenario {
     std::vector<device_description> devices;
     std::vector<raw_notification> notifications;
     scripted_failures failures;
+    std::vector<scripted_fault> faults;
     double time_scale = 1;
 };
 
@@ -66,6 +74,13 @@ scenario parse_scenario(std::span<std::uint8_t const> bytes);
 
 // Reads a scenario file; the path is in UTF-8. Throws scenario_fault.
 scenario load_scenario(std::string const & path);
+
+// The scenario that the environment names, or the built-in one. Throws scenario_fault, whose text
+// then begins with the file, where it cannot be read or the caller's check throws.
+scenario chosen_scenario(void (*check)(scenario const &) = nullptr);
+
+// Ends the process with one line on standard error. To be called while no lock is held.
+[[noreturn]] void exit_for_faulty_scenario(std::string const & fault);
 
 // Four devices, one in each of the states Recovery, DFU, RestoreOS and BootedOS.
 scenario built_in_scenario();

@@ -1,17 +1,11 @@
 #include "simulator/MobileDevice/simulator.hpp"
 
 #include "simulator/MobileDevice/process_end.hpp"
-#include "simulator/MobileDevice/text.hpp"
 
-#include <cstdlib>
 #include <mutex>
-
-#include <fmt/format.h>
 
 namespace mobile_device {
 namespace {
-
-constexpr int exit_status_of_faulty_scenario = 70;
 
 std::atomic<simulator *> current = nullptr;
 
@@ -24,13 +18,12 @@ void start(scenario played) {
 // Answers what is wrong with the scenario that the environment names. An empty one is played then:
 // functions that run at the exit may still call.
 std::optional<std::string> load() {
-    auto const path = environment_variable("MOBILEDEVICE_SIMULATOR_SCENARIO");
     try {
-        start(path ? load_scenario(*path) : built_in_scenario());
+        start(chosen_scenario());
         return std::nullopt;
     } catch (scenario_fault const & fault) {
         start({});
-        return fmt::format("{}: {}", path.value_or("built-in scenario"), fault.what());
+        return fault.what();
     }
 }
 
@@ -63,8 +56,7 @@ simulator & simulator::instance() {
     auto const fault = existing() ? std::nullopt : load();
     lock.unlock();
     if (fault) {
-        write_error_line(*fault + " (docs/simulator.md lists what a scenario may hold)");
-        std::exit(exit_status_of_faulty_scenario);
+        exit_for_faulty_scenario(*fault);
     }
     return *existing();
 }

@@ -20,6 +20,10 @@ scenario parse_root(std::string const & root) {
     return parse(document(root));
 }
 
+std::string with_fault(std::initializer_list<std::pair<std::string_view, std::string>> entries) {
+    return dictionary({{"Faults", array({dictionary(entries)})}});
+}
+
 // A scenario with one device of these entries.
 std::string with_device(std::initializer_list<std::pair<std::string_view, std::string>> entries) {
     return dictionary({{"Devices", array({dictionary(entries)})}});
@@ -287,6 +291,23 @@ TEST(Scenario, FailuresAreRead) {
     EXPECT_TRUE(failures.create_default_options);
 }
 
+TEST(Scenario, CallsThatFailAreRead) {
+    auto const faults =
+        parse_root(
+            dictionary({{"Faults", array({dictionary({{"Function", text("CFRelease")},
+                                                      {"Call", integer(3)},
+                                                      {"Result", integer(-9223372036854775807)}}),
+                                          dictionary({{"Function", text("any name")}})})}}))
+            .faults;
+    ASSERT_EQ(faults.size(), 2U);
+    EXPECT_EQ(faults[0].function, "CFRelease");
+    EXPECT_EQ(faults[0].call, 3);
+    EXPECT_EQ(faults[0].result, -9223372036854775807);
+    EXPECT_EQ(faults[1].function, "any name");
+    EXPECT_FALSE(faults[1].call);
+    EXPECT_FALSE(faults[1].result);
+}
+
 TEST(Scenario, ReportsHaveDefaults) {
     auto const reports = *parse_root(with_status("<dict/>")).devices[0].restore_reports;
     ASSERT_EQ(reports.size(), 1U);
@@ -465,6 +486,15 @@ TEST(Scenario, FaultsAreNamedByTheirKeyPath) {
         {with_notification(dictionary({{"Type", integer(INT64_C(4294967296))}})),
          std::string{"Notifications[0].Type: "} + a_32_bit_integer},
         {dictionary({{"Failures", array({})}}), "Failures: must be a dictionary"},
+        {dictionary({{"Faults", dictionary({})}}), "Faults: must be an array"},
+        {with_fault({}), "Faults[0]: the key Function is missing"},
+        {with_fault({{"Function", integer(1)}}), "Faults[0].Function: must be a string"},
+        {with_fault({{"Function", text("f")}, {"Call", integer(0)}}),
+         "Faults[0].Call: must be 1 or more"},
+        {with_fault({{"Function", text("f")}, {"Result", text("1")}}),
+         "Faults[0].Result: must be an integer"},
+        {with_fault({{"Function", text("f")}, {"Error", integer(1)}}),
+         "Faults[0].Error: unknown key"},
         {dictionary({{"Failures", dictionary({{"Restore", integer(1)}})}}),
          "Failures.Restore: unknown key"},
         {dictionary({{"Failures", dictionary({{"EnableFileLogging", text("1")}})}}),

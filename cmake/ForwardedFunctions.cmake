@@ -1,0 +1,21 @@
+# The names that libdevforwardmin forwards, as its module-definition file lists them.
+set(QNRESCUE_FORWARDERS "${PROJECT_SOURCE_DIR}/platform/libdevforwardmin/libdevforwardmin.def")
+set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS "${QNRESCUE_FORWARDERS}")
+
+# qnrescue_forwarded_functions(names file): the names of the functions; and a file for the compiler,
+# in the current binary folder, that has FORWARDED(name) for each.
+function(qnrescue_forwarded_functions names file)
+  file(STRINGS "${QNRESCUE_FORWARDERS}" lines REGEX " = ")
+  list(FILTER lines EXCLUDE REGEX " DATA$")
+  list(TRANSFORM lines REPLACE "^ *([A-Za-z_]+) = .*" "\\1")
+  set(${names} ${lines} PARENT_SCOPE)
+  list(TRANSFORM lines REPLACE ".+" "FORWARDED(\\0)\n")
+  string(CONCAT content ${lines})
+  file(CONFIGURE OUTPUT "${file}" CONTENT "${content}" @ONLY)
+endfunction()
+
+# qnrescue_forwarded_data(lines): the definition file's lines of data.
+function(qnrescue_forwarded_data lines)
+  file(STRINGS "${QNRESCUE_FORWARDERS}" data REGEX " DATA$")
+  set(${lines} ${data} PARENT_SCOPE)
+endfunction()
