@@ -335,11 +335,17 @@ void device_notifier_state::CreateDefaultRestoreOptions(QN::filesystem::path con
     auto const set = [&](CFStringRef key, CFStringRef value) {
         CFDictionarySetValue(options.get(), key, value);
     };
+    auto const set_path = [&](CFStringRef key, QN::filesystem::path const & path) {
+        auto const text = make_cfstring(QN::path_to_utf8(path));
+        if (!text) {
+            throw std::runtime_error("CFStringCreateWithBytes failed");
+        }
+        set(key, text.get());
+    };
     set(CFSTR("AuthInstallRestoreBehavior"), erase ? CFSTR("Erase") : CFSTR("Update"));
     set(CFSTR("BootImageType"), erase ? CFSTR("UserOrInternal") : CFSTR("Update"));
-    set(CFSTR("PersonalizedRestoreBundlePath"),
-        make_cfstring(QN::path_to_utf8(personalized)).get());
-    set(CFSTR("RestoreBundlePath"), make_cfstring(QN::path_to_utf8(restoreBundle)).get());
+    set_path(CFSTR("PersonalizedRestoreBundlePath"), personalized);
+    set_path(CFSTR("RestoreBundlePath"), restoreBundle);
     restoreOptions = std::move(options);
 }
 

@@ -53,7 +53,7 @@ public:
     std::shared_ptr<_AMRestorableDevice> waitForDevice(QN::ecid const & ecid);
 
     // Sets the restore options for an IPSW. Throws std::runtime_error where the library gives no
-    // default options.
+    // default options or cannot hold the paths.
     void CreateDefaultRestoreOptions(QN::filesystem::path const & restoreBundle, bool erase);
 
     // Restores the device and waits for the end. A time-out is printed, not thrown; error_owner is

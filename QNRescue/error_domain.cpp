@@ -13,7 +13,7 @@ CFStringRef const failure_reason_key = CFSTR("FailureReason");
 
 void set_if_present(CFMutableDictionaryRef dictionary, CFStringRef key,
                     cf_owner<CFTypeRef> const & value) {
-    if (value) {
+    if (dictionary != nullptr && value) {
         CFDictionarySetValue(dictionary, key, value.get());
     }
 }
@@ -46,10 +46,11 @@ CFStringRef ErrorDescription(Error code) noexcept {
 
 error_owner CreateDomainError(Error code, std::string const & reason) noexcept {
     auto const user_info = make_mutable_dictionary();
-    CFDictionarySetValue(user_info.get(), kCFErrorLocalizedDescriptionKey, ErrorDescription(code));
+    set_if_present(user_info.get(), kCFErrorLocalizedDescriptionKey,
+                   retain(ErrorDescription(code)));
     // A reason may quote bytes of the command line; those that are no UTF-8 are left out.
-    auto const text = make_cfstring(boost::locale::conv::utf_to_utf<char>(reason));
-    CFDictionarySetValue(user_info.get(), kCFErrorLocalizedFailureReasonKey, text.get());
+    set_if_present(user_info.get(), kCFErrorLocalizedFailureReasonKey,
+                   make_cfstring(boost::locale::conv::utf_to_utf<char>(reason)));
     return adopt(CFErrorCreate(kCFAllocatorDefault, CFSTR("qnrescue"), static_cast<CFIndex>(code),
                                user_info.get()));
 }

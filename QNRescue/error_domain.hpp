@@ -27,7 +27,8 @@ enum class Error : CFIndex {
 // does not release it.
 CFStringRef ErrorDescription(Error code) noexcept;
 
-// An error in the tool's domain; the reason is UTF-8.
+// An error in the tool's domain; the reason is UTF-8. Lacks the texts that cannot be created, and
+// is null where the error itself cannot.
 error_owner CreateDomainError(Error code, std::string const & reason) noexcept;
 
 // Throws CreateDomainError(code, the formatted reason).

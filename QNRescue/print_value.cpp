@@ -5,6 +5,8 @@
 
 #include <fmt/format.h>
 
+#include <utility>
+
 namespace qnrescue {
 
 namespace {
@@ -46,7 +48,12 @@ void output_str_state::print_value(CFStringRef type, CFTypeRef value) {
         print_debug(fmt::format("{}: CFStringCreateWithBytes failed - unknown", function));
         return;
     }
-    print(MakeString(text.get()));
+    auto printable = MakeString(text.get());
+    if (printable.empty()) {
+        print_debug(fmt::format("{}: CFStringGetCString failed - unknown", function));
+        return;
+    }
+    print(std::move(printable));
 }
 
 void output_str_state::print_value(message_type const & message) {
