@@ -9,6 +9,7 @@
 #include <array>
 #include <chrono>
 #include <memory>
+#include <new>
 #include <optional>
 #include <sstream>
 #include <stdexcept>
@@ -162,7 +163,11 @@ int runProgramMain(start_options const & options, options_table const & descript
     } catch (std::exception const &) {
         error = domain_error_of_current_exception();
     }
-    output->print_formatted_error(error.get());
+    try {
+        output->print_formatted_error(error.get());
+    } catch (std::bad_alloc const &) {
+        // Out of memory: the status has to say it alone.
+    }
     return GetCode(error.get());
 }
 

@@ -53,9 +53,8 @@ auto * stored_in(std::optional<Value> & field) {
     return po::value<Value>()->notifier([&field](Value const & value) { field = as_typed(value); });
 }
 
-// The table refers to the fields of the options that it is made for.
-po::options_description option_table(start_options & options) {
-    po::options_description table("Program options");
+// The table refers to the fields of the options that it is filled for.
+void fill_table(po::options_description & table, start_options & options) {
     // clang-format off
     table.add_options()
         ("debug", po::bool_switch(&options.debug),
@@ -93,7 +92,6 @@ po::options_description option_table(start_options & options) {
         ("output-pipe", stored_in(options.output_pipe),
             "Send formatted output to a specific pipe");
     // clang-format on
-    return table;
 }
 
 // Makes the log file begin with the command that started the run. A file that exists already is
@@ -117,9 +115,10 @@ std::tuple<start_options, po::options_description, error_owner>
 parse_arguments(int argc, char const ** argv) {
     std::span<char const * const> const words(argv, static_cast<std::size_t>(argc));
     start_options options;
-    auto table = option_table(options);
+    po::options_description table("Program options");
     error_owner error;
     try {
+        fill_table(table, options);
         po::variables_map values;
         auto const arguments = guarded(words.subspan(std::min<std::size_t>(words.size(), 1)));
         std::vector<char const *> pointers{nullptr}; // for the program's name, which Boost skips

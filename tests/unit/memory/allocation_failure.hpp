@@ -1,0 +1,52 @@
+// Allocations of the tool's own code that fail in turn.
+#pragma once
+
+#include <cstddef>
+#include <functional>
+
+namespace tests {
+
+// A thread is inside the platform libraries, or the test's own code, as long as one of these lives:
+// its allocations do not fail there.
+class outside_the_tool {
+public:
+    outside_the_tool();
+    ~outside_the_tool();
+    outside_the_tool(outside_the_tool const &) = delete;
+    outside_the_tool & operator=(outside_the_tool const &) = delete;
+};
+
+// Runs one action, one of whose allocations fails.
+class trial {
+public:
+    explicit trial(std::size_t number)
+        : failing(number) {}
+
+    // To be called once. Answers whether the action came to its end; else it threw std::bad_alloc.
+    bool completes(std::function<void()> const & action);
+
+    // Whether the action made enough allocations for one to fail.
+    bool met_failure() const { return met; }
+    bool completed() const { return came_to_end; }
+
+private:
+    std::size_t failing; // counted from 1
+    bool met = false;
+    bool came_to_end = true;
+};
+
+struct trial_counts {
+    std::size_t completed = 0;
+    std::size_t threw = 0; // std::bad_alloc
+    std::size_t ended = 0; // the process, by std::terminate
+    std::size_t wrong = 0; // the function found a fault, leaked or ended in any other way
+
+    std::size_t all() const { return completed + threw + ended + wrong; }
+};
+
+// Makes the allocations of the function's action fail one by one, each in a process of its own. The
+// function prepares the action, runs it with trial::completes() and answers whether all is as it
+// should be then.
+trial_counts fail_each_allocation(std::function<bool(trial & run)> const & function);
+
+} // namespace tests
