@@ -96,8 +96,6 @@ device_notifier_state::device_notifier_state(std::shared_ptr<output_str_state> o
     scratchLocation = scratch && !scratch->empty()
                           ? *std::move(scratch)
                           : QN::filesystem::temp_directory_path() / unique_name();
-    constexpr auto few_devices_a_bucket = 0.25F; // each further one is a wait for memory
-    devices.max_load_factor(few_devices_a_bucket);
     warmUp();
     if (amrLogFile) {
         enableFileLogging(*amrLogFile);
