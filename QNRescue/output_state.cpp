@@ -48,9 +48,6 @@ void output_str_state::print_debug(std::string text) {
 void output_str_state::enqueue(line entry) {
     {
         std::lock_guard const lock(mutex);
-        if (entry.is_debug && !debug && idle && queue.empty()) {
-            return; // the writer would wake for nothing but to drop it
-        }
         queue.push_back(std::move(entry));
     }
     ready.notify_one();
@@ -67,9 +64,7 @@ void output_str_state::quit() {
 void output_str_state::loop() & {
     std::unique_lock lock(mutex);
     for (;;) {
-        idle = true;
         ready.wait(lock, [this] { return quitting || !queue.empty(); });
-        idle = false;
         if (queue.empty()) {
             return;
         }

@@ -73,7 +73,6 @@ private:
     std::vector<line> queue;
     bool debug = false;
     bool quitting = false;
-    bool idle = false; // the writer has nothing to do
     std::condition_variable ready;
 };
 
