@@ -5,8 +5,6 @@
 
 #include <fmt/format.h>
 
-#include <utility>
-
 namespace qnrescue {
 
 namespace {
@@ -48,12 +46,7 @@ void output_str_state::print_value(CFStringRef type, CFTypeRef value) {
         print_debug(fmt::format("{}: CFStringCreateWithBytes failed - unknown", function));
         return;
     }
-    auto printable = MakeString(text.get());
-    if (printable.empty()) {
-        print_debug(fmt::format("{}: CFStringGetCString failed - unknown", function));
-        return;
-    }
-    print(std::move(printable));
+    print(MakeString(text.get()));
 }
 
 void output_str_state::print_value(message_type const & message) {
