@@ -42,6 +42,8 @@ public:
     // Debug lines that are written from now on appear, also those that are queued already.
     void set_debug(bool on);
 
+    // Queues a text, which has no line feed at its end. After loop() has returned it is never
+    // written; where there is no memory for it the queue stays as it was.
     void print(std::string text);
     void print_debug(std::string text);
 

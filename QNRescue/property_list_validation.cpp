@@ -4,6 +4,7 @@
 
 #include <functional>
 #include <unordered_map>
+#include <utility>
 #include <vector>
 
 namespace {
@@ -11,8 +12,8 @@ namespace {
 using validator = std::function<bool(CFTypeRef value, long format)>;
 using validator_table = std::unordered_map<CFTypeID, validator>;
 
-// The members of containers that are still to be checked. A list, so that no nesting is too deep
-// for the stack.
+// The members of containers that are still to be checked: a validator judges its container alone
+// and leaves the members here, so that no nesting is too deep for the stack.
 using value_list = std::vector<CFTypeRef>;
 thread_local value_list * pending = nullptr;
 
@@ -81,13 +82,13 @@ bool is_valid(CFTypeRef value, long format) {
 
 extern "C" bool CFPropertyListValidateForSerialization(CFTypeRef value, long format) {
     value_list values{value};
-    pending = &values;
+    auto const outer = std::exchange(pending, &values);
     bool valid = true;
     while (!values.empty()) {
         auto const next = values.back();
         values.pop_back();
         valid = is_valid(next, format) && valid;
     }
-    pending = nullptr;
+    pending = outer;
     return valid;
 }

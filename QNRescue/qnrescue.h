@@ -24,7 +24,8 @@ CFStringRef AMRLocalizedCopyStringForAMRError(int code);
 
 // Whether the value can be written as a property list of the format (100 is XML): null cannot,
 // nor can anything but strings, numbers, booleans, dates, data, arrays and dictionaries with string
-// keys, at any depth. Formats other than XML also take sets.
+// keys, at any depth. Formats other than XML also take sets. The value must not contain itself.
+// Short of memory it throws std::bad_alloc.
 bool CFPropertyListValidateForSerialization(CFTypeRef value, long format);
 
 #ifdef __cplusplus

@@ -10,9 +10,9 @@ enum class on_error : int {
     raise = 1, // throw; any other value: answer null
 };
 
-// A value of property-list types alone: the value itself where it is no container, else a converted
-// copy in which errors have become their dictionaries. Null where the value cannot be converted;
-// with raise, std::runtime_error is thrown instead.
+// A value of property-list types alone: a string, number, boolean, date or data itself, a converted
+// copy of a container, the dictionary of an error. Null where the value cannot be converted; with
+// raise, std::runtime_error is thrown instead. The value must not contain itself.
 cf_owner<CFTypeRef> sanitize_for_xml(CFTypeRef value, on_error mode);
 
 } // namespace qnrescue

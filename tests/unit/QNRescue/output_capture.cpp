@@ -42,9 +42,15 @@ int shared_buffer::sync() {
 
 captured_streams::captured_streams()
     : real_out(std::cout.rdbuf(&out))
-    , real_err(std::cerr.rdbuf(&err)) {}
+    , real_err(std::cerr.rdbuf(&err))
+    , tied_to_err(std::cerr.tie(nullptr))
+    , err_flags(std::cerr.flags()) {
+    std::cerr << std::nounitbuf;
+}
 
 captured_streams::~captured_streams() {
+    std::cerr.flags(err_flags);
+    std::cerr.tie(tied_to_err);
     std::cout.rdbuf(real_out);
     std::cerr.rdbuf(real_err);
 }

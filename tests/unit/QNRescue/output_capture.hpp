@@ -37,7 +37,8 @@ private:
     std::atomic<int> flushes = 0;
 };
 
-// Stands in for the standard streams as long as it lives. One at a time.
+// Stands in for the standard streams, set up as the program sets them up, as long as it lives. One
+// at a time.
 class captured_streams {
 public:
     captured_streams();
@@ -51,6 +52,8 @@ public:
 private:
     std::streambuf * const real_out;
     std::streambuf * const real_err;
+    std::ostream * const tied_to_err;
+    std::ios::fmtflags const err_flags;
 };
 
 // A document as it left the channel.

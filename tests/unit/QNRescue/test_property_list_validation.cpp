@@ -76,6 +76,19 @@ TEST(PropertyListValidation, KeysMustBeStrings) {
     EXPECT_FALSE(valid(dictionary.get(), binary));
 }
 
+// The order of the keys, which differs with the numbers, makes no difference.
+TEST(PropertyListValidation, EveryKeyCounts) {
+    for (std::int64_t key = 0; key < 32; ++key) {
+        auto const number = tests::make_number(key);
+        EXPECT_FALSE(valid(
+            make_dictionary(
+                {{CFSTR("a"), CFSTR("b")}, {number.get(), CFSTR("b")}, {CFSTR("c"), CFSTR("b")}})
+                .get(),
+            xml))
+            << key;
+    }
+}
+
 TEST(PropertyListValidation, GoesToAnyDepth) {
     auto const nested = [](CFTypeRef innermost) {
         auto const array = make_array({innermost});
@@ -92,6 +105,8 @@ TEST(PropertyListValidation, NullMembersAreNot) {
     void const * values[] = {nullptr};
     auto const array = qnrescue::adopt(CFArrayCreate(kCFAllocatorDefault, values, 1, nullptr));
     EXPECT_FALSE(valid(array.get(), xml));
+    auto const set = qnrescue::adopt(CFSetCreate(kCFAllocatorDefault, values, 1, nullptr));
+    EXPECT_FALSE(valid(set.get(), binary));
 
     void const * keys[] = {nullptr};
     void const * texts[] = {CFSTR("text")};

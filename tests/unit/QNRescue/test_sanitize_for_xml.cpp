@@ -59,6 +59,33 @@ TEST(SanitizeForXml, CopiesContainers) {
     }
 }
 
+TEST(SanitizeForXml, MayBeChangedWithoutTheOriginal) {
+    auto const inner = plist("<array><integer>1</integer></array>");
+    auto const unchanged = plist("<array><integer>1</integer></array>");
+    auto const array = make_array({inner.get()});
+    auto const dictionary = make_dictionary({{CFSTR("k"), inner.get()}});
+    auto const array_copy = sanitize_for_xml(array.get(), on_error::skip);
+    auto const dictionary_copy = sanitize_for_xml(dictionary.get(), on_error::skip);
+    auto const append = [](CFTypeRef container) {
+        CFArrayAppendValue(static_cast<CFMutableArrayRef>(const_cast<void *>(container)),
+                           kCFBooleanTrue);
+    };
+    append(array_copy.get());
+    append(CFArrayGetValueAtIndex(static_cast<CFArrayRef>(array_copy.get()), 0));
+    append(CFDictionaryGetValue(static_cast<CFDictionaryRef>(dictionary_copy.get()), CFSTR("k")));
+    CFDictionarySetValue(
+        static_cast<CFMutableDictionaryRef>(const_cast<void *>(dictionary_copy.get())), CFSTR("m"),
+        kCFBooleanTrue);
+    EXPECT_TRUE(equal(inner.get(), unchanged.get()));
+    EXPECT_TRUE(
+        equal(array_copy.get(),
+              plist("<array><array><integer>1</integer><true/></array><true/></array>").get()));
+    EXPECT_TRUE(equal(dictionary_copy.get(),
+                      plist("<dict><key>k</key><array><integer>1</integer><true/></array>"
+                            "<key>m</key><true/></dict>")
+                          .get()));
+}
+
 TEST(SanitizeForXml, KeepsTheOrderOfElements) {
     auto const value = plist("<array><integer>3</integer><integer>1</integer>"
                              "<integer>2</integer></array>");
@@ -143,6 +170,28 @@ TEST(SanitizeForXml, OtherModesAnswerNullForAnyBadPart) {
         EXPECT_FALSE(sanitize_for_xml(container.get(), answer_null));
         EXPECT_FALSE(sanitize_for_xml(container.get(), static_cast<on_error>(-1)));
         EXPECT_TRUE(sanitize_for_xml(container.get(), on_error::skip));
+    }
+}
+
+// Containers without callbacks can hold null.
+TEST(SanitizeForXml, NullMembersAreBadParts) {
+    void const * nulls[] = {nullptr};
+    void const * texts[] = {CFSTR("text")};
+    auto const array = adopt(CFArrayCreate(kCFAllocatorDefault, nulls, 1, nullptr));
+    auto const null_key =
+        adopt(CFDictionaryCreate(kCFAllocatorDefault, nulls, texts, 1, nullptr, nullptr));
+    auto const null_value =
+        adopt(CFDictionaryCreate(kCFAllocatorDefault, texts, nulls, 1, nullptr, nullptr));
+    EXPECT_TRUE(
+        equal(sanitize_for_xml(array.get(), on_error::skip).get(), plist("<array/>").get()));
+    for (auto const & dictionary : {null_key.get(), null_value.get()}) {
+        EXPECT_TRUE(
+            equal(sanitize_for_xml(dictionary, on_error::skip).get(), plist("<dict/>").get()));
+    }
+    for (CFTypeRef const container :
+         {CFTypeRef{array.get()}, CFTypeRef{null_key.get()}, CFTypeRef{null_value.get()}}) {
+        EXPECT_FALSE(sanitize_for_xml(container, answer_null));
+        EXPECT_THROW(sanitize_for_xml(container, on_error::raise), std::runtime_error);
     }
 }
 
