@@ -16,21 +16,33 @@ using text_of_paths = filesystem::path::string_type;
 
 namespace {
 
+// Whether the path is a link, which is then gone, or the error says why not.
 bool remove_if_link(filesystem::path const & path, boost::system::error_code & error) {
-    auto const attributes = GetFileAttributesW(path.c_str());
-    if (attributes == INVALID_FILE_ATTRIBUTES || !(attributes & FILE_ATTRIBUTE_REPARSE_POINT)) {
+    WIN32_FIND_DATAW found;
+    auto const search = FindFirstFileW(path.c_str(), &found);
+    if (search == INVALID_HANDLE_VALUE) {
         return false;
     }
-    auto const remove = attributes & FILE_ATTRIBUTE_DIRECTORY ? RemoveDirectoryW : DeleteFileW;
-    if (!remove(path.c_str())) {
+    FindClose(search);
+    auto const tag = found.dwReserved0;
+    if (!(found.dwFileAttributes & FILE_ATTRIBUTE_REPARSE_POINT) ||
+        (tag != 0 && tag != IO_REPARSE_TAG_SYMLINK && tag != IO_REPARSE_TAG_MOUNT_POINT)) {
+        return false;
+    }
+    auto const remove =
+        found.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY ? RemoveDirectoryW : DeleteFileW;
+    if (tag == 0) { // a link of Wine, which would remove what it leads to
+        error.assign(ERROR_REPARSE_TAG_INVALID, boost::system::system_category());
+    } else if (!remove(path.c_str())) {
         error.assign(static_cast<int>(GetLastError()), boost::system::system_category());
     }
     return true;
 }
 
-// Boost asks a link for its kind. Wine's links have none, and would be taken for folders.
+// Boost tells links by their tags. Wine's have none, and would be taken for folders.
 void remove_links(filesystem::path const & path, boost::system::error_code & error) {
-    if (remove_if_link(path, error) || !filesystem::is_directory(path, error)) {
+    boost::system::error_code ignored; // or the removal that follows fails for the same reason
+    if (remove_if_link(path, error) || !filesystem::is_directory(path, ignored)) {
         return;
     }
     for (filesystem::recursive_directory_iterator entry(path, error), end; !error && entry != end;
@@ -65,7 +77,7 @@ std::string path_to_utf8(filesystem::path const & path) {
 void remove_tree(filesystem::path const & path, boost::system::error_code & error) {
 #ifdef _WIN32
     remove_links(path, error);
-    if (error && error != boost::system::errc::no_such_file_or_directory) {
+    if (error) {
         return;
     }
 #endif

@@ -16,7 +16,9 @@ filesystem::path path_from_utf8(std::string_view text);
 std::string path_to_utf8(filesystem::path const & path);
 
 // Removes what is at the path, with all that is in it. No link is followed: it goes, and what it
-// leads to stays. Where a link cannot be removed, nothing more is, and the error says why.
+// leads to stays. Where a link cannot be removed, nothing more is, and the error says why. Under
+// Wine no link to a folder can be removed, and one to a file is taken for the file, as Wine shows
+// it.
 void remove_tree(filesystem::path const & path, boost::system::error_code & error);
 
 } // namespace QN

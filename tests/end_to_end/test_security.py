@@ -49,6 +49,7 @@ class Scratch(ToolTest):
         outside = self.new_folder()
         (outside / "folder").mkdir()
         (outside / "folder" / "kept.txt").write_text("kept")
+        (outside / "empty").mkdir()
         (outside / "file.txt").write_text("kept")
         process = self.start("--restore", "x.ipsw", "--ecid", ECID, scenario={
             "Devices": [device(RestoreReports=[report(5, 1), {**COMPLETE, "After": 5}])]})
@@ -62,6 +63,7 @@ class Scratch(ToolTest):
         self.finish(process, status=0)
         self.assertEqual("kept", (outside / "folder" / "kept.txt").read_text())
         self.assertEqual("kept", (outside / "file.txt").read_text())
+        self.assertTrue((outside / "empty").is_dir())
         if not RUNNER:  # Wine 8 cannot remove a link to a folder, and so the removal stops there
             self.assertFalse(os.path.lexists(scratch))
 
@@ -77,11 +79,14 @@ class Scratch(ToolTest):
             os.makedirs(os.path.join(scratch, "PRB", "1"))
             for place in ("", "PRB", os.path.join("PRB", "1")):
                 self.link_folder(os.path.join(scratch, place, "link"), outside / "folder")
+                self.link_folder(os.path.join(scratch, place, "to empty"), outside / "empty")
             self.link_folder(os.path.join(scratch, "PRB", "loop"), scratch)
         self.run_with_links(plant)
 
     def test_link_in_its_place(self):
-        self.run_with_links(lambda scratch, outside: self.link_folder(scratch, outside / "folder"))
+        for folder in ("folder", "empty"):
+            self.run_with_links(
+                lambda scratch, outside: self.link_folder(scratch, outside / folder))
 
 
 class LogFile(ToolTest):

@@ -80,6 +80,22 @@ TEST(DeviceInfo, UnsignedNumbersBecomeSignedBitForBit) {
     EXPECT_EQ(number(CFSTR("ProductType")), 2147483647);
 }
 
+TEST(DeviceInfo, NumbersHaveTheWidthOfTheirProperty) {
+    auto info = plain_info();
+    info.productID = 32768;
+    info.boardID = info.chipID = info.productType = info.locationID = 0x80000000;
+    auto const dictionary = make_cftype(info);
+    auto const type = [&](CFStringRef key) {
+        return CFNumberGetType(
+            static_cast<CFNumberRef>(CFDictionaryGetValue(dictionary.get(), key)));
+    };
+    EXPECT_EQ(type(CFSTR("ProductID")), kCFNumberSInt16Type);
+    for (auto const key :
+         {CFSTR("BoardID"), CFSTR("ChipID"), CFSTR("ProductType"), CFSTR("LocationID")}) {
+        EXPECT_EQ(type(key), kCFNumberSInt32Type);
+    }
+}
+
 TEST(DeviceInfo, HasOneOwner) {
     EXPECT_EQ(CFGetRetainCount(make_cftype(plain_info()).get()), 1);
     EXPECT_EQ(CFGetRetainCount(make_cftype(std::vector<QN::ecid>{}).get()), 1);
