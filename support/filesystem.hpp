@@ -17,8 +17,7 @@ std::string path_to_utf8(filesystem::path const & path);
 
 // Removes what is at the path, with all that is in it. No link is followed: it goes, and what it
 // leads to stays. Where a link cannot be removed, nothing more is, and the error says why. Under
-// Wine no link to a folder can be removed, and one to a file is taken for the file, as Wine shows
-// it.
+// Wine that is so for every link to a folder, and a link to a file is taken for the file.
 void remove_tree(filesystem::path const & path, boost::system::error_code & error);
 
 } // namespace QN
