@@ -14,6 +14,13 @@ function(qnrescue_forwarded_functions names file)
   file(CONFIGURE OUTPUT "${file}" CONTENT "${content}" @ONLY)
 endfunction()
 
+# qnrescue_forwarded_targets(targets): LIBRARY.NAME for each function and datum.
+function(qnrescue_forwarded_targets targets)
+  file(STRINGS "${QNRESCUE_FORWARDERS}" lines REGEX " = ")
+  list(TRANSFORM lines REPLACE "^.* = ([A-Za-z0-9_.]+).*$" "\\1")
+  set(${targets} ${lines} PARENT_SCOPE)
+endfunction()
+
 # qnrescue_forwarded_data(lines): the definition file's lines of data.
 function(qnrescue_forwarded_data lines)
   file(STRINGS "${QNRESCUE_FORWARDERS}" data REGEX " DATA$")

@@ -17,9 +17,14 @@ OLDEST = (1980, 1, 1, 0, 0, 0)  # that a ZIP can hold
 def date():
     seconds = os.environ.get("SOURCE_DATE_EPOCH")
     if not seconds:
-        git = subprocess.run(["git", "log", "-1", "--format=%ct"], text=True, capture_output=True,
-                             cwd=pathlib.Path(__file__).parent)
-        seconds = git.stdout or 0
+        try:
+            seconds = subprocess.run(["git", "log", "-1", "--format=%ct"], text=True, check=True,
+                                     stdout=subprocess.PIPE, cwd=pathlib.Path(__file__).parent
+                                     ).stdout
+        except (OSError, subprocess.CalledProcessError):
+            print("git does not tell the date of the commit, so the files are dated 1980: set"
+                  " SOURCE_DATE_EPOCH", file=sys.stderr)
+            seconds = 0
     return max(OLDEST, time.gmtime(int(seconds))[:6])
 
 

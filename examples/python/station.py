@@ -60,8 +60,9 @@ def parse_arguments(words: Sequence[str]) -> argparse.Namespace:
                                  help="restore devices")
     restore.set_defaults(act=restore_devices)
     restore.add_argument("bundle", metavar="BUNDLE", help="the firmware bundle")
-    restore.add_argument("ecids", nargs="*", metavar="ECID", type=str.upper,
-                         help="the devices; all that are attached if absent")
+    restore.add_argument("ecids", nargs="*", default=[], metavar="ECID", type=str.upper,
+                         help="the devices, with no option between them; all that are attached if"
+                              " absent")
     restore.add_argument("--erase", action="store_true", help="erase the devices")
     restore.add_argument("--restore-timeout", type=int, metavar="SECONDS",
                          help="how long a restore may take; 7200 if absent")
@@ -174,7 +175,8 @@ def look_for_hung(tool: Tool, jobs: Sequence[Job]) -> None:
 def restore_devices(tool: Tool, display: Display, options: argparse.Namespace) -> int:
     ecids = list(dict.fromkeys(options.ecids)) or tool.list_devices()
     if not ecids:
-        raise ToolFailure("no device is attached")
+        raise ToolFailure("no device is attached; connect one in DFU or Recovery mode, or raise"
+                          " --detect-timeout")
     jobs = [Job(ecid) for ecid in ecids]
     station = Station(tool, display, options)
     station.run(jobs)
@@ -197,8 +199,12 @@ def main() -> int:
     act: Callable[[Tool, Display, argparse.Namespace], int] = options.act
     try:
         return act(tool, make_display(options.plain), options)
-    except (ToolFailure, OSError) as fault:
+    except ToolFailure as fault:
         print(f"station.py: {fault}", file=sys.stderr)
+        return 1
+    except OSError as fault:
+        print(f"station.py: cannot start {options.command[0]!r}: {fault.strerror}; give the command"
+              " that starts the tool behind two dashes", file=sys.stderr)
         return 1
     except KeyboardInterrupt:
         return INTERRUPTED

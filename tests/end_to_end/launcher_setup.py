@@ -107,9 +107,9 @@ class SetupTest(ToolTest):
         self.assertEqual(["DeviceList"], [each.type for each in run.documents])
         return run
 
-    def assert_refused(self, *arguments, **how):
+    def assert_refused(self, arguments=("--list-devices",), **how):
         """The program does not call the tool; answers its reason, line by line."""
-        run = self.start_here(*(arguments or ("--list-devices",)), **how).wait()
+        run = self.start_here(*arguments, **how).wait()
         self.assertEqual((1, []), (run.status, run.calls), run.stderr)
         (document,) = run.documents
         reason = document.value["FailureReason"]

@@ -86,6 +86,7 @@ class DebugDump(CommandLineTest):
         run = self.run_tool("--debug-dump", "--list-devices", scenario={}, status=0)
         self.assertEqual(b"", run.stdout)
         self.assertEqual([], run.calls)
+        self.assertLess(run.seconds, 20)
         lines = run.stderr_lines
         self.assertEqual(1 + 1000 + 1 + 1 + 10000 + 1, len(lines))
         operations, errors = lines[:1002], lines[1002:]

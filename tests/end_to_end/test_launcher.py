@@ -153,7 +153,7 @@ class Missing(FindingTest):
                 f"  registry value {SUPPORT_VALUE}: not set",
                 f"  usual folder: {USUAL_FOLDER}\\Apple Application Support",
                 ADVICE,
-            ], self.assert_refused(*arguments))
+            ], self.assert_refused(arguments))
 
     def test_core_foundation(self):
         self.register_mobile_device(self.add_files(self.mobile_device, "MobileDevice.dll"))
@@ -210,6 +210,11 @@ class Missing(FindingTest):
                 self.assertEqual("qnrescue.exe, libqnrescuelib.dll and libdevforwardmin.dll belong"
                                  " in one folder: unpack all of the package again.", advice)
                 self.add_files(self.program, name)
+        # Another library under its name.
+        shutil.copy(self.program / "libdevforwardmin.dll", self.program / "libqnrescuelib.dll")
+        fault, advice = self.assert_refused()
+        self.assertTrue(fault.startswith(f'GetProcAddress("{path}", "main"): '), fault)
+        self.assertTrue(advice.endswith("unpack all of the package again."), advice)
 
 
 class Unusable(FindingTest):

@@ -135,7 +135,8 @@ class Restoring(StationTest):
 
     def test_no_device(self):
         self.run_station("restore", "x.ipsw", "--detect-timeout", "0", scenario={}, status=1,
-                         errors="station.py: no device is attached")
+                         errors="station.py: no device is attached; connect one in DFU or Recovery"
+                                " mode, or raise --detect-timeout")
 
     def test_command_that_cannot_be_started(self):
         _, table = self.split_table(self.run_station(
@@ -157,6 +158,11 @@ class Restoring(StationTest):
 
 
 class Listing(StationTest):
+    def test_command_that_cannot_be_started(self):
+        self.run_station("list", command=["./nowhere"], scenario={}, status=1,
+                         errors="station.py: cannot start './nowhere': No such file or directory;"
+                                " give the command that starts the tool behind two dashes")
+
     def test_list(self):
         bench = {"Devices": [device(SerialNumber="F4GSM1QN0D8X", ChipID=0x8110, BoardID=12,
                                     ProductID=0x1281, ProductString="[red]Größe 漢字"),
