@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <cstdlib>
 #include <cstring>
+#include <new>
 
 namespace cf {
 
@@ -76,6 +77,24 @@ CFDataRef create_data(std::span<UInt8 const> bytes, Mutability mutability) {
     auto const [data, room] = create_data_to_fill(bytes.size(), mutability);
     std::ranges::copy(bytes, room);
     return data;
+}
+
+DataBytes::DataBytes(std::size_t most)
+    : bytes_{static_cast<UInt8 *>(std::malloc(std::max<std::size_t>(most, 1)))} {
+    if (bytes_ == nullptr) {
+        throw std::bad_alloc{};
+    }
+}
+
+UInt8 * DataBytes::release() {
+    auto * const bytes = bytes_.release();
+    auto * const smaller = std::realloc(bytes, std::max<std::size_t>(size_, 1));
+    return smaller == nullptr ? bytes : static_cast<UInt8 *>(smaller);
+}
+
+CFDataRef create_data(DataBytes bytes, Mutability mutability) {
+    auto const length = static_cast<CFIndex>(bytes.size());
+    return create<__CFData>(bytes.release(), length, true, mutability);
 }
 
 } // namespace cf

@@ -151,7 +151,7 @@ std::optional<std::u16string> decode_utf32(std::string_view bytes, std::endian o
         utf_traits<char16_t>::encode(unit, std::back_inserter(text));
         return true;
     });
-    return valid ? std::optional{text} : std::nullopt;
+    return valid ? std::optional{std::move(text)} : std::nullopt;
 }
 
 std::optional<std::u16string> decode_utf8(std::string_view bytes) {
@@ -160,7 +160,7 @@ std::optional<std::u16string> decode_utf8(std::string_view bytes) {
         bytes.remove_prefix(mark.size());
     }
     std::u16string text;
-    return append_utf8(text, bytes) ? std::optional{text} : std::nullopt;
+    return append_utf8(text, bytes) ? std::optional{std::move(text)} : std::nullopt;
 }
 
 std::optional<std::string> encode_8_bit(std::u16string_view text, UpperHalf const & upper_half) {
@@ -179,12 +179,25 @@ std::optional<std::string> encode_8_bit(std::u16string_view text, UpperHalf cons
 
 std::optional<std::string> encode_utf8(std::u16string_view text) {
     std::string bytes;
-    return append_utf16(bytes, text) ? std::optional{bytes} : std::nullopt;
+    return append_utf16(bytes, text) ? std::optional{std::move(bytes)} : std::nullopt;
+}
+
+// Of valid UTF-8.
+std::size_t utf16_length(std::string_view bytes) {
+    std::size_t units = 0;
+    for (auto const character : bytes) {
+        auto const byte = static_cast<unsigned char>(character);
+        auto const continues = byte >= 0x80 && byte < 0xc0;
+        auto const is_pair = byte >= 0xf0;
+        units += (continues ? 0U : 1U) + (is_pair ? 1U : 0U);
+    }
+    return units;
 }
 
 } // namespace
 
 bool append_utf8(std::u16string & text, std::string_view bytes) {
+    text.reserve(text.size() + utf16_length(bytes));
     for (auto at = bytes.begin(); at != bytes.end();) {
         auto const point = utf_traits<char>::decode(at, bytes.end());
         if (!is_valid_codepoint(point)) {
@@ -193,6 +206,10 @@ bool append_utf8(std::u16string & text, std::string_view bytes) {
         utf_traits<char16_t>::encode(point, std::back_inserter(text));
     }
     return true;
+}
+
+bool extends_ascii(CFStringEncoding encoding) {
+    return encoding == kCFStringEncodingUTF8 || upper_half_for_decoding(encoding) != nullptr;
 }
 
 std::optional<std::u16string> decode(std::string_view bytes, CFStringEncoding encoding,

@@ -17,6 +17,9 @@ inline constexpr CFStringEncoding kCFStringEncodingUTF32 = 0x0c000100;
 inline constexpr CFStringEncoding kCFStringEncodingUTF32BE = 0x18000100;
 inline constexpr CFStringEncoding kCFStringEncodingUTF32LE = 0x1c000100;
 
+// True if every ASCII text is the same bytes in this encoding.
+bool extends_ascii(CFStringEncoding encoding);
+
 // The text in UTF-16; nothing if the bytes are invalid or the encoding is unknown. `external` bytes
 // may carry a byte-order mark that is not part of the text; UTF-8 loses its mark either way.
 std::optional<std::u16string> decode(std::string_view bytes, CFStringEncoding encoding,

@@ -19,6 +19,10 @@ constexpr bool is_space(char16_t unit) {
     return (unit >= '\t' && unit <= '\r') || unit == ' ' || unit == 0x2028 || unit == 0x2029;
 }
 
+constexpr bool is_end_of_line(char16_t unit) {
+    return unit == '\n' || unit == '\r' || unit == 0x2028 || unit == 0x2029;
+}
+
 constexpr bool is_word(char16_t unit) {
     return (unit >= 'A' && unit <= 'Z') || (unit >= 'a' && unit <= 'z') ||
            (unit >= '0' && unit <= '9') || unit == '_' || unit == '$' || unit == '/' ||
@@ -66,7 +70,7 @@ constexpr char16_t escaped(char16_t unit) {
 
 class OldStyleReader {
 public:
-    OldStyleReader(std::u16string_view text, PropertyListOptions options)
+    OldStyleReader(StringContents text, PropertyListOptions options)
         : text_{text}
         , options_{options}
         , strings_{options} {}
@@ -90,8 +94,11 @@ public:
     }
 
 private:
-    bool at_end() const { return at_ == text_.size(); }
+    bool at_end() const { return at_ == text_.length(); }
     char16_t peek() const { return text_[at_]; }
+    bool is_at(char16_t first, char16_t second) const {
+        return text_.length() - at_ >= 2 && text_[at_] == first && text_[at_ + 1] == second;
+    }
     bool next_is(char16_t unit) {
         skip_space();
         return !at_end() && peek() == unit;
@@ -117,13 +124,15 @@ private:
     OwnedReference read_dictionary();
     OwnedReference read_strings_file();
     OwnedReference read_entries();
+    std::size_t most_bytes_of_data() const;
     OwnedReference read_data();
     OwnedReference read_optional_string();
+    CFStringRef string_of(std::size_t begin, std::size_t end);
     CFStringRef read_quoted_string();
     void read_escape(std::u16string & text);
     char16_t read_digits(std::size_t most, unsigned base);
 
-    std::u16string_view text_;
+    StringContents text_;
     PropertyListOptions options_;
     PropertyListStrings strings_;
     std::size_t at_ = 0;
@@ -133,10 +142,9 @@ private:
 std::size_t OldStyleReader::line_of(std::size_t position) const {
     std::size_t line = 1;
     for (std::size_t index = 0; index < position; ++index) {
-        auto const ends_line =
-            text_[index] == '\n' || text_[index] == 0x2028 || text_[index] == 0x2029 ||
-            (text_[index] == '\r' && (index + 1 == text_.size() || text_[index + 1] != '\n'));
-        line += ends_line ? 1 : 0;
+        auto const is_first_of_two =
+            text_[index] == '\r' && index + 1 < text_.length() && text_[index + 1] == '\n';
+        line += is_end_of_line(text_[index]) && !is_first_of_two ? 1U : 0U;
     }
     return line;
 }
@@ -159,14 +167,15 @@ void OldStyleReader::fail_in_data(std::string_view why) const {
 }
 
 bool OldStyleReader::skip_comment() {
-    auto const rest = text_.substr(at_);
-    auto const is_line = rest.starts_with(u"//");
-    if (!is_line && !rest.starts_with(u"/*")) {
+    auto const is_line = is_at('/', '/');
+    if (!is_line && !is_at('/', '*')) {
         return false;
     }
-    auto const end =
-        is_line ? text_.find_first_of(u"\n\r\u2028\u2029", at_ + 2) : text_.find(u"*/", at_ + 2);
-    at_ = end == text_.npos ? text_.size() : end + (is_line ? 0 : 2);
+    at_ += 2;
+    while (!at_end() && !(is_line ? is_end_of_line(peek()) : is_at('*', '/'))) {
+        ++at_;
+    }
+    at_ += is_line || at_end() ? 0U : 2U;
     return true;
 }
 
@@ -272,9 +281,17 @@ OwnedReference OldStyleReader::read_entries() {
     return OwnedReference{dictionary};
 }
 
+std::size_t OldStyleReader::most_bytes_of_data() const {
+    auto end = at_;
+    while (end < text_.length() && text_[end] != '>') {
+        ++end;
+    }
+    return (end - at_) / 2;
+}
+
 OwnedReference OldStyleReader::read_data() {
     ++at_;
-    std::vector<UInt8> bytes;
+    DataBytes bytes{most_bytes_of_data()};
     for (; !at_end() && peek() != '>'; ++at_) {
         if (is_space(peek())) {
             continue;
@@ -291,13 +308,14 @@ OwnedReference OldStyleReader::read_data() {
         if (!lower) {
             fail_in_data("invalid hex");
         }
-        bytes.push_back(static_cast<UInt8>(*upper << 4 | *lower));
+        bytes.append(static_cast<UInt8>(*upper << 4 | *lower));
     }
     if (at_end()) {
         fail("Expected terminating '>' for data at line");
     }
     ++at_;
-    return OwnedReference{create_data(bytes, options_.of_data(bytes.empty()))};
+    auto const mutability = options_.of_data(bytes.size() == 0);
+    return OwnedReference{create_data(std::move(bytes), mutability)};
 }
 
 OwnedReference OldStyleReader::read_optional_string() {
@@ -312,15 +330,25 @@ OwnedReference OldStyleReader::read_optional_string() {
     while (!at_end() && is_word(peek())) {
         ++at_;
     }
-    return OwnedReference{at_ == begin ? nullptr
-                                       : strings_.from_utf16(text_.substr(begin, at_ - begin))};
+    return OwnedReference{at_ == begin ? nullptr : string_of(begin, at_)};
+}
+
+CFStringRef OldStyleReader::string_of(std::size_t begin, std::size_t end) {
+    return text_.is_wide() ? strings_.from_utf16(text_.utf16().substr(begin, end - begin))
+                           : strings_.from_utf8(text_.ascii().substr(begin, end - begin));
 }
 
 CFStringRef OldStyleReader::read_quoted_string() {
     auto const begin = at_;
     auto const quote = peek();
+    for (++at_; !at_end() && peek() != quote && peek() != '\\';) {
+        ++at_;
+    }
+    if (!at_end() && peek() == quote) {
+        return string_of(begin + 1, at_++);
+    }
     std::u16string text;
-    for (++at_; !at_end() && peek() != quote;) {
+    for (at_ = begin + 1; !at_end() && peek() != quote;) {
         if (peek() == '\\') {
             read_escape(text);
         } else {
@@ -366,7 +394,7 @@ char16_t OldStyleReader::read_digits(std::size_t most, unsigned base) {
 
 } // namespace
 
-OwnedReference read_old_style_property_list(std::u16string_view text, PropertyListOptions options) {
+OwnedReference read_old_style_property_list(StringContents text, PropertyListOptions options) {
     return OldStyleReader{text, options}.read();
 }
 

@@ -8,6 +8,6 @@ namespace cf {
 
 // The root object; a text of nothing but white space and comments is an empty dictionary. Throws
 // PropertyListSyntaxError.
-OwnedReference read_old_style_property_list(std::u16string_view text, PropertyListOptions options);
+OwnedReference read_old_style_property_list(StringContents text, PropertyListOptions options);
 
 } // namespace cf

@@ -53,8 +53,11 @@ OwnedReference read_xml(std::string_view document, DocumentEncoding const & enco
 
 OwnedReference read_old_style(std::string_view document, DocumentEncoding const & encoding,
                               PropertyListOptions options) {
-    auto const text = decoded(document, encoding);
-    if (text.empty()) {
+    auto const bytes = document.substr(encoding.skipped);
+    auto const is_plain = extends_ascii(encoding.encoding) && is_ascii(bytes);
+    auto const units = is_plain ? std::u16string{} : decoded(document, encoding);
+    auto const text = is_plain ? StringContents{bytes} : StringContents{units};
+    if (text.length() == 0) {
         throw PropertyListSyntaxError{"Conversion of string failed. The string is empty."};
     }
     return read_old_style_property_list(text, options);

@@ -39,8 +39,7 @@ void append_base64(std::string & text, std::span<UInt8 const> bytes) {
 }
 
 DecodedBase64 decode_base64(std::string_view text) {
-    DecodedBase64 result;
-    result.bytes.reserve(text.size() / 4 * 3);
+    DecodedBase64 result{DataBytes{text.size() / 4 * 3}, {}};
     UInt32 group = 0;
     unsigned characters = 0;
     unsigned trailing_padding = 0;
@@ -61,7 +60,7 @@ DecodedBase64 decode_base64(std::string_view text) {
         }
         auto const decoded = trailing_padding == 0 ? 3U : trailing_padding == 1 ? 2U : 1U;
         for (unsigned index = 0; index < decoded; ++index) {
-            result.bytes.push_back(static_cast<UInt8>(group >> (16 - 8 * index)));
+            result.bytes.append(static_cast<UInt8>(group >> (16 - 8 * index)));
         }
     }
     return result;

@@ -1,13 +1,11 @@
 // Base 64 as XML property lists hold it.
 #pragma once
 
-#include "platform/CoreFoundation.h"
+#include "simulator/CoreFoundation/data.hpp"
 
 #include <optional>
-#include <span>
 #include <string>
 #include <string_view>
-#include <vector>
 
 namespace cf {
 
@@ -17,7 +15,7 @@ void append_base64(std::string & text, std::span<UInt8 const> bytes);
 // Bytes from text that ends with the text or at a character beyond ASCII. Padding may end any
 // group, an incomplete last group is dropped, other characters are skipped.
 struct DecodedBase64 {
-    std::vector<UInt8> bytes;
+    DataBytes bytes;
     std::optional<std::size_t> invalid_at; // where the first character beyond ASCII stands
 };
 DecodedBase64 decode_base64(std::string_view text);

@@ -35,29 +35,42 @@ namespace cf {
 
 enum class Mutability : bool { immutable, is_mutable };
 
-// A borrowed look at a string's text. Exactly one of the two views holds it.
+// A borrowed look at a string's text, or at text that may become one. Exactly one of the two views
+// holds it.
 class StringContents {
 public:
     explicit StringContents(__CFString const & string)
-        : string_{string} {}
+        : storage_{string.storage}
+        , length_{static_cast<std::size_t>(string.length)}
+        , is_wide_{string.is_wide} {}
+    explicit StringContents(std::string_view ascii)
+        : storage_{ascii.data()}
+        , length_{ascii.size()}
+        , is_wide_{false} {}
+    explicit StringContents(std::u16string_view utf16)
+        : storage_{utf16.data()}
+        , length_{utf16.size()}
+        , is_wide_{true} {}
 
-    bool is_wide() const { return string_.is_wide; }
-    std::size_t length() const { return static_cast<std::size_t>(string_.length); }
+    bool is_wide() const { return is_wide_; }
+    std::size_t length() const { return length_; }
 
     std::string_view ascii() const {
-        return {static_cast<char const *>(string_.storage), string_.is_wide ? 0 : length()};
+        return {static_cast<char const *>(storage_), is_wide_ ? 0 : length_};
     }
     std::u16string_view utf16() const {
-        return {static_cast<char16_t const *>(string_.storage), string_.is_wide ? length() : 0};
+        return {static_cast<char16_t const *>(storage_), is_wide_ ? length_ : 0};
     }
     char16_t operator[](std::size_t index) const {
-        return string_.is_wide ? static_cast<char16_t const *>(string_.storage)[index]
-                               : static_cast<char16_t>(
-                                     static_cast<unsigned char const *>(string_.storage)[index]);
+        return is_wide_
+                   ? static_cast<char16_t const *>(storage_)[index]
+                   : static_cast<char16_t>(static_cast<unsigned char const *>(storage_)[index]);
     }
 
 private:
-    __CFString const & string_;
+    void const * storage_;
+    std::size_t length_;
+    bool is_wide_;
 };
 
 inline StringContents contents_of(CFStringRef string) {

@@ -7,13 +7,14 @@ namespace cf {
 
 CFDataRef read_xml_data(XmlScanner & scanner, PropertyListOptions options) {
     auto start = scanner;
-    auto const decoded = decode_base64(scanner.take_until('<'));
+    auto decoded = decode_base64(scanner.take_until('<'));
     if (decoded.invalid_at) {
         start.skip(*decoded.invalid_at);
         start.fail(fmt::format("Could not interpret <data> on line {} (invalid character 0x{:02X})",
                                start.line(), static_cast<unsigned char>(start.peek())));
     }
-    return create_data(decoded.bytes, options.of_data(decoded.bytes.empty()));
+    auto const mutability = options.of_data(decoded.bytes.size() == 0);
+    return create_data(std::move(decoded.bytes), mutability);
 }
 
 } // namespace cf

@@ -140,12 +140,38 @@ class HostileOptions(OptionsTest):
                 self.assertEqual(["RestoreStatus"], [each.type for each in run.documents])
 
 
+SIZE = 64 * MIB  # of a large value
+ESCAPED = b"x" * (SIZE - 1) + b"&lt;"
+WIDE = b"x" * (SIZE - 2) + "ö".encode()
+
+
+def xml(element, content):
+    return b"<plist><dict><key>k</key><%b>%b</%b></dict></plist>" % (element, content, element)
+
+
+# Each with what the value in the file needs, and how much the stand-in has twice while it reads.
+COSTS = {
+    "binary, data": (
+        lambda: plistlib.dumps({"k": bytes(SIZE)}, fmt=plistlib.FMT_BINARY), SIZE, 0),
+    "binary, shared arrays for 10^40 texts": (lambda: laughs(40), 0, 0),
+    "XML, data": (lambda: plistlib.dumps({"k": bytes(SIZE)}), SIZE, 0),
+    "XML, a string": (lambda: xml(b"string", b"x" * SIZE), SIZE, 0),
+    "XML, a string with an entity": (lambda: xml(b"string", ESCAPED), SIZE, SIZE),
+    "XML, a string beyond ASCII": (lambda: xml(b"string", WIDE), 2 * SIZE, 2 * SIZE),
+    "XML, nested too deeply": (lambda: nested_xml(SIZE // 15), 0, 0),
+    "old style, data": (lambda: b"{k=<" + b"00" * (SIZE // 2) + b">;}", SIZE // 2, 0),
+    "old style, a string": (lambda: b'{k="' + b"x" * SIZE + b'";}', SIZE, 0),
+    "no property list": (lambda: b"x " * (SIZE // 2), 0, 0),
+    "no property list, beyond ASCII": (lambda: b"x " * (SIZE // 2) + WIDE[-2:], 0, 2 * SIZE),
+    "no property list, UTF-16": (lambda: ("x " * (SIZE // 4)).encode("utf-16"), 0, 2 * SIZE),
+}
+
+
 @unittest.skipUnless(RUNNER, "reads the figures of this system")
 class Memory(OptionsTest):
-    """What a file costs: at most its size, and what the value in it needs. The device never comes,
-    so that only the reading is measured."""
+    """What a file costs: its size, and what the value in it needs. The device never comes, so that
+    only the reading is measured."""
 
-    SIZE = 64 * MIB
     SLACK = 8 * MIB
 
     def peak(self, path):
@@ -162,35 +188,15 @@ class Memory(OptionsTest):
         self.finish(process)
         return peak
 
-    def assert_costs(self, most, content):
-        cost = self.peak(self.write(content)) - self.peak(self.write(SOUND))
-        self.assertLess(cost, most + self.SLACK)
-
-    def test_binary_data(self):
-        content = plistlib.dumps({"k": bytes(self.SIZE)}, fmt=plistlib.FMT_BINARY)
-        self.assert_costs(len(content) + self.SIZE, content)
-
-    def test_data(self):
-        """While it grows, the stand-in has it twice."""
-        content = plistlib.dumps({"k": bytes(self.SIZE)})
-        self.assert_costs(len(content) + 2 * self.SIZE, content)
-
-    def test_text(self):
-        content = plistlib.dumps({"k": "x" * self.SIZE})
-        self.assert_costs(len(content) + self.SIZE, content)
-
-    def test_no_property_list(self):
-        """The stand-in takes it for the old form, which it reads as UTF-16."""
-        content = b"x " * (self.SIZE // 2)
-        self.assert_costs(5 * len(content), content)
-
-    def test_too_deep(self):
-        content = nested_xml(self.SIZE // 15)
-        self.assert_costs(5 * len(content), content)
-
-    def test_shared_arrays(self):
-        """They stand for 10 ** 40 texts."""
-        self.assert_costs(0, laughs(40))
+    def test_costs(self):
+        least = self.peak(self.write(SOUND))
+        print("memory of restore-options files, MiB: the file, its value, what was used")
+        for name, (make, value, twice) in COSTS.items():
+            with self.subTest(name):
+                content = make()
+                cost = self.peak(self.write(content)) - least
+                print(f"{name}: {len(content) / MIB:.0f}, {value / MIB:.0f}, {cost / MIB:.0f}")
+                self.assertLess(cost, len(content) + value + twice + self.SLACK)
 
     def test_file_above_the_limit(self):
         path = self.write(b"")

@@ -2,6 +2,10 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <string>
+#include <vector>
+
 using namespace std::string_view_literals;
 
 namespace {
@@ -11,23 +15,39 @@ struct Row {
     std::string_view expected; // the notation of the root, or the debugging text of the error
 };
 
+// The document, and the same in UTF-16 where it is ASCII without zeros.
+std::vector<std::string> forms(std::string_view document) {
+    std::vector<std::string> all{std::string{document}};
+    if (std::ranges::all_of(document, [](char c) { return c >= '\1' && c < '\x7f'; })) {
+        auto & units = all.emplace_back("\xff\xfe");
+        for (auto const character : document) {
+            units += {character, '\0'};
+        }
+    }
+    return all;
+}
+
 void expect_roots(std::vector<Row> const & rows) {
     for (auto const & row : rows) {
-        auto const reading = read(row.document);
-        EXPECT_EQ(notation(reading.root.get()), row.expected)
-            << row.document << "\n"
-            << (reading.error ? reading.old_style_text() : "");
-        EXPECT_EQ(reading.format, kCFPropertyListOpenStepFormat) << row.document;
+        for (auto const & document : forms(row.document)) {
+            auto const reading = read(document);
+            EXPECT_EQ(notation(reading.root.get()), row.expected)
+                << document << "\n"
+                << (reading.error ? reading.old_style_text() : "");
+            EXPECT_EQ(reading.format, kCFPropertyListOpenStepFormat) << document;
+        }
     }
 }
 
 void expect_failures(std::vector<Row> const & rows) {
     for (auto const & row : rows) {
-        auto const reading = read(row.document);
-        EXPECT_EQ(reading.root, nullptr) << row.document;
-        ASSERT_NE(reading.error, nullptr) << row.document;
-        EXPECT_EQ(reading.old_style_text(), row.expected) << row.document;
-        EXPECT_EQ(reading.format, -1);
+        for (auto const & document : forms(row.document)) {
+            auto const reading = read(document);
+            EXPECT_EQ(reading.root, nullptr) << document;
+            ASSERT_NE(reading.error, nullptr) << document;
+            EXPECT_EQ(reading.old_style_text(), row.expected) << document;
+            EXPECT_EQ(reading.format, -1);
+        }
     }
 }
 
