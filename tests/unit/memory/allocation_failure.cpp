@@ -22,6 +22,7 @@ namespace {
 
 thread_local std::size_t allocations_to_failure = 0; // none fails
 thread_local int depth_outside = 0;
+thread_local std::size_t bytes_of_the_tool = 0;
 
 bool fails_now() {
     return allocations_to_failure != 0 && depth_outside == 0 && --allocations_to_failure == 0;
@@ -67,6 +68,7 @@ int run_in_process(std::size_t number, std::function<bool(tests::trial & run)> c
 } // namespace
 
 void * operator new(std::size_t size) {
+    bytes_of_the_tool += depth_outside == 0 ? size : 0;
     if (!fails_now()) {
         if (auto const memory = std::malloc(size == 0 ? 1 : size)) {
             return memory;
@@ -91,6 +93,10 @@ outside_the_tool::outside_the_tool() {
 
 outside_the_tool::~outside_the_tool() {
     --depth_outside;
+}
+
+std::size_t allocated_bytes() {
+    return bytes_of_the_tool;
 }
 
 bool trial::completes(std::function<void()> const & action) {

@@ -1,4 +1,4 @@
-// Allocations of the tool's own code that fail in turn.
+// Allocations of the tool's own code: how much they are, and that they fail in turn.
 #pragma once
 
 #include <cstddef>
@@ -15,6 +15,9 @@ public:
     outside_the_tool(outside_the_tool const &) = delete;
     outside_the_tool & operator=(outside_the_tool const &) = delete;
 };
+
+// How many bytes the tool's code of this thread has allocated so far, freed ones included.
+std::size_t allocated_bytes();
 
 // Runs one action, one of whose allocations fails.
 class trial {

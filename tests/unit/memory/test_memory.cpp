@@ -298,6 +298,25 @@ TEST(Memory, RestoreOptionsFiles) {
     });
 }
 
+// What is read and what is refused: the rest of the memory is CoreFoundation's.
+TEST(Memory, RestoreOptionsFilesAreHeldOnce) {
+    constexpr std::size_t size = 16 << 20; // bytes
+    constexpr std::size_t slack = 64 << 10;
+    temporary_folder const folder;
+    auto const path = folder.path() / "options.plist";
+    for (auto const & content :
+         {"<plist><dict><key>k</key><data>" + std::string(size, 'A') + "</data></dict></plist>",
+          std::string(size, '%')}) {
+        write_file(path, content);
+        auto const before = allocated_bytes();
+        error_of([&] { read_restore_options(path); });
+        auto const allocated = allocated_bytes() - before;
+        fmt::print("{} bytes for a file of {} bytes\n", allocated, content.size());
+        EXPECT_GE(allocated, content.size());
+        EXPECT_LT(allocated, content.size() + slack);
+    }
+}
+
 // --- Whole runs
 
 struct program_run {
