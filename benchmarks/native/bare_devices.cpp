@@ -30,19 +30,6 @@ std::vector<qnrescue::cf_owner<AMRestorableDeviceRef>> make_devices(std::size_t 
 
 } // namespace benchmarks
 
-int AMDeviceNotificationSubscribe(AMDeviceNotificationCallback, unsigned int, unsigned int, void *,
-                                  AMDeviceNotificationRef *) {
-    return 0;
-}
-
-int AMDeviceNotificationUnsubscribe(AMDeviceNotificationRef) {
-    return 0;
-}
-
-AMRError AMRestoreEnableFileLogging(char const *) {
-    return kAMRSuccess;
-}
-
 CFMutableDictionaryRef AMRestoreCreateDefaultOptions(CFAllocatorRef) {
     return nullptr;
 }
@@ -50,10 +37,6 @@ CFMutableDictionaryRef AMRestoreCreateDefaultOptions(CFAllocatorRef) {
 int AMRestorableDeviceRegisterForNotifications(AMRestorableDeviceNotificationCallback, void *,
                                                CFErrorRef *) {
     return 1;
-}
-
-int AMRestorableDeviceUnregisterForNotifications(int) {
-    return 0;
 }
 
 AMRestorableDeviceState AMRestorableDeviceGetState(AMRestorableDeviceRef) {
@@ -64,50 +47,6 @@ std::uint64_t AMRestorableDeviceGetECID(AMRestorableDeviceRef device) {
     std::uint64_t ecid = 0;
     CFNumberGetValue(number_of(device), kCFNumberSInt64Type, &ecid);
     return ecid;
-}
-
-std::uint16_t AMRestorableDeviceGetProductID(AMRestorableDeviceRef) {
-    return 0;
-}
-
-std::uint32_t AMRestorableDeviceGetBoardID(AMRestorableDeviceRef) {
-    return 0;
-}
-
-std::uint32_t AMRestorableDeviceGetChipID(AMRestorableDeviceRef) {
-    return 0;
-}
-
-std::uint32_t AMRestorableDeviceGetProductType(AMRestorableDeviceRef) {
-    return 0;
-}
-
-std::uint32_t AMRestorableDeviceGetFusingInfo(AMRestorableDeviceRef) {
-    return 0;
-}
-
-std::uint32_t AMRestorableDeviceGetLocationID(AMRestorableDeviceRef) {
-    return 0;
-}
-
-CFStringRef AMRestorableDeviceCopySerialNumber(AMRestorableDeviceRef) {
-    return nullptr;
-}
-
-CFStringRef AMRestorableDeviceCopyProductString(AMRestorableDeviceRef) {
-    return nullptr;
-}
-
-AMRecoveryModeDeviceRef AMRestorableDeviceCopyRecoveryModeDevice(AMRestorableDeviceRef) {
-    return nullptr;
-}
-
-AMRError AMRecoveryModeDeviceSetAutoBoot(AMRecoveryModeDeviceRef, unsigned char) {
-    return kAMRSuccess;
-}
-
-AMRError AMRecoveryModeDeviceReboot(AMRecoveryModeDeviceRef) {
-    return kAMRSuccess;
 }
 
 void AMRestorableDeviceRestore(AMRestorableDeviceRef, CFDictionaryRef,

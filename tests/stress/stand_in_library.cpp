@@ -38,20 +38,6 @@ qnrescue::cf_owner<AMRestorableDeviceRef> make_device(std::uint64_t ecid,
 
 using namespace tests;
 
-int AMDeviceNotificationSubscribe(AMDeviceNotificationCallback, unsigned int, unsigned int, void *,
-                                  AMDeviceNotificationRef * subscription) {
-    *subscription = nullptr;
-    return 0;
-}
-
-int AMDeviceNotificationUnsubscribe(AMDeviceNotificationRef) {
-    return 0;
-}
-
-AMRError AMRestoreEnableFileLogging(char const *) {
-    return kAMRSuccess;
-}
-
 CFMutableDictionaryRef AMRestoreCreateDefaultOptions(CFAllocatorRef) {
     return qnrescue::make_mutable_dictionary().release();
 }
@@ -65,60 +51,12 @@ int AMRestorableDeviceRegisterForNotifications(AMRestorableDeviceNotificationCal
     return 1;
 }
 
-int AMRestorableDeviceUnregisterForNotifications(int) {
-    return 0;
-}
-
 AMRestorableDeviceState AMRestorableDeviceGetState(AMRestorableDeviceRef device) {
     return properties_of(device).state;
 }
 
 uint64_t AMRestorableDeviceGetECID(AMRestorableDeviceRef device) {
     return properties_of(device).ecid;
-}
-
-uint16_t AMRestorableDeviceGetProductID(AMRestorableDeviceRef) {
-    return 0;
-}
-
-uint32_t AMRestorableDeviceGetBoardID(AMRestorableDeviceRef) {
-    return 0;
-}
-
-uint32_t AMRestorableDeviceGetChipID(AMRestorableDeviceRef) {
-    return 0;
-}
-
-uint32_t AMRestorableDeviceGetProductType(AMRestorableDeviceRef) {
-    return 0;
-}
-
-uint32_t AMRestorableDeviceGetFusingInfo(AMRestorableDeviceRef) {
-    return 0;
-}
-
-uint32_t AMRestorableDeviceGetLocationID(AMRestorableDeviceRef) {
-    return 0;
-}
-
-CFStringRef AMRestorableDeviceCopySerialNumber(AMRestorableDeviceRef) {
-    return nullptr;
-}
-
-CFStringRef AMRestorableDeviceCopyProductString(AMRestorableDeviceRef) {
-    return nullptr;
-}
-
-AMRecoveryModeDeviceRef AMRestorableDeviceCopyRecoveryModeDevice(AMRestorableDeviceRef) {
-    return nullptr;
-}
-
-AMRError AMRecoveryModeDeviceSetAutoBoot(AMRecoveryModeDeviceRef, unsigned char) {
-    return kAMRSuccess;
-}
-
-AMRError AMRecoveryModeDeviceReboot(AMRecoveryModeDeviceRef) {
-    return kAMRSuccess;
 }
 
 void AMRestorableDeviceRestore(AMRestorableDeviceRef, CFDictionaryRef,

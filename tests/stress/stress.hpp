@@ -2,6 +2,10 @@
 #pragma once
 
 #include "QNRescue/output_state.hpp"
+#include "QNRescue/start_options.hpp"
+#include "tests/unit/QNRescue/overlapped_pipe.hpp"
+
+#include <boost/asio/io_context.hpp>
 
 #include <algorithm>
 #include <cstdlib>
@@ -88,6 +92,20 @@ private:
     qnrescue::output_str_state & channel;
     std::thread thread;
 };
+
+// Whatever has come through a pipe when the action, which is given the pipe's channel, is done.
+template <typename Action>
+std::string text_through_pipe(Action const & action) {
+    overlapped_pipe pipe;
+    boost::asio::io_context context;
+    qnrescue::start_options options;
+    options.output_pipe = pipe.writing_end();
+    auto output = qnrescue::make_output_state(context.get_executor(), options);
+    pipe.start_reading();
+    action(output);
+    output.reset();
+    return pipe.read_to_end();
+}
 
 // Threads that all do the same, each told its number.
 class thread_team {

@@ -1,13 +1,10 @@
 // Many threads notify at once, while others wait, list and tear down.
 #include "QNRescue/RestorableDeviceHandler.hpp"
 #include "QNRescue/error_domain.hpp"
-#include "QNRescue/start_options.hpp"
 #include "tests/stress/stand_in_library.hpp"
 #include "tests/stress/stress.hpp"
 #include "tests/unit/QNRescue/output_capture.hpp"
-#include "tests/unit/QNRescue/overlapped_pipe.hpp"
 
-#include <boost/asio/io_context.hpp>
 #include <fmt/format.h>
 #include <gtest/gtest.h>
 
@@ -160,11 +157,7 @@ public:
     std::atomic<void *> context = nullptr; // of the latest run, which may have gone
 
     void go_on_until(std::atomic<bool> const & ended) {
-        pipe.start_reading();
-        {
-            start_options options;
-            options.output_pipe = pipe.writing_end();
-            auto const output = make_output_state(io.get_executor(), options);
+        text = text_through_pipe([&](auto const & output) {
             channel_writer const writer(*output);
             do {
                 auto const notifier =
@@ -174,8 +167,7 @@ public:
                 notifier->waitForCompletion();
                 ++count;
             } while (!ended);
-        }
-        text = pipe.read_to_end();
+        });
     }
 
     void expect_ordered_lists() const {
@@ -197,8 +189,6 @@ public:
     }
 
 private:
-    overlapped_pipe pipe;
-    boost::asio::io_context io;
     std::string text;
     std::size_t count = 0;
 };

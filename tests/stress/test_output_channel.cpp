@@ -1,10 +1,7 @@
 // Producers that race the end of the output channel.
-#include "QNRescue/start_options.hpp"
 #include "tests/stress/stress.hpp"
 #include "tests/unit/QNRescue/output_capture.hpp"
-#include "tests/unit/QNRescue/overlapped_pipe.hpp"
 
-#include <boost/asio/io_context.hpp>
 #include <fmt/format.h>
 #include <gtest/gtest.h>
 
@@ -76,15 +73,10 @@ TEST(Stress, ProducersRaceTheEndOfStandardOutput) {
 
 TEST(Stress, ProducersRaceTheEndOfThePipe) {
     for (int round = 0; round < share_of(round_count); ++round) {
-        overlapped_pipe pipe;
-        boost::asio::io_context context;
-        start_options options;
-        options.output_pipe = pipe.writing_end();
-        auto output = make_output_state(context.get_executor(), options);
-        pipe.start_reading();
-        auto const at_least = race_quit(*output, moment_of(round));
-        output.reset();
-        expect_written(pipe.read_to_end(), at_least);
+        counts at_least{};
+        auto const text = text_through_pipe(
+            [&](auto const & output) { at_least = race_quit(*output, moment_of(round)); });
+        expect_written(text, at_least);
     }
 }
 

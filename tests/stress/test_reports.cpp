@@ -1,13 +1,10 @@
 // Many threads report on restores at once, some of which are complete just when their time is up.
 #include "QNRescue/RestorableDeviceHandler.hpp"
-#include "QNRescue/start_options.hpp"
 #include "tests/stress/stand_in_library.hpp"
 #include "tests/stress/stress.hpp"
 #include "tests/unit/QNRescue/objects.hpp"
 #include "tests/unit/QNRescue/output_capture.hpp"
-#include "tests/unit/QNRescue/overlapped_pipe.hpp"
 
-#include <boost/asio/io_context.hpp>
 #include <fmt/format.h>
 #include <gtest/gtest.h>
 
@@ -128,11 +125,7 @@ public:
 
     void go_on_until(std::atomic<bool> const & ended) {
         constexpr std::chrono::nanoseconds time_outs[] = {0s, 100us, 1ms, 10ms};
-        pipe.start_reading();
-        {
-            start_options options;
-            options.output_pipe = pipe.writing_end();
-            auto const output = make_output_state(io.get_executor(), options);
+        text = text_through_pipe([&](auto const & output) {
             channel_writer const writer(*output);
             do {
                 auto & notifier = runs.emplace_back();
@@ -145,8 +138,7 @@ public:
                 notifier.reset();
                 ++count;
             } while (!ended);
-        }
-        text = pipe.read_to_end();
+        });
     }
 
     // At most one time-out for each restore, and the reports of a thread in its order.
@@ -178,8 +170,6 @@ public:
     }
 
 private:
-    overlapped_pipe pipe;
-    boost::asio::io_context io;
     // No run has the address of an earlier one, whose late reports it would take for its own.
     std::deque<std::optional<device_notifier_state>> runs;
     std::string text;
