@@ -154,7 +154,7 @@ std::optional<std::u16string> decode_utf32(std::string_view bytes, std::endian o
     return valid ? std::optional{std::move(text)} : std::nullopt;
 }
 
-std::optional<std::u16string> decode_utf8(std::string_view bytes) {
+std::optional<std::u16string> decode_marked_utf8(std::string_view bytes) {
     constexpr std::string_view mark{"\xef\xbb\xbf"};
     if (bytes.starts_with(mark)) {
         bytes.remove_prefix(mark.size());
@@ -182,8 +182,9 @@ std::optional<std::string> encode_utf8(std::u16string_view text) {
     return append_utf16(bytes, text) ? std::optional{std::move(bytes)} : std::nullopt;
 }
 
-// Of valid UTF-8.
-std::size_t utf16_length(std::string_view bytes) {
+} // namespace
+
+std::size_t utf16_length(std::string_view bytes) noexcept {
     std::size_t units = 0;
     for (auto const character : bytes) {
         auto const byte = static_cast<unsigned char>(character);
@@ -194,18 +195,21 @@ std::size_t utf16_length(std::string_view bytes) {
     return units;
 }
 
-} // namespace
-
-bool append_utf8(std::u16string & text, std::string_view bytes) {
-    text.reserve(text.size() + utf16_length(bytes));
+bool decode_utf8(std::string_view bytes, char16_t * units) noexcept {
     for (auto at = bytes.begin(); at != bytes.end();) {
         auto const point = utf_traits<char>::decode(at, bytes.end());
         if (!is_valid_codepoint(point)) {
             return false;
         }
-        utf_traits<char16_t>::encode(point, std::back_inserter(text));
+        units = utf_traits<char16_t>::encode(point, units);
     }
     return true;
+}
+
+bool append_utf8(std::u16string & text, std::string_view bytes) {
+    auto const before = text.size();
+    text.resize(before + utf16_length(bytes));
+    return decode_utf8(bytes, text.data() + before);
 }
 
 bool extends_ascii(CFStringEncoding encoding) {
@@ -219,7 +223,7 @@ std::optional<std::u16string> decode(std::string_view bytes, CFStringEncoding en
     }
     switch (encoding) {
     case kCFStringEncodingUTF8:
-        return decode_utf8(bytes);
+        return decode_marked_utf8(bytes);
     case kCFStringEncodingUTF16: {
         auto const order = external ? take_byte_order<2>(bytes) : std::endian::native;
         return decode_utf16(bytes, order);

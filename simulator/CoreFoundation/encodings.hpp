@@ -28,6 +28,13 @@ std::optional<std::u16string> decode(std::string_view bytes, CFStringEncoding en
 // The text in an 8-bit encoding; nothing if it cannot be expressed.
 std::optional<std::string> encode(StringContents text, CFStringEncoding encoding);
 
+// How many units the text of UTF-8 bytes has; if they are invalid, at least as many as are decoded
+// before that shows.
+std::size_t utf16_length(std::string_view bytes) noexcept;
+
+// Writes the text of UTF-8 bytes; false if they are invalid. The units have room for their length.
+bool decode_utf8(std::string_view bytes, char16_t * units) noexcept;
+
 // Appends the text of UTF-8 bytes; false if they are invalid.
 bool append_utf8(std::u16string & text, std::string_view bytes);
 

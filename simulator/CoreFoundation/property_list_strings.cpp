@@ -17,11 +17,9 @@ bool holds(CFStringRef string, std::u16string_view text) {
     return string->is_wide && contents_of(string).utf16() == text;
 }
 
-CFStringRef create(std::string_view text) {
-    return create_ascii_string(text);
-}
-CFStringRef create(std::u16string_view text) {
-    return create_string(text);
+CFStringRef retained(CFStringRef string) {
+    retain(*string);
+    return string;
 }
 
 } // namespace
@@ -49,49 +47,62 @@ void PropertyListStrings::grow() {
     slots_ = std::move(larger);
 }
 
+// The slot that has the text, or is free for it.
 template <class Text>
-CFStringRef PropertyListStrings::shared(Text text, CFHashCode hash) {
+PropertyListStrings::Slot & PropertyListStrings::slot_of(Text text, CFHashCode hash) {
     if (count_ * 2 >= slots_.size()) {
         grow();
     }
     auto const mask = slots_.size() - 1;
     auto index = hash & mask;
-    while (slots_[index].string != nullptr) {
-        if (slots_[index].hash == hash && holds(slots_[index].string, text)) {
-            retain(*slots_[index].string);
-            return slots_[index].string;
-        }
+    while (slots_[index].string != nullptr &&
+           !(slots_[index].hash == hash && holds(slots_[index].string, text))) {
         index = (index + 1) & mask;
     }
-    auto const * const string = create(text);
+    return slots_[index];
+}
+
+CFStringRef PropertyListStrings::add(Slot & slot, CFStringRef string, CFHashCode hash) {
     string->hash.store(hash, std::memory_order_relaxed);
-    slots_[index] = {hash, string};
+    slot = {hash, string};
     ++count_;
-    retain(*string);
-    return string;
+    return retained(string);
 }
 
 CFStringRef PropertyListStrings::from_ascii(std::string_view text) {
-    return mutability_ == Mutability::is_mutable ? create_ascii_string(text, mutability_)
-                                                 : shared(text, hash_of_ascii(text));
+    if (mutability_ == Mutability::is_mutable) {
+        return create_ascii_string(text, mutability_);
+    }
+    auto const hash = hash_of_ascii(text);
+    auto & slot = slot_of(text, hash);
+    return slot.string != nullptr ? retained(slot.string)
+                                  : add(slot, create_ascii_string(text), hash);
 }
 
 CFStringRef PropertyListStrings::from_utf16(std::u16string_view text) {
-    if (mutability_ == Mutability::is_mutable) {
-        return create_string(text, mutability_);
-    }
     if (std::ranges::all_of(text, [](char16_t unit) { return unit < 0x80; })) {
         return from_ascii(std::string{text.begin(), text.end()});
     }
-    return shared(text, hash_of_utf16(text));
+    return only(create_string(text, mutability_));
 }
 
 CFStringRef PropertyListStrings::from_utf8(std::string_view text) {
-    if (is_ascii(text)) {
-        return from_ascii(text);
+    return is_ascii(text) ? from_ascii(text) : only(create_utf8_string(text, mutability_));
+}
+
+// Takes a new string beyond ASCII, or null.
+CFStringRef PropertyListStrings::only(CFStringRef string) {
+    if (string == nullptr || mutability_ == Mutability::is_mutable) {
+        return string;
     }
-    wide_.clear();
-    return append_utf8(wide_, text) ? from_utf16(wide_) : nullptr;
+    auto const text = contents_of(string).utf16();
+    auto const hash = hash_of_utf16(text);
+    auto & slot = slot_of(text, hash);
+    if (slot.string == nullptr) {
+        return add(slot, string, hash);
+    }
+    release(*string);
+    return retained(slot.string);
 }
 
 } // namespace cf

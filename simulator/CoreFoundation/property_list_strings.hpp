@@ -27,14 +27,15 @@ private:
     };
 
     template <class Text>
-    CFStringRef shared(Text text, CFHashCode hash);
+    Slot & slot_of(Text text, CFHashCode hash);
+    CFStringRef only(CFStringRef string);
+    CFStringRef add(Slot & slot, CFStringRef string, CFHashCode hash);
     CFStringRef from_ascii(std::string_view text);
     void grow();
 
     Mutability mutability_;
     std::size_t count_ = 0;
     std::vector<Slot> slots_; // a power of two of them, at most half of them taken
-    std::u16string wide_;
 };
 
 } // namespace cf

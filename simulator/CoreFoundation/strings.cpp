@@ -107,8 +107,17 @@ CFStringRef create_utf8_string(std::string_view text, Mutability mutability) {
     if (is_ascii(text)) {
         return create_ascii_string(text, mutability);
     }
-    std::u16string units;
-    return append_utf8(units, text) ? create_string(units, mutability) : nullptr;
+    auto const length = utf16_length(text);
+    auto * const string = create_with_room<__CFString>(length * sizeof(char16_t), nullptr,
+                                                       static_cast<CFIndex>(length), true,
+                                                       mutability == Mutability::is_mutable);
+    auto * const storage = reinterpret_cast<char16_t *>(string + 1);
+    string->storage = storage;
+    if (!decode_utf8(text, storage)) {
+        release(*string);
+        return nullptr;
+    }
+    return string;
 }
 
 CFStringRef create_constant_string(std::u16string_view text) {
