@@ -230,7 +230,7 @@ private:
         require(bytes.size() <= 8);
         auto const value = big_endian(bytes);
         require(value <= 0xffff'ffff);
-        return create<__CFKeyedArchiverUID>(static_cast<UInt32>(value));
+        return create<KeyedArchiverUid>(static_cast<UInt32>(value));
     }
 
     void read_container(std::size_t offset, std::size_t levels_left, Known & known) {

@@ -126,8 +126,8 @@ private:
         } else if (is<__CFDate>(object)) {
             write_byte(Marker::date);
             write_integer(std::bit_cast<std::uint64_t>(static_cast<CFDateRef>(object)->time), 8);
-        } else if (is<__CFKeyedArchiverUID>(object)) {
-            auto const value = static_cast<__CFKeyedArchiverUID const *>(object)->value;
+        } else if (is<KeyedArchiverUid>(object)) {
+            auto const value = static_cast<KeyedArchiverUid const *>(object)->value;
             auto const size = size_for(value);
             write_byte(Marker::uid | (size - 1U));
             write_integer(value, size);

@@ -34,6 +34,7 @@ CFStringRef create_constant(std::string_view text) {
         write_error_line("CoreFoundation: CFSTR text is not ASCII and read as MacRoman: " +
                          std::string{text});
     }
+    // NOLINTNEXTLINE(bugprone-unchecked-optional-access): MacRoman has a character for each byte
     return create_constant_string(*decode(text, kCFStringEncodingMacRoman, false));
 }
 

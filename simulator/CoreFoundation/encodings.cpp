@@ -62,7 +62,7 @@ constexpr UpperHalf windows_latin1{
 
 constexpr UpperHalf iso_latin1 = [] {
     UpperHalf half{};
-    for (char16_t i = 0; i < half.size(); ++i) {
+    for (std::size_t i = 0; i < half.size(); ++i) {
         half[i] = static_cast<char16_t>(0x80 + i);
     }
     return half;

@@ -32,7 +32,7 @@ std::size_t HashTable::locate(void const * key, CFHashCode hash) const {
     auto const mask = slots_.size() - 1;
     auto index = hash & mask;
     while (slots_[index].hash != 0 &&
-           !(slots_[index].hash == hash && keys_.equal(slots_[index].key, key))) {
+           (slots_[index].hash != hash || !keys_.equal(slots_[index].key, key))) {
         index = (index + 1) & mask;
     }
     return index;

@@ -131,7 +131,8 @@ bool get_from_real(double value, CFNumberType kind, void * to) {
     }
     constexpr double two_to_63 = 0x1p63;
     auto const whole = std::trunc(value);
-    if (!(whole >= -two_to_63 && whole < two_to_63)) {
+    bool const in_range = whole >= -two_to_63 && whole < two_to_63; // false for a NaN
+    if (!in_range) {
         store_smallest(kind, to);
         return false;
     }

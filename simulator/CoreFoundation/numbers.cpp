@@ -190,8 +190,8 @@ std::optional<Int128> exact_integer(double real) {
     constexpr double two_to_63 = 0x1p63;
     constexpr double two_to_64 = 0x1p64;
     constexpr double two_to_127 = 0x1p127;
-    if (!(real >= -two_to_127 && real < two_to_127) || std::trunc(real) != real ||
-        (real == 0.0 && std::signbit(real))) {
+    bool const in_range = real >= -two_to_127 && real < two_to_127; // false for a NaN
+    if (!in_range || std::trunc(real) != real || (real == 0.0 && std::signbit(real))) {
         return std::nullopt;
     }
     auto const magnitude = std::fabs(real);

@@ -70,18 +70,17 @@ ReadResult read_text(std::string_view document, PropertyListOptions options) {
     } catch (PropertyListSyntaxError & error) {
         throw Unreadable{std::move(error.text), {}};
     }
-    Unreadable failure;
+    std::string xml_fault;
     try {
         return {read_xml(document, encoding, options), kCFPropertyListXMLFormat_v1_0};
     } catch (PropertyListSyntaxError & error) {
-        failure.text = std::move(error.text);
+        xml_fault = std::move(error.text);
     }
     try {
         return {read_old_style(document, encoding, options), kCFPropertyListOpenStepFormat};
     } catch (PropertyListSyntaxError & error) {
-        failure.old_style = std::move(error.text);
+        throw Unreadable{std::move(xml_fault), std::move(error.text)};
     }
-    throw failure;
 }
 
 ReadResult read(CFDataRef data, PropertyListOptions options) {

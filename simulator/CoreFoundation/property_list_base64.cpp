@@ -15,9 +15,9 @@ constexpr auto digit_values = [] {
     std::array<UInt8, 0x80> values{};
     values.fill(no_digit);
     for (std::size_t value = 0; value < digits.size(); ++value) {
-        values[static_cast<std::size_t>(digits[value])] = static_cast<UInt8>(value);
+        values[static_cast<unsigned char>(digits[value])] = static_cast<UInt8>(value);
     }
-    values[static_cast<std::size_t>(padding)] = 0;
+    values[static_cast<unsigned char>(padding)] = 0;
     return values;
 }();
 

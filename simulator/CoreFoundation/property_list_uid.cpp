@@ -10,7 +10,7 @@ namespace cf {
 namespace {
 
 UInt32 value_of(Object const & object) {
-    return static_cast<__CFKeyedArchiverUID const &>(object).value;
+    return static_cast<KeyedArchiverUid const &>(object).value;
 }
 
 bool equal_uids(Object const & left, Object const & right) {
@@ -28,13 +28,13 @@ void describe_uid(Object const & object, std::u16string & text) {
 
 } // namespace
 
-} // namespace cf
-
-constinit cf::Type const __CFKeyedArchiverUID::class_type{
+constinit Type const KeyedArchiverUid::class_type{
     .id = 41,
     .name = "CFKeyedArchiverUID",
-    .destroy = cf::destroy<__CFKeyedArchiverUID>,
-    .equal = cf::equal_uids,
-    .hash = cf::hash_uid,
-    .describe = cf::describe_uid,
+    .destroy = destroy<KeyedArchiverUid>,
+    .equal = equal_uids,
+    .hash = hash_uid,
+    .describe = describe_uid,
 };
+
+} // namespace cf

@@ -3,12 +3,16 @@
 
 #include "simulator/CoreFoundation/runtime.hpp"
 
-struct __CFKeyedArchiverUID : cf::Object {
-    static cf::Type const class_type;
+namespace cf {
+
+struct KeyedArchiverUid : Object {
+    static Type const class_type;
 
     UInt32 value;
 
-    explicit __CFKeyedArchiverUID(UInt32 its_value)
+    explicit KeyedArchiverUid(UInt32 its_value)
         : Object{class_type}
         , value{its_value} {}
 };
+
+} // namespace cf

@@ -25,7 +25,7 @@ struct Fault {
 bool is_leaf(CFTypeID type) {
     return type == CFStringGetTypeID() || type == CFNumberGetTypeID() ||
            type == CFBooleanGetTypeID() || type == CFDataGetTypeID() || type == CFDateGetTypeID() ||
-           type == __CFKeyedArchiverUID::class_type.id;
+           type == KeyedArchiverUid::class_type.id;
 }
 
 // Walks the containers with a stack of its own, so that no nesting is too deep.

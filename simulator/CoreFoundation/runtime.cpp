@@ -26,6 +26,7 @@ void DoomedObjects::release(Object const & object) noexcept {
 Object * DoomedObjects::next() noexcept {
     auto * const object = first_;
     if (object != nullptr) {
+        // NOLINTNEXTLINE(performance-no-int-to-ptr): the count's place holds the link
         first_ = reinterpret_cast<Object *>(
             static_cast<std::intptr_t>(object->references.load(std::memory_order_relaxed)));
     }

@@ -19,12 +19,10 @@ namespace cf {
 namespace {
 
 constinit Type const * const types[] = {
-    &__CFAllocator::class_type,  &__CFString::class_type,
-    &__CFNull::class_type,       &__CFSet::class_type,
-    &__CFDictionary::class_type, &__CFArray::class_type,
-    &__CFData::class_type,       &__CFBoolean::class_type,
-    &__CFNumber::class_type,     &__CFKeyedArchiverUID::class_type,
-    &__CFError::class_type,      &__CFDate::class_type,
+    &__CFAllocator::class_type,    &__CFString::class_type,     &__CFNull::class_type,
+    &__CFSet::class_type,          &__CFDictionary::class_type, &__CFArray::class_type,
+    &__CFData::class_type,         &__CFBoolean::class_type,    &__CFNumber::class_type,
+    &KeyedArchiverUid::class_type, &__CFError::class_type,      &__CFDate::class_type,
 };
 
 } // namespace

@@ -16,11 +16,12 @@ bool is_large(std::string_view number) {
     auto const mantissa = number.substr(0, exponent_at);
     auto const point = std::min(mantissa.find('.'), mantissa.size());
     auto const first_digit = mantissa.find_first_of("123456789");
-    auto const is_negative_exponent = number.substr(exponent_at).find('-') != number.npos;
+    auto const is_negative_exponent =
+        number.substr(exponent_at).find('-') != std::string_view::npos;
     long exponent = 0;
     if (exponent_at < number.size()) {
-        auto const digits = number.substr(exponent_at + 1 +
-                                          (number.find_first_of("+-", exponent_at) != number.npos));
+        auto const digits = number.substr(
+            exponent_at + 1 + (number.find_first_of("+-", exponent_at) != std::string_view::npos));
         auto const result = std::from_chars(digits.data(), digits.data() + digits.size(), exponent);
         if (result.ec == std::errc::result_out_of_range) {
             return !is_negative_exponent;
@@ -61,7 +62,7 @@ std::optional<double> real_value(std::string_view text) {
     if (auto const special = special_real(text)) {
         return special;
     }
-    if (text.find_first_not_of("0123456789.eE+-") != text.npos) {
+    if (text.find_first_not_of("0123456789.eE+-") != std::string_view::npos) {
         return {};
     }
     if (text.starts_with('+')) {

@@ -376,7 +376,7 @@ CFTypeRef XmlReader::create_dictionary(std::span<CFTypeRef const> keys_and_value
             number.is_wide() ? number.wide.low : static_cast<std::uint64_t>(number.integer);
         release(object_of(keys_and_values[0]));
         release(number);
-        return create<__CFKeyedArchiverUID>(static_cast<UInt32>(value));
+        return create<KeyedArchiverUid>(static_cast<UInt32>(value));
     }
     auto * const dictionary =
         create_object_dictionary(static_cast<CFIndex>(keys_and_values.size() / 2),

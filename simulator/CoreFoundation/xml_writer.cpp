@@ -124,8 +124,8 @@ private:
             open_array(static_cast<CFArrayRef>(value));
         } else if (is<__CFData>(value)) {
             write_data(bytes_of(static_cast<CFDataRef>(value)));
-        } else if (is<__CFKeyedArchiverUID>(value)) {
-            write_uid(static_cast<__CFKeyedArchiverUID const *>(value)->value);
+        } else if (is<KeyedArchiverUid>(value)) {
+            write_uid(static_cast<KeyedArchiverUid const *>(value)->value);
         } else if (CFGetTypeID(value) == CFDateGetTypeID()) {
             text_ += "<date>";
             text_ += utc_text(CFDateGetAbsoluteTime(static_cast<CFDateRef>(value)));

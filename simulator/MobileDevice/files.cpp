@@ -103,7 +103,7 @@ append_file::~append_file() {
 #endif
 
 std::filesystem::path make_path(std::string_view utf8) {
-    if (utf8.find('\0') != utf8.npos) {
+    if (utf8.find('\0') != std::string_view::npos) {
         return {};
     }
     try {

@@ -157,6 +157,7 @@ std::vector<int> notification_center::addressees(event const & what) {
     }
     std::lock_guard const lock{m_mutex};
     std::vector<int> result;
+    result.reserve(m_clients.size());
     for (auto const & each : m_clients) {
         result.push_back(each.first);
     }

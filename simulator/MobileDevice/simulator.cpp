@@ -29,6 +29,7 @@ std::optional<std::string> load() {
 
 std::vector<std::unique_ptr<device>> make_devices(scenario const & played) {
     std::vector<std::unique_ptr<device>> result;
+    result.reserve(played.devices.size());
     for (auto const & description : played.devices) {
         result.push_back(std::make_unique<device>(description));
     }

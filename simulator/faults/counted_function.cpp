@@ -6,7 +6,6 @@
 namespace faults {
 namespace {
 
-using mobile_device::dictionary_node;
 using mobile_device::scenario;
 using mobile_device::scenario_fault;
 using mobile_device::scripted_fault;
