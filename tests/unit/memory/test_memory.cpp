@@ -25,7 +25,6 @@ using namespace qnrescue;
 using namespace tests;
 
 constexpr std::uint64_t device = 0xA1;
-constexpr std::uint64_t restored_device = 0xD1;
 
 [[maybe_unused]] bool const playing = play_scenario(
     "<dict><key>TimeScale</key><integer>0</integer><key>Devices</key><array>"
