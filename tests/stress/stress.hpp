@@ -23,7 +23,7 @@ namespace tests {
 // The share of the whole that this run does: QNRESCUE_STRESS_PERCENT, 5 if unset.
 inline int share_of(int whole) {
     auto const text = std::getenv("QNRESCUE_STRESS_PERCENT");
-    int const percent = text == nullptr ? 5 : std::atoi(text);
+    int const percent = text == nullptr ? 5 : std::stoi(text);
     return std::max(1, static_cast<int>(static_cast<long long>(whole) * percent / 100));
 }
 

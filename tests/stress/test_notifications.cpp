@@ -137,9 +137,9 @@ private:
         std::vector<std::string> lines; // of one cycle
         std::size_t count = 0;
 
-        void check(std::string const & found, complaints & wrong) {
+        void check(std::string const & found, complaints & list) {
             if (auto const & next = lines[count++ % lines.size()]; found != next) {
-                wrong.add(found + " instead of " + next);
+                list.add(found + " instead of " + next);
             }
         }
     };

@@ -22,6 +22,8 @@ live_contexts::visit::visit(void const * object)
     : context(object)
     , alive(true) {}
 
-live_contexts::visit::~visit() {}
+live_contexts::visit::~visit() {
+    instance().leave(context);
+}
 
 } // namespace qnrescue

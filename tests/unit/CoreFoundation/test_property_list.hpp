@@ -10,6 +10,7 @@
 #include <map>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 inline Owned<CFDataRef> data_of(std::string_view bytes) {
@@ -174,7 +175,7 @@ inline std::string xml_body(CFTypeRef root) {
     if (writing.document == nullptr) {
         return writing.text();
     }
-    auto const text = bytes_of(writing.document.get());
+    auto text = bytes_of(writing.document.get());
     if (!text.starts_with(xml_opening) || !text.ends_with(xml_closing)) {
         return text;
     }
@@ -186,7 +187,7 @@ inline Owned<CFTypeRef> nested(std::size_t arrays, Owned<CFTypeRef> object) {
     for (; arrays > 0; --arrays) {
         auto outer = array();
         CFArrayAppendValue(outer.get(), object.get());
-        object.reset(outer.release());
+        object = std::move(outer);
     }
     return object;
 }

@@ -47,7 +47,6 @@ struct Trap {
     void (*misuse)();
 };
 
-constexpr auto null_in_collection = "a collection of objects cannot hold null";
 void const * nothing[] = {nullptr};
 
 Trap const traps[] = {
@@ -74,7 +73,8 @@ Trap const traps[] = {
      [] { CFNumberGetValue(nullptr, kCFNumberSInt32Type, nullptr); }},
     {"CFRelease: a shared number was released more often than it was retained",
      [] {
-         auto const * const five = integer(5).get();
+         auto const * const five = integer(5).release();
+         CFRelease(five);
          CFRelease(five);
      }},
     {"CFDateGetAbsoluteTime: the CFDate is null", [] { CFDateGetAbsoluteTime(nullptr); }},

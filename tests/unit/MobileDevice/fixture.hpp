@@ -130,7 +130,7 @@ public:
 
     static std::string text_of(status const & from, char const * key) {
         auto const value = CFDictionaryGetValue(from.get(), mobile_device::make_string(key).get());
-        return value ? *mobile_device::to_utf8(static_cast<CFStringRef>(value)) : "";
+        return value ? mobile_device::to_utf8(static_cast<CFStringRef>(value)).value() : "";
     }
 
     static std::int64_t number_of(status const & from, char const * key) {

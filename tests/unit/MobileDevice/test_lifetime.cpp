@@ -10,13 +10,14 @@ using namespace std::chrono_literals;
 
 namespace {
 
-std::system_error const no_more_threads{
-    std::make_error_code(std::errc::resource_unavailable_try_again)};
+std::system_error no_more_threads() {
+    return std::system_error{std::make_error_code(std::errc::resource_unavailable_try_again)};
+}
 
 // Fails where a thread is made of it, as the system does when it has no thread to give.
 struct unstartable {
     unstartable() = default;
-    unstartable(unstartable const &) { throw no_more_threads; }
+    unstartable(unstartable const &) { throw no_more_threads(); }
     void operator()() const {}
 };
 
@@ -27,7 +28,7 @@ TEST(Lifetime, AThreadThatCannotBeStartedIsReportedAndNotWaitedFor) {
     testing::internal::CaptureStderr();
     auto const id = shared.start_thread(unstartable{});
     EXPECT_EQ(testing::internal::GetCapturedStderr(),
-              std::string{"a thread cannot be started: "} + no_more_threads.what() + "\n");
+              std::string{"a thread cannot be started: "} + no_more_threads().what() + "\n");
     EXPECT_EQ(id, std::thread::id{});
     EXPECT_TRUE(shared.end(0s));
 }

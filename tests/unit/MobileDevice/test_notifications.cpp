@@ -235,7 +235,8 @@ TEST_F(Notifications, RegistrationFailsAsScripted) {
 
 TEST_F(Notifications, RegistrationLeavesNoErrorWhereItSucceeds) {
     play("<dict/>");
-    CFErrorRef error = reinterpret_cast<CFErrorRef>(std::uintptr_t{8});
+    int former = 0;
+    auto error = reinterpret_cast<CFErrorRef>(&former);
     auto const id = AMRestorableDeviceRegisterForNotifications(
         [](AMRestorableDeviceRef, AMRestorableDeviceNotificationType, void *) {}, nullptr, &error);
     EXPECT_GT(id, 0);

@@ -309,7 +309,7 @@ TEST(Scenario, CallsThatFailAreRead) {
 }
 
 TEST(Scenario, ReportsHaveDefaults) {
-    auto const reports = *parse_root(with_status("<dict/>")).devices[0].restore_reports;
+    auto const reports = parse_root(with_status("<dict/>")).devices[0].restore_reports.value();
     ASSERT_EQ(reports.size(), 1U);
     EXPECT_EQ(reports[0].after, 0);
     EXPECT_EQ(reports[0].repeat, 1);

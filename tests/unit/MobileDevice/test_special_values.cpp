@@ -13,7 +13,7 @@ reference<CFDictionaryRef> status_of(std::string const & written) {
                              {"RestoreReports", array({dictionary({{"Status", written}})})}})})}}));
     auto const played =
         parse_scenario({reinterpret_cast<std::uint8_t const *>(xml.data()), xml.size()});
-    return played.devices.at(0).restore_reports->at(0).status;
+    return played.devices.at(0).restore_reports.value().at(0).status;
 }
 
 CFTypeRef value(reference<CFDictionaryRef> const & status, char const * key) {

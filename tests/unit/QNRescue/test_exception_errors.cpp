@@ -20,6 +20,7 @@ namespace options = boost::program_options;
 template <typename Exception>
 tool_error converted(Exception const & exception) {
     try {
+        // NOLINTNEXTLINE(cert-err60-cpp): those of Boost hold texts
         throw exception;
     } catch (...) {
         auto const error = domain_error_of_current_exception();

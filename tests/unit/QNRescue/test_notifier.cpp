@@ -156,7 +156,7 @@ struct planted_links {
 TEST(Notifier, RemovesLinksInItsScratchDirectoryAndNotWhatTheyLeadTo) {
     planted_links const links;
     output_capture output;
-    device_notifier_state(output.state(), std::nullopt, links.scratch);
+    static_cast<void>(device_notifier_state(output.state(), std::nullopt, links.scratch));
     EXPECT_FALSE(QN::filesystem::exists(links.scratch));
     EXPECT_EQ(read_file(links.outside / "kept"), "bytes");
     EXPECT_EQ(output.debug_lines(), strings{"device_notifier_state: initializing"});
@@ -167,7 +167,7 @@ TEST(Notifier, RemovesALinkInPlaceOfItsScratchDirectory) {
     auto const link = links.folder.path() / "link";
     QN::filesystem::create_directory_symlink(links.outside, link);
     output_capture output;
-    device_notifier_state(output.state(), std::nullopt, link);
+    static_cast<void>(device_notifier_state(output.state(), std::nullopt, link));
     EXPECT_FALSE(QN::filesystem::is_symlink(link));
     EXPECT_EQ(read_file(links.outside / "kept"), "bytes");
 }
@@ -176,7 +176,7 @@ TEST(Notifier, RemovesALinkInPlaceOfItsScratchDirectory) {
 
 TEST(Notifier, AScratchDirectoryThatNeverWasIsNoFailure) {
     output_capture output;
-    device_notifier_state(output.state(), std::nullopt, std::nullopt);
+    static_cast<void>(device_notifier_state(output.state(), std::nullopt, std::nullopt));
     EXPECT_EQ(output.debug_lines(), strings{"device_notifier_state: initializing"});
 }
 
@@ -212,7 +212,7 @@ private:
 TEST(Notifier, ReportsAScratchDirectoryThatStays) {
     stubborn_path const stubborn;
     output_capture output;
-    device_notifier_state(output.state(), std::nullopt, stubborn.path());
+    static_cast<void>(device_notifier_state(output.state(), std::nullopt, stubborn.path()));
     auto const lines = output.debug_lines();
     ASSERT_EQ(lines.size(), 2U);
 #ifndef _WIN32

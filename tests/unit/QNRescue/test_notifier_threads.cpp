@@ -84,7 +84,7 @@ TEST(NotifierThreads, ReportsFromManyThreadsCompleteOnce) {
     for (auto & thread : library) {
         thread.join();
     }
-    EXPECT_EQ(run.output.documents().size(), std::size_t{thread_count * reports_of_each});
+    EXPECT_EQ(run.output.documents().size(), std::size_t{thread_count} * reports_of_each);
     EXPECT_EQ(CFGetRetainCount(report.get()), 1);
 }
 

@@ -327,7 +327,8 @@ TEST(RunProgramMain, RemovesItsScratchDirectory) {
         return count;
     };
     auto const before = leftovers();
-    program_run({"--restore", "x.ipsw", "--no-cleanup", "--ecid", "00000000000000D1"});
+    static_cast<void>(
+        program_run({"--restore", "x.ipsw", "--no-cleanup", "--ecid", "00000000000000D1"}));
     EXPECT_EQ(leftovers(), before);
 }
 
