@@ -22,6 +22,7 @@ std::wstring number_of(HANDLE handle) {
 }
 
 HANDLE handle_of(char const * number) {
+    // NOLINTNEXTLINE(performance-no-int-to-ptr): a handle crosses processes as a number
     return reinterpret_cast<HANDLE>(static_cast<std::intptr_t>(std::stoll(number)));
 }
 

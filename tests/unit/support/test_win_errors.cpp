@@ -32,7 +32,7 @@ std::string raw_text(DWORD code) {
     return text;
 }
 
-std::string without_line_break(std::string text) {
+std::string without_line_break(std::string const & text) {
     EXPECT_TRUE(text.ends_with("\r\n")) << text;
     return text.substr(0, text.rfind("\r\n"));
 }
