@@ -77,6 +77,7 @@ void write(std::FILE * stream, std::string const & text) {
 
 #ifdef __GNUC__
 extern "C" {
+// NOLINTNEXTLINE(clang-diagnostic-reserved-identifier): the name is the C library's
 int _dowildcard = 0; // arguments are not to be taken for patterns of file names
 }
 #endif

@@ -24,7 +24,7 @@ int main(int argc, char ** argv) {
     prepare_standard_streams();
     output_str_state output(std::nullopt);
     std::thread writer(&output_str_state::loop, std::ref(output));
-    for (auto left = std::atol(argv[2]); left > 0; --left) {
+    for (auto left = std::stol(argv[2]); left > 0; --left) {
         output.print(text);
     }
     output.quit();
