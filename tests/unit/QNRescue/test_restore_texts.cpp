@@ -66,14 +66,4 @@ TEST(RestoreTexts, ThatAreEasilyMistaken) {
     EXPECT_EQ(error_text(2102), "Not enough space to install recovery OS ");
 }
 
-TEST(RestoreTexts, MayBeHeldAndReleasedAnyNumberOfTimes) {
-    for (int i = 0; i < 1000; ++i) {
-        auto const text = AMRLocalizedCopyStringForAMROperation(2);
-        CFRetain(text);
-        CFRelease(text);
-        CFRelease(text);
-    }
-    EXPECT_EQ(operation_text(2), "DFU download");
-}
-
 } // namespace
