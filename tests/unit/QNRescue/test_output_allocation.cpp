@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include <new>
+#include <utility>
 
 namespace {
 
@@ -34,6 +35,16 @@ TEST(OutputChannel, IsAsItWasAfterAnEntryThatFoundNoMemory) {
     state.quit();
     state.loop();
     EXPECT_EQ(streams.out.text(), expected + "next\n");
+}
+
+TEST(OutputChannel, TakesTextsOverWithoutACopy) {
+    constexpr std::size_t length = 100000;
+    output_str_state state(std::nullopt);
+    for (auto const print : {&output_str_state::print, &output_str_state::print_debug}) {
+        std::string text(length, 'x');
+        allocation_hook const hook(length + 1, [] { ADD_FAILURE() << "room for a copy"; });
+        (state.*print)(std::move(text));
+    }
 }
 
 } // namespace
