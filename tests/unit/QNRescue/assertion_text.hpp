@@ -15,25 +15,31 @@ inline bool is_number(std::string_view text) {
            std::ranges::all_of(text, [](char c) { return c >= '0' && c <= '9'; });
 }
 
-// The message with its line number replaced by "LINE"; unchanged where it has none.
-inline std::string without_line_number(std::string const & message) {
+// The line number in the message; empty where it has none.
+inline std::string line_number(std::string const & message) {
     auto const first = message.find(':') + 1;
     auto const length = message.find(':', first) - first;
     if (first == 0 || length > message.size() || !is_number(message.substr(first, length))) {
-        return message;
+        return "";
     }
-    return message.substr(0, first) + "LINE" + message.substr(first + length);
+    return message.substr(first, length);
 }
 
 // The action is to break the assertion with this message, which has "LINE" for the line number.
+// Answers the number.
 template <typename Action>
-void expect_assertion(std::string const & message, Action && action) {
+std::string expect_assertion(std::string const & message, Action && action) {
     try {
         action();
-        FAIL() << message;
+        ADD_FAILURE() << message;
     } catch (std::invalid_argument const & exception) {
-        EXPECT_EQ(without_line_number(exception.what()), message);
+        std::string text = exception.what();
+        auto const line = line_number(text);
+        EXPECT_NE(line, "");
+        EXPECT_EQ(text.replace(text.find(':') + 1, line.size(), "LINE"), message);
+        return line;
     }
+    return "";
 }
 
 } // namespace tests

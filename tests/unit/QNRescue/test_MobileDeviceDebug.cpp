@@ -110,13 +110,15 @@ TEST(DebugDump, ReleasesEachText) {
 }
 
 TEST(DebugDump, NeedsAnOutput) {
-    tests::expect_assertion("QNRescue/MobileDeviceDebug:LINE:  "
-                            "print_imp_AMRLocalizedCopyStringForAMRError Assertion output failed.",
-                            [] { print_imp_AMRLocalizedCopyStringForAMRError(nullptr); });
-    tests::expect_assertion(
+    auto const line_for_errors = tests::expect_assertion(
+        "QNRescue/MobileDeviceDebug:LINE:  "
+        "print_imp_AMRLocalizedCopyStringForAMRError Assertion output failed.",
+        [] { print_imp_AMRLocalizedCopyStringForAMRError(nullptr); });
+    auto const line_for_operations = tests::expect_assertion(
         "QNRescue/MobileDeviceDebug:LINE:  "
         "print_imp_AMRLocalizedCopyStringForAMROperation Assertion output failed.",
         [] { print_imp_AMRLocalizedCopyStringForAMROperation(nullptr); });
+    EXPECT_NE(line_for_errors, line_for_operations) << "each line is that of its own function";
 }
 
 } // namespace
