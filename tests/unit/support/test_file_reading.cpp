@@ -12,6 +12,7 @@
 #include <functional>
 #include <limits>
 #include <new>
+#include <stdexcept>
 #include <utility>
 #include <vector>
 
@@ -225,17 +226,26 @@ TEST_F(file_reading, compares_sizes_that_need_more_than_32_bits) {
 TEST_F(file_reading, reports_that_there_is_no_memory) {
     make_file(path, pattern(70000));
     readable_file file(path);
-    auto const fail = [] { throw std::bad_alloc(); };
-    {
+    struct row {
+        std::string reason;
+        std::function<void()> fail;
+    };
+    std::vector<row> const rows{
+        {std::bad_alloc().what(), [] { throw std::bad_alloc(); }},
+        {"too long", [] { throw std::length_error("too long"); }},
+    };
+    for (auto const & [reason, fail] : rows) {
+        {
+            allocation_hook const hook(70000, fail);
+            expect_thrown([&] { file.read_whole_file(no_limit); }, errc::out_of_memory,
+                          "while allocating 70000 bytes for '" + path_to_utf8(path) +
+                              "': " + reason);
+        }
         allocation_hook const hook(70000, fail);
-        expect_thrown([&] { file.read_whole_file(no_limit); }, errc::out_of_memory,
-                      "while allocating 70000 bytes for '" + path_to_utf8(path) +
-                          "': " + std::bad_alloc().what());
+        error_code ec;
+        EXPECT_TRUE(file.read_whole_file(no_limit, ec).empty());
+        EXPECT_EQ(ec, errc::out_of_memory);
     }
-    allocation_hook const hook(70000, fail);
-    error_code ec;
-    EXPECT_TRUE(file.read_whole_file(no_limit, ec).empty());
-    EXPECT_EQ(ec, errc::out_of_memory);
 }
 
 // The one moment between the size query and the first read is that of the allocation.

@@ -170,6 +170,14 @@ TEST_F(file_on_windows, asks_for_no_more_access_than_it_needs) {
     });
 }
 
+TEST_F(file_on_windows, hands_on_no_handle_to_other_programs) {
+    with_each_mode([](auto &, base & file) {
+        DWORD flags = 0;
+        EXPECT_TRUE(GetHandleInformation(file.handle.native_handle(), &flags)) << GetLastError();
+        EXPECT_EQ(flags & HANDLE_FLAG_INHERIT, 0U);
+    });
+}
+
 TEST_F(file_on_windows, opens_for_overlapped_and_sequential_reading) {
     using query = NTSTATUS(NTAPI *)(HANDLE, IO_STATUS_BLOCK *, void *, ULONG, int);
     auto const function = reinterpret_cast<query>(reinterpret_cast<void *>(
