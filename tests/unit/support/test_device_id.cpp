@@ -48,6 +48,9 @@ TEST(DeviceId, IsWrittenToStreamsAsFormatted) {
     auto & result = stream << QN::make_device_id(QN::ecid(0)) << '|' << QN::device_id("ab");
     EXPECT_EQ(stream.str(), "????????????????|ab");
     EXPECT_EQ(&result, &stream);
+    stream.str("");
+    stream << std::setw(30) << QN::device_id("ab");
+    EXPECT_EQ(stream.str(), "ab");
 }
 
 } // namespace
