@@ -1,5 +1,7 @@
 #pragma once
 
+#include <string>
+#include <string_view>
 #include <system_error>
 
 namespace QN::win {
@@ -16,6 +18,13 @@ namespace hresult {
 std::error_category const & hresult_category() noexcept;
 
 std::error_code make_error_code(long code) noexcept;
+
+namespace detail {
+
+// What is in the system's code page, in UTF-8 and without the line break at its end.
+std::string converted(std::string_view text);
+
+} // namespace detail
 
 } // namespace hresult
 

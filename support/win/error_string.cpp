@@ -19,9 +19,13 @@ looked_up_text look_up_error_string(unsigned long code) {
         return {{}, GetLastError()};
     }
     local_memory<wchar_t> const owner(buffer);
-    auto text = boost::locale::conv::utf_to_utf<char>(buffer, buffer + length);
-    boost::algorithm::trim_right(text, std::locale::classic());
-    return {std::move(text)};
+    return {converted({buffer, length})};
+}
+
+std::string converted(std::wstring_view text) {
+    auto result = boost::locale::conv::utf_to_utf<char>(text.data(), text.data() + text.size());
+    boost::algorithm::trim_right(result, std::locale::classic());
+    return result;
 }
 
 } // namespace detail

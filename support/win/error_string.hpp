@@ -1,6 +1,7 @@
 #pragma once
 
 #include <string>
+#include <string_view>
 
 namespace QN::win {
 
@@ -20,6 +21,9 @@ struct looked_up_text {
 };
 
 looked_up_text look_up_error_string(unsigned long code);
+
+// In UTF-8 and without the white space at its end.
+std::string converted(std::wstring_view text);
 
 } // namespace detail
 

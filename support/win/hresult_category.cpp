@@ -12,15 +12,6 @@ namespace QN::win::hresult {
 
 namespace {
 
-// Of the system's code page.
-std::string to_utf8(std::string_view text) {
-    auto const size = static_cast<int>(text.size());
-    std::wstring wide(text.size(), L'\0');
-    auto const length = MultiByteToWideChar(CP_ACP, 0, text.data(), size, wide.data(), size);
-    wide.resize(static_cast<std::size_t>(length));
-    return boost::locale::conv::utf_to_utf<char>(wide);
-}
-
 std::string system_text(std::uint32_t code, DWORD flags) {
     char * buffer = nullptr;
     auto const length = FormatMessageA(
@@ -29,12 +20,8 @@ std::string system_text(std::uint32_t code, DWORD flags) {
     if (length == 0) {
         return {};
     }
-    detail::local_memory<char> const owner(buffer);
-    std::string_view text(buffer, length);
-    if (text.ends_with('\n')) {
-        text.remove_suffix(text.ends_with("\r\n") ? 2 : 1);
-    }
-    return to_utf8(text);
+    win::detail::local_memory<char> const owner(buffer);
+    return detail::converted({buffer, length});
 }
 
 std::string fallback_text(std::uint32_t code) {
@@ -63,6 +50,17 @@ public:
 };
 
 } // namespace
+
+std::string detail::converted(std::string_view text) {
+    if (text.ends_with('\n')) {
+        text.remove_suffix(text.ends_with("\r\n") ? 2 : 1);
+    }
+    auto const size = static_cast<int>(text.size());
+    std::wstring wide(text.size(), L'\0');
+    auto const length = MultiByteToWideChar(CP_ACP, 0, text.data(), size, wide.data(), size);
+    wide.resize(static_cast<std::size_t>(length));
+    return boost::locale::conv::utf_to_utf<char>(wide);
+}
 
 std::error_category const & hresult_category() noexcept {
     // Never destroyed: an error code may be looked at while the process ends.

@@ -58,6 +58,15 @@ TEST(get_error_string, leaves_place_holders_in) {
     EXPECT_NE(text.find("%1"), std::string::npos) << text;
 }
 
+TEST(get_error_string, is_made_of_any_text) {
+    EXPECT_EQ(detail::converted(L"Gerät 日本 \r\n"), "Gerät 日本");
+    EXPECT_EQ(detail::converted(L"x\n"), "x");
+    EXPECT_EQ(detail::converted(L" x \r\n"), " x");
+    EXPECT_EQ(detail::converted(L"x\r"), "x");
+    EXPECT_EQ(detail::converted(L"\r\n"), "");
+    EXPECT_EQ(detail::converted(L""), "");
+}
+
 // Files report in the category of the I/O library, which leaves out a full stop at the end.
 TEST(get_error_string, agrees_with_the_texts_of_file_errors) {
     for (int code = 0; code < 20000; ++code) {
@@ -131,6 +140,33 @@ TEST(hresult_category, has_a_name_and_the_systems_texts) {
     }
 }
 
+// In the system's code page; what that does not have is a question mark there.
+std::string in_code_page(std::wstring const & text) {
+    std::string result(4 * text.size(), '\0');
+    auto const size =
+        WideCharToMultiByte(CP_ACP, 0, text.data(), static_cast<int>(text.size()), result.data(),
+                            static_cast<int>(result.size()), nullptr, nullptr);
+    result.resize(static_cast<std::size_t>(size));
+    return result;
+}
+
+TEST(hresult_category, takes_texts_in_the_systems_code_page) {
+    auto const text = in_code_page(L"Gerät \r\n");
+    if (text.find('?') != std::string::npos) {
+        GTEST_SKIP() << "the code page does not have the letter";
+    }
+    EXPECT_EQ(hresult::detail::converted(text), "Gerät ");
+}
+
+TEST(hresult_category, leaves_out_the_line_break_at_the_end_and_nothing_else) {
+    EXPECT_EQ(hresult::detail::converted("x\n"), "x");
+    EXPECT_EQ(hresult::detail::converted("x \r\n"), "x ");
+    EXPECT_EQ(hresult::detail::converted("x\r"), "x\r");
+    EXPECT_EQ(hresult::detail::converted("x\r\n\r\n"), "x\r\n");
+    EXPECT_EQ(hresult::detail::converted("\n"), "");
+    EXPECT_EQ(hresult::detail::converted(""), "");
+}
+
 TEST(hresult_category, keeps_texts_with_place_holders) {
     EXPECT_EQ(hresult_text(0x800700C1), without_line_break(raw_text(ERROR_BAD_EXE_FORMAT)));
 }
@@ -169,6 +205,29 @@ TEST(hresult_category, shows_other_numbers_that_have_no_text) {
                       {0x80050000, "Unknown error 0x80050000"},
                       {0x8ABCDEF0, "Unknown error 0x8ABCDEF0"},
                       {0x1FFFF, "Unknown error 0x1FFFF"}});
+}
+
+// Blocks in use of the heap that the system allocates its texts from.
+int blocks_in_use() {
+    int count = 0;
+    PROCESS_HEAP_ENTRY entry{};
+    while (HeapWalk(GetProcessHeap(), &entry)) {
+        count += entry.wFlags & PROCESS_HEAP_ENTRY_BUSY ? 1 : 0;
+    }
+    EXPECT_EQ(GetLastError(), DWORD{ERROR_NO_MORE_ITEMS});
+    return count;
+}
+
+TEST(error_texts, leave_no_memory_of_the_system_behind) {
+    constexpr int look_ups = 1000;
+    for (auto const look_up : {get_error_string, hresult_text}) {
+        look_up(ERROR_ACCESS_DENIED);
+        auto const before = blocks_in_use();
+        for (int i = 0; i < look_ups; ++i) {
+            look_up(ERROR_ACCESS_DENIED);
+        }
+        EXPECT_LT(blocks_in_use() - before, look_ups / 2);
+    }
 }
 
 } // namespace
