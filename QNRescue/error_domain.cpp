@@ -48,7 +48,8 @@ error_owner CreateDomainError(Error code, std::string const & reason) noexcept {
     auto const user_info = make_mutable_dictionary();
     set_if_present(user_info.get(), kCFErrorLocalizedDescriptionKey,
                    retain(ErrorDescription(code)));
-    // A reason may quote bytes of the command line; those that are no UTF-8 are left out.
+    // A reason may quote bytes of the command line; those that are no UTF-8 are left out, and so is
+    // the character after a sequence that is cut off.
     set_if_present(user_info.get(), kCFErrorLocalizedFailureReasonKey,
                    make_cfstring(boost::locale::conv::utf_to_utf<char>(reason)));
     return adopt(CFErrorCreate(kCFAllocatorDefault, CFSTR("qnrescue"), static_cast<CFIndex>(code),

@@ -27,7 +27,8 @@ namespace {
 namespace po = boost::program_options;
 
 // Boost's texts of errors never end where a name or a value contains what stands for it in their
-// pattern, such as "%value%". So a byte that no text contains follows each percent sign there; the
+// pattern, such as "%value%", and say something else where it contains what stands for another
+// part. So a byte that no text contains follows each percent sign there; the
 // reasons of errors leave out what is no UTF-8.
 constexpr std::string_view percent_sign = "%";
 constexpr std::string_view guarded_percent_sign = "%\xff";
@@ -128,6 +129,7 @@ parse_arguments(int argc, char const ** argv) {
         po::store(po::parse_command_line(argc, pointers.data(), table), values);
         po::notify(values);
     } catch (std::length_error const & exception) {
+        // Boost's word for a line without a program's name. In a run this is an unknown error.
         error = CreateDomainError(Error::bad_command, exception.what());
     } catch (std::exception const &) {
         error = domain_error_of_current_exception();

@@ -78,6 +78,9 @@ TEST(CreateDomainError, LeavesOutOfTheReasonWhatIsNotUtf8) {
     EXPECT_EQ(reason_of("a\xff"
                         "b"),
               "ab");
+    EXPECT_EQ(reason_of("a\xc3"
+                        "bc"),
+              "ac");
 }
 
 TEST(DictionaryFromError, HoldsAllFourKeysOfAToolError) {

@@ -8,6 +8,11 @@
 
 #include <gtest/gtest.h>
 
+#ifndef _WIN32
+#include <sys/resource.h>
+
+#include <csignal>
+#endif
 #include <sstream>
 #include <vector>
 
@@ -66,6 +71,7 @@ TEST(StartOptions, OfNoProgramNameEither) {
     char const * arguments[] = {nullptr};
     auto const [options, table, error] = parse_arguments(0, arguments);
     EXPECT_EQ(GetCode(error.get()), 3);
+    EXPECT_NE(tests::said_by(error).reason, "");
     expect_nothing_set(options);
 }
 
@@ -257,6 +263,41 @@ TEST(StartOptions, ALogThatCannotBeMadeIsNoError) {
     EXPECT_EQ(result.options.amr_logfile, text);
     EXPECT_FALSE(parse({"--amr-logfile", ""}).error);
 }
+
+#ifndef _WIN32
+
+// As where the disk is full.
+class no_room_for_files {
+public:
+    no_room_for_files() {
+        getrlimit(RLIMIT_FSIZE, &limit);
+        auto const none = rlimit{0, limit.rlim_max};
+        setrlimit(RLIMIT_FSIZE, &none);
+    }
+    ~no_room_for_files() {
+        setrlimit(RLIMIT_FSIZE, &limit);
+        std::signal(SIGXFSZ, handler);
+    }
+    no_room_for_files(no_room_for_files const &) = delete;
+    no_room_for_files & operator=(no_room_for_files const &) = delete;
+
+private:
+    void (*const handler)(int) = std::signal(SIGXFSZ, SIG_IGN);
+    rlimit limit{};
+};
+
+TEST(StartOptions, ALogThatCannotBeWrittenIsNoError) {
+    tests::temporary_folder const folder;
+    auto const log = folder.path() / "log.txt";
+    auto const text = QN::path_to_utf8(log);
+    {
+        no_room_for_files const full;
+        EXPECT_FALSE(parse({"--amr-logfile", text.c_str()}).error);
+    }
+    EXPECT_EQ(QN::filesystem::file_size(log), 0U);
+}
+
+#endif
 
 TEST(StartOptions, NoLogIsMadeOfACommandLineThatCannotBeParsed) {
     tests::temporary_folder const folder;
