@@ -329,7 +329,6 @@ void device_notifier_state::CreateDefaultRestoreOptions(QN::filesystem::path con
     if (!options) {
         throw std::runtime_error("AMRestoreCreateDefaultOptions failed");
     }
-    auto const personalized = scratchLocation / "PRB" / std::to_string(++count);
     auto const set = [&](CFStringRef key, CFStringRef value) {
         CFDictionarySetValue(options.get(), key, value);
     };
@@ -342,7 +341,8 @@ void device_notifier_state::CreateDefaultRestoreOptions(QN::filesystem::path con
     };
     set(CFSTR("AuthInstallRestoreBehavior"), erase ? CFSTR("Erase") : CFSTR("Update"));
     set(CFSTR("BootImageType"), erase ? CFSTR("UserOrInternal") : CFSTR("Update"));
-    set_path(CFSTR("PersonalizedRestoreBundlePath"), personalized);
+    set_path(CFSTR("PersonalizedRestoreBundlePath"),
+             scratchLocation / "PRB" / std::to_string(++count));
     set_path(CFSTR("RestoreBundlePath"), restoreBundle);
     restoreOptions = std::move(options);
 }
