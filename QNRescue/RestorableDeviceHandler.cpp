@@ -103,7 +103,8 @@ device_notifier_state::device_notifier_state(std::shared_ptr<output_str_state> o
     live_contexts::instance().add(this);
 }
 
-// A first subscription makes the library load what it needs for devices.
+// A first subscription makes the library load what it needs for devices. That is all it is for: the
+// results are ignored, and the handle is handed back even where it is null.
 void device_notifier_state::warmUp() {
     AMDeviceNotificationRef subscription = nullptr;
     AMDeviceNotificationSubscribe([](AMDeviceNotificationCallbackInfo *, void *) {}, 0, 1, nullptr,
@@ -388,7 +389,7 @@ void device_notifier_state::handleReport(CFDictionaryRef statusDict) {
           report->progress);
     relayReport(statusDict, report->operation);
 
-    // The process may end as soon as the promise is set: no object is held any more by then.
+    // The worker goes on as soon as the promise is set: the report is queued by then.
     if (report->operation == no_operation && report->progress == 100) {
         debug("{}: Notifying restore complete", function);
         setComplete();

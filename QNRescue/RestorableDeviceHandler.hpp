@@ -35,12 +35,13 @@ enum class command_kind : std::uint32_t {
 class device_notifier_state {
 public:
     // An empty or absent scratch makes the run choose a directory of its own; it is not created.
-    // Throws std::invalid_argument for a null output.
+    // Throws std::invalid_argument for a null output, QN::filesystem::filesystem_error where the
+    // system has no temporary directory.
     device_notifier_state(std::shared_ptr<output_str_state> output,
                           std::optional<QN::filesystem::path> amrLogFile,
                           std::optional<QN::filesystem::path> scratch);
     // Waits for callbacks that are under way; later ones do nothing. Throws std::invalid_argument
-    // where scratchLocation is empty.
+    // where scratchLocation is empty, which ends the process where a shared_ptr holds the object.
     ~device_notifier_state() noexcept(false);
     device_notifier_state(device_notifier_state const &) = delete;
     device_notifier_state & operator=(device_notifier_state const &) = delete;
@@ -57,7 +58,8 @@ public:
     void CreateDefaultRestoreOptions(QN::filesystem::path const & restoreBundle, bool erase);
 
     // Restores the device and waits for the end. A time-out is printed, not thrown; error_owner is
-    // thrown where there are no options.
+    // thrown where there are no options. Once for each notifier: late reports would count for the
+    // next restore.
     void operateRestore(AMRestorableDeviceRef device);
 
     // Carries out exit_recovery or no_exit_recovery. Throws error_owner where the device refuses.
