@@ -40,6 +40,20 @@ int shared_buffer::sync() {
     return 0;
 }
 
+slow_reader::int_type slow_reader::overflow(int_type character) {
+    return traits_type::not_eof(character);
+}
+
+std::streamsize slow_reader::xsputn(char const * characters, std::streamsize count) {
+    std::string_view const text(characters, static_cast<std::size_t>(count));
+    if (!held && text.find(sought) != std::string_view::npos) {
+        held = true;
+        reached.set_value();
+        let_go.get_future().wait();
+    }
+    return count;
+}
+
 captured_streams::captured_streams()
     : real_out(std::cout.rdbuf(&out))
     , real_err(std::cerr.rdbuf(&err))

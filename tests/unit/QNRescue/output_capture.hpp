@@ -6,6 +6,7 @@
 
 #include <atomic>
 #include <condition_variable>
+#include <future>
 #include <iosfwd>
 #include <memory>
 #include <mutex>
@@ -35,6 +36,24 @@ private:
     mutable std::condition_variable written;
     std::string collected;
     std::atomic<int> flushes = 0;
+};
+
+// Takes all that is written to it up to this text, and then nothing until it is let go.
+class slow_reader : public std::streambuf {
+public:
+    explicit slow_reader(std::string_view text = "")
+        : sought(text) {}
+
+    std::promise<void> reached;
+    std::promise<void> let_go;
+
+protected:
+    int_type overflow(int_type character) override;
+    std::streamsize xsputn(char const * characters, std::streamsize count) override;
+
+private:
+    std::string const sought;
+    bool held = false;
 };
 
 // Stands in for the standard streams, set up as the program sets them up, as long as it lives. One

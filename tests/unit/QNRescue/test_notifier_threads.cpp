@@ -12,6 +12,8 @@
 #include <chrono>
 #include <future>
 #include <iostream>
+#include <memory>
+#include <mutex>
 #include <optional>
 #include <set>
 #include <string>
@@ -145,6 +147,91 @@ TEST(NotifierThreads, TheTableIsStillAsListedWhenTheListIsPrinted) {
     }
 }
 
+// --- The lock of the table
+
+// A notifier whose lines nobody takes from this text on. Who prints one then waits, and shows which
+// locks it holds.
+struct held_up_run {
+    explicit held_up_run(std::string_view text)
+        : reader(text) {
+        std::cerr.rdbuf(&reader);
+        output->set_debug(true);
+        writing = std::async(std::launch::async, [this] { output->loop(); });
+        notifier.emplace(output, std::nullopt, std::nullopt);
+    }
+
+    void wait_until_held_up() { reader.reached.get_future().wait(); }
+
+    // Whether somebody takes the lock of the table within half a minute and keeps it.
+    bool table_stays_locked() {
+        auto const deadline = std::chrono::steady_clock::now() + 30s;
+        while (!table_is_locked() && std::chrono::steady_clock::now() < deadline) {
+            std::this_thread::yield();
+        }
+        std::this_thread::sleep_for(50ms);
+        return table_is_locked();
+    }
+
+    void let_go() { reader.let_go.set_value(); }
+
+    ~held_up_run() {
+        notifier.reset();
+        output->quit();
+        writing.wait();
+    }
+
+    captured_streams const streams;
+    slow_reader reader;
+    std::shared_ptr<output_str_state> const output =
+        std::make_shared<output_str_state>(std::nullopt);
+    std::future<void> writing;
+    std::optional<device_notifier_state> notifier;
+
+private:
+    bool table_is_locked() {
+        return !std::unique_lock(notifier->mutex, std::try_to_lock).owns_lock();
+    }
+};
+
+TEST(NotifierThreads, NotificationsArePrintedWithTheTableLocked) {
+    struct row {
+        std::uint64_t ecid;
+        int type;
+        bool in_teardown = false;
+    };
+    constexpr row rows[] = {
+        {recovery_device, 0}, {recovery_device, 1},     {recovery_device, 2},
+        {booted_device, 0},   {device_without_ecid, 0}, {recovery_device, 0, true},
+    };
+    for (auto const & [ecid, type, in_teardown] : rows) {
+        auto const device = device_with(ecid);
+        held_up_run run("device_notifier_state: initializing");
+        run.notifier->inTeardown = in_teardown;
+        run.wait_until_held_up();
+        std::thread library([&run, device, type = type] {
+            device_notifier_state::deviceNotificationCallback(
+                device, static_cast<AMRestorableDeviceNotificationType>(type), &*run.notifier);
+        });
+        EXPECT_TRUE(run.table_stays_locked()) << ecid << ' ' << type << ' ' << in_teardown;
+        run.let_go();
+        library.join();
+    }
+}
+
+TEST(NotifierThreads, WaitingIsAnnouncedWithTheTableLocked) {
+    held_up_run run("waitForDevice: Looking");
+    run.notifier->detectTimeout = 0s;
+    std::unique_lock table(run.notifier->mutex);
+    std::thread waiting([&] { run.notifier->waitForDevice(QN::ecid(recovery_device)); });
+    run.wait_until_held_up();
+    table.unlock();
+    EXPECT_TRUE(run.table_stays_locked());
+    run.let_go();
+    waiting.join();
+}
+
+// --- The end
+
 TEST(NotifierThreads, CallbacksAfterTheEndDoNothing) {
     auto const device = device_with(recovery_device);
     auto const references = CFGetRetainCount(device);
@@ -174,28 +261,6 @@ TEST(NotifierThreads, TheEndWaitsForACallbackUnderWay) {
     auto ending = std::async(std::launch::async, [&] { notifier.reset(); });
     EXPECT_EQ(ending.wait_for(100ms), std::future_status::timeout);
     callback.reset();
-    EXPECT_EQ(ending.wait_for(30s), std::future_status::ready);
-}
-
-TEST(NotifierThreads, TheEndWaitsForACallbackThatWaitsForTheTable) {
-    output_capture output;
-    auto notifier =
-        std::make_unique<device_notifier_state>(output.state(), std::nullopt, std::nullopt);
-    auto * const context = notifier.get();
-    std::unique_lock table(context->mutex);
-    std::thread library([context] {
-        device_notifier_state::deviceNotificationCallback(device_with(recovery_device),
-                                                          kAMRestorableDeviceConnected, context);
-    });
-    std::this_thread::sleep_for(50ms); // lets the callback begin; if it has not, it does nothing
-    auto ending = std::async(std::launch::async, [&] { notifier.reset(); });
-    std::this_thread::sleep_for(50ms);
-    if (ending.wait_for(0s) == std::future_status::timeout) {
-        table.unlock();
-    } else {
-        table.release(); // the notifier has gone before the callback began, its mutex with it
-    }
-    library.join();
     EXPECT_EQ(ending.wait_for(30s), std::future_status::ready);
 }
 

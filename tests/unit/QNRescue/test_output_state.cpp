@@ -24,6 +24,7 @@ using tests::captured_streams;
 using tests::lines_of;
 using tests::output_capture;
 using tests::overlapped_pipe;
+using tests::slow_reader;
 using strings = std::vector<std::string>;
 
 // Lets a channel write what it has queued, on this thread.
@@ -155,26 +156,6 @@ TEST(OutputChannel, DoesNotMindStreamsThatHaveFailed) {
     EXPECT_EQ(streams.out.text(), "");
     EXPECT_EQ(streams.err.text(), "debug\n");
 }
-
-// Takes nothing until it is let go.
-class slow_reader : public std::streambuf {
-public:
-    std::promise<void> reached;
-    std::promise<void> let_go;
-
-protected:
-    int_type overflow(int_type character) override { return traits_type::not_eof(character); }
-    std::streamsize xsputn(char const * /*characters*/, std::streamsize count) override {
-        if (!std::exchange(held, true)) {
-            reached.set_value();
-            let_go.get_future().wait();
-        }
-        return count;
-    }
-
-private:
-    bool held = false;
-};
 
 TEST(OutputChannel, ProducersWaitForTheBatchThatIsWritten) {
     captured_streams const streams;
