@@ -1,14 +1,16 @@
 // What a device library need not do for the notifier to work: these functions answer zero or null.
-// Not part of the simulator, but of programs with a small device library of their own.
+// Not part of the simulator, but of programs with a small device library of their own, which may
+// define the weak ones itself.
 #include "platform/MobileDevice.h"
 
-int AMDeviceNotificationSubscribe(AMDeviceNotificationCallback, unsigned int, unsigned int, void *,
-                                  AMDeviceNotificationRef * subscription) {
+[[gnu::weak]] int AMDeviceNotificationSubscribe(AMDeviceNotificationCallback, unsigned int,
+                                                unsigned int, void *,
+                                                AMDeviceNotificationRef * subscription) {
     *subscription = nullptr;
     return 0;
 }
 
-int AMDeviceNotificationUnsubscribe(AMDeviceNotificationRef) {
+[[gnu::weak]] int AMDeviceNotificationUnsubscribe(AMDeviceNotificationRef) {
     return 0;
 }
 
@@ -16,7 +18,7 @@ AMRError AMRestoreEnableFileLogging(char const *) {
     return kAMRSuccess;
 }
 
-int AMRestorableDeviceUnregisterForNotifications(int) {
+[[gnu::weak]] int AMRestorableDeviceUnregisterForNotifications(int) {
     return 0;
 }
 

@@ -38,6 +38,23 @@ qnrescue::cf_owner<AMRestorableDeviceRef> make_device(std::uint64_t ecid,
 
 using namespace tests;
 
+int AMDeviceNotificationSubscribe(AMDeviceNotificationCallback, unsigned int, unsigned int, void *,
+                                  AMDeviceNotificationRef * subscription) {
+    *subscription = nullptr;
+    if (auto const & act = stand_in_library().on_subscription) {
+        *subscription = act();
+        return *subscription == nullptr ? 1 : 0;
+    }
+    return 0;
+}
+
+int AMDeviceNotificationUnsubscribe(AMDeviceNotificationRef subscription) {
+    if (auto const & act = stand_in_library().on_unsubscription) {
+        act(subscription);
+    }
+    return 0;
+}
+
 CFMutableDictionaryRef AMRestoreCreateDefaultOptions(CFAllocatorRef) {
     return qnrescue::make_mutable_dictionary().release();
 }
@@ -51,7 +68,17 @@ int AMRestorableDeviceRegisterForNotifications(AMRestorableDeviceNotificationCal
     return 1;
 }
 
+int AMRestorableDeviceUnregisterForNotifications(int) {
+    if (auto const & act = stand_in_library().on_unregistration) {
+        act();
+    }
+    return 0;
+}
+
 AMRestorableDeviceState AMRestorableDeviceGetState(AMRestorableDeviceRef device) {
+    if (auto const & act = stand_in_library().on_question_for_state) {
+        act();
+    }
     return properties_of(device).state;
 }
 

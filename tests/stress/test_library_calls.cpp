@@ -1,0 +1,87 @@
+// What the notifier has done by the time the library is called, and what it hands to the library.
+#include "QNRescue/live_contexts.hpp"
+#include "tests/stress/stand_in_library.hpp"
+#include "tests/unit/QNRescue/test_run.hpp"
+
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <future>
+#include <memory>
+#include <string_view>
+#include <thread>
+#include <vector>
+
+namespace {
+
+using namespace qnrescue;
+using namespace std::chrono_literals;
+using namespace tests;
+
+class LibraryCalls : public testing::Test {
+protected:
+    ~LibraryCalls() override { stand_in_library() = {}; }
+};
+
+TEST_F(LibraryCalls, TheWarmUpHandsBackWhatItGot) {
+    int subscribed = 0;
+    // Null where subscribing has failed.
+    for (auto const handle : {reinterpret_cast<AMDeviceNotificationRef>(&subscribed),
+                              AMDeviceNotificationRef{nullptr}}) {
+        std::vector<AMDeviceNotificationRef> handed_back;
+        stand_in_library().on_subscription = [&] { return handle; };
+        stand_in_library().on_unsubscription = [&](AMDeviceNotificationRef subscription) {
+            handed_back.push_back(subscription);
+        };
+        test_run const run;
+        EXPECT_EQ(handed_back, std::vector{handle});
+    }
+}
+
+TEST_F(LibraryCalls, AreAnnouncedBeforeTheyAreMade) {
+    output_capture output;
+    auto const announced = [&](std::string_view line) { return output.streams.err.wait_for(line); };
+    stand_in_library().on_subscription = [&]() -> AMDeviceNotificationRef {
+        EXPECT_TRUE(announced("device_notifier_state: initializing"));
+        return nullptr;
+    };
+    stand_in_library().on_registration = [&](AMRestorableDeviceNotificationCallback, void *) {
+        EXPECT_TRUE(announced("waitForCompletion: AMRestorableDeviceRegisterForNotifications()"));
+    };
+    stand_in_library().on_unregistration = [&] {
+        EXPECT_TRUE(announced("waitForCompletion: AMRestorableDeviceUnregisterForNotifications()"));
+    };
+    device_notifier_state notifier(output.state(), std::nullopt, std::nullopt);
+    notifier.detectTimeout = 0s;
+    notifier.waitForCompletion();
+}
+
+TEST_F(LibraryCalls, TheEndWaitsForANotificationThatHoldsTheTable) {
+    std::promise<void> asked;
+    std::promise<void> answer;
+    stand_in_library().on_question_for_state = [&] {
+        asked.set_value();
+        answer.get_future().wait();
+    };
+    auto const device = make_device(0xA);
+    output_capture output;
+    auto notifier =
+        std::make_unique<device_notifier_state>(output.state(), std::nullopt, std::nullopt);
+    void * const context = notifier.get();
+    std::thread library([&] {
+        device_notifier_state::deviceNotificationCallback(device.get(),
+                                                          kAMRestorableDeviceConnected, context);
+    });
+    asked.get_future().wait();
+    auto ending = std::async(std::launch::async, [&] { notifier.reset(); });
+    while (live_contexts::visit(context)) { // until the end has begun
+        std::this_thread::yield();
+    }
+    EXPECT_EQ(ending.wait_for(50ms), std::future_status::timeout);
+    answer.set_value();
+    library.join();
+    EXPECT_EQ(ending.wait_for(30s), std::future_status::ready);
+    EXPECT_EQ(CFGetRetainCount(reinterpret_cast<CFTypeRef>(device.get())), 1);
+}
+
+} // namespace
