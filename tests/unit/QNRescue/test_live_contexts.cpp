@@ -80,19 +80,47 @@ TEST(LiveContexts, RemovingWaitsForTheVisitsUnderWay) {
     EXPECT_FALSE(can_visit(&object));
 }
 
+// Whether the context is closed to visits within half a minute, as it is once it is being removed.
+bool closes(void const * context) {
+    auto const deadline = std::chrono::steady_clock::now() + std::chrono::seconds(30);
+    while (can_visit(context)) {
+        if (std::chrono::steady_clock::now() > deadline) {
+            return false;
+        }
+        std::this_thread::yield();
+    }
+    return true;
+}
+
 TEST(LiveContexts, NoVisitBeginsWhileOneIsRemoved) {
     int object = 0;
     live_contexts::instance().add(&object);
     auto under_way = std::make_optional<live_contexts::visit>(&object);
     auto removing =
         std::async(std::launch::async, [&] { live_contexts::instance().remove(&object); });
-    auto const deadline = std::chrono::steady_clock::now() + std::chrono::seconds(30);
-    while (can_visit(&object) && std::chrono::steady_clock::now() < deadline) {
-        std::this_thread::yield();
-    }
-    EXPECT_FALSE(can_visit(&object));
+    EXPECT_TRUE(closes(&object));
     under_way.reset();
     removing.get();
+}
+
+TEST(LiveContexts, TheEndOfAVisitIsNoticedByWhoWaitsForIt) {
+    int const objects[2] = {};
+    for (int const first : {0, 1}) {
+        std::future<void> removals[2];
+        std::optional<live_contexts::visit> visits[2];
+        for (int const i : {0, 1}) {
+            live_contexts::instance().add(&objects[i]);
+            visits[i].emplace(&objects[i]);
+            removals[i] = std::async(std::launch::async, [&objects, i] {
+                live_contexts::instance().remove(&objects[i]);
+            });
+            ASSERT_TRUE(closes(&objects[i])); // the removal waits
+        }
+        for (int const i : {first, 1 - first}) {
+            visits[i].reset();
+            EXPECT_EQ(removals[i].wait_for(std::chrono::seconds(30)), std::future_status::ready);
+        }
+    }
 }
 
 TEST(LiveContexts, OthersComeAndGoWhileOneIsRemoved) {
