@@ -80,6 +80,20 @@ TEST(RestoreOptions, PersonalizeInTheScratchDirectory) {
     EXPECT_FALSE(QN::filesystem::exists(run.notifier.scratchLocation));
 }
 
+TEST(RestoreOptions, NameTheScratchDirectoryInUtf8) {
+    temporary_folder const folder;
+    std::string const name = "gr\xc3\xb6\xc3\x9f"
+                             "e \xe6\xbc\xa2\xe5\xad\x97";
+    output_capture output;
+    device_notifier_state notifier(output.state(), std::nullopt,
+                                   folder.path() / QN::path_from_utf8(name));
+    notifier.CreateDefaultRestoreOptions("x.ipsw", false);
+    auto const text =
+        text_at(notifier.restoreOptions.get(), CFSTR("PersonalizedRestoreBundlePath"));
+    EXPECT_NE(text.find(name), std::string::npos) << text;
+    EXPECT_EQ(personalization_path(notifier).parent_path(), notifier.scratchLocation / "PRB");
+}
+
 TEST(RestoreOptions, AreNumberedThroughoutTheProcess) {
     test_run first;
     first.notifier.CreateDefaultRestoreOptions("x.ipsw", false);
@@ -376,15 +390,30 @@ TEST(RestoreReport, ASecondCompletionIsTolerated) {
 }
 
 TEST(RestoreReport, IsPrintedBeforeItCompletes) {
-    test_run run;
-    auto complete = run.notifier.restoreComplete.get_future();
-    std::thread reporting([&] { run.report(status(0, 100).get()); });
-    complete.get();
-    // All is queued by now: what is not will never be written.
-    run.output.finish();
-    EXPECT_EQ(run.output.documents().size(), 1U);
-    EXPECT_EQ(lines_of_run(run).size(), 2U);
-    reporting.join();
+    struct row {
+        command_kind command;
+        int operation;
+        char const * last_line;
+    };
+    constexpr row rows[] = {
+        {command_kind::restore, 0, "restoreCallback: Notifying restore complete"},
+        {command_kind::enter_restore_mode, 9,
+         "restoreCallback: Notifying enter restore mode complete"},
+    };
+    for (auto const & [command, operation, last_line] : rows) {
+        for (int i = 0; i < 100; ++i) { // a wrong order shows in many of them, not in all
+            test_run run;
+            run.notifier.operation = command;
+            auto const report = status(operation, 100);
+            auto complete = run.notifier.restoreComplete.get_future();
+            std::thread reporting([&] { run.report(report.get()); });
+            complete.get();
+            run.output.finish(); // what is not queued by now is never written
+            reporting.join();
+            ASSERT_EQ(run.output.documents().size(), 1U);
+            ASSERT_EQ(lines_of_run(run).back(), last_line);
+        }
+    }
 }
 
 // --- The restore
@@ -410,9 +439,14 @@ struct restore_run : test_run {
 
 TEST(Restore, NeedsOptions) {
     test_run run;
-    EXPECT_EQ(error_of([&] { run.notifier.operateRestore(device_with(restores)); }),
+    auto const device = device_with(restores);
+    auto const earlier = run.notifier.restoreComplete.get_future();
+    call_trace const trace;
+    EXPECT_EQ(error_of([&] { run.notifier.operateRestore(device); }),
               (tool_error{2, "restoreOptions not set"}));
     EXPECT_EQ(run.output.out(), "");
+    EXPECT_FALSE(is_complete(earlier)); // nor broken
+    EXPECT_EQ(trace.calls("AM"), strings{});
 }
 
 TEST(Restore, RelaysReportsUntilItIsComplete) {
