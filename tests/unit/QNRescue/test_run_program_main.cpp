@@ -315,21 +315,11 @@ TEST(RunProgramMain, HandsTheLogFileToTheLibrary) {
     EXPECT_EQ(read_file(QN::path_from_utf8(log)), "qnrescue --amr-logfile " + log + "\n");
 }
 
-TEST(RunProgramMain, RemovesItsScratchDirectory) {
-    auto const leftovers = [] {
-        std::size_t count = 0;
-        for (auto const & entry :
-             QN::filesystem::directory_iterator(QN::filesystem::temp_directory_path())) {
-            count +=
-                entry.path().filename().string().size() == std::string("qnrescue.xxxxxx").size() &&
-                entry.path().filename().string().starts_with("qnrescue.");
-        }
-        return count;
-    };
-    auto const before = leftovers();
-    static_cast<void>(
-        program_run({"--restore", "x.ipsw", "--no-cleanup", "--ecid", "00000000000000D1"}));
-    EXPECT_EQ(leftovers(), before);
+TEST(RunProgramMain, HandsAnEmptyNameOfALogToTheLibrary) {
+    call_trace const trace;
+    program_run run({"--amr-logfile", ""});
+    EXPECT_EQ(run.status, 3);
+    EXPECT_EQ(trace.calls("AMRestoreEnableFileLogging").size(), 1U);
 }
 
 } // namespace
