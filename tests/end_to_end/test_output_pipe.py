@@ -1,5 +1,6 @@
 """--output-pipe: the documents go to an inherited pipe instead of standard output."""
 
+import os
 import subprocess
 import unittest
 
@@ -21,6 +22,19 @@ class StandardOutput(ToolTest):
             # No more than this, as a service that Wine started may keep the pipe open.
             output = process.stdout.read1(65536)
         self.assertEqual(["DeviceList"], [each.type for each in split_documents(output)])
+
+    def test_nobody_reads_standard_output(self):
+        folder = self.new_folder()
+        reader, writer = os.pipe()
+        os.close(reader)
+        with open(writer, "wb") as gone, open(folder / "stderr", "wb") as errors:
+            process = subprocess.Popen(
+                [*RUNNER, str(BIN / "qnrescue.exe"), "--list-devices", "--detect-timeout", "0"],
+                stdin=subprocess.DEVNULL, stdout=gone, stderr=errors,
+                env={**os.environ, "MOBILEDEVICE_SIMULATOR_TRACE": str(folder / "trace")})
+        self.assertEqual(0, process.wait(TIME_LIMIT))
+        self.assertEqual("live-objects 0", (folder / "trace").read_text().splitlines()[-1])
+        self.assertEqual(b"", (folder / "stderr").read_bytes())
 
 
 class OutputPipe(ToolTest):
