@@ -8,7 +8,7 @@ DYNAMIC_BASE = 0x0040
 NX_COMPAT = 0x0100
 RELOCATIONS_STRIPPED = 0x0001
 
-IMPORTS, RESOURCES, RELOCATIONS, DEBUG, DELAYED_IMPORTS = 1, 2, 5, 6, 13
+EXPORTS, IMPORTS, RESOURCES, RELOCATIONS, DEBUG, DELAYED_IMPORTS = 0, 1, 2, 5, 6, 13
 VERSION_RESOURCE, MANIFEST_RESOURCE = 16, 24
 
 
@@ -82,6 +82,15 @@ class Image:
     def imported_functions(self):
         """The names of the functions in the import table, in its order."""
         return [name for _, names in self._imports() for name in names]
+
+    @property
+    def exported_functions(self):
+        """The names in the export table, in its order, which is that of the alphabet."""
+        address, size = self._directories[EXPORTS]
+        if not size:
+            return []
+        count, _, names = self._read("<3I", self._offset(address) + 24)
+        return [self._text(name) for name in self._read(f"<{count}I", self._offset(names))]
 
     def resource(self, kind):
         """The first resource of the kind, in its first language; None if there is none."""

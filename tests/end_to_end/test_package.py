@@ -45,6 +45,17 @@ OWN_IMPORTS = {
     "libqnrescuelib.dll": {"libdevforwardmin.dll"},
     "MobileDevice.dll": {"CoreFoundation.dll"},
 }
+# All that the tool's library exports; two functions are only for callers in C++.
+EXPORTS = [
+    "AMRLocalizedCopyStringForAMRError",
+    "AMRLocalizedCopyStringForAMROperation",
+    "CFPropertyListValidateForSerialization",
+    "_ZN8qnrescue43print_imp_AMRLocalizedCopyStringForAMRError"
+    "ESt10shared_ptrINS_16output_str_stateEE",
+    "_ZN8qnrescue47print_imp_AMRLocalizedCopyStringForAMROperation"
+    "ESt10shared_ptrINS_16output_str_stateEE",
+    "main",
+]
 
 MICROSOFT = "http://schemas.microsoft.com/SMI"
 
@@ -138,6 +149,12 @@ class Binaries(Package):
                                       if not library.startswith("api-ms-win-")},
                                      WINDOWS_LIBRARIES)
                 self.assertEqual(0, image.directory_size(pe.DELAYED_IMPORTS))
+
+    def test_exports(self):
+        for folder in ("bin", "simulator"):
+            self.assertEqual(EXPORTS,
+                             self.binaries[f"{folder}/libqnrescuelib.dll"].exported_functions)
+            self.assertEqual([], self.binaries[f"{folder}/qnrescue.exe"].exported_functions)
 
     def test_version(self):
         numbers = (*(int(number) for number in self.version.split(".")), 0)
