@@ -2,7 +2,8 @@
 //
 //     library_host TOOL_FOLDER LIBRARY_FOLDER ARGUMENT...
 //
-// The tool's DLLs are in the first folder, those of the platform in the second.
+// The tool's DLLs are in the first folder, those of the platform in the second. Where main returns,
+// standard error says so.
 
 #include <windows.h>
 
@@ -64,7 +65,10 @@ int run() {
         argv.push_back(argument.c_str());
     }
     argv.push_back(nullptr);
-    return load_tool(words[1], words[2])(static_cast<int>(arguments.size()), argv.data());
+    auto const main_of_tool = load_tool(words[1], words[2]);
+    auto const status = main_of_tool(static_cast<int>(arguments.size()), argv.data());
+    std::fprintf(stderr, "library_host: main returned %d\n", status);
+    return status;
 }
 
 } // namespace

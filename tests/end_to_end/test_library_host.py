@@ -29,7 +29,9 @@ class LibraryHost(SetupTest):
         self.assertEqual(1, len(run.documents))
 
     def test_main_returns_after_a_command_line_that_cannot_be_parsed(self):
-        run = self.run_host("--Größe", status=3)
+        run = self.start_host("--Größe").wait()
+        self.assertEqual((3, "library_host: main returned 3\n", "live-objects 0"),
+                         (run.status, run.stderr.decode(), run.trace[-1]))
         self.assert_error(run.documents[0], 3, "unrecognised option '--Größe'")
 
     def test_without_core_foundation(self):
