@@ -47,7 +47,8 @@ public:
     device_notifier_state & operator=(device_notifier_state const &) = delete;
 
     // Runs the command from registration for notifications to its end. Throws error_owner, and then
-    // leaves the registration in place.
+    // leaves the registration in place. An error of the registration is printed too before it is
+    // thrown.
     void waitForCompletion();
 
     // The device with this ECID, or null if it is not there within detectTimeout.
@@ -62,7 +63,8 @@ public:
     // next restore.
     void operateRestore(AMRestorableDeviceRef device);
 
-    // Carries out exit_recovery or no_exit_recovery. Throws error_owner where the device refuses.
+    // Carries out exit_recovery or no_exit_recovery. Throws error_owner where the device refuses,
+    // std::invalid_argument for a null device.
     void operateOnRecoveryDevice(AMRecoveryModeDeviceRef recoveryDevice);
 
     // The callbacks of the restore interface; the context is the notifier. A null context throws

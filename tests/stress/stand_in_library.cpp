@@ -65,12 +65,12 @@ int AMRestorableDeviceRegisterForNotifications(AMRestorableDeviceNotificationCal
     if (auto const & act = stand_in_library().on_registration) {
         act(callback, context);
     }
-    return 1;
+    return registered_client;
 }
 
-int AMRestorableDeviceUnregisterForNotifications(int) {
+int AMRestorableDeviceUnregisterForNotifications(int client) {
     if (auto const & act = stand_in_library().on_unregistration) {
-        act();
+        act(client);
     }
     return 0;
 }

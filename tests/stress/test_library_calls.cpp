@@ -48,7 +48,8 @@ TEST_F(LibraryCalls, AreAnnouncedBeforeTheyAreMade) {
     stand_in_library().on_registration = [&](AMRestorableDeviceNotificationCallback, void *) {
         EXPECT_TRUE(announced("waitForCompletion: AMRestorableDeviceRegisterForNotifications()"));
     };
-    stand_in_library().on_unregistration = [&] {
+    stand_in_library().on_unregistration = [&](int client) {
+        EXPECT_EQ(client, registered_client);
         EXPECT_TRUE(announced("waitForCompletion: AMRestorableDeviceUnregisterForNotifications()"));
     };
     device_notifier_state notifier(output.state(), std::nullopt, std::nullopt);
