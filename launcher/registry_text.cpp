@@ -2,6 +2,7 @@
 
 #include "launcher/environment_variables.hpp"
 #include "support/win/error_category.hpp"
+#include "support/win/win32_module.hpp"
 
 #include <cwchar>
 
@@ -12,6 +13,14 @@ namespace {
 // Variables are replaced afterwards: Wine does not keep to the size of the buffer here.
 constexpr DWORD flags = RRF_RT_REG_SZ | RRF_RT_REG_EXPAND_SZ | RRF_NOEXPAND | RRF_SUBKEY_WOW6464KEY;
 
+// Not imported: libraries that stand beside the program are found without the registry, and
+// starting with advapi32.dll takes longer.
+auto reg_get_value() {
+    static QN::win::win32_module const library(L"advapi32.dll", LOAD_LIBRARY_SEARCH_SYSTEM32);
+    return reinterpret_cast<decltype(&RegGetValueW)>(
+        library.internal_get_proc_address("RegGetValueW"));
+}
+
 } // namespace
 
 std::wstring registry_text(HKEY root, wchar_t const * key, wchar_t const * value,
@@ -19,10 +28,11 @@ std::wstring registry_text(HKEY root, wchar_t const * key, wchar_t const * value
     std::wstring text;
     DWORD type = REG_NONE;
     LSTATUS status = ERROR_MORE_DATA;
+    auto const get_value = reg_get_value();
     for (std::size_t length = 512; status == ERROR_MORE_DATA; length *= 2) {
         text.resize(length);
         auto size = static_cast<DWORD>(length * sizeof text.front());
-        status = RegGetValueW(root, key, value, flags, &type, text.data(), &size);
+        status = get_value(root, key, value, flags, &type, text.data(), &size);
     }
     error = QN::win::make_error_code(status);
     if (error) {
