@@ -12,12 +12,6 @@
 #include <thread>
 #include <utility>
 
-#if defined(_WIN32) && defined(__GNUC__)
-// The pipe is all that is needed of Asio; without this its header would start Winsock while this
-// DLL is loaded, where that is not allowed.
-[[gnu::init_priority(101)]] boost::asio::detail::winsock_init<>::manual winsock_is_not_used;
-#endif
-
 // The tool. Returns only for a command line that cannot be parsed; any other run ends the process
 // from its worker thread.
 int main(int argc, char const ** argv) {
