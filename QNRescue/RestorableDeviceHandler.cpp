@@ -27,10 +27,18 @@ std::int64_t whole_seconds(std::chrono::nanoseconds duration) {
     return std::chrono::duration_cast<std::chrono::seconds>(duration).count();
 }
 
-// Of the standard library's randomness, as that of the system's cryptography loads many libraries.
+// The processor's, where the standard library can ask for it: the system's loads more libraries.
+std::random_device randomness() {
+    try {
+        return std::random_device("hw");
+    } catch (std::runtime_error const &) {
+        return std::random_device();
+    }
+}
+
 std::string unique_name() {
     constexpr auto six_digits = 0xffffffU;
-    return fmt::format("qnrescue.{:06x}", std::random_device{}() & six_digits);
+    return fmt::format("qnrescue.{:06x}", randomness()() & six_digits);
 }
 
 // --- Restore reports
