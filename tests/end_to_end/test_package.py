@@ -37,9 +37,8 @@ FILES = {
 # Folders that are packed as they are in the sources.
 FOLDERS = {"docs": "docs", "examples": "examples", "simulator/scenarios": "simulator/scenarios"}
 
-# What every Windows has.
-WINDOWS_LIBRARIES = {"advapi32.dll", "bcrypt.dll", "kernel32.dll", "mswsock.dll", "msvcrt.dll",
-                     "shell32.dll", "ws2_32.dll"}
+# What every Windows has. Each other library makes each start take longer.
+WINDOWS_LIBRARIES = {"kernel32.dll", "msvcrt.dll"}
 # What else a binary imports; the program loads its library while it runs.
 OWN_IMPORTS = {
     "libqnrescuelib.dll": {"libdevforwardmin.dll"},
