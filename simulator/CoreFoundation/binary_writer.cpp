@@ -136,7 +136,7 @@ private:
         }
     }
 
-    void write_string(StringContents text) {
+    void write_string(StringContents const & text) {
         if (!text.is_wide()) {
             write_marker(Marker::ascii_string, text.length());
             bytes_ += text.ascii();

@@ -70,7 +70,7 @@ constexpr char16_t escaped(char16_t unit) {
 
 class OldStyleReader {
 public:
-    OldStyleReader(StringContents text, PropertyListOptions options)
+    OldStyleReader(StringContents const & text, PropertyListOptions options)
         : text_{text}
         , options_{options}
         , strings_{options} {}
