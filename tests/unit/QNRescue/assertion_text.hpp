@@ -34,7 +34,7 @@ std::string expect_assertion(std::string const & message, Action && action) {
         ADD_FAILURE() << message;
     } catch (std::invalid_argument const & exception) {
         std::string text = exception.what();
-        auto const line = line_number(text);
+        auto line = line_number(text);
         EXPECT_NE(line, "");
         EXPECT_EQ(text.replace(text.find(':') + 1, line.size(), "LINE"), message);
         return line;
