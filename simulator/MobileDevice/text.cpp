@@ -1,5 +1,10 @@
 #include "simulator/MobileDevice/text.hpp"
 
+#ifdef _WIN32
+#include <fcntl.h>
+#include <io.h>
+#endif
+
 #include <cstdio>
 
 #include <fmt/format.h>
@@ -36,6 +41,9 @@ std::string format_presence(void const * pointer) {
 }
 
 void write_error_line(std::string_view text) {
+#ifdef _WIN32
+    _setmode(_fileno(stderr), _O_BINARY); // the host may not have come to that yet
+#endif
     std::fputs((on_one_line(text) + '\n').c_str(), stderr);
 }
 

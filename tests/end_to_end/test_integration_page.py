@@ -1,6 +1,7 @@
 """docs/integration.md: its samples are run."""
 
 import os
+import shlex
 import stat
 import subprocess
 import sys
@@ -21,7 +22,8 @@ class IntegrationPage(ToolTest):
         if RUNNER:
             path = folder
             script = folder / "qnrescue"
-            script.write_text(f'#!/bin/sh\nexec {RUNNER[0]} "{BIN}/qnrescue.exe" "$@"\n')
+            command = shlex.join([*RUNNER, str(BIN / "qnrescue.exe")])
+            script.write_text(f'#!/bin/sh\nexec {command} "$@"\n')
             script.chmod(script.stat().st_mode | stat.S_IXUSR)
         environment = {**os.environ, "PATH": f"{path}{os.pathsep}{os.environ['PATH']}"}
         if scenario:
