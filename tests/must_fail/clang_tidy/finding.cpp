@@ -1,0 +1,4 @@
+// cppcheck sees nothing wrong here.
+int * no_object() {
+    return 0;
+}

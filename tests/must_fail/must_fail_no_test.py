@@ -1,0 +1,1 @@
+"""A module without a test: unittest itself would let it pass."""

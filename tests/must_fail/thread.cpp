@@ -1,0 +1,10 @@
+#include <gtest/gtest.h>
+
+#include <thread>
+
+TEST(MustFail, DataRace) {
+    int number = 0;
+    std::thread other([&] { ++number; });
+    ++number;
+    other.join();
+}
