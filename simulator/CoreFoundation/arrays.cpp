@@ -62,7 +62,7 @@ void require_range(__CFArray const & array, CFRange range, char const * function
 
 } // namespace
 
-CFArrayRef create_array_adopting(std::span<CFTypeRef const> objects, Mutability mutability) {
+__CFArray * create_array_adopting(std::span<CFTypeRef const> objects, Mutability mutability) {
     auto * const array = create<__CFArray>(object_callbacks(), mutability);
     array->values.assign(objects.begin(), objects.end());
     return array;
@@ -114,9 +114,12 @@ void const * CFArrayGetValueAtIndex(CFArrayRef array, CFIndex index) {
     return values[static_cast<std::size_t>(index)];
 }
 
-// An array that was created immutable grows as well.
 void CFArrayAppendValue(CFMutableArrayRef array, void const * value) {
-    cf::append_value(cf::checked(array), value, "CFArrayAppendValue");
+    auto & checked = cf::checked(array);
+    if (!checked.can_grow) {
+        cf::trap("CFArrayAppendValue", "the array is immutable");
+    }
+    cf::append_value(checked, value, "CFArrayAppendValue");
 }
 
 void CFArrayApplyFunction(CFArrayRef array, CFRange range, CFArrayApplierFunction applier,

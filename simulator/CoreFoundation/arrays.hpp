@@ -13,6 +13,7 @@ struct __CFArray : cf::Object {
     cf::ElementCallbacks callbacks;
     std::vector<void const *> values;
     bool is_mutable;
+    bool can_grow = true; // an immutable one does too, unless it was read from a binary document
 
     __CFArray(cf::ElementCallbacks const & its_callbacks, cf::Mutability mutability)
         : Object{class_type}
@@ -27,6 +28,6 @@ inline std::span<void const * const> values_of(CFArrayRef array) {
 }
 
 // A new array of objects that takes over the caller's reference to each of them.
-CFArrayRef create_array_adopting(std::span<CFTypeRef const> objects, Mutability mutability);
+__CFArray * create_array_adopting(std::span<CFTypeRef const> objects, Mutability mutability);
 
 } // namespace cf

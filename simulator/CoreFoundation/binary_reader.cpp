@@ -280,28 +280,29 @@ private:
             elements[index] = child(references, index, levels_left, known);
         }
         std::ranges::for_each(elements, CFRetain);
-        known.reference.reset(create_array_adopting(elements, options_.of_container(count == 0)));
+        auto * const array = create_array_adopting(elements, options_.of_container());
+        array->can_grow = array->is_mutable;
+        known.reference.reset(array);
     }
 
     void read_set(Bytes references, std::size_t levels_left, Known & known) {
         auto const count = count_of(references);
         known.height = 1;
-        OwnedReference set{count == 0 && options_.of_container(true) == Mutability::immutable
-                               ? CFSetCreate(kCFAllocatorDefault, nullptr, 0, &kCFTypeSetCallBacks)
-                               : CFSetCreateMutable(kCFAllocatorDefault, 0, &kCFTypeSetCallBacks)};
+        auto * const set = CFSetCreateMutable(kCFAllocatorDefault, 0, &kCFTypeSetCallBacks);
+        OwnedReference owner{set};
         for (std::size_t index = 0; index < count; ++index) {
-            auto * const members = const_cast<CFMutableSetRef>(static_cast<CFSetRef>(set.get()));
-            CFSetAddValue(members, hashed_child(references, index, levels_left, known));
+            CFSetAddValue(set, hashed_child(references, index, levels_left, known));
         }
-        known.reference = std::move(set);
+        set->is_mutable = options_.of_container() == Mutability::is_mutable;
+        known.reference = std::move(owner);
     }
 
     // The last entry goes in first, so that of equal keys the first one stays.
     void read_dictionary(Bytes references, std::size_t levels_left, Known & known) {
         auto const count = count_of(references) / 2;
         known.height = 1;
-        auto * const dictionary = create_object_dictionary(static_cast<CFIndex>(count),
-                                                           options_.of_container(count == 0));
+        auto * const dictionary =
+            create_object_dictionary(static_cast<CFIndex>(count), options_.of_container());
         OwnedReference owner{dictionary};
         for (auto index = count; index-- > 0;) {
             auto const * const key = hashed_child(references, index, levels_left, known);

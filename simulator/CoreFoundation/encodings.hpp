@@ -28,6 +28,9 @@ std::optional<std::u16string> decode(std::string_view bytes, CFStringEncoding en
 // The text in an 8-bit encoding; nothing if it cannot be expressed.
 std::optional<std::string> encode(StringContents text, CFStringEncoding encoding);
 
+// Returns the character of a byte in the NeXTSTEP encoding, U+FFFD for the two that have none.
+char16_t next_step_character(unsigned char byte) noexcept;
+
 // How many units the text of UTF-8 bytes has; if they are invalid, at least as many as are decoded
 // before that shows.
 std::size_t utf16_length(std::string_view bytes) noexcept;

@@ -70,12 +70,14 @@ CFStringRef copy_failure_reason(__CFError const & error) {
     return nullptr;
 }
 
-// False if there is none.
-bool append_failure_reason(std::u16string & text, __CFError const & error) {
+// Appends the separator and the reason; false if there is none.
+bool append_failure_reason(std::u16string & text, __CFError const & error,
+                           std::string_view separator = {}) {
     auto const * const reason = copy_failure_reason(error);
     if (reason == nullptr) {
         return false;
     }
+    append_ascii(text, separator);
     append_display(text, *reason);
     release(*reason);
     return true;
@@ -85,10 +87,7 @@ std::u16string description_of(__CFError const & error) {
     std::u16string text;
     if (auto const * const failure = find(error, failure_key)) {
         append_display(text, *failure);
-        if (auto const * const reason = find(error, failure_reason_key)) {
-            text += u' ';
-            append_display(text, *reason);
-        }
+        append_failure_reason(text, error, " ");
         return text;
     }
     text = u"The operation couldn\u2019t be completed. ";

@@ -119,6 +119,12 @@ bool get_from_integer(Int128 value, CFNumberType kind, void * to) {
     }
 }
 
+// Whether the narrow types have the value as it is, and not only as an unsigned one.
+bool fits_with_sign(double whole, CFNumberType kind) {
+    return (kind != kCFNumberSInt8Type || whole <= std::numeric_limits<std::int8_t>::max()) &&
+           (kind != kCFNumberSInt16Type || whole <= std::numeric_limits<std::int16_t>::max());
+}
+
 bool get_from_real(double value, CFNumberType kind, void * to) {
     if (kind == kCFNumberFloat64Type) {
         store(value, to);
@@ -136,7 +142,8 @@ bool get_from_real(double value, CFNumberType kind, void * to) {
         store_smallest(kind, to);
         return false;
     }
-    return get_from_integer(widen(static_cast<std::int64_t>(whole)), kind, to) && whole == value;
+    return get_from_integer(widen(static_cast<std::int64_t>(whole)), kind, to) &&
+           fits_with_sign(whole, kind) && whole == value;
 }
 
 } // namespace

@@ -3,6 +3,7 @@
 #include "simulator/CoreFoundation/arrays.hpp"
 #include "simulator/CoreFoundation/data.hpp"
 #include "simulator/CoreFoundation/dictionaries.hpp"
+#include "simulator/CoreFoundation/encodings.hpp"
 #include "simulator/CoreFoundation/property_list_error.hpp"
 #include "simulator/CoreFoundation/property_list_strings.hpp"
 
@@ -78,7 +79,7 @@ public:
     OwnedReference read() {
         skip_space();
         if (at_end()) {
-            return OwnedReference{create_object_dictionary(0, options_.of_container(true))};
+            return OwnedReference{create_object_dictionary(0, Mutability::is_mutable)};
         }
         auto const begin = at_;
         auto root = read_object();
@@ -89,8 +90,8 @@ public:
         if (!is<__CFString>(root.get())) {
             fail("Junk after plist at line");
         }
-        at_ = begin;
-        return read_strings_file();
+        at_ = begin; // of a strings file: entries without braces
+        return read_entries();
     }
 
 private:
@@ -122,7 +123,6 @@ private:
     OwnedReference read_container();
     OwnedReference read_array();
     OwnedReference read_dictionary();
-    OwnedReference read_strings_file();
     OwnedReference read_entries();
     std::size_t most_bytes_of_data() const;
     OwnedReference read_data();
@@ -231,8 +231,7 @@ OwnedReference OldStyleReader::read_array() {
     std::vector<CFTypeRef> references(elements.size());
     std::ranges::transform(elements, references.begin(),
                            [](OwnedReference & element) { return element.release(); });
-    return OwnedReference{
-        create_array_adopting(references, options_.of_container(references.empty()))};
+    return OwnedReference{create_array_adopting(references, Mutability::is_mutable)};
 }
 
 OwnedReference OldStyleReader::read_dictionary() {
@@ -244,16 +243,8 @@ OwnedReference OldStyleReader::read_dictionary() {
     return entries;
 }
 
-OwnedReference OldStyleReader::read_strings_file() {
-    auto entries = read_entries();
-    skip_space();
-    if (!at_end()) {
-        fail("Junk after plist at line");
-    }
-    return entries;
-}
-
-// Entries `key = value;` or `key;`, which is its own value. Of equal keys the last one stays.
+// Entries `key = value;` or `key;`, which is its own value, up to what begins no key. Of equal keys
+// the last one stays.
 OwnedReference OldStyleReader::read_entries() {
     std::vector<OwnedReference> keys_and_values;
     while (auto key = read_optional_string()) {
@@ -273,7 +264,7 @@ OwnedReference OldStyleReader::read_entries() {
     }
     auto const count = keys_and_values.size() / 2;
     auto * const dictionary =
-        create_object_dictionary(static_cast<CFIndex>(count), options_.of_container(count == 0));
+        create_object_dictionary(static_cast<CFIndex>(count), Mutability::is_mutable);
     for (std::size_t entry = 0; entry < count; ++entry) {
         set_adopting(dictionary, keys_and_values[2 * entry].release(),
                      keys_and_values[2 * entry + 1].release());
@@ -363,15 +354,15 @@ CFStringRef OldStyleReader::read_quoted_string() {
     return strings_.from_utf16(text);
 }
 
-// An escape is \ooo with up to three octal digits, \Uxxxx with up to four hexadecimal ones, or one
-// character.
+// An escape is \ooo with up to three octal digits for a byte in the NeXTSTEP encoding, \Uxxxx with
+// up to four hexadecimal ones for a code unit, or one character.
 void OldStyleReader::read_escape(std::u16string & text) {
     ++at_;
     if (at_end()) {
         return;
     }
     if (is_octal_digit(peek())) {
-        text.push_back(read_digits(3, 8));
+        text.push_back(next_step_character(static_cast<unsigned char>(read_digits(3, 8))));
     } else if (peek() == 'U') {
         ++at_;
         text.push_back(read_digits(4, 16));

@@ -8,10 +8,13 @@ namespace cf {
 struct PropertyListOptions {
     CFOptionFlags flags = kCFPropertyListImmutable;
 
-    // Only empty containers are really immutable, and only if nothing else was asked for.
-    Mutability of_container(bool is_empty) const {
-        return flags == kCFPropertyListImmutable && is_empty ? Mutability::immutable
-                                                             : Mutability::is_mutable;
+    // In a binary document. In an old-style one every container is mutable.
+    Mutability of_container() const {
+        return flags == kCFPropertyListImmutable ? Mutability::immutable : Mutability::is_mutable;
+    }
+    // In an XML document only empty containers are really immutable.
+    Mutability of_xml_container(bool is_empty) const {
+        return is_empty ? of_container() : Mutability::is_mutable;
     }
     Mutability of_leaf() const {
         return (flags & kCFPropertyListMutableContainersAndLeaves) != 0 ? Mutability::is_mutable

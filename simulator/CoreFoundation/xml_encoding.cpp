@@ -40,7 +40,6 @@ constexpr EncodingName encoding_names[] = {
     {"iso8859-1", kCFStringEncodingISOLatin1},
     {"iso_8859-1", kCFStringEncodingISOLatin1},
     {"latin1", kCFStringEncodingISOLatin1},
-    {"macintosh", kCFStringEncodingMacRoman},
     {"us-ascii", kCFStringEncodingASCII},
     {"utf-16", kCFStringEncodingUTF16},
     {"utf-16be", kCFStringEncodingUTF16BE},

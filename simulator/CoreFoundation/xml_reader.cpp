@@ -356,7 +356,7 @@ void XmlReader::close_container() {
 }
 
 CFTypeRef XmlReader::create_array(std::span<CFTypeRef const> elements) {
-    return create_array_adopting(elements, options_.of_container(elements.empty()));
+    return create_array_adopting(elements, options_.of_xml_container(elements.empty()));
 }
 
 bool is_uid_entry(std::span<CFTypeRef const> keys_and_values) {
@@ -380,7 +380,7 @@ CFTypeRef XmlReader::create_dictionary(std::span<CFTypeRef const> keys_and_value
     }
     auto * const dictionary =
         create_object_dictionary(static_cast<CFIndex>(keys_and_values.size() / 2),
-                                 options_.of_container(keys_and_values.empty()));
+                                 options_.of_xml_container(keys_and_values.empty()));
     for (; !keys_and_values.empty(); keys_and_values = keys_and_values.subspan(2)) {
         set_adopting(dictionary, keys_and_values[0], keys_and_values[1]);
     }

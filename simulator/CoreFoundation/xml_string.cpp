@@ -76,6 +76,13 @@ void read_cdata(XmlScanner & scanner, std::string & text) {
     scanner.skip(end + cdata_closing.size());
 }
 
+// Drops a byte-order mark at the beginning of the text, also one from an entity or CDATA.
+CFStringRef create_text(PropertyListStrings & strings, std::string_view text) {
+    constexpr std::string_view mark{"\xef\xbb\xbf"};
+    text.remove_prefix(text.starts_with(mark) ? mark.size() : 0);
+    return strings.from_utf8(text);
+}
+
 bool is_markup_of_text(std::string_view rest) {
     return rest.starts_with('&') || rest.starts_with("<!");
 }
@@ -88,7 +95,7 @@ CFStringRef read_xml_string(XmlScanner & scanner, PropertyListStrings & strings)
     scanner.skip(plain.size());
     CFStringRef string = nullptr;
     if (!is_markup_of_text(scanner.rest())) {
-        string = strings.from_utf8(plain);
+        string = create_text(strings, plain);
     } else {
         std::string text{plain};
         while (is_markup_of_text(scanner.rest())) {
@@ -101,7 +108,7 @@ CFStringRef read_xml_string(XmlScanner & scanner, PropertyListStrings & strings)
             text += more;
             scanner.skip(more.size());
         }
-        string = strings.from_utf8(text);
+        string = create_text(strings, text);
     }
     if (string == nullptr) {
         scanner.fail("Unable to convert string to correct encoding");

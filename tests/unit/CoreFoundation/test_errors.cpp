@@ -147,8 +147,8 @@ TEST(Error, AsksTheCLibraryAboutPosixErrors) {
     auto const described = error("NSPOSIXErrorDomain", 2, {{"NSLocalizedDescription", "ld"}});
     EXPECT_EQ(text_of(described), "ld");
     EXPECT_EQ(reason_of(described), "No such file or directory");
-    auto const failed = error("NSPOSIXErrorDomain", 2, {{"NSLocalizedFailure", "fail."}});
-    EXPECT_EQ(text_of(failed), "fail.");
+    auto const failed = error("NSPOSIXErrorDomain", 2, {{"NSLocalizedFailure", "Cannot open."}});
+    EXPECT_EQ(text_of(failed), "Cannot open. No such file or directory");
     EXPECT_EQ(reason_of(failed), "No such file or directory");
 }
 

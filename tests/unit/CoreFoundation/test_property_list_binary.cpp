@@ -2,15 +2,9 @@
 
 #include <gtest/gtest.h>
 
-#include <bit>
-#include <limits>
+using namespace std::string_view_literals;
 
 namespace {
-
-std::string binary(CFTypeRef root) {
-    auto const writing = write(root, kCFPropertyListBinaryFormat_v1_0);
-    return writing.document == nullptr ? writing.text() : bytes_of(writing.document.get());
-}
 
 std::string big_endian(std::uint64_t value, std::size_t size = 8) {
     std::string bytes;
@@ -33,120 +27,30 @@ std::string document_of(std::vector<std::string_view> const & objects) {
            big_endian(0) + big_endian(table_offset);
 }
 
-// The bytes of the only object of a document.
-std::string only_object(CFTypeRef object) {
-    auto const document = binary(object);
-    return hexadecimal(document.substr(8, document.size() - 8 - 1 - 32));
+// A document of {Type: value}.
+std::string small_document() {
+    return document_of({"d10102", "5454797065", "5576616c7565"});
 }
 
-TEST(BinaryWriting, WritesHeaderTableAndTrailer) {
-    EXPECT_EQ(hexadecimal(binary(kCFBooleanTrue)),
-              hexadecimal("bplist00") + "09" + "08" + "000000000000" + "01" + "01" +
-                  "0000000000000001" + "0000000000000000" + "0000000000000009");
-}
-
-TEST(BinaryWriting, WritesEachKindOfLeaf) {
-    struct {
-        Owned<CFTypeRef> object;
-        std::string_view written;
-    } const rows[] = {
-        {Owned<CFTypeRef>{CFRetain(kCFBooleanFalse)}, "08"},
-        {integer(0), "1000"},
-        {integer(255), "10ff"},
-        {integer(256), "110100"},
-        {integer(65535), "11ffff"},
-        {integer(65536), "1200010000"},
-        {integer(4294967295), "12ffffffff"},
-        {integer(4294967296), "130000000100000000"},
-        {integer(-1), "13ffffffffffffffff"},
-        {integer(-2), "13fffffffffffffffe"},
-        {wide_integer(0, ~std::uint64_t{0}), "140000000000000000ffffffffffffffff"},
-        {real(1.5), "233ff8000000000000"},
-        {number(kCFNumberFloat32Type, 1.5F), "223fc00000"},
-        {own(CFDateCreate(kCFAllocatorDefault, 0.25)), "333fd0000000000000"},
-        {data_of("\x01\x02"), "420102"},
-        {data_of("0123456789abcde"), "4f100f303132333435363738396162636465"},
-        {string("abc"), "53616263"},
-        {string(""), "50"},
-        {string("0123456789abcde"), "5f100f303132333435363738396162636465"},
-        {string(u"aé"), "62006100e9"},
-        {string(std::u16string{u'a', 0xd800, u'b'}), "630061d8000062"},
-        {array(), "a0"},
-        {dictionary(), "d0"},
-    };
-    for (auto const & row : rows) {
-        EXPECT_EQ(only_object(row.object.get()), row.written);
-    }
-}
-
-TEST(BinaryWriting, SharesEqualLeaves) {
-    auto const root = array();
-    CFArrayAppendValue(root.get(), string("x").get());
-    CFArrayAppendValue(root.get(), string("x").get());
-    CFArrayAppendValue(root.get(), integer(1).get());
-    EXPECT_EQ(hexadecimal(binary(root.get())).substr(16, 16), "a301010251781001");
-
-    CFArrayAppendValue(root.get(), real(1).get());
-    CFArrayAppendValue(root.get(), number(kCFNumberFloat32Type, 1.0F).get());
-    CFArrayAppendValue(root.get(), number(kCFNumberSInt8Type, std::int8_t{1}).get());
-    EXPECT_EQ(read_notation(binary(root.get())), "[\"x\", \"x\", 1, real 1, float 1, 1]");
-}
-
-TEST(BinaryWriting, WritesContainersThatAreSharedOnce) {
-    Owned<CFTypeRef> object{string("leaf").release()};
-    for (int level = 0; level < 60; ++level) {
-        auto const twice = array();
-        CFArrayAppendValue(twice.get(), object.get());
-        CFArrayAppendValue(twice.get(), object.get());
-        object.reset(CFRetain(twice.get()));
-    }
-    auto const document = binary(object.get());
-    EXPECT_LT(document.size(), 300U + 32U);
-    EXPECT_NE(read(document).root, nullptr);
-}
-
-TEST(BinaryWriting, NumbersKeysBeforeValues) {
-    auto const root = dictionary();
-    CFDictionarySetValue(root.get(), CFSTR("k"), CFSTR("v"));
-    EXPECT_EQ(hexadecimal(binary(root.get())).substr(16, 14), "d10102516b5176");
-}
-
-TEST(BinaryWriting, KnowsNoLimitOfDepth) {
-    auto const root = nested(9'999, Owned<CFTypeRef>{array().release()});
-    EXPECT_EQ(binary(root.get()).size(), 50'038U);
-}
-
-TEST(BinaryReading, ReadsBackWhatWasWritten) {
-    auto const root = dictionary();
-    auto const add = [&](char const * key, Owned<CFTypeRef> value) {
-        CFDictionarySetValue(root.get(), string(key).get(), value.get());
-    };
-    add("string", string("text"));
-    add("wide", string(u"caf\u00e9 \U0001f600"));
-    add("lone", string(std::u16string{u'a', 0xd800, u'b'}));
-    add("long", string(std::string(300, 'x')));
-    add("data", data_of(std::string(70000, '\xab')));
-    add("date", own(CFDateCreate(kCFAllocatorDefault, 700000000.25)));
-    add("float", number(kCFNumberFloat32Type, 0.1F));
-    add("double", real(-0.1));
-    add("negative zero", real(-0.0));
-    add("byte", integer(200));
-    add("negative", integer(std::numeric_limits<std::int64_t>::min()));
-    add("large", wide_integer(0, ~std::uint64_t{0}));
-    add("true", Owned<CFTypeRef>{CFRetain(kCFBooleanTrue)});
-    auto const many = array();
-    for (std::int64_t value = 0; value < 1000; ++value) {
-        CFArrayAppendValue(many.get(), integer(value).get());
-    }
-    add("many", Owned<CFTypeRef>{CFRetain(many.get())});
-
-    auto const reading = read(binary(root.get()));
-    ASSERT_NE(reading.root, nullptr);
+// Written by the plistlib of Python.
+TEST(BinaryReading, ReadsWhatAnotherLibraryWrote) {
+    auto const document = from_hexadecimal(
+        "62706c6973743030d90102030405060708090a0b0c0d0e1f20212254627974655464617461556c61"
+        "726765546c6f6e67546d616e79586e65676174697665547265616c5474727565547769646510c84f"
+        "1014000102030405060708090a0b0c0d0e0f10111213140000000000000000ffffffffffffffff5f"
+        "1014303132333435363738396162636465666768696aaf10100f101112131415161718191a1b1c1d"
+        "1e1000100110021003100410051006100710081009100a100b100c100d100e100f13800000000000"
+        "000023bfb999999999999a096700630061006600e90020d83dde00081b20252b30353e43484d4f66"
+        "778ea1a3a5a7a9abadafb1b3b5b7b9bbbdbfc1cad3d4000000000000010100000000000000230000"
+        "00000000000000000000000000e3");
+    auto const reading = read(document);
     EXPECT_EQ(reading.format, kCFPropertyListBinaryFormat_v1_0);
-    EXPECT_TRUE(CFEqual(reading.root.get(), root.get()));
-    auto const * const back = static_cast<CFNumberRef>(CFDictionaryGetValue(
-        static_cast<CFDictionaryRef>(reading.root.get()), string("float").get()));
-    EXPECT_EQ(CFNumberGetType(back), kCFNumberFloat32Type);
+    EXPECT_EQ(notation(reading.root.get()),
+              "{\"byte\": 200, \"data\": <000102030405060708090a0b0c0d0e0f10111213>, "
+              "\"large\": 18446744073709551615, \"long\": \"0123456789abcdefghij\", "
+              "\"many\": [0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15], "
+              "\"negative\": -9223372036854775808, \"real\": real -0.1, \"true\": true, "
+              "\"wide\": \"caf\xc3\xa9 \xf0\x9f\x98\x80\"}");
 }
 
 TEST(BinaryReading, ReadsEachKindOfObject) {
@@ -173,6 +77,7 @@ TEST(BinaryReading, ReadsEachKindOfObject) {
         {{"53616263"}, "\"abc\""},
         {{"5261e9"}, "\"a\xc3\xa9\""},
         {{"62006100e9"}, "\"a\xc3\xa9\""},
+        {{"630061d8000062"}, "\"(unreadable)\""},
         {{"8005"}, "<CFKeyedArchiverUID PTR [PTR]>{value = 5}"},
         {{"810100"}, "<CFKeyedArchiverUID PTR [PTR]>{value = 256}"},
         {{"8700000000ffffffff"}, "<CFKeyedArchiverUID PTR [PTR]>{value = 4294967295}"},
@@ -304,9 +209,7 @@ TEST(BinaryReading, RefusesOffsetsOutsideTheObjects) {
 }
 
 TEST(BinaryReading, NeedsTheDocumentToEndWithTheTrailer) {
-    auto const root = dictionary();
-    CFDictionarySetValue(root.get(), CFSTR("Type"), CFSTR("value"));
-    auto const sound = binary(root.get());
+    auto const sound = small_document();
     ASSERT_NE(read(sound).root, nullptr);
     for (auto const & document :
          {sound + '\0', sound + '\n', sound.substr(0, sound.size() - 1), "\xef\xbb\xbf" + sound}) {
@@ -322,9 +225,7 @@ TEST(BinaryReading, NeedsTheDocumentToEndWithTheTrailer) {
 }
 
 TEST(BinaryReading, SurvivesTruncation) {
-    auto const root = dictionary();
-    CFDictionarySetValue(root.get(), CFSTR("Type"), CFSTR("value"));
-    auto const sound = binary(root.get());
+    auto const sound = small_document();
     for (std::size_t length = 1; length < sound.size(); ++length) {
         auto const reading = read(sound.substr(0, length));
         if (length <= 8) {
@@ -337,10 +238,9 @@ TEST(BinaryReading, SurvivesTruncation) {
 }
 
 TEST(BinaryReading, SurvivesFlippedBits) {
-    auto const root = dictionary();
-    CFDictionarySetValue(root.get(), CFSTR("Type"), CFSTR("value"));
-    CFDictionarySetValue(root.get(), CFSTR("List"), nested(2, data_of("x")).get());
-    auto const sound = binary(root.get());
+    auto const sound = document_of(
+        {"d2 0103 0204", "5454797065", "5576616c7565", "544c697374", "a105", "a106", "4178"});
+    ASSERT_EQ(read_notation(sound), "{\"List\": [[<78>]], \"Type\": \"value\"}");
     int read_ones = 0;
     int refused_ones = 0;
     for (std::size_t bit = 0; bit < sound.size() * 8; ++bit) {
@@ -432,29 +332,69 @@ TEST(BinaryReading, ReadsAPlaceOnceHoweverManyNumbersItHas) {
     EXPECT_EQ(CFArrayGetValueAtIndex(elements, 0), CFArrayGetValueAtIndex(elements, 1));
 }
 
-TEST(BinaryReading, MakesContainersMutableButEmptyOnes) {
-    for (CFOptionFlags const options : {0U, 1U, 2U, 7U}) {
-        auto const reading = read(document_of({"d10102", "516b", "5176"}), options);
-        auto * const root =
-            const_cast<CFMutableDictionaryRef>(static_cast<CFDictionaryRef>(reading.root.get()));
-        ASSERT_NE(root, nullptr);
-        CFDictionarySetValue(root, CFSTR("more"), CFSTR("w"));
-        EXPECT_EQ(notation(root), "{\"k\": \"v\", \"more\": \"w\"}");
+CFMutableDictionaryRef root_dictionary(Reading const & reading) {
+    return const_cast<CFMutableDictionaryRef>(static_cast<CFDictionaryRef>(reading.root.get()));
+}
+CFMutableArrayRef root_array(Reading const & reading) {
+    return const_cast<CFMutableArrayRef>(static_cast<CFArrayRef>(reading.root.get()));
+}
+CFMutableSetRef root_set(Reading const & reading) {
+    return const_cast<CFMutableSetRef>(static_cast<CFSetRef>(reading.root.get()));
+}
+
+TEST(BinaryReading, MakesContainersMutableOnRequest) {
+    for (CFOptionFlags const options : {1U, 2U, 7U}) {
+        auto const entries = read(document_of({"d10102", "516b", "5176"}), options);
+        CFDictionarySetValue(root_dictionary(entries), CFSTR("more"), CFSTR("w"));
+        EXPECT_EQ(notation(entries.root.get()), "{\"k\": \"v\", \"more\": \"w\"}");
+        auto const no_entries = read(document_of({"d0"}), options);
+        CFDictionarySetValue(root_dictionary(no_entries), CFSTR("k"), CFSTR("v"));
+        EXPECT_EQ(notation(no_entries.root.get()), "{\"k\": \"v\"}");
+        auto const elements = read(document_of({"a101", "5161"}), options);
+        CFArrayAppendValue(root_array(elements), CFSTR("b"));
+        EXPECT_EQ(notation(elements.root.get()), "[\"a\", \"b\"]");
+        auto const members = read(document_of({"c101", "5161"}), options);
+        CFSetAddValue(root_set(members), CFSTR("b"));
+        EXPECT_EQ(CFSetGetCount(root_set(members)), 2);
     }
-    auto const empty = read(document_of({"d0"}), kCFPropertyListMutableContainers);
-    CFDictionarySetValue(
-        const_cast<CFMutableDictionaryRef>(static_cast<CFDictionaryRef>(empty.root.get())),
-        CFSTR("k"), CFSTR("v"));
-    EXPECT_EQ(notation(empty.root.get()), "{\"k\": \"v\"}");
+}
+
+TEST(BinaryReading, MakesContainersImmutable) {
+    struct {
+        std::vector<std::string_view> objects;
+        std::string_view type;
+    } const rows[] = {
+        {{"d10102", "516b", "5176"}, "immutable dict"},
+        {{"d0"}, "immutable dict"},
+        {{"a101", "5161"}, "immutable"},
+        {{"a0"}, "immutable"},
+        {{"c101", "5161"}, "immutable set"},
+        {{"c0"}, "immutable set"},
+    };
+    for (auto const & row : rows) {
+        auto const described = description(read(document_of(row.objects)).root.get());
+        EXPECT_NE(described.find(fmt::format("{{type = {}, ", row.type)), std::string::npos)
+            << described;
+    }
 }
 
 #ifndef _WIN32
-TEST(BinaryReadingDeathTest, KeepsEmptyDictionariesAsTheyAre) {
-    auto const empty = read(document_of({"d0"}));
-    EXPECT_DEATH(CFDictionarySetValue(const_cast<CFMutableDictionaryRef>(
-                                          static_cast<CFDictionaryRef>(empty.root.get())),
-                                      CFSTR("k"), CFSTR("v")),
-                 "CFDictionarySetValue: the dictionary is immutable");
+TEST(BinaryReadingDeathTest, KeepsContainersAsTheyAre) {
+    for (auto const & objects : {std::vector{"d0"sv}, {"d10102"sv, "516b"sv, "5176"sv}}) {
+        auto const entries = read(document_of(objects));
+        EXPECT_DEATH(CFDictionarySetValue(root_dictionary(entries), CFSTR("k"), CFSTR("v")),
+                     "CFDictionarySetValue: the dictionary is immutable");
+    }
+    for (auto const & objects : {std::vector{"a0"sv}, {"a101"sv, "5161"sv}}) {
+        auto const elements = read(document_of(objects));
+        EXPECT_DEATH(CFArrayAppendValue(root_array(elements), CFSTR("v")),
+                     "CFArrayAppendValue: the array is immutable");
+    }
+    for (auto const & objects : {std::vector{"c0"sv}, {"c101"sv, "5161"sv}}) {
+        auto const members = read(document_of(objects));
+        EXPECT_DEATH(CFSetAddValue(root_set(members), CFSTR("v")),
+                     "CFSetAddValue: the set is immutable");
+    }
 }
 #endif
 

@@ -166,6 +166,7 @@ TEST(XmlReading, UnderstandsEncodings) {
     });
     expect_failures({
         {declared("foo", "x"), "Encountered unknown encoding (foo)"},
+        {declared("macintosh", "x"), "Encountered unknown encoding (macintosh)"},
     });
     auto const big_endian = utf32_big_endian(U"\ufeff<true/>");
     EXPECT_EQ(read(big_endian).root, nullptr);
@@ -238,6 +239,25 @@ TEST(XmlReading, ReadsStrings) {
         {"<plist><string>a<![CDATA[b</string></plist>",
          "Could not find end of CDATA started on line 1"},
         {"<plist><string>a<![CDAT", unexpected_end},
+    });
+}
+
+// However it is written, and in whatever encoding; only one, and only at the beginning.
+TEST(XmlReading, DropsAMarkAtTheBeginningOfAText) {
+    constexpr auto mark = "\xef\xbb\xbf"sv;
+    expect_roots({
+        {fmt::format("<string>{}a</string>", mark), "\"a\""},
+        {fmt::format("<string>{}</string>", mark), "\"\""},
+        {fmt::format("<string>{}\xc3\xa9</string>", mark), "\"\xc3\xa9\""},
+        {"<string>&#xfeff;a</string>", "\"a\""},
+        {fmt::format("<string><![CDATA[{}a]]></string>", mark), "\"a\""},
+        {fmt::format("<dict><key>{}k</key><true/></dict>", mark), "{\"k\": true}"},
+        {"<dict><key>&#65279;k</key><true/><key>k</key><false/></dict>", "{\"k\": false}"},
+        {utf16(u"\ufeff<string>\ufeffa</string>", false), "\"a\""},
+        {fmt::format("<string>{0}{0}a</string>", mark), "\"\xef\xbb\xbf"
+                                                        "a\""},
+        {fmt::format("<string>a{}</string>", mark), "\"a\xef\xbb\xbf\""},
+        {fmt::format("<string>a<![CDATA[{}]]></string>", mark), "\"a\xef\xbb\xbf\""},
     });
 }
 
