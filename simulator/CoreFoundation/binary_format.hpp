@@ -11,7 +11,7 @@ namespace cf::binary {
 inline constexpr std::string_view header = "bplist00";
 inline constexpr std::string_view header_to_recognise = "bplist0"; // of any minor version
 
-// The last 32 bytes: 6 unused ones, then these.
+// The last bytes: 6 unused ones, then these.
 struct Trailer {
     UInt8 offset_size;    // bytes of an entry of the offset table
     UInt8 reference_size; // bytes of a reference to an object
@@ -20,7 +20,6 @@ struct Trailer {
     std::uint64_t table_offset; // where the offset table begins
 };
 inline constexpr std::size_t trailer_size = 32;
-inline constexpr std::size_t trailer_unused = 6;
 
 // The first byte of an object: the type in the upper half, a count or size in the lower one.
 enum Marker : UInt8 {

@@ -1,6 +1,5 @@
-// Writing and reading property lists: what is common to all formats.
+// Writing property lists in XML and reading them in all formats.
 #include "simulator/CoreFoundation/binary_reader.hpp"
-#include "simulator/CoreFoundation/binary_writer.hpp"
 #include "simulator/CoreFoundation/data.hpp"
 #include "simulator/CoreFoundation/encodings.hpp"
 #include "simulator/CoreFoundation/old_style_reader.hpp"
@@ -108,17 +107,20 @@ CFDataRef write(CFPropertyListRef value, CFPropertyListFormat format, CFErrorRef
             "Property list format kCFPropertyListOpenStepFormat not supported for writing");
         return nullptr;
     }
-    if (format != kCFPropertyListXMLFormat_v1_0 && format != kCFPropertyListBinaryFormat_v1_0) {
+    if (format == kCFPropertyListBinaryFormat_v1_0) {
+        store(error, kCFPropertyListWriteStreamError,
+              "The simulator does not write kCFPropertyListBinaryFormat_v1_0 property lists");
+        return nullptr;
+    }
+    if (format != kCFPropertyListXMLFormat_v1_0) {
         write_error_line("Unknown format option");
         return nullptr;
     }
-    if (auto const fault = property_list_fault(value, format)) {
+    if (auto const fault = property_list_fault(value)) {
         store(error, kCFPropertyListWriteStreamError, *fault);
         return nullptr;
     }
-    auto const document = format == kCFPropertyListXMLFormat_v1_0
-                              ? write_xml_property_list(value)
-                              : write_binary_property_list(value);
+    auto const document = write_xml_property_list(value);
     return create_data({reinterpret_cast<UInt8 const *>(document.data()), document.size()},
                        Mutability::is_mutable);
 }

@@ -31,9 +31,6 @@ bool is_leaf(CFTypeID type) {
 // Walks the containers with a stack of its own, so that no nesting is too deep.
 class Validator {
 public:
-    explicit Validator(CFPropertyListFormat format)
-        : repeats_containers_{format == kCFPropertyListXMLFormat_v1_0} {}
-
     void check(CFPropertyListRef root) {
         if (root == nullptr) {
             throw Fault{"property lists cannot contain NULL"};
@@ -65,11 +62,7 @@ private:
         if (visits.is_open) {
             throw Fault{"property lists cannot contain recursive container references"};
         }
-        ++visits.count;
-        if (visits.count > 1 && !repeats_containers_) {
-            return;
-        }
-        if (visits.count > most_repetitions) {
+        if (++visits.count > most_repetitions) {
             throw Fault{"Too many nested arrays or dictionaries please use "
                         "kCFPropertyListBinaryFormat_v1_0 instead which supports references"};
         }
@@ -123,19 +116,18 @@ private:
         }
     }
 
-    bool repeats_containers_;
     std::vector<Step> pending_;
     std::unordered_map<CFTypeRef, Visits> visits_;
 };
 
 } // namespace
 
-std::optional<std::string> property_list_fault(CFPropertyListRef root,
-                                               CFPropertyListFormat format) {
+std::optional<std::string> property_list_fault(CFPropertyListRef root) {
     try {
-        Validator{format}.check(root);
+        Validator{}.check(root);
     } catch (Fault const & fault) {
-        return fmt::format("Property list invalid for format: {} ({})", format, fault.text);
+        return fmt::format("Property list invalid for format: {} ({})",
+                           CFPropertyListFormat{kCFPropertyListXMLFormat_v1_0}, fault.text);
     }
     return {};
 }

@@ -1,4 +1,4 @@
-// What may be written as a property list.
+// What may be written as a property list in XML.
 #pragma once
 
 #include "platform/CoreFoundation.h"
@@ -8,7 +8,7 @@
 
 namespace cf {
 
-// What forbids to write the object in the format, or nothing.
-std::optional<std::string> property_list_fault(CFPropertyListRef root, CFPropertyListFormat format);
+// Returns what forbids to write the object in XML, or nothing.
+std::optional<std::string> property_list_fault(CFPropertyListRef root);
 
 } // namespace cf

@@ -217,12 +217,17 @@ constexpr auto some_options =
     "<plist><dict><key>RestoreBundlePath</key><string>x</string></dict></plist>";
 
 TEST(RunProgramMain, RestoresWithTheOptionsOfAFile) {
-    auto const binary = adopt(CFPropertyListCreateData(
-        kCFAllocatorDefault, plist("<dict><key>a</key><true/></dict>").get(),
-        kCFPropertyListBinaryFormat_v1_0, 0, nullptr));
-    std::string const binary_options(reinterpret_cast<char const *>(CFDataGetBytePtr(binary.get())),
-                                     static_cast<std::size_t>(CFDataGetLength(binary.get())));
-    for (std::string const & bytes : {std::string(some_options), binary_options}) {
+    using namespace std::string_view_literals;
+    constexpr auto binary_options = "bplist00"
+                                    "\xd1\x01\x02"          // object 0: {object 1: object 2}
+                                    "\x51\x61"              // object 1: "a"
+                                    "\x09"                  // object 2: true
+                                    "\x08\x0b\x0d"          // where they stand
+                                    "\0\0\0\0\0\0\1\1"      // in offsets and references of a byte
+                                    "\0\0\0\0\0\0\0\x03"    // how many they are
+                                    "\0\0\0\0\0\0\0\0"      // the root among them
+                                    "\0\0\0\0\0\0\0\x0e"sv; // where the offsets stand
+    for (auto const & bytes : {std::string_view(some_options), binary_options}) {
         options_file const file(bytes);
         program_run run({"--restore-plist", file.text(), "--ecid", "00000000000000D1"});
         EXPECT_EQ(run.status, 0) << run.output.out();
