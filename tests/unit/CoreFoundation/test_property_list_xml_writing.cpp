@@ -309,6 +309,7 @@ TEST(XmlWriting, NestsContainers) {
               "\t\t\t<dict/>\n\t\t</dict>\n\t</array>\n</dict>\n");
 }
 
+// Unlike the real library, which writes recursively: how deep depends on the stack there.
 TEST(XmlWriting, KnowsNoLimitOfDepth) {
     auto const root = nested(9'999, Owned<CFTypeRef>{array().release()});
     EXPECT_EQ(bytes_of(write(root.get()).document.get()).size(), 100'150'166U);
