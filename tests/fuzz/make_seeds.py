@@ -13,6 +13,7 @@ import sys
 
 VALUES = {
     "text": "Größe <&> 漢字 😀",
+    "marks": "\ufeff\ufefftext",
     "integers": [0, -1, 255, 2**31, 2**63 - 1, -(2**63), 2**64 - 1],
     "reals": [0.5, -1e100, 0.1],
     "booleans": [True, False],
@@ -25,7 +26,7 @@ BINARY = plistlib.dumps({**VALUES, "uid": plistlib.UID(7)}, fmt=plistlib.FMT_BIN
 
 OLD_STYLE = [
     b'{ RestoreBundlePath = "a b.ipsw"; list = (x, "y z", \'q\'); /* c */ data = <0fbd 77>; }',
-    b'a = b; "c d" = "\\U00e9\\101\\n"; // comment\n e;',
+    b'a = b; "c d" = "\\U00e9\\101\\344\\n"; // comment\n e; %',
     b"( ( ( { a = ( ); } ) ) )",
     '{ "größe" = "漢字"; }'.encode("utf-16"),
 ]
