@@ -1,7 +1,10 @@
-"""The table, the JSON file and the plot."""
+"""The table, its place in the page, the JSON file and the plot."""
 
 import json
 import math
+import textwrap
+
+from rows import Row
 
 PREFIXES = ((1e9, "G"), (1e6, "M"), (1e3, "k"), (1, ""), (1e-3, "m"), (1e-6, "µ"), (1e-9, "n"))
 
@@ -26,19 +29,32 @@ def ratio(row):
     return f"{row.ratio:.2f} ({low:.2f} to {high:.2f})"
 
 
+HEADINGS = (
+    "what",
+    "baseline",
+    "baseline's",
+    "tool's",
+    "ratio (quartiles)",
+    "limit",
+    "met",
+    "for information",
+)
+
+
 def table(rows):
     """A table in Markdown that reads well as plain text."""
-    lines = [("what", "yardstick", "yardstick's", "figure", "ratio (quartiles)", "bar", "met")]
+    lines = [HEADINGS]
     for row in rows:
         lines.append(
             (
                 row.what,
-                row.yardstick,
-                number(row.yardstick_value, row.unit),
+                row.baseline,
+                number(row.baseline_value, row.unit),
                 number(row.figure, row.unit),
                 ratio(row),
-                row.bar,
+                row.limit,
                 "yes" if row.met else "no",
+                row.information,
             )
         )
     widths = [max(map(len, column)) for column in zip(*lines)]
@@ -49,12 +65,33 @@ def table(rows):
     )
 
 
-def write_json(path, rows, listing):
+PAGE_BEGIN = "<!-- what `scripts/benchmark --update-page` has measured -->\n"
+PAGE_END = "<!-- end of what was measured -->\n"
+
+
+def update_page(path, machine, rows):
+    """Puts the machine and the table between the two marks of a Markdown page."""
+    before, begin, rest = path.read_text(encoding="utf-8").partition(PAGE_BEGIN)
+    _, end, after = rest.partition(PAGE_END)
+    if not begin or not end:
+        raise ValueError(f"{path} lacks the marks of the table")
+    measured = f"{textwrap.fill(machine, 100)}\n\n{table(rows)}\n"
+    path.write_text(before + begin + measured + end + after, encoding="utf-8")
+
+
+def write_json(path, machine, rows, listing):
     result = {
+        "machine": machine,
         "rows": [row.as_json() for row in rows],
         "listing": [{"devices": size, "seconds": seconds} for size, seconds in listing],
     }
-    path.write_text(json.dumps(result, indent=2) + "\n")
+    path.write_text(json.dumps(result, indent=2) + "\n", encoding="utf-8")
+
+
+def read_json(path):
+    """The machine and the rows of such a file."""
+    result = json.loads(path.read_text(encoding="utf-8"))
+    return result["machine"], [Row(**row) for row in result["rows"]]
 
 
 class LogPlot:

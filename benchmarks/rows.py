@@ -1,24 +1,35 @@
-"""What the table holds: a figure, the yardstick that was measured beside it, and their ratio."""
+"""What the table holds: a figure, the baseline that was measured beside it, and their ratio."""
 
+import math
 import statistics
 from dataclasses import asdict, dataclass
 from typing import Optional
 
 
+class Nonsense(Exception):
+    """A measured program did not do what it is measured for."""
+
+
 @dataclass
 class Row:
     what: str
-    yardstick: str
+    baseline: str
     unit: str
-    yardstick_value: Optional[float]
+    baseline_value: Optional[float]
     figure: float
     ratio: Optional[float]
     ratio_quartiles: Optional[tuple]
-    bar: str
+    limit: str
     met: bool
+    information: str = ""  # the ratio to something simpler, which has no limit
 
     def as_json(self):
         return asdict(self)
+
+
+def require_measured(what, samples):
+    if not samples or not all(math.isfinite(sample) and sample > 0 for sample in samples):
+        raise Nonsense(f"{what}: the samples are {samples}")
 
 
 def quartiles(samples):
@@ -28,22 +39,57 @@ def quartiles(samples):
     return (first, third)
 
 
-def compare(what, yardstick, unit, yardsticks, figures, at_most=None, at_least=None):
-    """The row of samples that were taken in pairs. Its ratio is the median of the pairs' ratios."""
-    ratios = [figure / base for figure, base in zip(figures, yardsticks)]
+def ratios_of(figures, others):
+    return [figure / other for figure, other in zip(figures, others)]
+
+
+def information(name, figures, others):
+    """What the column for information says of the samples of something simpler."""
+    require_measured(name, others)
+    return f"{statistics.median(ratios_of(figures, others)):.2f} × {name}"
+
+
+def compare(what, baseline, unit, baselines, figures, at_most=None, at_least=None, beside=None):
+    """The row of samples that were taken in pairs. Its ratio is the median of the pairs' ratios.
+
+    beside is the name and the samples of something simpler.
+    """
+    require_measured(f"{what}, baseline", baselines)
+    require_measured(what, figures)
+    ratios = ratios_of(figures, baselines)
     ratio = statistics.median(ratios)
     if at_most is not None:
-        bar, met = f"at most {at_most:.2f} times", ratio <= at_most
+        limit, met = f"at most {at_most:.2f} times", ratio <= at_most
     else:
-        bar, met = f"at least {at_least:.2f} times", ratio >= at_least
+        limit, met = f"at least {at_least:.2f} times", ratio >= at_least
     return Row(
         what,
-        yardstick,
+        baseline,
         unit,
-        statistics.median(yardsticks),
+        statistics.median(baselines),
         statistics.median(figures),
         ratio,
         quartiles(ratios),
-        bar,
+        limit,
         met,
+        information(beside[0], figures, beside[1]) if beside else "",
+    )
+
+
+def extra(what, baseline, baselines, figures, most_extra, beside):
+    """The row of sizes in bytes, which may be so much above the baseline's."""
+    require_measured(f"{what}, baseline", baselines)
+    require_measured(what, figures)
+    base, figure = statistics.median(baselines), statistics.median(figures)
+    return Row(
+        what,
+        baseline,
+        "B",
+        base,
+        figure,
+        figure / base,
+        None,
+        f"at most {most_extra // (1024 * 1024)} MiB more",
+        figure - base <= most_extra,
+        information(beside[0], figures, beside[1]),
     )

@@ -9,7 +9,7 @@ import tempfile
 import time
 from dataclasses import dataclass
 
-from rows import Row, compare
+from rows import Nonsense, Row, compare, extra
 
 MIB = 1024 * 1024
 ECID = "00008020001A2B3C"
@@ -26,7 +26,7 @@ class Extent:
     file_size: int
 
 
-FULL = Extent(pairs=41, long_pairs=9, reports=100_000, file_size=1024 * MIB)
+FULL = Extent(pairs=42, long_pairs=9, reports=100_000, file_size=1024 * MIB)
 SMOKE = Extent(pairs=1, long_pairs=1, reports=100, file_size=MIB)
 
 
@@ -40,14 +40,17 @@ class Programs:
     def command(self, program, *arguments):
         return [*self._runner, str(self.folder / program), *map(str, arguments)]
 
-    def output(self, *command, **environment):
-        return subprocess.run(
-            self.command(*command),
-            check=True,
-            env={**os.environ, **environment},
-            stdout=subprocess.PIPE,
-            stderr=subprocess.DEVNULL,
-        ).stdout
+    def output(self, *command, stream="stdout", **environment):
+        """What the program writes to that stream. Never nothing."""
+        streams = {"stdout": subprocess.DEVNULL, "stderr": subprocess.DEVNULL}
+        streams[stream] = subprocess.PIPE
+        ended = subprocess.run(
+            self.command(*command), check=True, env={**os.environ, **environment}, **streams
+        )
+        written = getattr(ended, stream)
+        if not written:
+            raise Nonsense(f"{' '.join(map(str, command))} writes nothing to {stream}")
+        return written
 
     def seconds(self, *command, **environment):
         """From start to exit; what the program writes to its pipe is read and dropped."""
@@ -78,73 +81,100 @@ class Programs:
             return int(peak.read()) * 1024
 
 
-def alternate(pairs, yardstick, figure):
-    """The results of both, called in turn, each as often first as the other."""
-    yardstick(), figure()  # brings the files into memory
-    yardsticks, figures = [], []
-    for number in range(pairs):
-        first_yardstick = number % 2 == 0
-        if first_yardstick:
-            yardsticks.append(yardstick())
-        figures.append(figure())
-        if not first_yardstick:
-            yardsticks.append(yardstick())
-    return yardsticks, figures
+class Session:
+    """One run of the measurements."""
+
+    def __init__(self, programs, extent, folder, progress):
+        self.programs = programs
+        self.extent = extent
+        self.folder = folder
+        self.progress = progress
+
+    def in_turn(self, times, *subjects):
+        """The results of all subjects, called in turn, each as often first as the others."""
+        for subject in subjects:  # brings the files into memory
+            subject()
+        results = [[] for _ in subjects]
+        for number in range(times):
+            self.progress.step(number + 1, times)
+            for place in range(len(subjects)):
+                index = (number + place) % len(subjects)
+                results[index].append(subjects[index]())
+        return results
+
+    def seconds(self, times, *commands, **environment):
+        """The seconds of so many runs of each command, from start to exit."""
+        return self.in_turn(times, *self._each(self.programs.seconds, commands, environment))
+
+    def peak_memory(self, *commands, **environment):
+        """The bytes of some runs of each command."""
+        subjects = self._each(self.programs.peak_memory, commands, environment)
+        return self.in_turn(self.extent.long_pairs, *subjects)
+
+    @staticmethod
+    def _each(measure, commands, environment):
+        return [lambda command=command: measure(*command, **environment) for command in commands]
 
 
-def extra_memory(programs, extent, what, *command, **environment):
-    most_extra = 8 * MIB
-    bases, peaks = alternate(
-        extent.long_pairs,
-        lambda: programs.peak_memory("empty_program.exe"),
-        lambda: programs.peak_memory(*command, **environment),
-    )
-    base, peak = statistics.median(bases), statistics.median(peaks)
-    return Row(
-        f"peak memory of {what}",
-        "the empty program",
-        "B",
-        base,
-        peak,
-        peak / base,
-        None,
-        "at most 8 MiB more",
-        peak - base <= most_extra,
-    )
+EMPTY = ("empty_program.exe",)
 
 
-def start(programs, extent, _folder):
-    empty, helping = alternate(
-        extent.pairs,
-        lambda: programs.seconds("empty_program.exe"),
-        lambda: programs.seconds("qnrescue.exe", "--help"),
+def require(expected, what):
+    if not expected:
+        raise Nonsense(what)
+
+
+def start(session):
+    session.progress.begin("--help, start to exit")
+    usage = session.programs.output("qnrescue.exe", "--help", stream="stderr")
+    require(b"--list-devices" in usage, "--help does not name --list-devices")
+    baseline, tool, empty = session.seconds(
+        session.extent.pairs, ("baseline_start.exe",), ("qnrescue.exe", "--help"), EMPTY
     )
     yield compare(
         "--help, start to exit",
-        "empty program that loads one DLL",
+        "program with the same DLLs and two threads",
         "s",
-        empty,
-        helping,
+        baseline,
+        tool,
         at_most=1.10,
+        beside=("an empty program with one DLL", empty),
     )
 
 
-def listing(programs, extent, _folder):
-    listing_command = ("qnrescue.exe", "--list-devices", "--detect-timeout", "0")
-    bare, listings = alternate(
-        extent.pairs,
-        lambda: programs.seconds("bare_listing.exe"),
-        lambda: programs.seconds(*listing_command),
+def list_type(document):
+    return plistlib.loads(document)["Type"]
+
+
+def listing(session):
+    tool_command = ("qnrescue.exe", "--list-devices", "--detect-timeout", "0")
+    commands = (("baseline_listing.exe",), tool_command)
+    session.progress.begin("--list-devices, start to exit")
+    for command in (*commands, ("bare_listing.exe",)):
+        document = session.programs.output(*command)
+        require(list_type(document) == "DeviceList", f"{command[0]} writes no list of devices")
+    baseline, tool, bare = session.seconds(
+        session.extent.pairs, *commands, ("bare_listing.exe",)
     )
     yield compare(
         "--list-devices --detect-timeout 0",
-        "program that only registers, unregisters, prints",
+        "the same, six digits drawn, the same platform calls",
         "s",
-        bare,
-        listings,
-        at_most=1.15,
+        baseline,
+        tool,
+        at_most=1.10,
+        beside=("a program that registers, unregisters, prints", bare),
     )
-    yield extra_memory(programs, extent, "--list-devices", *listing_command)
+    session.progress.begin("peak memory of --list-devices")
+    baseline, tool, empty = session.peak_memory(*commands, EMPTY)
+    yield extra(
+        "peak memory of --list-devices",
+        "the same program",
+        baseline,
+        tool,
+        8 * MIB,
+        beside=("the empty program", empty),
+    )
 
 
 def scenario(folder, report_count):
@@ -157,51 +187,60 @@ def scenario(folder, report_count):
     return str(path)
 
 
-def reports(programs, extent, folder):
-    restore = ("qnrescue.exe", "--restore", "none.ipsw", "--ecid", ECID)
-    document_end = b"</plist>\n"
-    one_report = programs.output(*restore, MOBILEDEVICE_SIMULATOR_SCENARIO=scenario(folder, 1))
-    document = folder / "document.plist"
-    document.write_bytes(one_report[: one_report.index(document_end) + len(document_end)])
+def reports(session):
+    count = session.extent.reports
+    commands = (("baseline_reports.exe",), ("qnrescue.exe", "--restore", "none.ipsw", "--ecid", ECID))
+    environment = {"MOBILEDEVICE_SIMULATOR_SCENARIO": scenario(session.folder, count)}
+    session.progress.begin(f"{count:,} reports, end to end")
+    expected, documents = (session.programs.output(*each, **environment) for each in commands)
+    require(documents.count(b"</plist>") == count + 1, "the tool does not write every report")
+    require(documents == expected, "the tool and the baseline write different reports")
 
-    many_reports = scenario(folder, extent.reports)
-    alone, relayed = alternate(
-        extent.long_pairs,
-        lambda: programs.seconds("writer_alone.exe", document, extent.reports),
-        lambda: programs.seconds(*restore, MOBILEDEVICE_SIMULATOR_SCENARIO=many_reports),
+    document_end = b"</plist>\n"
+    document = session.folder / "document.plist"
+    document.write_bytes(documents[: documents.index(document_end) + len(document_end)])
+    baseline, tool, alone = session.seconds(
+        session.extent.long_pairs, *commands, ("writer_alone.exe", document, count), **environment
     )
     yield compare(
-        f"{extent.reports:,} reports, end to end",
-        "the same bytes by the writer alone",
-        "/s",
-        [extent.reports / seconds for seconds in alone],
-        [extent.reports / seconds for seconds in relayed],
-        at_least=0.5,
+        f"{count:,} reports, end to end",
+        "producer of the same lines, with the same platform calls",
+        "s",
+        baseline,
+        tool,
+        at_most=1.15,
+        beside=("the writer alone", alone),
     )
-    yield extra_memory(
-        programs,
-        extent,
-        f"{extent.reports:,} reports",
-        *restore,
-        MOBILEDEVICE_SIMULATOR_SCENARIO=many_reports,
+    session.progress.begin(f"peak memory of {count:,} reports")
+    baseline, tool, empty = session.peak_memory(*commands, EMPTY, **environment)
+    yield extra(
+        f"peak memory of {count:,} reports",
+        "the same producer",
+        baseline,
+        tool,
+        8 * MIB,
+        beside=("the empty program", empty),
     )
 
 
-def file_reading(programs, extent, folder):
-    path = folder / "file"
+def file_reading(session):
+    times, size = session.extent.long_pairs, session.extent.file_size
+    path = session.folder / "file"
     block = os.urandom(MIB)
     with open(path, "wb") as file:
-        for _ in range(extent.file_size // MIB):
+        for _ in range(size // MIB):
             file.write(block)
 
-    def read(way):
-        return programs.seconds("read_file.exe", path, way)
-
     def reading_of(way):
-        return float(programs.output("read_file.exe", path, way))
+        seconds, read = session.programs.output("read_file.exe", path, way).split()
+        require(int(read) == size, f"the {way} reads {int(read)} bytes of {size}")
+        return float(seconds)
 
-    what = f"whole-file read of {extent.file_size // MIB:,} MiB"
-    loop, tool = alternate(extent.long_pairs, lambda: read("loop"), lambda: read("tool"))
+    what = f"whole-file read of {size // MIB:,} MiB"
+    session.progress.begin(f"{what}, start to exit")
+    loop, tool = session.seconds(
+        times, ("read_file.exe", path, "loop"), ("read_file.exe", path, "tool")
+    )
     yield compare(
         f"{what}, start to exit",
         "loop of the same requests into a ready buffer",
@@ -210,9 +249,8 @@ def file_reading(programs, extent, folder):
         tool,
         at_most=1.05,
     )
-    loop, tool = alternate(
-        extent.long_pairs, lambda: reading_of("loop"), lambda: reading_of("tool")
-    )
+    session.progress.begin(f"{what}, allocating and reading")
+    loop, tool = session.in_turn(times, lambda: reading_of("loop"), lambda: reading_of("tool"))
     yield compare(
         f"{what}, allocating and reading",
         "the reading loop alone",
@@ -223,9 +261,11 @@ def file_reading(programs, extent, folder):
     )
 
 
-def size(programs, _extent, _folder):
+def library_size(session):
     largest = 2 * MIB
-    figure = (programs.folder / "libqnrescuelib.dll").stat().st_size
+    session.progress.begin("size of libqnrescuelib.dll")
+    figure = (session.programs.folder / "libqnrescuelib.dll").stat().st_size
+    require(figure > 0, "libqnrescuelib.dll is empty")
     yield Row(
         "size of libqnrescuelib.dll, stripped",
         "-",
@@ -239,7 +279,11 @@ def size(programs, _extent, _folder):
     )
 
 
-def rows(programs, extent):
+ROWS = 8
+
+
+def rows(programs, extent, progress):
     with tempfile.TemporaryDirectory() as folder:
-        for measurement in (start, listing, reports, file_reading, size):
-            yield from measurement(programs, extent, pathlib.Path(folder))
+        session = Session(programs, extent, pathlib.Path(folder), progress)
+        for measurement in (start, listing, reports, file_reading, library_size):
+            yield from measurement(session)

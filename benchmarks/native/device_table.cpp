@@ -5,11 +5,18 @@
 #include <benchmark/benchmark.h>
 
 #include <chrono>
+#include <stdexcept>
 #include <vector>
 
 namespace {
 
 using qnrescue::device_notifier_state;
+
+void require(bool attached) {
+    if (!attached) {
+        throw std::runtime_error("a device is missing in the table");
+    }
+}
 
 // A run to which this many devices are attached.
 class attached_devices {
@@ -47,6 +54,7 @@ void notification(benchmark::State & state) {
         attached.notify(device, kAMRestorableDeviceConnected);
     }
     state.SetItemsProcessed(2 * state.iterations());
+    require(attached.run.notifier.devices.size() == attached.devices.size());
 }
 
 // The devices are looked up in the order of their arrival.
@@ -58,7 +66,7 @@ void look_up(benchmark::State & state) {
     }
     std::size_t at = 0;
     for (auto _ : state) {
-        benchmark::DoNotOptimize(attached.run.notifier.waitForDevice(ecids[at]));
+        require(attached.run.notifier.waitForDevice(ecids[at]) != nullptr);
         at = at + 1 == ecids.size() ? 0 : at + 1;
     }
 }

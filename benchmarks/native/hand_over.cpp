@@ -1,4 +1,7 @@
-// From a device's arrival to the thread that waits for it, beside a bare condition variable.
+// From a device's arrival to the thread that waits for it:
+//   arrival/tool      in the tool;
+//   arrival/baseline  by a lock and a condition, the platform's calls, and a debug line before;
+//   arrival/bare      by a lock and a condition.
 #include "benchmarks/native/bare_devices.hpp"
 #include "benchmarks/native/run.hpp"
 
@@ -9,6 +12,7 @@
 #include <condition_variable>
 #include <mutex>
 #include <semaphore>
+#include <stdexcept>
 #include <thread>
 #include <vector>
 
@@ -23,7 +27,11 @@ constexpr auto settling_time = std::chrono::microseconds(300);
 // A device that comes, and the tool that waits for it.
 class tool_hand_over {
 public:
-    void wait() { benchmark::DoNotOptimize(run.notifier.waitForDevice(ecid)); }
+    void wait() {
+        if (!run.notifier.waitForDevice(ecid)) {
+            throw std::runtime_error("the device has not arrived");
+        }
+    }
     void hand_over() { notify(kAMRestorableDeviceConnected); }
     void take_back() { notify(kAMRestorableDeviceDisconnected); }
 
@@ -38,25 +46,60 @@ private:
     QN::ecid const ecid{0xA1};
 };
 
-class bare_hand_over {
+// What a notification does under the lock: nothing, or what every notification has to.
+struct no_work {
+    void arrive() {}
+    void leave() {}
+};
+
+class notification_work {
+public:
+    void arrive() {
+        examine("deviceNotificationCallback: Adding '00000000000000A1' (0x5581f0c3a2b0)");
+        held = qnrescue::retain(device.get());
+    }
+    void leave() {
+        examine("deviceNotificationCallback: Removing '00000000000000A1'");
+        held.reset();
+    }
+
+private:
+    void examine(char const * debug_line) {
+        benchmark::DoNotOptimize(AMRestorableDeviceGetState(device.get()));
+        benchmark::DoNotOptimize(AMRestorableDeviceGetECID(device.get()));
+        lines.print_debug(debug_line);
+    }
+
+    qnrescue::cf_owner<AMRestorableDeviceRef> device = benchmarks::make_device(0xA1);
+    qnrescue::cf_owner<AMRestorableDeviceRef> held;
+    benchmarks::file_owner file = benchmarks::open_null_device();
+    benchmarks::file_lines lines{file};
+};
+
+template <typename Work>
+class condition_hand_over {
 public:
     void wait() {
         std::unique_lock lock(mutex);
-        condition.wait(lock, [this] { return arrived; });
+        condition.wait_until(lock, clock_type::now() + std::chrono::seconds(3),
+                             [this] { return arrived; });
     }
     void hand_over() {
         {
             std::lock_guard const lock(mutex);
+            work.arrive();
             arrived = true;
         }
         condition.notify_all();
     }
     void take_back() {
         std::lock_guard const lock(mutex);
+        work.leave();
         arrived = false;
     }
 
 private:
+    Work work;
     std::mutex mutex;
     std::condition_variable condition;
     bool arrived = false;
@@ -102,7 +145,11 @@ void hand_over(benchmark::State & state) {
     }
 }
 
+using baseline_hand_over = condition_hand_over<notification_work>;
+using bare_hand_over = condition_hand_over<no_work>;
+
 BENCHMARK(hand_over<tool_hand_over>)->Name("arrival/tool")->UseManualTime()->Iterations(1);
+BENCHMARK(hand_over<baseline_hand_over>)->Name("arrival/baseline")->UseManualTime()->Iterations(1);
 BENCHMARK(hand_over<bare_hand_over>)->Name("arrival/bare")->UseManualTime()->Iterations(1);
 
 } // namespace

@@ -1,5 +1,9 @@
-// The relay of progress reports, beside the calls that no relay can do without.
+// The relay of progress reports:
+//   relay/tool      by the tool;
+//   relay/baseline  the same calls of the platform, and the same queue and writer;
+//   relay/least     one copy, one serialisation and one write.
 #include "benchmarks/native/run.hpp"
+#include "benchmarks/report_calls.hpp"
 
 #include <benchmark/benchmark.h>
 
@@ -7,10 +11,12 @@
 
 #include <chrono>
 #include <stdexcept>
+#include <string>
 
 namespace {
 
 using namespace qnrescue;
+using benchmarks::file_owner;
 
 constexpr int reports_a_run = 2000;
 
@@ -27,46 +33,100 @@ cf_owner<CFMutableDictionaryRef> make_report() {
     return report;
 }
 
-void relay_by_tool(benchmark::State & state) {
+class tool_relay {
+public:
+    tool_relay(CFDictionaryRef report, file_owner const & sink)
+        : run(sink)
+        , step(report) {}
+
+    void relay() { device_notifier_state::restoreCallback(nullptr, step, &run.notifier); }
+    void finish() { run.output.finish(); }
+
+private:
+    benchmarks::notifier_run run;
+    CFDictionaryRef step;
+};
+
+class baseline_relay {
+public:
+    baseline_relay(CFDictionaryRef report, file_owner const & sink)
+        : lines(sink)
+        , step(report) {}
+
+    void relay() { benchmarks::hand_over_report(step, lines); }
+    void finish() { lines.finish(); }
+
+private:
+    benchmarks::file_lines lines;
+    CFDictionaryRef step;
+};
+
+class least_relay {
+public:
+    least_relay(CFDictionaryRef report, file_owner const & sink)
+        : sink_number(fileno(sink.get()))
+        , step(adopt(CFDictionaryCreateMutableCopy(kCFAllocatorDefault, 0, report)))
+        , document(make_mutable_dictionary()) {
+        CFDictionarySetValue(step.get(), CFSTR("QN_OperationName"), CFSTR("Restoring image"));
+        CFDictionarySetValue(document.get(), CFSTR("Type"), CFSTR("RestoreStatus"));
+        CFDictionarySetValue(document.get(), CFSTR("Value"), step.get());
+    }
+
+    void relay() {
+        auto const copy = adopt(CFDictionaryCreateMutableCopy(kCFAllocatorDefault, 0, step.get()));
+        auto const data = adopt(CFPropertyListCreateData(
+            kCFAllocatorDefault, document.get(), kCFPropertyListXMLFormat_v1_0, 0, nullptr));
+        if (write(sink_number, CFDataGetBytePtr(data.get()),
+                  static_cast<std::size_t>(CFDataGetLength(data.get()))) < 0) {
+            throw std::runtime_error("the document cannot be written");
+        }
+    }
+    void finish() {}
+
+private:
+    int sink_number;
+    cf_owner<CFMutableDictionaryRef> step;
+    cf_owner<CFMutableDictionaryRef> document;
+};
+
+template <typename Relay>
+std::string output_of_three_reports() {
     auto const report = make_report();
+    auto const sink = benchmarks::open_temporary_file();
+    Relay subject(report.get(), sink);
+    for (int i = 0; i < 3; ++i) {
+        subject.relay();
+    }
+    subject.finish();
+    return benchmarks::content(sink);
+}
+
+void require_same_output() {
+    auto const expected = output_of_three_reports<baseline_relay>();
+    if (expected.empty() || output_of_three_reports<tool_relay>() != expected) {
+        throw std::runtime_error("the tool and the baseline write different documents");
+    }
+}
+
+template <typename Relay>
+void relay(benchmark::State & state) {
+    require_same_output();
+    auto const report = make_report();
+    auto const sink = benchmarks::open_null_device();
     for (auto _ : state) {
-        benchmarks::notifier_run run;
+        Relay subject(report.get(), sink);
         auto const begin = std::chrono::steady_clock::now();
         for (int i = 0; i < reports_a_run; ++i) {
-            device_notifier_state::restoreCallback(nullptr, report.get(), &run.notifier);
+            subject.relay();
         }
-        run.output.finish();
+        subject.finish();
         std::chrono::duration<double> const taken = std::chrono::steady_clock::now() - begin;
         state.SetIterationTime(taken.count() / reports_a_run);
     }
 }
 
-void relay_bare(benchmark::State & state) {
-    auto const report = make_report();
-    CFDictionarySetValue(report.get(), CFSTR("QN_OperationName"), CFSTR("Restoring image"));
-    auto const document = make_mutable_dictionary();
-    CFDictionarySetValue(document.get(), CFSTR("Type"), CFSTR("RestoreStatus"));
-    CFDictionarySetValue(document.get(), CFSTR("Value"), report.get());
-    int const sink = benchmarks::open_null_device();
-    for (auto _ : state) {
-        auto const begin = std::chrono::steady_clock::now();
-        for (int i = 0; i < reports_a_run; ++i) {
-            auto const copy =
-                adopt(CFDictionaryCreateMutableCopy(kCFAllocatorDefault, 0, report.get()));
-            auto const data = adopt(CFPropertyListCreateData(
-                kCFAllocatorDefault, document.get(), kCFPropertyListXMLFormat_v1_0, 0, nullptr));
-            if (write(sink, CFDataGetBytePtr(data.get()),
-                      static_cast<std::size_t>(CFDataGetLength(data.get()))) < 0) {
-                throw std::runtime_error("the null device cannot be written");
-            }
-        }
-        std::chrono::duration<double> const taken = std::chrono::steady_clock::now() - begin;
-        state.SetIterationTime(taken.count() / reports_a_run);
-    }
-    close(sink);
-}
-
-BENCHMARK(relay_by_tool)->Name("relay/tool")->UseManualTime()->Iterations(20);
-BENCHMARK(relay_bare)->Name("relay/bare")->UseManualTime()->Iterations(20);
+BENCHMARK(relay<tool_relay>)->Name("relay/tool")->UseManualTime()->Iterations(20);
+BENCHMARK(relay<baseline_relay>)->Name("relay/baseline")->UseManualTime()->Iterations(20);
+BENCHMARK(relay<least_relay>)->Name("relay/least")->UseManualTime()->Iterations(20);
 
 } // namespace

@@ -1,5 +1,6 @@
 // read_file FILE tool|loop: reads all of a file, as the tool does or by a plain loop of the same
-// requests into a buffer that was made ready before, and prints how many seconds the reading took.
+// requests into a buffer that was made ready before, and prints how many seconds the reading took,
+// and how many bytes were read.
 #include "support/file/create_file.hpp"
 #include "support/file/readable_file.hpp"
 
@@ -19,15 +20,20 @@ namespace {
 
 using clock_type = std::chrono::steady_clock;
 
+struct measured_reading {
+    double seconds;
+    std::uint64_t bytes;
+};
+
 double seconds_since(clock_type::time_point begin) {
     return std::chrono::duration<double>(clock_type::now() - begin).count();
 }
 
-double read_by_tool(QN::filesystem::path const & path) {
+measured_reading read_by_tool(QN::filesystem::path const & path) {
     auto const begin = clock_type::now();
     QN::file::readable_file file(path);
     auto const bytes = file.read_whole_file(std::numeric_limits<std::uint32_t>::max());
-    return seconds_since(begin);
+    return {seconds_since(begin), bytes.size()};
 }
 
 // The request at the offset, to its end; the number of bytes it has read.
@@ -47,7 +53,7 @@ DWORD read_at(HANDLE file, std::uint64_t offset, std::uint8_t * buffer, DWORD si
     return read;
 }
 
-double read_by_loop(QN::filesystem::path const & path) {
+measured_reading read_by_loop(QN::filesystem::path const & path) {
     constexpr std::uint64_t longest_request = 65536;
     auto const size = QN::file::readable_file(path).get_total_size();
     std::vector<std::uint8_t> bytes(static_cast<std::size_t>(size));
@@ -55,12 +61,13 @@ double read_by_loop(QN::filesystem::path const & path) {
     auto const begin = clock_type::now();
     auto const file = QN::file::detail::create_file(path.c_str(), GENERIC_READ, FILE_SHARE_READ,
                                                     OPEN_EXISTING, FILE_FLAG_SEQUENTIAL_SCAN);
-    for (std::uint64_t done = 0; done < size;) {
+    std::uint64_t done = 0;
+    while (done < size) {
         done += read_at(file, done, bytes.data() + done,
                         static_cast<DWORD>(std::min(longest_request, size - done)));
     }
     CloseHandle(file);
-    return seconds_since(begin);
+    return {seconds_since(begin), done};
 }
 
 } // namespace
@@ -72,5 +79,6 @@ int main(int argc, char ** argv) {
     }
     auto const path = QN::path_from_utf8(argv[1]);
     bool const by_tool = std::string_view(argv[2]) == "tool";
-    std::printf("%.6f\n", by_tool ? read_by_tool(path) : read_by_loop(path));
+    auto const [seconds, bytes] = by_tool ? read_by_tool(path) : read_by_loop(path);
+    std::printf("%.6f %llu\n", seconds, static_cast<unsigned long long>(bytes));
 }

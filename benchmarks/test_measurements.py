@@ -1,0 +1,227 @@
+"""The measurements with programs that only pretend: sound ones, and ones with a fault each."""
+
+import io
+import json
+import os
+import pathlib
+import subprocess
+import sys
+import tempfile
+import unittest
+from contextlib import redirect_stderr
+
+import progress
+import report
+from rows import Row, compare
+
+HERE = pathlib.Path(__file__).resolve().parent
+DOCUMENT = """<plist version="1.0"><dict>
+<key>Type</key><string>DeviceList</string>
+</dict>
+</plist>
+"""
+LIST = f"print({DOCUMENT!r})"
+REPORTS = f"print({DOCUMENT!r} * 101)"
+PROGRAMS = {
+    "qnrescue.exe": f"""
+import sys
+if "--help" in sys.argv:
+    print("  --list-devices", file=sys.stderr)
+elif "--list-devices" in sys.argv:
+    {LIST}
+else:
+    {REPORTS}
+""",
+    "baseline_start.exe": "",
+    "baseline_listing.exe": LIST,
+    "baseline_reports.exe": REPORTS,
+    "empty_program.exe": "",
+    "bare_listing.exe": LIST,
+    "writer_alone.exe": "",
+    "read_file.exe": "print('0.5 1048576')",
+    "libqnrescuelib.dll": "# as large as this",
+}
+FAULTS = (
+    ("qnrescue.exe", "raise SystemExit(3)", "status 3"),
+    ("qnrescue.exe", "", "writes nothing to stderr"),
+    ("qnrescue.exe", "import sys; print('Usage', file=sys.stderr)", "does not name"),
+    ("baseline_start.exe", "raise SystemExit(3)", "status 3"),
+    ("empty_program.exe", "raise SystemExit(3)", "status 3"),
+    ("baseline_listing.exe", "", "writes nothing"),
+    ("bare_listing.exe", LIST.replace("DeviceList", "Other"), "writes no list of devices"),
+    ("baseline_reports.exe", REPORTS.replace("Type", "Tipe"), "write different reports"),
+    ("writer_alone.exe", "raise SystemExit(3)", "status 3"),
+    ("read_file.exe", "print('0.5 1048575')", "1048575 bytes of 1048576"),
+    ("read_file.exe", "print('0.0 1048576')", "the samples are [0.0]"),
+    ("libqnrescuelib.dll", "", "is empty"),
+)
+
+
+def write_programs(folder, **others):
+    for name, text in {**PROGRAMS, **others}.items():
+        (folder / name).write_text(text)
+
+
+def measure(folder, *arguments):
+    return subprocess.run(
+        [sys.executable, "-B", HERE / "run.py", "--smoke", f"--output={folder}", *arguments],
+        check=False,
+        capture_output=True,
+        text=True,
+    )
+
+
+def measure_windows(folder):
+    return measure(folder, f"--windows={folder}", f"--runner={sys.executable}")
+
+
+class WholeRuns(unittest.TestCase):
+    def setUp(self):
+        temporary = tempfile.TemporaryDirectory()
+        self.addCleanup(temporary.cleanup)
+        self.folder = pathlib.Path(temporary.name)
+
+    def test_sound_programs_are_measured(self):
+        write_programs(self.folder)
+        ended = measure_windows(self.folder)
+        self.assertEqual(ended.returncode, 0, ended.stderr)
+        self.assertIn("| --help, start to exit", ended.stdout)
+        self.assertIn("benchmark: row 1 of 8: --help, start to exit\n", ended.stderr)
+        self.assertIn("benchmark: row 8 of 8: size of libqnrescuelib.dll\n", ended.stderr)
+
+    def test_every_fault_is_seen(self):
+        for program, text, message in FAULTS:
+            with self.subTest(program=program, text=text):
+                write_programs(self.folder, **{program: text})
+                ended = measure_windows(self.folder)
+                self.assertEqual(ended.returncode, 1, ended.stderr)
+                self.assertIn(message, ended.stderr)
+
+    def test_reports_that_are_missing_are_seen(self):
+        fewer = {
+            name: PROGRAMS[name].replace("* 101", "* 100")
+            for name in ("qnrescue.exe", "baseline_reports.exe")
+        }
+        write_programs(self.folder, **fewer)
+        ended = measure_windows(self.folder)
+        self.assertEqual(ended.returncode, 1, ended.stderr)
+        self.assertIn("does not write every report", ended.stderr)
+
+
+def native_program(folder, runs, status=0):
+    """A program that says it has measured this."""
+    path = folder / "native"
+    path.write_text(
+        f"#!{sys.executable}\n"
+        "import sys\n"
+        "output = next(word for word in sys.argv if word.startswith('--benchmark_out='))\n"
+        f"open(output.partition('=')[2], 'w').write({json.dumps({'benchmarks': runs})!r})\n"
+        f"raise SystemExit({status})\n"
+    )
+    os.chmod(path, 0o700)
+    return path
+
+
+def native_runs():
+    names = ["machine_speed", "list/16", "list/64"]
+    names += [f"relay/{who}" for who in ("tool", "baseline", "least")]
+    names += [f"{verb}/{who}" for verb in ("write", "read") for who in ("simulator", "libplist")]
+    names += [f"arrival/{who}" for who in ("tool", "baseline", "bare")]
+    names += [f"{what}/{size}" for what in ("notification", "look_up") for size in (10, 1000, 10**5)]
+    counts = {"real_time": 2.0, "time_unit": "us", "median": 1e-6, "p99": 2e-6}
+    return [{"name": name, "run_name": name, **counts} for name in names]
+
+
+class InOneProcess(unittest.TestCase):
+    def setUp(self):
+        temporary = tempfile.TemporaryDirectory()
+        self.addCleanup(temporary.cleanup)
+        self.folder = pathlib.Path(temporary.name)
+
+    def measure(self, runs, status=0):
+        return measure(self.folder, f"--native={native_program(self.folder, runs, status)}")
+
+    def test_a_sound_program_is_measured(self):
+        ended = self.measure(native_runs())
+        self.assertEqual(ended.returncode, 0, ended.stderr)
+        self.assertIn("benchmark: rows 1 to 11 of 11: ", ended.stderr)
+        self.assertTrue((self.folder / "listing.svg").exists())
+
+    def test_every_fault_is_seen(self):
+        sound = native_runs()
+        broken = [{**sound[0], "error_occurred": True, "error_message": "no speed"}, *sound[1:]]
+        without_time = [{**run, "real_time": 0.0} for run in sound]
+        without_relay = [run for run in sound if run["name"] != "relay/baseline"]
+        without_size = [run for run in sound if run["name"] != "look_up/1000"]
+        for runs, status, message in (
+            (sound, 3, "ends with 3"),
+            (broken, 0, "no speed"),
+            (without_time, 0, "the samples are"),
+            (without_relay, 0, "the samples are []"),
+            (without_size, 0, "10 rows instead of 11"),
+        ):
+            with self.subTest(message=message):
+                ended = self.measure(runs, status)
+                self.assertEqual(ended.returncode, 1, ended.stderr)
+                self.assertIn(message, ended.stderr)
+
+
+class Table(unittest.TestCase):
+    def test_a_limit_is_kept_or_not(self):
+        for figure, met in ((1.1, True), (1.2, False)):
+            row = compare("figure", "baseline", "s", [1.0], [figure], at_most=1.15)
+            self.assertEqual(row.met, met)
+
+    def test_the_page_takes_the_table_of_a_former_run(self):
+        row = compare("relay", "calls", "s", [1e-6], [2e-6], at_most=1.15, beside=("less", [5e-7]))
+        with tempfile.TemporaryDirectory() as folder:
+            page, results = pathlib.Path(folder) / "page.md", pathlib.Path(folder) / "results.json"
+            page.write_text(f"before\n{report.PAGE_BEGIN}old\n{report.PAGE_END}after\n")
+            report.write_json(results, "Two processors.", [row], [])
+            subprocess.run([sys.executable, "-B", HERE / "page.py", results, page], check=True)
+            text = page.read_text(encoding="utf-8")
+        self.assertTrue(text.startswith(f"before\n{report.PAGE_BEGIN}Two processors.\n\n| what"))
+        self.assertTrue(text.endswith(f"|\n{report.PAGE_END}after\n"))
+        cells = [cell.strip() for cell in text.splitlines()[-3].strip("|").split("|")]
+        self.assertEqual(cells[2:5], ["1 µs", "2 µs", "2.00 (2.00 to 2.00)"])
+        self.assertEqual(cells[5:], ["at most 1.15 times", "no", "4.00 × less"])
+
+    def test_a_page_without_marks_is_refused(self):
+        with tempfile.TemporaryDirectory() as folder:
+            page = pathlib.Path(folder) / "page.md"
+            page.write_text("before\n")
+            with self.assertRaises(ValueError):
+                report.update_page(page, "", [])
+
+    def test_rows_outlive_the_file(self):
+        row = compare("what", "baseline", "s", [1.0, 2.0], [1.0, 3.0], at_least=1)
+        with tempfile.TemporaryDirectory() as folder:
+            path = pathlib.Path(folder) / "results.json"
+            report.write_json(path, "machine", [row], [])
+            machine, rows = report.read_json(path)
+        self.assertEqual(machine, "machine")
+        self.assertEqual(report.table(rows), report.table([row]))
+        self.assertIsInstance(rows[0], Row)
+
+
+class Steps(unittest.TestCase):
+    def test_steps_are_told_when_nothing_was_for_long(self):
+        with redirect_stderr(io.StringIO()) as told:
+            counter = progress.Progress(3)
+            counter.begin("two rows", rows=2)
+            counter.step(1, 9)
+            counter._spoken -= progress.SECONDS_BETWEEN_STEPS
+            counter.step(2, 9)
+            counter.begin("a row")
+        self.assertEqual(
+            told.getvalue().splitlines(),
+            [
+                "benchmark: rows 1 to 2 of 3: two rows",
+                "benchmark:     2 of 9",
+                "benchmark: row 3 of 3: a row",
+            ],
+        )
+
+
+if __name__ == "__main__":
+    unittest.main()
