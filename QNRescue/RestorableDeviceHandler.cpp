@@ -12,7 +12,6 @@
 
 #include <algorithm>
 #include <atomic>
-#include <random>
 #include <thread>
 #include <utility>
 #include <vector>
@@ -25,20 +24,6 @@ constexpr auto source_unit = "QNRescue/RestorableDeviceHandler";
 
 std::int64_t whole_seconds(std::chrono::nanoseconds duration) {
     return std::chrono::duration_cast<std::chrono::seconds>(duration).count();
-}
-
-// The processor's, where the standard library can ask for it: the system's loads more libraries.
-std::random_device randomness() {
-    try {
-        return std::random_device("hw");
-    } catch (std::runtime_error const &) {
-        return std::random_device();
-    }
-}
-
-std::string unique_name() {
-    constexpr auto six_digits = 0xffffffU;
-    return fmt::format("qnrescue.{:06x}", randomness()() & six_digits);
 }
 
 // --- Restore reports
@@ -103,7 +88,8 @@ device_notifier_state::device_notifier_state(std::shared_ptr<output_str_state> o
     debug("{}: initializing", "device_notifier_state");
     scratchLocation = scratch && !scratch->empty()
                           ? *std::move(scratch)
-                          : QN::filesystem::temp_directory_path() / unique_name();
+                          : QN::filesystem::temp_directory_path() /
+                                QN::filesystem::unique_path("qnrescue.%%%%%%");
     warmUp();
     if (amrLogFile) {
         enableFileLogging(*amrLogFile);
@@ -136,7 +122,7 @@ device_notifier_state::~device_notifier_state() noexcept(false) {
     constexpr auto function = "~device_notifier_state";
     assert_that(!scratchLocation.empty(), source_unit, function, "!scratchLocation.empty()");
     boost::system::error_code error;
-    QN::remove_tree(scratchLocation, error);
+    QN::filesystem::remove_all(scratchLocation, error);
     if (error) {
         debug("{}: Failed to clean scratch location ({})", function, error.message());
     }

@@ -36,7 +36,7 @@ class device_notifier_state {
 public:
     // An empty or absent scratch makes the run choose a directory of its own; it is not created.
     // Throws std::invalid_argument for a null output, QN::filesystem::filesystem_error where the
-    // system has no temporary directory.
+    // system has no temporary directory or no random digits.
     device_notifier_state(std::shared_ptr<output_str_state> output,
                           std::optional<QN::filesystem::path> amrLogFile,
                           std::optional<QN::filesystem::path> scratch);

@@ -39,9 +39,10 @@ FOLDERS = {"docs": "docs", "examples": "examples", "simulator/scenarios": "simul
 
 # What every Windows has. Each other library makes each start take longer.
 WINDOWS_LIBRARIES = {"kernel32.dll", "msvcrt.dll"}
-# What else a binary imports; the program loads its library while it runs.
+# What else a binary imports (bcrypt draws the digits of the scratch name); the program loads its
+# library while it runs.
 OWN_IMPORTS = {
-    "libqnrescuelib.dll": {"libdevforwardmin.dll"},
+    "libqnrescuelib.dll": {"libdevforwardmin.dll", "bcrypt.dll"},
     "MobileDevice.dll": {"CoreFoundation.dll"},
 }
 # All that the tool's library exports; two functions are only for callers in C++.

@@ -10,6 +10,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <atomic>
 #include <chrono>
 #include <functional>
 #include <future>
@@ -84,7 +85,7 @@ TEST(Notifier, WarmsTheLibraryUp) {
 TEST(Notifier, MakesAScratchPathOfItsOwn) {
     output_capture output;
     std::set<std::string> names;
-    for (int i = 0; i < 100; ++i) { // so that some of the numbers need zeros in front
+    for (int i = 0; i < 100; ++i) {
         for (auto const & none :
              {std::optional<QN::filesystem::path>(), std::make_optional<QN::filesystem::path>()}) {
             device_notifier_state const notifier(output.state(), std::nullopt, none);
@@ -95,10 +96,17 @@ TEST(Notifier, MakesAScratchPathOfItsOwn) {
         }
     }
     EXPECT_GT(names.size(), 100U); // hardly any is chosen twice
+    std::set<char> digits[6];
     for (auto const & name : names) {
-        EXPECT_TRUE(name.starts_with("qnrescue.")) << name;
-        EXPECT_EQ(name.size(), std::string("qnrescue.xxxxxx").size()) << name;
+        ASSERT_TRUE(name.starts_with("qnrescue.")) << name;
+        ASSERT_EQ(name.size(), std::string("qnrescue.xxxxxx").size()) << name;
         EXPECT_EQ(name.find_first_not_of("0123456789abcdef", 9), std::string::npos) << name;
+        for (std::size_t i = 0; i < std::size(digits); ++i) {
+            digits[i].insert(name[9 + i]);
+        }
+    }
+    for (auto const & seen : digits) {
+        EXPECT_GT(seen.size(), 8U); // each is drawn
     }
 }
 
@@ -162,6 +170,51 @@ TEST(Notifier, RemovesItsScratchDirectory) {
     EXPECT_FALSE(QN::filesystem::exists(scratch));
     EXPECT_TRUE(QN::filesystem::exists(folder.path()));
     EXPECT_EQ(output.debug_lines().size(), 1U);
+}
+
+TEST(Notifier, RemovesItsScratchDirectoryWhileSomethingInItVanishes) {
+    temporary_folder const folder;
+    auto const scratch = folder.path() / "scratch";
+    for (int i = 0; i < 50; ++i) {
+        output_capture output;
+        auto notifier =
+            std::make_optional<device_notifier_state>(output.state(), std::nullopt, scratch);
+        for (int j = 0; j < 20; ++j) {
+            QN::filesystem::create_directories(scratch / std::to_string(j) / "inner");
+        }
+        std::atomic<bool> ready = false;
+        std::thread other([&] {
+            ready = true;
+            boost::system::error_code ignored;
+            QN::filesystem::remove_all(scratch / std::to_string(i % 20), ignored);
+        });
+        while (!ready) {
+            std::this_thread::yield();
+        }
+        notifier.reset();
+        other.join();
+        EXPECT_FALSE(QN::filesystem::exists(scratch));
+        ASSERT_EQ(output.debug_lines(), strings{"device_notifier_state: initializing"});
+    }
+}
+
+TEST(Notifier, RemovesAScratchDirectoryWithLongPaths) {
+    temporary_folder const folder;
+    auto const scratch = folder.path() / "scratch";
+    QN::filesystem::path deep = scratch;
+#ifdef _WIN32
+    deep = L"\\\\?\\" + deep.native(); // makes paths above 259 characters possible
+#endif
+    for (int i = 0; i < 5; ++i) {
+        deep /= std::string(100, static_cast<char>('a' + i));
+    }
+    QN::filesystem::create_directories(deep);
+    write_file(deep / "file", "bytes");
+    ASSERT_TRUE(QN::filesystem::exists(deep / "file"));
+    output_capture output;
+    static_cast<void>(device_notifier_state(output.state(), std::nullopt, scratch));
+    EXPECT_FALSE(QN::filesystem::exists(scratch));
+    EXPECT_EQ(output.debug_lines(), strings{"device_notifier_state: initializing"});
 }
 
 #ifndef _WIN32
@@ -246,7 +299,7 @@ TEST(Notifier, ReportsAScratchDirectoryThatStays) {
     output_capture output;
     static_cast<void>(device_notifier_state(output.state(), std::nullopt, stubborn.path()));
     boost::system::error_code reason;
-    QN::remove_tree(stubborn.path(), reason);
+    QN::filesystem::remove_all(stubborn.path(), reason);
     ASSERT_EQ(reason.category(), boost::system::system_category());
     ASSERT_TRUE(reason);
     EXPECT_EQ(output.debug_lines(),
