@@ -1,6 +1,7 @@
 #pragma once
 
 #include "support/identifiers/ecid.hpp"
+#include "support/identifiers/kinds.hpp"
 
 #include <fmt/format.h>
 
@@ -15,6 +16,8 @@ namespace QN {
 class device_id {
 public:
     explicit device_id(std::string key);
+    template <other_identifier<device_id> Other>
+    explicit device_id(Other const & other) = delete; // make_device_id is for that
 
     std::string get_data() const { return data; }
 

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "support/identifiers/kinds.hpp"
+
 #include <fmt/format.h>
 
 #include <cstddef>
@@ -20,6 +22,8 @@ public:
     explicit ecid(std::uint64_t number);
     // Throws std::invalid_argument unless is_ecid(digits).
     explicit ecid(std::string_view digits);
+    template <other_identifier<ecid> Other>
+    explicit ecid(Other const & other) = delete;
 
     ecid(ecid const &) = default;
     ecid & operator=(ecid const &) = default;

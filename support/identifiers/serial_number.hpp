@@ -1,5 +1,7 @@
 #pragma once
 
+#include "support/identifiers/kinds.hpp"
+
 #include <cstddef>
 #include <functional>
 #include <string>
@@ -13,6 +15,8 @@ public:
     // Throws std::logic_error for a null pointer with a length.
     explicit serial_number(std::string_view number)
         : text(number) {}
+    template <other_identifier<serial_number> Other>
+    explicit serial_number(Other const & other) = delete;
 
     operator std::string_view() const { return text; }
     operator std::string() const { return text; }

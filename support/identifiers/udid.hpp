@@ -1,5 +1,7 @@
 #pragma once
 
+#include "support/identifiers/kinds.hpp"
+
 #include <cstddef>
 #include <functional>
 #include <string>
@@ -18,6 +20,8 @@ public:
     // Throws std::invalid_argument unless is_udid of the text, its dash included.
     explicit udid(std::string identifier);
     explicit udid(std::string_view identifier);
+    template <other_identifier<udid> Other>
+    explicit udid(Other const & other) = delete;
 
     operator std::string_view() const { return text; }
     operator std::string() const { return text; }
