@@ -9,6 +9,22 @@
 
 namespace QN::win {
 
+namespace {
+
+// A pointer into the first 64 KiB is an ordinal, which points to no text; null is the ordinal 0.
+bool is_ordinal(char const * name) {
+    return IS_INTRESOURCE(name);
+}
+
+std::string text_of(char const * proc) {
+    return is_ordinal(proc) ? fmt::format("#{}", reinterpret_cast<ULONG_PTR>(proc)) : proc;
+}
+
+} // namespace
+
+win32_module::win32_module(char const * library)
+    : win32_module(std::string(is_ordinal(library) ? "" : library)) {}
+
 win32_module::win32_module(std::string library)
     : name(std::move(library))
     , module(LoadLibraryA(name.c_str())) {
@@ -47,7 +63,8 @@ void * win32_module::internal_get_proc_address(char const * proc) const {
     auto const address = find_proc_address(proc);
     if (address == nullptr) {
         auto const error = GetLastError();
-        throw win32_error(fmt::format("GetProcAddress(\"{}\", \"{}\")", name, proc), error);
+        throw win32_error(fmt::format("GetProcAddress(\"{}\", \"{}\")", name, text_of(proc)),
+                          error);
     }
     return address;
 }

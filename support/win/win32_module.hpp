@@ -13,6 +13,8 @@ public:
 
     // Loads the library of this name; throws win32_error where that fails.
     explicit win32_module(std::string name);
+    // The same; null and ordinals name no library.
+    explicit win32_module(char const * name);
     // The same for a path, with the flags of LoadLibraryExW.
     win32_module(std::wstring const & path, unsigned long flags);
 
@@ -21,7 +23,8 @@ public:
     ~win32_module();
 
     // The address of a function or variable that the library exports; throws win32_error where it
-    // exports none of this name.
+    // exports none of this name. An ordinal (MAKEINTRESOURCEA) is a name too, and null is that of
+    // 0.
     void * internal_get_proc_address(char const * proc) const;
     // The same, but null where it exports none; the last error tells why.
     void * find_proc_address(char const * proc) const noexcept;

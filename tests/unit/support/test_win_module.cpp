@@ -74,6 +74,48 @@ TEST(win32_module, refuses_a_missing_name) {
     EXPECT_EQ(library.find_proc_address("NoSuchFunction"), nullptr);
 }
 
+unsigned long error_of_look_up(HMODULE module, char const * proc) {
+    EXPECT_EQ(GetProcAddress(module, proc), nullptr);
+    return GetLastError();
+}
+
+TEST(win32_module, takes_ordinals_for_names) {
+    win32_module const library("ws2_32.dll");
+    constexpr auto ordinal = 115;
+    EXPECT_EQ(library.internal_get_proc_address(MAKEINTRESOURCEA(ordinal)),
+              library.internal_get_proc_address("WSAStartup"));
+
+    auto const module = GetModuleHandleW(L"ws2_32.dll");
+    expect_thrown([&] { library.internal_get_proc_address(MAKEINTRESOURCEA(65535)); },
+                  error_of_look_up(module, MAKEINTRESOURCEA(65535)),
+                  "GetProcAddress(\"ws2_32.dll\", \"#65535\")");
+    expect_thrown([&] { library.internal_get_proc_address(nullptr); },
+                  error_of_look_up(module, nullptr), "GetProcAddress(\"ws2_32.dll\", \"#0\")");
+    EXPECT_EQ(library.find_proc_address(nullptr), nullptr);
+}
+
+TEST(win32_module, without_a_library_has_no_names) {
+    win32_module const empty;
+    for (auto const * proc : {static_cast<char const *>(nullptr), "NoSuchFunction",
+                              static_cast<char const *>(MAKEINTRESOURCEA(65535))}) {
+        EXPECT_THROW(empty.internal_get_proc_address(proc), win32_error);
+        EXPECT_EQ(empty.find_proc_address(proc), nullptr);
+    }
+}
+
+TEST(win32_module, refuses_what_names_no_library) {
+    char const * const nothing = nullptr;
+    for (auto const * name : {nothing, static_cast<char const *>(MAKEINTRESOURCEA(7)), ""}) {
+        try {
+            win32_module const library(name);
+            ADD_FAILURE() << "loaded";
+        } catch (win32_error const & error) {
+            EXPECT_TRUE(std::string(error.what()).starts_with("LoadLibrary(\"\"): "))
+                << error.what();
+        }
+    }
+}
+
 TEST(win32_module, moves_its_library_along) {
     win32_module target;
     {
