@@ -34,7 +34,7 @@ std::string format_device(Device const * named) {
     return named ? format_ecid(named->description().ecid) : "null";
 }
 
-std::string format_owner(appearance const * shown) {
+std::string format_owner(presence const * shown) {
     return shown ? format_device(&shown->owner) : "null";
 }
 
@@ -46,7 +46,7 @@ void write_call(traced_call & call, std::string_view result) {
 template <typename Read>
 auto ask(char const * function, AMRestorableDeviceRef object, Read read) {
     simulator::instance();
-    auto const shown = device::from(object);
+    auto const shown = device::from(object, function);
     auto const answer = shown ? read(*shown) : decltype(read(*shown)){};
     traced_call call{function};
     call.argument("device", format_owner(shown));
@@ -58,12 +58,12 @@ auto ask(char const * function, AMRestorableDeviceRef object, Read read) {
 template <typename Field>
 auto ask(char const * function, AMRestorableDeviceRef object, Field device_description::*field) {
     return ask(function, object,
-               [field](appearance const & shown) { return shown.owner.description().*field; });
+               [field](presence const & shown) { return shown.owner.description().*field; });
 }
 
 CFStringRef copy_string(char const * function, AMRestorableDeviceRef object,
                         reference<CFStringRef> device_description::*field) {
-    return ask(function, object, [field](appearance const & shown) {
+    return ask(function, object, [field](presence const & shown) {
         auto copy = shown.owner.description().*field;
         return copy.release();
     });
@@ -156,14 +156,14 @@ int AMRestorableDeviceUnregisterForNotifications(int clientID) {
 }
 
 AMRestorableDeviceState AMRestorableDeviceGetState(AMRestorableDeviceRef device) {
-    return ask(__func__, device, [](appearance const & shown) {
+    return ask(__func__, device, [](presence const & shown) {
         return static_cast<AMRestorableDeviceState>(shown.state);
     });
 }
 
 uint64_t AMRestorableDeviceGetECID(AMRestorableDeviceRef device) {
     simulator::instance();
-    auto const shown = device::from(device);
+    auto const shown = device::from(device, __func__);
     auto const ecid = shown ? shown->owner.description().ecid : 0;
     traced_call call{__func__};
     call.argument("device", format_owner(shown));
@@ -205,17 +205,18 @@ CFStringRef AMRestorableDeviceCopyProductString(AMRestorableDeviceRef device) {
 
 AMRecoveryModeDeviceRef AMRestorableDeviceCopyRecoveryModeDevice(AMRestorableDeviceRef device) {
     simulator::instance();
-    auto const shown = device::from(device);
+    auto const shown = device::from(device, __func__);
     bool const has_one = shown && shown->recovery_mode_device;
     traced_call call{__func__};
     call.argument("device", format_owner(shown));
     write_call(call, has_one ? format_owner(shown) : "null");
-    return has_one ? shown->owner.copy_recovery_mode_device() : nullptr;
+    auto copy = has_one ? shown->recovery_mode_device : reference<AMRecoveryModeDeviceRef>{};
+    return copy.release();
 }
 
 AMRError AMRecoveryModeDeviceSetAutoBoot(AMRecoveryModeDeviceRef device, unsigned char autoBoot) {
     simulator::instance();
-    auto const subject = device::from(device);
+    auto const subject = device::from(device, __func__);
     auto const result = subject ? subject->description().set_auto_boot_error : amr_bad_argument;
     if (subject && result == kAMRSuccess) {
         subject->auto_boot = autoBoot != 0;
@@ -229,7 +230,7 @@ AMRError AMRecoveryModeDeviceSetAutoBoot(AMRecoveryModeDeviceRef device, unsigne
 
 AMRError AMRecoveryModeDeviceReboot(AMRecoveryModeDeviceRef device) {
     auto & simulator = simulator::instance();
-    auto const subject = device::from(device);
+    auto const subject = device::from(device, __func__);
     auto const result = subject ? subject->description().reboot_error : amr_bad_argument;
     traced_call call{__func__};
     call.argument("device", format_device(subject));
@@ -244,7 +245,7 @@ AMRError AMRecoveryModeDeviceReboot(AMRecoveryModeDeviceRef device) {
 void AMRestorableDeviceRestore(AMRestorableDeviceRef device, CFDictionaryRef options,
                                AMRestorableDeviceProgressCallback callback, void * context) {
     auto & simulator = simulator::instance();
-    auto const shown = device::from(device);
+    auto const shown = device::from(device, __func__);
     simulator.calls().write_options(options);
     traced_call call{__func__};
     call.argument("device", format_owner(shown)).argument("context", format_presence(context));

@@ -1,61 +1,71 @@
 #include "simulator/MobileDevice/device.hpp"
 
+#include "simulator/MobileDevice/live_objects.hpp"
+#include "simulator/MobileDevice/trap.hpp"
+
+#include <memory>
+
 namespace mobile_device {
 namespace {
 
-// An array without callbacks of its own may hold any pointer. It is what this library's objects
-// are made of, as CoreFoundation lets nobody add types.
-reference<CFArrayRef> make_handle(void const * target) {
-    return reference<CFArrayRef>::adopt(CFArrayCreate(kCFAllocatorDefault, &target, 1, nullptr));
+void end_presence(CFAllocatorRef, void const * ending) {
+    std::unique_ptr<presence const> const target{static_cast<presence const *>(ending)};
+    live_objects::instance().remove(target->object);
 }
 
-void const * target_of(void const * handle) {
-    return handle ? CFArrayGetValueAtIndex(static_cast<CFArrayRef>(handle), 0) : nullptr;
-}
+// An array with one element is what this library's objects are made of, as CoreFoundation lets
+// nobody add types.
+CFArrayCallBacks const one_presence{0, nullptr, end_presence, nullptr, nullptr};
 
 template <typename Object>
-Object as_object(CFArrayRef handle) {
-    return reinterpret_cast<Object>(const_cast<__CFArray *>(handle));
+reference<Object> make_object_of(presence contents) {
+    auto const target = new presence{std::move(contents)};
+    void const * element = target;
+    auto const object = CFArrayCreate(kCFAllocatorDefault, &element, 1, &one_presence);
+    target->object = object;
+    live_objects::instance().add(object);
+    return reference<Object>::adopt(reinterpret_cast<Object>(const_cast<__CFArray *>(object)));
+}
+
+presence const * presence_of(void const * object, char const * function) {
+    if (object == nullptr) {
+        return nullptr;
+    }
+    if (!live_objects::instance().contains(object)) {
+        trap(function, "the device has been released");
+    }
+    return static_cast<presence const *>(
+        CFArrayGetValueAtIndex(static_cast<CFArrayRef>(object), 0));
 }
 
 } // namespace
 
-appearance::appearance(device & its_owner, int shown_state, bool has_recovery_mode_device)
-    : owner{its_owner}
-    , state{shown_state}
-    , recovery_mode_device{has_recovery_mode_device}
-    , handle{make_handle(this)} {}
-
-AMRestorableDeviceRef appearance::object() const {
-    return as_object<AMRestorableDeviceRef>(handle.get());
-}
-
 device::device(device_description const & description)
-    : initial{*this, description.state, description.recovery_mode_device}
-    , recovery{*this, kAMRestorableDeviceStateRecovery, description.recovery_mode_device}
-    , restore_os{*this, kAMRestorableDeviceStateRestoreOS, false}
-    , booted_os{*this, kAMRestorableDeviceStateBootedOS, false}
-    , m_description{description}
-    , m_recovery_mode_device{make_handle(this)} {}
+    : initial{description.state, description.recovery_mode_device}
+    , recovery{kAMRestorableDeviceStateRecovery, description.recovery_mode_device}
+    , restore_os{kAMRestorableDeviceStateRestoreOS, false}
+    , booted_os{kAMRestorableDeviceStateBootedOS, false}
+    , m_description{description} {}
 
-appearance const * device::from(AMRestorableDeviceRef object) {
-    return static_cast<appearance const *>(target_of(object));
+presence const * device::from(AMRestorableDeviceRef object, char const * function) {
+    return presence_of(object, function);
 }
 
-device * device::from(AMRecoveryModeDeviceRef object) {
-    return static_cast<device *>(const_cast<void *>(target_of(object)));
+device * device::from(AMRecoveryModeDeviceRef object, char const * function) {
+    auto const shown = presence_of(object, function);
+    return shown ? &shown->owner : nullptr;
 }
 
-AMRecoveryModeDeviceRef device::copy_recovery_mode_device() const {
-    auto copy = m_recovery_mode_device;
-    return as_object<AMRecoveryModeDeviceRef>(copy.release());
+void device::stop_watching() {
+    live_objects::instance().stop();
 }
 
-void device::release_objects() {
-    for (auto const shown : {&initial, &recovery, &restore_os, &booted_os}) {
-        shown->release_object();
+reference<AMRestorableDeviceRef> device::make_object(appearance const & as) {
+    presence shown{.owner = *this, .state = as.state};
+    if (as.recovery_mode_device) {
+        shown.recovery_mode_device = make_object_of<AMRecoveryModeDeviceRef>({.owner = *this});
     }
-    m_recovery_mode_device = {};
+    return make_object_of<AMRestorableDeviceRef>(std::move(shown));
 }
 
 } // namespace mobile_device

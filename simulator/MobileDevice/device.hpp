@@ -9,57 +9,59 @@
 
 namespace mobile_device {
 
-class device;
-
-// A device from one arrival to its departure: what never changes meanwhile. Each has an object of
-// its own, so that a user's reference answers the same for as long as it is held.
+// How a device shows itself from one arrival to its departure.
 struct appearance {
-    appearance(device & owner, int shown_state, bool has_recovery_mode_device);
-
-    // Borrowed, as all of this project's callbacks hand it out.
-    AMRestorableDeviceRef object() const;
-    void release_object() { handle = {}; }
-
-    device & owner;
     int state;
     bool recovery_mode_device;
-
-private:
-    reference<CFArrayRef> handle;
 };
 
-// A device of the scenario in all its appearances. All objects exist from the start, whether or
-// not they will be handed out, and are released together.
+class device;
+
+// What an object stands for, with which it goes: an object answers the same for as long as it is
+// held.
+struct presence {
+    device & owner;
+    int state = 0;
+    reference<AMRecoveryModeDeviceRef> recovery_mode_device = {}; // null: it has none
+    void const * object = nullptr;                                // borrowed
+};
+
+// A device of the scenario in all its appearances.
 class device {
 public:
     explicit device(device_description const & description);
     device(device const &) = delete;
     device & operator=(device const &) = delete;
 
-    // The device behind an object; null for null.
-    static appearance const * from(AMRestorableDeviceRef object);
-    static device * from(AMRecoveryModeDeviceRef object);
+    // What the object stands for; null for null. The use of an object after its last release ends
+    // the process in the name of the function.
+    static presence const * from(AMRestorableDeviceRef object, char const * function);
+    static device * from(AMRecoveryModeDeviceRef object, char const * function);
+
+    // Leaves it to CoreFoundation from now on what a late use of an object leads to, so that no
+    // lock is needed.
+    static void stop_watching();
 
     device_description const & description() const { return m_description; }
-    // Owned by the caller.
-    AMRecoveryModeDeviceRef copy_recovery_mode_device() const;
-    void release_objects();
+
+    // A new object, as each arrival has one of its own.
+    reference<AMRestorableDeviceRef> make_object(appearance const & as);
 
     std::atomic<bool> auto_boot = false;
 
-    appearance initial;
-    appearance recovery;
-    appearance restore_os;
-    appearance booted_os;
+    appearance const initial;
+    appearance const recovery;
+    appearance const restore_os;
+    appearance const booted_os;
 
-    // Of the delivery thread alone: how the device shows itself, and whether the scenario has
-    // taken it away for good.
+    // Of the delivery thread alone: how the device shows itself, its object while it is attached,
+    // and whether the scenario has taken it away for good.
     appearance const * current = &initial;
+    reference<AMRestorableDeviceRef> attached;
     bool unplugged = false;
 
 private:
     device_description const & m_description;
-    reference<CFArrayRef> m_recovery_mode_device;
 };
 
 } // namespace mobile_device

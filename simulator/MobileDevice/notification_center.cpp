@@ -108,18 +108,22 @@ void notification_center::run() {
 
 void notification_center::handle(event const & what) {
     auto const subject = what.subject;
+    bool stays = subject && subject->attached;
     switch (what.what) {
     case kind::plugged:
     case kind::unplugged:
-        subject->unplugged = what.what == kind::unplugged;
+        stays = what.what == kind::plugged;
+        subject->unplugged = !stays;
         break;
     case kind::returns:
         subject->current = what.as;
+        subject->attached = {};
         [[fallthrough]];
     case kind::leaves:
         if (subject->unplugged) {
             return;
         }
+        stays = what.what == kind::returns;
         break;
     case kind::raw:
         break;
@@ -128,12 +132,18 @@ void notification_center::handle(event const & what) {
     auto const type = what.what == kind::raw ? what.type
                       : departure            ? kAMRestorableDeviceDisconnected
                                              : kAMRestorableDeviceConnected;
+    if (subject && !subject->attached) {
+        subject->attached = subject->make_object(*subject->current);
+    }
     for (auto const id : addressees(what)) {
-        notify(id, subject ? subject->current : nullptr, type);
+        notify(id, subject ? subject->attached.get() : nullptr, type);
+    }
+    if (subject && !stays) {
+        subject->attached = {};
     }
 }
 
-void notification_center::notify(int id, appearance const * shown, int type) {
+void notification_center::notify(int id, AMRestorableDeviceRef object, int type) {
     std::unique_lock lock{m_mutex};
     auto const found = m_clients.find(id);
     if (found == m_clients.end()) {
@@ -143,8 +153,7 @@ void notification_center::notify(int id, appearance const * shown, int type) {
     m_notified_client = id;
     lock.unlock();
     if (!m_lifetime.has_ended()) {
-        callback(shown ? shown->object() : nullptr,
-                 static_cast<AMRestorableDeviceNotificationType>(type), context);
+        callback(object, static_cast<AMRestorableDeviceNotificationType>(type), context);
     }
     lock.lock();
     m_notified_client = 0;

@@ -83,7 +83,7 @@ private:
     void schedule(batch const & with, double after, event what);
     void run();
     void handle(event const & what);
-    void notify(int id, appearance const * shown, int type);
+    void notify(int id, AMRestorableDeviceRef object, int type);
     std::vector<int> addressees(event const & what);
 
     lifetime & m_lifetime;

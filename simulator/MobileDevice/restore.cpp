@@ -9,13 +9,23 @@ restore::restore(surroundings around, device & subject, std::vector<planned_repo
 
 void restore::start(AMRestorableDeviceRef object, AMRestorableDeviceProgressCallback callback,
                     void * context) {
-    m_object = object;
+    m_object = reference<AMRestorableDeviceRef>::retain(object);
     m_callback = callback;
     m_context = context;
     m_around.shared.start_thread([this] { run(); });
 }
 
+void restore::release_objects() {
+    m_plan.clear();
+    m_object = {};
+}
+
 void restore::run() {
+    play();
+    m_object = {};
+}
+
+void restore::play() {
     auto last = clock::now();
     for (auto const & planned : m_plan) {
         for (std::int64_t count = 0; count < planned.report.repeat; ++count) {
@@ -40,7 +50,7 @@ bool restore::deliver(planned_report const & planned, clock::time_point & last) 
     last = clock::now();
     m_around.log.write_step(m_device.description().ecid, status.get());
     if (m_callback) {
-        m_callback(m_object, status.get(), m_context);
+        m_callback(m_object.get(), status.get(), m_context);
     }
     return true;
 }

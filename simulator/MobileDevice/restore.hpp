@@ -30,18 +30,19 @@ public:
     // Called once.
     void start(AMRestorableDeviceRef object, AMRestorableDeviceProgressCallback callback,
                void * context);
-    void release_objects() { m_plan.clear(); }
+    void release_objects();
 
     restore * next = nullptr; // the one that began before
 
 private:
     void run();
+    void play();
     bool deliver(planned_report const & planned, clock::time_point & last);
 
     surroundings m_around;
     device & m_device;
     std::vector<planned_report> m_plan;
-    AMRestorableDeviceRef m_object = nullptr;
+    reference<AMRestorableDeviceRef> m_object;
     AMRestorableDeviceProgressCallback m_callback = nullptr;
     void * m_context = nullptr;
 };

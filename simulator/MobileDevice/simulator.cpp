@@ -100,11 +100,12 @@ bool simulator::end(clock::duration limit) {
 }
 
 void simulator::release_objects() {
+    device::stop_watching();
     for (auto each = m_latest_restore.load(); each; each = each->next) {
         each->release_objects();
     }
     for (auto const & each : m_devices) {
-        each->release_objects();
+        each->attached = {};
     }
     for (auto & description : m_scenario.devices) {
         release_objects_of(description);

@@ -19,7 +19,8 @@ class SimulatedPlatform : public testing::Test {
 protected:
     ~SimulatedPlatform() override { mobile_device::simulator::replace(nullptr); }
 
-    static mobile_device::simulator & play(std::string const & root) {
+    mobile_device::simulator & play(std::string const & root) {
+        m_objects.clear();
         auto const text = property_list::document(root);
         mobile_device::simulator::replace(
             std::make_unique<mobile_device::simulator>(mobile_device::parse_scenario(
@@ -27,14 +28,22 @@ protected:
         return mobile_device::simulator::instance();
     }
 
-    // The object of a device as it is at the start; borrowed.
-    static AMRestorableDeviceRef device(std::size_t index) {
-        return mobile_device::simulator::instance().devices().at(index)->initial.object();
+    // An object of a device as it is at the start, which lives as long as the test.
+    AMRestorableDeviceRef device(std::size_t index) {
+        auto & object = m_objects[index];
+        if (!object) {
+            auto & of = *mobile_device::simulator::instance().devices().at(index);
+            object = of.make_object(of.initial);
+        }
+        return object.get();
     }
+
+private:
+    std::map<std::size_t, mobile_device::reference<AMRestorableDeviceRef>> m_objects;
 };
 
 struct notification {
-    AMRestorableDeviceRef object; // borrowed
+    mobile_device::reference<AMRestorableDeviceRef> object;
     std::uint64_t ecid;
     int state;
     int type;
@@ -78,10 +87,11 @@ private:
     static void receive(AMRestorableDeviceRef object, AMRestorableDeviceNotificationType type,
                         void * context) {
         auto & self = *static_cast<notification_recorder *>(context);
-        notification const received{object, AMRestorableDeviceGetECID(object),
-                                    AMRestorableDeviceGetState(object), type};
+        notification received{mobile_device::reference<AMRestorableDeviceRef>::retain(object),
+                              AMRestorableDeviceGetECID(object), AMRestorableDeviceGetState(object),
+                              type};
         std::lock_guard const lock{self.m_mutex};
-        self.m_received.push_back(received);
+        self.m_received.push_back(std::move(received));
         self.m_times.push_back(std::chrono::steady_clock::now());
         self.m_condition.notify_all();
     }

@@ -84,7 +84,7 @@ TEST_F(Devices, RecoveryModeDevicesBelongToTheCaller) {
     recovery_mode_device owner;
     auto const copy = copy_recovery_mode_device(device(0), owner);
     ASSERT_NE(copy, nullptr);
-    EXPECT_GE(CFGetRetainCount(copy), 2); // the caller's and the simulator's own
+    EXPECT_EQ(CFGetRetainCount(copy), 2); // the caller's and the device's own
 }
 
 TEST_F(Devices, WithoutARecoveryModeDeviceTheCopyIsNull) {
@@ -100,21 +100,21 @@ TEST_F(Devices, RebootedWithAutoBootReappearBooted) {
     notification_recorder recorder;
     auto const before = recorder.wait_for(1).at(0).object;
     recovery_mode_device owner;
-    auto const recovery = copy_recovery_mode_device(before, owner);
+    auto const recovery = copy_recovery_mode_device(before.get(), owner);
     EXPECT_EQ(AMRecoveryModeDeviceSetAutoBoot(recovery, true), kAMRSuccess);
     EXPECT_EQ(AMRecoveryModeDeviceReboot(recovery), kAMRSuccess);
     std::vector<notification> const expected = {{{}, 1, 2, 0}, {{}, 1, 2, 1}, {{}, 1, 4, 0}};
     auto const received = recorder.wait_for(3);
     EXPECT_EQ(received, expected);
-    EXPECT_EQ(AMRestorableDeviceCopyRecoveryModeDevice(received.at(2).object), nullptr);
-    EXPECT_EQ(AMRestorableDeviceGetState(before), 2); // a reference held keeps its answers
+    EXPECT_EQ(AMRestorableDeviceCopyRecoveryModeDevice(received.at(2).object.get()), nullptr);
+    EXPECT_EQ(AMRestorableDeviceGetState(before.get()), 2); // a reference held keeps its answers
 }
 
 TEST_F(Devices, RebootedWithoutAutoBootReappearInRecovery) {
     play(one_device({{"ECID", text("1")}}));
     notification_recorder recorder;
     recovery_mode_device owner;
-    auto const recovery = copy_recovery_mode_device(recorder.wait_for(1).at(0).object, owner);
+    auto const recovery = copy_recovery_mode_device(recorder.wait_for(1).at(0).object.get(), owner);
     AMRecoveryModeDeviceSetAutoBoot(recovery, true);
     AMRecoveryModeDeviceSetAutoBoot(recovery, false);
     AMRecoveryModeDeviceReboot(recovery);
@@ -122,7 +122,7 @@ TEST_F(Devices, RebootedWithoutAutoBootReappearInRecovery) {
     auto const received = recorder.wait_for(3);
     EXPECT_EQ(received, expected);
     recovery_mode_device again;
-    EXPECT_NE(copy_recovery_mode_device(received.at(2).object, again), nullptr);
+    EXPECT_NE(copy_recovery_mode_device(received.at(2).object.get(), again), nullptr);
 }
 
 TEST_F(Devices, RecoveryModeErrorsAreReturnedAndNothingHappens) {
@@ -130,7 +130,7 @@ TEST_F(Devices, RecoveryModeErrorsAreReturnedAndNothingHappens) {
         {{"ECID", text("1")}, {"SetAutoBootError", integer(8)}, {"RebootError", integer(2005)}}));
     notification_recorder recorder;
     recovery_mode_device owner;
-    auto const recovery = copy_recovery_mode_device(recorder.wait_for(1).at(0).object, owner);
+    auto const recovery = copy_recovery_mode_device(recorder.wait_for(1).at(0).object.get(), owner);
     EXPECT_EQ(static_cast<int>(AMRecoveryModeDeviceSetAutoBoot(recovery, true)), 8);
     EXPECT_EQ(static_cast<int>(AMRecoveryModeDeviceReboot(recovery)), 2005);
     EXPECT_EQ(recorder.wait_for(2, 100ms).size(), 1U);
@@ -142,7 +142,7 @@ TEST_F(Devices, TakenAwayDoNotReappear) {
          {"Devices", array({dictionary({{"ECID", text("1")}, {"DisconnectAfter", real(0.3)}})})}}));
     notification_recorder recorder;
     recovery_mode_device owner;
-    auto const recovery = copy_recovery_mode_device(recorder.wait_for(1).at(0).object, owner);
+    auto const recovery = copy_recovery_mode_device(recorder.wait_for(1).at(0).object.get(), owner);
     recorder.wait_for(2);
     AMRecoveryModeDeviceReboot(recovery);
     EXPECT_EQ(recorder.wait_for(3, 500ms).size(), 2U);
@@ -153,11 +153,88 @@ TEST_F(Devices, RegisteringAgainShowsThemAsTheyAreNow) {
     {
         notification_recorder recorder;
         recovery_mode_device owner;
-        auto const recovery = copy_recovery_mode_device(recorder.wait_for(1).at(0).object, owner);
+        auto const recovery =
+            copy_recovery_mode_device(recorder.wait_for(1).at(0).object.get(), owner);
         AMRecoveryModeDeviceSetAutoBoot(recovery, true);
         AMRecoveryModeDeviceReboot(recovery);
         recorder.wait_for(3);
     }
     notification_recorder recorder;
     EXPECT_EQ(recorder.wait_for(1).at(0).state, 4);
+}
+
+// --- The life of a device's object
+
+TEST_F(Devices, AreHeldWhileTheyAreAttachedAndNoLonger) {
+    play(dictionary(
+        {{"TimeScale", real(0.1)},
+         {"Devices", array({dictionary({{"ECID", text("1")}, {"DisconnectAfter", integer(3)}}),
+                            dictionary({{"ECID", text("2")}, {"ConnectAfter", integer(4)}})})}}));
+    notification_recorder recorder;
+    auto const object = recorder.wait_for(1).at(0).object.get();
+    EXPECT_EQ(CFGetRetainCount(object), 2); // the recorder's and the simulator's own
+    ASSERT_EQ(recorder.wait_for(3).at(1).object.get(), object);
+    EXPECT_EQ(CFGetRetainCount(object), 2); // both are the recorder's
+    auto const other = recorder.wait_for(3).at(2).object.get();
+    EXPECT_EQ(CFGetRetainCount(other), 2);
+}
+
+TEST_F(Devices, AreHeldAsLongAsANotificationOfTheirs) {
+    play(dictionary(
+        {{"Devices", array({dictionary({{"ECID", text("1")}, {"ConnectAfter", integer(1000)}})})},
+         {"Notifications", array({dictionary({{"ECID", text("1")}, {"Type", integer(0)}}),
+                                  dictionary({{"Type", integer(0)}})})}}));
+    notification_recorder recorder;
+    auto const received = recorder.wait_for(2);
+    EXPECT_EQ(CFGetRetainCount(received.at(0).object.get()), 2); // the recorder's and this copy
+}
+
+TEST_F(Devices, ArriveWithAnObjectOfTheirOwnEachTime) {
+    play(one_device({{"ECID", text("1")}}));
+    notification_recorder recorder;
+    recovery_mode_device owner;
+    AMRecoveryModeDeviceReboot(
+        copy_recovery_mode_device(recorder.wait_for(1).at(0).object.get(), owner));
+    auto const received = recorder.wait_for(3);
+    EXPECT_EQ(received.at(0).object.get(), received.at(1).object.get());
+    EXPECT_NE(received.at(0).object.get(), received.at(2).object.get());
+}
+
+TEST_F(Devices, KeepTheirRecoveryModeDeviceAndNotTheOtherWayRound) {
+    play(one_device({{"ECID", text("1")}}));
+    recovery_mode_device owner;
+    auto & scripted = *simulator::instance().devices().at(0);
+    auto const recovery =
+        copy_recovery_mode_device(scripted.make_object(scripted.initial).get(), owner);
+    EXPECT_EQ(CFGetRetainCount(recovery), 1);
+    EXPECT_EQ(AMRecoveryModeDeviceSetAutoBoot(recovery, true), kAMRSuccess);
+}
+
+TEST_F(Devices, UsedAfterTheirLastReleaseEndTheProcess) {
+    testing::FLAGS_gtest_death_test_style = "threadsafe";
+    play(one_device({{"ECID", text("1")}}));
+    auto & scripted = *simulator::instance().devices().at(0);
+    auto const gone = scripted.make_object(scripted.initial).get();
+    EXPECT_DEATH(AMRestorableDeviceGetState(gone),
+                 "^MobileDevice: AMRestorableDeviceGetState: the device has been released");
+    EXPECT_DEATH(AMRestorableDeviceCopySerialNumber(gone),
+                 "^MobileDevice: AMRestorableDeviceCopySerialNumber: the device has been released");
+    EXPECT_DEATH(AMRestorableDeviceRestore(gone, nullptr, nullptr, nullptr),
+                 "^MobileDevice: AMRestorableDeviceRestore: the device has been released");
+}
+
+TEST_F(Devices, RecoveryModeDevicesUsedAfterTheirLastReleaseEndTheProcess) {
+    testing::FLAGS_gtest_death_test_style = "threadsafe";
+    play(one_device({{"ECID", text("1")}}));
+    auto & scripted = *simulator::instance().devices().at(0);
+    auto object = scripted.make_object(scripted.initial);
+    recovery_mode_device owner;
+    auto const recovery = copy_recovery_mode_device(object.get(), owner);
+    owner = {};
+    EXPECT_EQ(AMRecoveryModeDeviceSetAutoBoot(recovery, true), kAMRSuccess); // the object's own
+    object = {};
+    EXPECT_DEATH(AMRecoveryModeDeviceSetAutoBoot(recovery, true),
+                 "^MobileDevice: AMRecoveryModeDeviceSetAutoBoot: the device has been released");
+    EXPECT_DEATH(AMRecoveryModeDeviceReboot(recovery),
+                 "^MobileDevice: AMRecoveryModeDeviceReboot: the device has been released");
 }

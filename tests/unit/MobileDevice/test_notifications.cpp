@@ -100,7 +100,7 @@ TEST_F(Notifications, ANullDeviceIsDelivered) {
     notification_recorder recorder;
     auto const received = recorder.wait_for(1);
     ASSERT_EQ(received.size(), 1U);
-    EXPECT_EQ(received[0].object, nullptr);
+    EXPECT_EQ(received[0].object.get(), nullptr);
 }
 
 TEST_F(Notifications, DelaysCountFromRegistrationAndAreScaled) {

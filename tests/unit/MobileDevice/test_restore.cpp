@@ -127,12 +127,39 @@ TEST_F(Restore, ANullDeviceOrCallbackDoesNoHarm) {
     EXPECT_TRUE(recorder.wait_for(1, 50ms).empty());
 }
 
+TEST_F(Restore, HoldsItsDeviceToItsEnd) {
+    auto & scripted = *play(scripted_device(integer(0), {dictionary({{"Status", step(3)}}),
+                                                         dictionary({{"Status", step(4)}})}))
+                           .devices()
+                           .at(0);
+    struct observed {
+        std::atomic<CFIndex> references[2] = {};
+        std::atomic<int> count = 0;
+    } seen;
+    auto object = scripted.make_object(scripted.initial);
+    AMRestorableDeviceRestore(
+        object.get(), nullptr,
+        [](AMRestorableDeviceRef device, CFDictionaryRef, void * context) {
+            auto & into = *static_cast<observed *>(context);
+            into.references[into.count] = CFGetRetainCount(device);
+            ++into.count;
+        },
+        &seen);
+    while (seen.count < 2) {
+        std::this_thread::yield();
+    }
+    simulator::instance().end(std::chrono::hours{1});
+    EXPECT_EQ(seen.references[0], 2); // this test's and the restore's
+    EXPECT_EQ(seen.references[1], 2);
+    EXPECT_EQ(CFGetRetainCount(object.get()), 1);
+}
+
 TEST_F(Restore, TheDefaultOneGoesThroughItsSteps) {
     play(plain_device(integer(0)));
     notification_recorder notifications;
     auto const object = notifications.wait_for(1).at(0).object;
     report_recorder recorder;
-    recorder.restore(object, options_for(bundle()).get());
+    recorder.restore(object.get(), options_for(bundle()).get());
     auto const reports = recorder.wait_for_status("Successful");
 
     EXPECT_GE(reports.size(), 18U);
@@ -159,7 +186,7 @@ TEST_F(Restore, TheDefaultOneReportsBootingBeforeTheDeviceLeaves) {
     notification_recorder notifications;
     auto const object = notifications.wait_for(1).at(0).object;
     report_recorder recorder;
-    recorder.restore(object, options_for(bundle()).get());
+    recorder.restore(object.get(), options_for(bundle()).get());
     auto const reports = recorder.wait_for_status("Successful");
     auto const booting = std::ranges::find_if(
         reports, [](auto const & report) { return number_of(report, "Operation") == 9; });

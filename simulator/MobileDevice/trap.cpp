@@ -1,0 +1,23 @@
+#include "simulator/MobileDevice/trap.hpp"
+
+#include "simulator/MobileDevice/text.hpp"
+
+#include <cstdlib>
+
+#include <fmt/format.h>
+
+#ifdef _WIN32
+#include <windows.h>
+#endif
+
+namespace mobile_device {
+
+void trap(std::string_view function, std::string_view why) {
+    write_error_line(fmt::format("MobileDevice: {}: {}", function, why));
+#ifdef _WIN32
+    TerminateProcess(GetCurrentProcess(), 3); // what abort() gives, but without its message box
+#endif
+    std::abort();
+}
+
+} // namespace mobile_device
