@@ -38,12 +38,10 @@ device_info read_device_info(AMRestorableDeviceRef device, QN::ecid const & ecid
         .productString = std::nullopt,
         .description = std::nullopt,
     };
-    auto const serial = adopt(AMRestorableDeviceCopySerialNumber(device));
-    if (auto const text = to_utf8(serial.get())) {
+    if (auto const text = to_utf8(adopt(AMRestorableDeviceCopySerialNumber(device)).get())) {
         info.serialNumber.emplace(*text);
     }
-    auto const product = adopt(AMRestorableDeviceCopyProductString(device));
-    info.productString = to_utf8(product.get());
+    info.productString = to_utf8(adopt(AMRestorableDeviceCopyProductString(device)).get());
     return info;
 }
 
