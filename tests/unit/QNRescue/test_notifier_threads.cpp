@@ -6,6 +6,8 @@
 #include "QNRescue/device_info.hpp"
 #include "QNRescue/live_contexts.hpp"
 
+#include <boost/filesystem/operations.hpp>
+
 #include <gtest/gtest.h>
 
 #include <atomic>
@@ -230,6 +232,17 @@ TEST(NotifierThreads, WaitingIsAnnouncedWithTheTableLocked) {
     waiting.join();
 }
 
+TEST(NotifierThreads, ANullDeviceDoesNotWaitForTheTable) {
+    test_run run;
+    std::unique_lock table(run.notifier.mutex);
+    auto const library = std::async(std::launch::async, [&run] { run.notify(nullptr); });
+    EXPECT_EQ(library.wait_for(10s), std::future_status::ready);
+    table.unlock();
+    library.wait();
+    EXPECT_EQ(lines_of_run(run),
+              std::vector<std::string>{"deviceNotificationCallback: called with null device"});
+}
+
 // --- The end
 
 TEST(NotifierThreads, CallbacksAfterTheEndDoNothing) {
@@ -262,6 +275,27 @@ TEST(NotifierThreads, TheEndWaitsForACallbackUnderWay) {
     EXPECT_EQ(ending.wait_for(100ms), std::future_status::timeout);
     callback.reset();
     EXPECT_EQ(ending.wait_for(30s), std::future_status::ready);
+}
+
+TEST(NotifierThreads, TheEndOfCallbacksComesBeforeThatOfTheScratchDirectory) {
+    temporary_folder const folder;
+    auto const scratch = folder.path() / "scratch";
+    QN::filesystem::create_directories(scratch);
+    output_capture output;
+    auto notifier = std::make_unique<device_notifier_state>(output.state(), std::nullopt, scratch);
+    void * const context = notifier.get();
+    auto callback = std::make_optional<live_contexts::visit>(context);
+    auto ending = std::async(std::launch::async, [&] { notifier.reset(); });
+    auto const deadline = std::chrono::steady_clock::now() + 30s;
+    while (live_contexts::visit(context)) {
+        ASSERT_LT(std::chrono::steady_clock::now(), deadline);
+        std::this_thread::yield();
+    }
+    std::this_thread::sleep_for(50ms);
+    EXPECT_TRUE(QN::filesystem::exists(scratch)); // a callback may still use it
+    callback.reset();
+    ending.get();
+    EXPECT_FALSE(QN::filesystem::exists(scratch));
 }
 
 // Under the address and thread sanitizers a callback that touches what is gone shows.

@@ -124,4 +124,16 @@ TEST(PlatformFailures, TheDispatcherMakesAnUnknownErrorOfOtherExceptions) {
     EXPECT_TRUE(equal(documents[0].value.get(), DictionaryFromError(expected.get()).get()));
 }
 
+TEST(PlatformFailures, AMissingPathIsFoundOutBeforeTheOptionsAreMade) {
+    start_options options;
+    options.restore = "";
+    options.ecid = "00000000000000A1";
+    output_capture output;
+    EXPECT_EQ(run_program(options, output), 3);
+    auto const documents = output.documents();
+    ASSERT_EQ(documents.size(), 1U);
+    auto const expected = CreateDomainError(Error::bad_command, "Missing restore IPSW path");
+    EXPECT_TRUE(equal(documents[0].value.get(), DictionaryFromError(expected.get()).get()));
+}
+
 } // namespace

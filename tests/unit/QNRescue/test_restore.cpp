@@ -10,6 +10,7 @@
 #include <chrono>
 #include <cstdlib>
 #include <future>
+#include <iostream>
 #include <set>
 #include <thread>
 
@@ -92,6 +93,16 @@ TEST(RestoreOptions, NameTheScratchDirectoryInUtf8) {
         text_at(notifier.restoreOptions.get(), CFSTR("PersonalizedRestoreBundlePath"));
     EXPECT_NE(text.find(name), std::string::npos) << text;
     EXPECT_EQ(personalization_path(notifier).parent_path(), notifier.scratchLocation / "PRB");
+}
+
+TEST(RestoreOptions, AreNumberedFromOne) {
+    testing::FLAGS_gtest_death_test_style = "threadsafe"; // a process with no earlier ones
+    auto const first_number = [] {
+        test_run run;
+        run.notifier.CreateDefaultRestoreOptions("x.ipsw", false);
+        return personalization_number(run.notifier);
+    };
+    EXPECT_EXIT(std::exit(first_number() == 1 ? 0 : 1), testing::ExitedWithCode(0), "");
 }
 
 TEST(RestoreOptions, AreNumberedThroughoutTheProcess) {
@@ -181,6 +192,23 @@ TEST(RestoreReport, IsRelayedWithTheNameOfItsOperation) {
     // The report itself is borrowed, and stays as it was.
     EXPECT_EQ(CFDictionaryGetCount(report.get()), 4);
     EXPECT_EQ(CFGetRetainCount(report.get()), 1);
+}
+
+TEST(RestoreReport, ComesAfterItsDebugLine) {
+    captured_streams streams;
+    std::cerr.rdbuf(&streams.out); // one text of all, which tells the order
+    auto const output = std::make_shared<output_str_state>(std::nullopt);
+    output->set_debug(true);
+    {
+        device_notifier_state notifier(output, std::nullopt, std::nullopt);
+        device_notifier_state::restoreCallback(nullptr, status(13, 42).get(), &notifier);
+    }
+    output->quit();
+    output->loop();
+    auto const text = streams.out.text();
+    auto const line = text.find("restoreCallback: status Restoring");
+    ASSERT_NE(line, std::string::npos) << text;
+    EXPECT_LT(line, text.find("<?xml ")) << text;
 }
 
 TEST(RestoreReport, OfAnUnknownOperation) {
