@@ -42,7 +42,7 @@ WINDOWS_LIBRARIES = {"kernel32.dll", "msvcrt.dll"}
 # What else a binary imports (bcrypt draws the digits of the scratch name); the program loads its
 # library while it runs.
 OWN_IMPORTS = {
-    "libqnrescuelib.dll": {"libdevforwardmin.dll", "bcrypt.dll"},
+    "libqnrescuelib.dll": {"libdevforwardmin.dll", "bcrypt.dll", "WS2_32.dll"},
     "MobileDevice.dll": {"CoreFoundation.dll"},
 }
 # All that the tool's library exports; two functions are only for callers in C++.
