@@ -11,7 +11,6 @@
 
 #include <fmt/format.h>
 
-#include <algorithm>
 #include <cstddef>
 #include <span>
 #include <stdexcept>
@@ -114,14 +113,18 @@ void echo_command_line(std::string const & log_file, std::span<char const * cons
 
 std::tuple<start_options, po::options_description, error_owner>
 parse_arguments(int argc, char const ** argv) {
-    std::span<char const * const> const words(argv, static_cast<std::size_t>(argc));
+    bool const given = argc > 0 && argv != nullptr;
+    std::span<char const * const> const words(argv, given ? static_cast<std::size_t>(argc) : 0);
     start_options options;
     po::options_description table("Program options");
     error_owner error;
     try {
         fill_table(table, options);
+        if (words.empty()) {
+            throw std::length_error("The command line has no program name");
+        }
         po::variables_map values;
-        auto const arguments = guarded(words.subspan(std::min<std::size_t>(words.size(), 1)));
+        auto const arguments = guarded(words.subspan(1));
         std::vector<char const *> pointers{nullptr}; // for the program's name, which Boost skips
         for (auto const & argument : arguments) {
             pointers.push_back(argument.c_str());
@@ -129,12 +132,12 @@ parse_arguments(int argc, char const ** argv) {
         po::store(po::parse_command_line(argc, pointers.data(), table), values);
         po::notify(values);
     } catch (std::length_error const & exception) {
-        // Boost's word for a line without a program's name. In a run this is an unknown error.
+        // In a run this is an unknown error.
         error = CreateDomainError(Error::bad_command, exception.what());
     } catch (std::exception const &) {
         error = domain_error_of_current_exception();
     }
-    if (options.amr_logfile && argc > 0 && argv[0] != nullptr) {
+    if (options.amr_logfile && words[0] != nullptr) {
         echo_command_line(*options.amr_logfile, words);
     }
     return {std::move(options), std::move(table), std::move(error)};

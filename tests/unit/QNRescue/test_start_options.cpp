@@ -68,11 +68,18 @@ TEST(StartOptions, OfNoArguments) {
 }
 
 TEST(StartOptions, OfNoProgramNameEither) {
-    char const * arguments[] = {nullptr};
-    auto const [options, table, error] = parse_arguments(0, arguments);
-    EXPECT_EQ(GetCode(error.get()), 3);
-    EXPECT_NE(tests::said_by(error).reason, "");
-    expect_nothing_set(options);
+    char const * none[] = {nullptr};
+    char const * beyond[] = {"qnrescue", "--debug", nullptr};
+    for (auto const & [count, arguments] :
+         {std::pair(0, none), std::pair(0, beyond), std::pair(-1, beyond),
+          std::pair(0, static_cast<char const **>(nullptr)),
+          std::pair(2, static_cast<char const **>(nullptr))}) {
+        auto const [options, table, error] = parse_arguments(count, arguments);
+        EXPECT_EQ(tests::said_by(error),
+                  (tests::tool_error{3, "The command line has no program name"}));
+        EXPECT_EQ(table.options().size(), 17U);
+        expect_nothing_set(options);
+    }
 }
 
 TEST(StartOptions, SwitchesSetTheirOwnField) {
