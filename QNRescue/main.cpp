@@ -17,7 +17,7 @@
 int main(int argc, char const ** argv) {
     using namespace qnrescue;
 
-    prepare_standard_streams();
+    prepare_process();
     auto [options, description, error] = parse_arguments(argc, argv);
     auto context = std::make_unique<boost::asio::io_context>();
     auto output = make_output_state(context->get_executor(), options);

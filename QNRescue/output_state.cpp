@@ -4,6 +4,7 @@
 
 #include <boost/asio/buffer.hpp>
 #include <boost/asio/write.hpp>
+#include <boost/system/system_error.hpp>
 
 #include <array>
 #include <cstdint>
@@ -18,6 +19,8 @@ pipe_handle wrap(boost::asio::any_io_executor const & executor, std::int32_t num
     pipe_handle pipe(executor);
 #ifdef _WIN32
     auto const native = reinterpret_cast<HANDLE>(static_cast<std::intptr_t>(number));
+    // A process that inherited it would keep the reader waiting.
+    SetHandleInformation(native, HANDLE_FLAG_INHERIT, 0);
 #else
     auto const native = number;
 #endif
@@ -69,11 +72,7 @@ void output_str_state::loop() & {
             return;
         }
         // Written with the lock held, so that producers cannot run ahead of a slow reader.
-        for (auto const & entry : queue) {
-            write(entry);
-        }
-        std::cout.flush();
-        std::cerr.flush();
+        write_batch();
         queue.clear();
         if (quitting) {
             return;
@@ -81,7 +80,22 @@ void output_str_state::loop() & {
     }
 }
 
-void output_str_state::write(line const & entry) {
+// Where the process ends because the pipe fails, the debug lines may say why.
+void output_str_state::write_batch() {
+    boost::system::error_code error;
+    for (auto const & entry : queue) {
+        if (entry.is_debug || !error) {
+            write(entry, error);
+        }
+    }
+    std::cout.flush();
+    std::cerr.flush();
+    if (error) {
+        throw boost::system::system_error(error, "write");
+    }
+}
+
+void output_str_state::write(line const & entry, boost::system::error_code & error) {
     if (entry.is_debug) {
         if (debug) {
             std::cerr << entry.text << '\n';
@@ -91,7 +105,7 @@ void output_str_state::write(line const & entry) {
             boost::asio::buffer(entry.text),
             boost::asio::buffer("\n", 1),
         };
-        boost::asio::write(*pipe, buffers);
+        boost::asio::write(*pipe, buffers, error);
     } else {
         std::cout << entry.text << '\n';
     }

@@ -8,6 +8,7 @@
 #else
 #include <boost/asio/posix/basic_stream_descriptor.hpp>
 #endif
+#include <boost/system/error_code.hpp>
 
 #include <condition_variable>
 #include <memory>
@@ -58,7 +59,8 @@ public:
     // Lets loop() return once everything queued so far is written.
     void quit();
 
-    // Writes until quit(). Throws boost::system::system_error where the pipe cannot be written.
+    // Writes until quit(). Throws boost::system::system_error where the pipe cannot be written; the
+    // debug lines of that batch are written by then.
     void loop() &;
 
 private:
@@ -68,7 +70,8 @@ private:
     };
 
     void enqueue(line entry);
-    void write(line const & entry);
+    void write_batch();
+    void write(line const & entry, boost::system::error_code & error);
 
     std::optional<pipe_handle> pipe;
     std::mutex mutex; // guards everything below

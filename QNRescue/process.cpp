@@ -6,13 +6,50 @@
 #include <fcntl.h>
 #include <io.h>
 #include <stdio.h>
+#include <stdlib.h>
 #else
 #include <unistd.h>
 #endif
 
+#include <csignal>
 #include <iostream>
 
 namespace qnrescue {
+
+namespace {
+
+#ifdef _WIN32
+
+constexpr int aborted = 3; // what the C run-time library makes the status, where it asks nobody
+
+// A process that outlives this one would keep its readers waiting.
+void keep_standard_handles() {
+    for (auto const stream : {STD_INPUT_HANDLE, STD_OUTPUT_HANDLE, STD_ERROR_HANDLE}) {
+        SetHandleInformation(GetStdHandle(stream), HANDLE_FLAG_INHERIT, 0);
+    }
+}
+
+// The handler comes before the error report of both run-time libraries; only one of them has
+// _set_abort_behavior.
+void abort_without_questions() {
+    _set_error_mode(_OUT_TO_STDERR);
+    std::signal(SIGABRT, [](int /*signal*/) { _exit(aborted); });
+}
+
+#else
+
+void keep_standard_handles() {}
+void abort_without_questions() {}
+
+#endif
+
+} // namespace
+
+void prepare_process() {
+    keep_standard_handles();
+    abort_without_questions();
+    prepare_standard_streams();
+}
 
 void prepare_standard_streams() {
 #ifdef _WIN32

@@ -2,6 +2,10 @@
 
 namespace qnrescue {
 
+// Prepares a run: its standard streams; its standard handles, which no process started from here on
+// inherits; and abort(), which ends the process with status 3, without a report or a message box.
+void prepare_process();
+
 // Makes standard output and standard error carry bytes as they are, line feeds included, and write
 // them when they are flushed, not before.
 void prepare_standard_streams();

@@ -10,6 +10,9 @@
 //     synchronous    a writing end that was not opened for overlapped writing
 //     closed         nobody reads: the reading end is closed before the tool starts
 //     closed-later   the reading end is closed after the first bytes
+//     late           after the first bytes nothing is read until the tool has had the time to end
+//     used           a writing end that has been the pipe of another run
+//     bound          a writing end that is bound to a completion port of this program
 
 #include <windows.h>
 
@@ -22,6 +25,8 @@ namespace {
 
 // Far smaller than the documents of a run, so that writes have to wait for the reader.
 constexpr DWORD pipe_buffer_size = 256;
+
+constexpr DWORD time_to_end = 3000; // milliseconds
 
 class handle {
 public:
@@ -136,10 +141,22 @@ DWORD run() {
     if (mode == L"closed") {
         reading.close();
     }
+    handle port(CreateIoCompletionPort(mode == L"bound" ? writing.get() : INVALID_HANDLE_VALUE,
+                                       nullptr, 0, 1));
+    if (mode == L"used") {
+        auto const first =
+            start_tool(with_handle(L"--help --output-pipe {pipe}", writing.get()), output.get());
+        WaitForSingleObject(first.get(), INFINITE);
+    }
     auto const tool = start_tool(with_handle(tail, writing.get()), output.get());
     writing.close();
     if (reading.get()) {
-        copy(reading.get(), GetStdHandle(STD_OUTPUT_HANDLE), mode == L"closed-later");
+        auto const result = GetStdHandle(STD_OUTPUT_HANDLE);
+        if (mode == L"late") {
+            copy(reading.get(), result, true);
+            WaitForSingleObject(tool.get(), time_to_end);
+        }
+        copy(reading.get(), result, mode == L"closed-later");
         reading.close();
     }
     WaitForSingleObject(tool.get(), INFINITE);

@@ -111,6 +111,13 @@ class GoodPipe(OutputPipe):
         self.assertTrue(process.running())
         self.finish(process, status=0)
 
+    def test_run_ends_once_all_is_written(self):
+        devices = [device(number) for number in range(1, 200)]
+        process = self.start_host("late", "--list-devices", "--detect-timeout", "1",
+                                  scenario={"Devices": devices})
+        run = self.finish(process, status=0)
+        self.assertEqual([199], [len(each) for each in run.values("DeviceList")])
+
     def test_parse_error_goes_to_standard_output(self):
         process = self.start_host("overlapped", "--frobnicate")
         run = self.finish(process, status=3)
@@ -149,8 +156,25 @@ class BrokenPipe(OutputPipe):
         self.assertEqual(b"", run.stdout)
         self.assertEqual(b"", process.content("tool.stdout"))
 
+    def test_debug_lines_come_before_the_end(self):
+        for _ in range(5):
+            run = self.assert_aborts(self.start_host("closed", "--debug", *self.COMMAND,
+                                                     scenario={}))
+            lines, _, _ = run.stderr.decode().partition("terminate called")
+            self.assert_lines(
+                ["device_notifier_state: initializing",
+                 r"waitForCompletion: AMRestorableDeviceRegisterForNotifications\(\)"],
+                lines.splitlines()[:2])
+
+    def test_writing_end_that_serves_another_run_or_port(self):
+        for mode in ("used", "bound"):
+            with self.subTest(mode):
+                process = self.start_host(mode, *self.COMMAND, scenario={})
+                run = self.assert_aborts(process)
+                self.assertEqual(b"", run.stdout)
+
     def test_help_needs_no_pipe(self):
-        for mode in ("closed", "synchronous"):
+        for mode in ("closed", "synchronous", "bound"):
             run = self.finish(self.start_host(mode, "--help"), status=0, arguments=("--help",))
             self.assertTrue(run.stderr.startswith(b"Program options:\n"))
 

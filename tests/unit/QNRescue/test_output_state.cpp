@@ -330,6 +330,32 @@ TEST(OutputPipe, ThatIsBrokenThrowsFromTheLoop) {
     EXPECT_EQ(channel.streams.out.text(), "");
 }
 
+TEST(OutputPipe, ThatIsBrokenTakesNoDebugLineOfTheBatchWithIt) {
+    overlapped_pipe pipe;
+    piped_channel channel(pipe.writing_end());
+    pipe.close_reading_end();
+    channel.state->set_debug(true);
+    channel.state->print_debug("before");
+    channel.state->print("text");
+    channel.state->print_debug("after");
+    channel.state->print("more text");
+    channel.state->print_debug("last");
+    expect_failing_write(*channel.state);
+    EXPECT_EQ(channel.streams.err.text(), "before\nafter\nlast\n");
+    EXPECT_EQ(channel.streams.err.flush_count(), 1);
+    EXPECT_EQ(channel.streams.out.text(), "");
+}
+
+TEST(OutputPipe, ThatIsBrokenWritesNoDebugLineThatIsSwitchedOff) {
+    overlapped_pipe pipe;
+    piped_channel channel(pipe.writing_end());
+    pipe.close_reading_end();
+    channel.state->print("text");
+    channel.state->print_debug("after");
+    expect_failing_write(*channel.state);
+    EXPECT_EQ(channel.streams.err.text(), "");
+}
+
 TEST(OutputPipe, ThatIsNoHandleShowsAtTheFirstNormalLineOnly) {
     piped_channel channel(99999);
     channel.state->set_debug(true);
