@@ -18,6 +18,14 @@ void set_if_present(CFMutableDictionaryRef dictionary, CFStringRef key,
     }
 }
 
+// Another library may have put any object in the place of a text.
+void set_if_text(CFMutableDictionaryRef dictionary, CFStringRef key,
+                 cf_owner<CFTypeRef> const & value) {
+    if (is_a(value.get(), CFStringGetTypeID())) {
+        set_if_present(dictionary, key, value);
+    }
+}
+
 } // namespace
 
 CFStringRef ErrorDescription(Error code) noexcept {
@@ -64,12 +72,12 @@ cf_owner<CFDictionaryRef> DictionaryFromError(CFErrorRef error) noexcept {
     if (!dictionary) {
         return nullptr;
     }
-    set_if_present(dictionary.get(), domain_key, retain(CFErrorGetDomain(error)));
+    set_if_text(dictionary.get(), domain_key, retain(CFErrorGetDomain(error)));
     CFIndex const code = CFErrorGetCode(error);
     set_if_present(dictionary.get(), code_key,
                    adopt(CFNumberCreate(kCFAllocatorDefault, kCFNumberCFIndexType, &code)));
-    set_if_present(dictionary.get(), description_key, adopt(CFErrorCopyDescription(error)));
-    set_if_present(dictionary.get(), failure_reason_key, adopt(CFErrorCopyFailureReason(error)));
+    set_if_text(dictionary.get(), description_key, adopt(CFErrorCopyDescription(error)));
+    set_if_text(dictionary.get(), failure_reason_key, adopt(CFErrorCopyFailureReason(error)));
     return dictionary;
 }
 
@@ -93,6 +101,7 @@ std::optional<std::string> to_utf8(CFStringRef string) {
         return std::nullopt;
     }
     text.resize(text.find('\0'));
+    text.shrink_to_fit(); // texts wait in the output queue
     return text;
 }
 

@@ -38,8 +38,9 @@ template <typename... Arguments>
     throw CreateDomainError(code, fmt::format(reason, std::forward<Arguments>(arguments)...));
 }
 
-// The output form of any error: its "Domain", "Code", "Description" and "FailureReason", as far as
-// it has them. Null for a null error or where the dictionary cannot be created.
+// Returns the output form of any error: its "Domain", "Code", "Description" and "FailureReason", as
+// far as it has them; what should be a text and is no string is left out. Null for a null error or
+// where the dictionary cannot be created.
 cf_owner<CFDictionaryRef> DictionaryFromError(CFErrorRef error) noexcept;
 
 // The exit status for an error: its code if that is 0 to 8, whatever its domain, else 1. 0 for a

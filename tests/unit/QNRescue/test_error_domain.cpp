@@ -126,6 +126,32 @@ TEST(DictionaryFromError, AlwaysHasADescription) {
     EXPECT_NE(MakeString(description).find("foreign error 5"), std::string::npos);
 }
 
+// Any object may stand where a text should.
+cf_owner<CFErrorRef> error_without_texts(CFTypeRef description, CFTypeRef failure_reason) {
+    auto const texts =
+        tests::make_dictionary({{kCFErrorLocalizedDescriptionKey, description},
+                                {kCFErrorLocalizedFailureReasonKey, failure_reason}});
+    return adopt(CFErrorCreate(kCFAllocatorDefault, CFSTR("foreign"), 5, texts.get()));
+}
+
+TEST(DictionaryFromError, LeavesOutTextsThatAreNoStrings) {
+    auto const number = tests::make_number(std::int64_t{1} << 40); // small ones may be shared
+    for (CFTypeRef const other :
+         {static_cast<CFTypeRef>(kCFNull), static_cast<CFTypeRef>(number.get())}) {
+        EXPECT_TRUE(equal(
+            DictionaryFromError(error_without_texts(other, CFSTR("reason")).get()).get(),
+            plist("<dict><key>Domain</key><string>foreign</string><key>Code</key>"
+                  "<integer>5</integer><key>FailureReason</key><string>reason</string></dict>")
+                .get()));
+        EXPECT_TRUE(
+            equal(DictionaryFromError(error_without_texts(CFSTR("text"), other).get()).get(),
+                  plist("<dict><key>Domain</key><string>foreign</string><key>Code</key>"
+                        "<integer>5</integer><key>Description</key><string>text</string></dict>")
+                      .get()));
+    }
+    EXPECT_EQ(CFGetRetainCount(number.get()), 1);
+}
+
 TEST(DictionaryFromError, LeavesItsArgumentAlone) {
     auto const error = CreateDomainError(Error::bad_ecid, "reason");
     DictionaryFromError(error.get());
@@ -164,6 +190,15 @@ TEST(MakeString, IsTheUtf8Text) {
     }
     std::string const long_text(100000, 'x');
     EXPECT_EQ(MakeString(tests::make_string(long_text).get()), long_text);
+}
+
+TEST(MakeString, HoldsNoMoreMemoryThanItsText) {
+    for (auto const * const end : {"", "\xc3\xa9"}) {
+        auto const text = std::string(100000, 'x') + end;
+        auto const made = MakeString(tests::make_string(text).get());
+        EXPECT_EQ(made, text);
+        EXPECT_LT(made.capacity(), text.size() + 100);
+    }
 }
 
 TEST(MakeString, EndsAtTheFirstNul) {

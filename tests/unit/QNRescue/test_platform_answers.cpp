@@ -1,5 +1,5 @@
-// The linker leads the tool's calls of two platform functions here: one is counted, the other
-// answers nothing.
+// The linker leads the tool's calls of some platform functions here: one is counted, one returns
+// nothing, and one an object of another type.
 #include "QNRescue/error_domain.hpp"
 #include "QNRescue/qnrescue.h"
 
@@ -15,6 +15,7 @@ extern "C" {
 CFTypeRef real_retain(CFTypeRef object) asm("__real_CFRetain");
 CFTypeRef counted_retain(CFTypeRef object) asm("__wrap_CFRetain");
 CFStringRef no_description(CFTypeRef object) asm("__wrap_CFCopyDescription");
+CFTypeRef no_string(CFErrorRef error) asm("__wrap_CFErrorGetDomain");
 }
 
 CFTypeRef counted_retain(CFTypeRef object) {
@@ -24,6 +25,10 @@ CFTypeRef counted_retain(CFTypeRef object) {
 
 CFStringRef no_description(CFTypeRef /*object*/) {
     return nullptr;
+}
+
+CFTypeRef no_string(CFErrorRef /*error*/) {
+    return kCFBooleanTrue;
 }
 
 namespace {
@@ -44,6 +49,13 @@ TEST(PlatformAnswers, TextsOfRestoresAreRetainedForTheCaller) {
 
 TEST(PlatformAnswers, ADescriptionThatIsNotThere) {
     EXPECT_EQ(MakeDescription(kCFBooleanTrue), "(null)");
+}
+
+TEST(PlatformAnswers, ADomainThatIsNoString) {
+    auto const error = CreateDomainError(Error::bad_state, "reason");
+    auto const dictionary = DictionaryFromError(error.get());
+    EXPECT_FALSE(CFDictionaryContainsKey(dictionary.get(), CFSTR("Domain")));
+    EXPECT_EQ(CFDictionaryGetCount(dictionary.get()), 3);
 }
 
 } // namespace
