@@ -10,7 +10,9 @@
 
 namespace qnrescue {
 
-error_owner domain_error_of_current_exception() {
+namespace {
+
+error_owner converted() {
     namespace options = boost::program_options;
     try {
         throw;
@@ -24,6 +26,16 @@ error_owner domain_error_of_current_exception() {
         return CreateDomainError(Error::invalid_argument, exception.what());
     } catch (std::exception const & exception) {
         return CreateDomainError(Error::unknown, exception.what());
+    }
+}
+
+} // namespace
+
+error_owner domain_error_of_current_exception() noexcept {
+    try {
+        return converted();
+    } catch (...) {
+        return CreateDomainError(Error::unknown, "unknown failure"); // a text that needs no memory
     }
 }
 

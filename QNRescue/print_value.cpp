@@ -1,7 +1,7 @@
 // How values leave through the output channel: as XML property-list documents.
 #include "QNRescue/error_domain.hpp"
 #include "QNRescue/output_state.hpp"
-#include "QNRescue/qnrescue.h"
+#include "QNRescue/property_list_validation.hpp"
 
 #include <fmt/format.h>
 
@@ -20,7 +20,7 @@ void output_str_state::print_value(CFStringRef type, CFTypeRef value) {
         print_debug(fmt::format("{}: invalid argument", function));
         return;
     }
-    if (!CFPropertyListValidateForSerialization(value, kCFPropertyListXMLFormat_v1_0)) {
+    if (!is_valid_property_list(value, kCFPropertyListXMLFormat_v1_0)) {
         print_debug(fmt::format("{}: object not valid for XML plist", function));
         return;
     }

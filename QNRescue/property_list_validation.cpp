@@ -1,49 +1,59 @@
+#include "QNRescue/property_list_validation.hpp"
+
 #include "QNRescue/qnrescue.h"
 
-#include "platform/CoreFoundation.h"
-
 #include <functional>
+#include <new>
 #include <unordered_map>
-#include <utility>
 #include <vector>
+
+namespace qnrescue {
 
 namespace {
 
 using validator = std::function<bool(CFTypeRef value, long format)>;
 using validator_table = std::unordered_map<CFTypeID, validator>;
 
-// The members of containers that are still to be checked: a validator judges its container alone
-// and leaves the members here, so that no nesting is too deep for the stack.
-using value_list = std::vector<CFTypeRef>;
-thread_local value_list * pending = nullptr;
-
-void check_later(void const * member, void * /*context*/) {
-    pending->push_back(member);
-}
-
-bool validate_array(CFTypeRef value, long /*format*/) {
-    auto const array = static_cast<CFArrayRef>(value);
-    CFArrayApplyFunction(array, CFRange{0, CFArrayGetCount(array)}, check_later, nullptr);
-    return true;
-}
-
-bool validate_dictionary(CFTypeRef value, long /*format*/) {
+// The members of containers that are still to be looked at, and what was found so far. It is filled
+// by functions that CoreFoundation calls, which cannot throw: they note a member without memory.
+struct member_walk {
+    std::vector<CFTypeRef> members;
     bool valid = true;
-    CFDictionaryApplyFunction(
-        static_cast<CFDictionaryRef>(value),
-        [](void const * key, void const * member, void * context) {
-            auto & all_valid = *static_cast<bool *>(context);
-            all_valid = key != nullptr && CFGetTypeID(key) == CFStringGetTypeID() && all_valid;
-            check_later(member, nullptr);
-        },
-        &valid);
-    return valid;
+    bool complete = true;
+};
+
+void add_member(void const * member, void * context) noexcept {
+    auto & walk = *static_cast<member_walk *>(context);
+    try {
+        walk.members.push_back(member);
+    } catch (...) {
+        walk.complete = false;
+    }
 }
 
-bool validate_set(CFTypeRef value, long /*format*/) {
-    CFSetApplyFunction(static_cast<CFSetRef>(value), check_later, nullptr);
-    return true;
+void add_entry(void const * key, void const * member, void * context) noexcept {
+    auto & walk = *static_cast<member_walk *>(context);
+    walk.valid = is_a(key, CFStringGetTypeID()) && walk.valid;
+    add_member(member, context);
 }
+
+// Adds the members of an array, a dictionary or a set.
+void add_members(CFTypeRef container, member_walk & walk) {
+    auto const type = CFGetTypeID(container);
+    if (type == CFArrayGetTypeID()) {
+        auto const array = static_cast<CFArrayRef>(container);
+        CFArrayApplyFunction(array, CFRange{0, CFArrayGetCount(array)}, add_member, &walk);
+    } else if (type == CFDictionaryGetTypeID()) {
+        CFDictionaryApplyFunction(static_cast<CFDictionaryRef>(container), add_entry, &walk);
+    } else {
+        CFSetApplyFunction(static_cast<CFSetRef>(container), add_member, &walk);
+    }
+    if (!walk.complete) {
+        throw std::bad_alloc();
+    }
+}
+
+bool members_are_valid(CFTypeRef container, long format);
 
 // An empty validator accepts every value of its type.
 validator_table xml_types() {
@@ -53,14 +63,14 @@ validator_table xml_types() {
         {CFBooleanGetTypeID(), nullptr},
         {CFDateGetTypeID(), nullptr},
         {CFDataGetTypeID(), nullptr},
-        {CFArrayGetTypeID(), validate_array},
-        {CFDictionaryGetTypeID(), validate_dictionary},
+        {CFArrayGetTypeID(), members_are_valid},
+        {CFDictionaryGetTypeID(), members_are_valid},
     };
 }
 
 validator_table other_types() {
     auto table = xml_types();
-    table.emplace(CFSetGetTypeID(), validate_set);
+    table.emplace(CFSetGetTypeID(), members_are_valid);
     return table;
 }
 
@@ -68,27 +78,48 @@ validator_table other_types() {
 validator_table const & xml_table = *new validator_table(xml_types());
 validator_table const & other_table = *new validator_table(other_types());
 
-// All of the value but its members, which are left for later.
-bool is_valid(CFTypeRef value, long format) {
+// Null where no value of this type is valid.
+validator const * validator_of(CFTypeRef value, long format) {
     if (value == nullptr) {
-        return false;
+        return nullptr;
     }
     auto const & table = format == kCFPropertyListXMLFormat_v1_0 ? xml_table : other_table;
     auto const entry = table.find(CFGetTypeID(value));
-    return entry != table.end() && (!entry->second || entry->second(value, format));
+    return entry == table.end() ? nullptr : &entry->second;
+}
+
+// Every key is a string and every member valid, at all depths: a container among the members adds
+// its own to the list instead of being validated by a call, so that no nesting is too deep for the
+// stack.
+bool members_are_valid(CFTypeRef container, long format) {
+    member_walk walk;
+    add_members(container, walk);
+    while (!walk.members.empty()) {
+        auto const member = walk.members.back();
+        walk.members.pop_back();
+        auto const * const validate = validator_of(member, format);
+        if (validate == nullptr) {
+            walk.valid = false;
+        } else if (*validate) {
+            add_members(member, walk);
+        }
+    }
+    return walk.valid;
 }
 
 } // namespace
 
+bool is_valid_property_list(CFTypeRef value, long format) {
+    auto const * const validate = validator_of(value, format);
+    return validate != nullptr && (!*validate || (*validate)(value, format));
+}
+
+} // namespace qnrescue
+
 extern "C" bool CFPropertyListValidateForSerialization(CFTypeRef value, long format) {
-    value_list values{value};
-    auto const outer = std::exchange(pending, &values);
-    bool valid = true;
-    while (!values.empty()) {
-        auto const next = values.back();
-        values.pop_back();
-        valid = is_valid(next, format) && valid;
+    try {
+        return qnrescue::is_valid_property_list(value, format);
+    } catch (...) {
+        return false; // out of memory, and the caller may be written in C
     }
-    pending = outer;
-    return valid;
 }

@@ -22,10 +22,10 @@ typedef int (*qnrescue_main)(int argc, char const ** argv);
 CFStringRef AMRLocalizedCopyStringForAMROperation(int code);
 CFStringRef AMRLocalizedCopyStringForAMRError(int code);
 
-// Whether the value can be written as a property list of the format (100 is XML): null cannot,
-// nor can anything but strings, numbers, booleans, dates, data, arrays and dictionaries with string
-// keys, at any depth. Formats other than XML also take sets. The value must not contain itself.
-// Short of memory it throws std::bad_alloc.
+// Returns whether the value can be written as a property list of the format (100 is XML): null
+// cannot, nor can anything but strings, numbers, booleans, dates, data, arrays and dictionaries
+// with string keys, at any depth. Formats other than XML also take sets. The value must not contain
+// itself. It throws nothing; without the memory to look at all of the value it returns false.
 bool CFPropertyListValidateForSerialization(CFTypeRef value, long format);
 
 #ifdef __cplusplus

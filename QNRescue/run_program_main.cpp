@@ -9,7 +9,6 @@
 #include <array>
 #include <chrono>
 #include <memory>
-#include <new>
 #include <optional>
 #include <sstream>
 #include <stdexcept>
@@ -160,13 +159,13 @@ int runProgramMain(start_options const & options, options_table const & descript
         return 0;
     } catch (error_owner & thrown) {
         error = std::move(thrown);
-    } catch (std::exception const &) {
+    } catch (...) {
         error = domain_error_of_current_exception();
     }
     try {
         output->print_formatted_error(error.get());
-    } catch (std::bad_alloc const &) {
-        // Out of memory: the status has to say it alone.
+    } catch (...) {
+        // Out of memory, most likely: the status has to say it alone.
     }
     return GetCode(error.get());
 }
