@@ -2,9 +2,10 @@
 
 import datetime
 import plistlib
+import struct
 import unittest
 
-from harness import COMPLETE, ToolTest, report
+from harness import COMPLETE, ECID, ToolTest, device, report
 from restore_operations import OPERATIONS
 
 
@@ -179,6 +180,42 @@ class ManyReports(Reports):
                             status=0)
         self.assertEqual(["漢字", "Successful"],
                          [each["Status"] for each in run.values("RestoreStatus")])
+
+
+class WhatXmlDoesNotAllow(ToolTest):
+    """It is printed all the same, as docs/documents.md says."""
+
+    def printed(self, value, change=lambda scenario: scenario):
+        """Standard output of a restore with this value in a report, whose scenario is binary."""
+        given = report(5, 1)
+        given["Status"]["Value"] = value
+        scenario = {"Devices": [device(RestoreReports=[given, COMPLETE])], "TimeScale": 0}
+        path = self.new_folder() / "scenario.plist"
+        path.write_bytes(change(plistlib.dumps(scenario, fmt=plistlib.FMT_BINARY)))
+        run = self.start("--restore", "x", "--ecid", ECID, scenario=path).wait()
+        self.assertEqual((0, b""), (run.status, run.stderr))
+        return run.stdout
+
+    def test_texts(self):
+        text = "".join(map(chr, [*range(1, 9), 11, 12, *range(14, 32), 0xFFFE]))
+        output = self.printed(text)
+        self.assertIn(f"<string>{text}</string>".encode(), output)
+        self.assertEqual(2, output.count(b"</plist>\n\n"))
+        with self.assertRaises(Exception):
+            plistlib.loads(output.partition(b"</plist>\n")[0] + b"</plist>\n")
+
+    def test_late_date(self):
+        moment, late = datetime.datetime(2024, 1, 1), 1e12  # seconds since 2001
+        seconds = (moment - datetime.datetime(2001, 1, 1)).total_seconds()
+        output = self.printed(moment, lambda scenario: scenario.replace(
+            struct.pack(">d", seconds), struct.pack(">d", late)))
+        self.assertIn(b"<date>33689-09-27T01:46:40Z</date>", output)
+
+    def test_nul(self):
+        output = self.printed("before\0after")
+        self.assertIn(b"<string>before\n<?xml ", output)
+        self.assertNotIn(b"after", output)
+        self.assertEqual(1, output.count(b"</plist>\n\n"))
 
 
 if __name__ == "__main__":

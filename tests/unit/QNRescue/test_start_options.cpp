@@ -146,6 +146,12 @@ TEST(StartOptions, SecondsAreUnsigned) {
     EXPECT_EQ(parse({"--restore-timeout", "4294967296"}).code(), 2);
 }
 
+TEST(StartOptions, NegativeSecondsWrapAround) {
+    EXPECT_EQ(parse({"--detect-timeout", "-1"}).options.detect_timeout, 4294967295U);
+    EXPECT_EQ(parse({"--restore-timeout=-4294967295"}).options.restore_timeout, 1U);
+    EXPECT_EQ(parse({"--detect-timeout", "-4294967296"}).code(), 2);
+}
+
 TEST(StartOptions, ThePipeIsASignedNumber) {
     EXPECT_EQ(parse({"--output-pipe", "1234"}).options.output_pipe, 1234);
     EXPECT_EQ(parse({"--output-pipe=-5"}).options.output_pipe, -5);
