@@ -83,6 +83,10 @@ class Image:
         """The names of the functions in the import table, in its order."""
         return [name for _, names in self._imports() for name in names]
 
+    def imported_from(self, library):
+        """The names that the import table wants of this library, in its order."""
+        return [name for each, names in self._imports() if each == library for name in names]
+
     @property
     def exported_functions(self):
         """The names in the export table, in its order, which is that of the alphabet."""

@@ -233,8 +233,8 @@ class Unusable(FindingTest):
 
     def test_library_that_lacks_a_name(self):
         # The other letter leaves the names in the order that the loader needs.
-        for library, name in (("CoreFoundation.dll", "CFSetGetCount"),
-                              ("CoreFoundation.dll", "kCFNull"),
+        for library, name in (("CoreFoundation.dll", "CFSetApplyFunction"),
+                              ("CoreFoundation.dll", "kCFBooleanTrue"),
                               ("MobileDevice.dll", "AMRestorableDeviceRestore"),
                               ("MobileDevice.dll", "AMRestorableDeviceGetECID")):
             with self.subTest(name):
