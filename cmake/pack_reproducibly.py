@@ -32,9 +32,10 @@ def main(path):
     with zipfile.ZipFile(path) as archive:
         files = [(entry.filename, entry.external_attr, archive.read(entry))
                  for entry in archive.infolist() if not entry.is_dir()]
+    packed_at = date()
     with zipfile.ZipFile(path, "w") as archive:
         for name, attributes, content in sorted(files):
-            entry = zipfile.ZipInfo(name, date())
+            entry = zipfile.ZipInfo(name, packed_at)
             entry.external_attr = attributes
             entry.compress_type = zipfile.ZIP_DEFLATED
             archive.writestr(entry, content)

@@ -1,9 +1,11 @@
 """The ZIP that CPack makes, unpacked in an empty folder."""
 
+import os
 import pathlib
 import plistlib
 import re
 import shutil
+import sys
 import tempfile
 import unittest
 import xml.etree.ElementTree
@@ -134,6 +136,17 @@ class Contents(Package):
         with zipfile.ZipFile(dated) as archive:
             self.assertEqual({(2023, 11, 14, 22, 13, 20)},
                              {entry.date_time for entry in archive.infolist()})
+
+    @unittest.skipUnless(RUNNER, "the stand-in for git is a shell script")
+    def test_git_is_asked_once(self):
+        folder = self.new_folder()
+        git = folder / "git"
+        git.write_text(f"#!/bin/sh\necho asked >>'{folder}/log'\necho 1700000000\n")
+        git.chmod(0o755)
+        package = shutil.copy(self.zip, folder)
+        run(sys.executable, SOURCE / "cmake/pack_reproducibly.py", package, SOURCE_DATE_EPOCH="",
+            PATH=f"{folder}:{os.environ['PATH']}")
+        self.assertEqual("asked\n", (folder / "log").read_text())
 
 
 class Binaries(Package):
