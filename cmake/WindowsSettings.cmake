@@ -15,5 +15,6 @@ if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
   )
 elseif(MSVC)
   set(CMAKE_MSVC_RUNTIME_LIBRARY "MultiThreaded$<$<CONFIG:Debug>:Debug>")
-  add_link_options(/DYNAMICBASE /HIGHENTROPYVA /NXCOMPAT)
+  # The program's manifest is a resource: a second one, from the linker, would clash with it.
+  add_link_options(/DYNAMICBASE /HIGHENTROPYVA /NXCOMPAT /MANIFEST:NO)
 endif()
