@@ -1,5 +1,7 @@
 #include "launcher/internal_error_document.hpp"
 
+#include "launcher/printable_text.hpp"
+
 namespace launcher {
 
 namespace {
@@ -50,7 +52,7 @@ void append_escaped(std::string & document, std::string_view text) {
 
 std::string internal_error_document(std::string_view reason) {
     std::string document(before_reason);
-    append_escaped(document, reason);
+    append_escaped(document, printable(reason));
     document += after_reason;
     return document;
 }
