@@ -1,4 +1,5 @@
 // qnrescue.exe: loads the platform's libraries and libqnrescuelib.dll, and runs the tool in it.
+#include "launcher/console.hpp"
 #include "launcher/internal_error_document.hpp"
 #include "launcher/permanent_module.hpp"
 #include "launcher/platform_libraries.hpp"
@@ -86,6 +87,7 @@ int _dowildcard = 0; // arguments are not to be taken for patterns of file names
 // in a library that takes long to load.
 extern "C" int wmain(int argc, wchar_t ** argv) {
     try {
+        show_utf8_on_consoles();
         return run_tool({argv, static_cast<std::size_t>(argc)});
     } catch (std::exception const & exception) {
         write(stdout, internal_error_document(exception.what()));

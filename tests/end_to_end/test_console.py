@@ -1,0 +1,46 @@
+"""What people see who run the program in a console."""
+
+import unittest
+
+from harness import BIN, TIME_LIMIT, Process, ToolTest
+from launcher_setup import windows_path
+
+UTF_8, WESTERN = 65001, 850
+INTERRUPTED = (0xC000013A, 0)  # Windows' status, Wine's
+
+
+class Console(ToolTest):
+    def run_in_console(self, *arguments, code_page=WESTERN, options=()):
+        """What the console shows, the program's status and the code page that it leaves."""
+        report = self.new_folder() / "report"
+        process = Process([BIN / "console_host.exe", *options, code_page, windows_path(report),
+                           BIN / "qnrescue.exe", *arguments], self.new_folder(), {})
+        self.addCleanup(process.kill)
+        run = process.wait()
+        self.assertEqual((0, b""), (run.status, run.stderr))
+        status, left = report.read_text().split()
+        return run.stdout.decode(), int(status), int(left)
+
+    def test_shows_utf_8_and_keeps_its_code_page(self):
+        shown, status, left = self.run_in_console("--Größe")  # main returns
+        self.assertEqual((3, WESTERN), (status, left))
+        self.assertIn("unrecognised option '--Größe'", shown)
+        _, status, left = self.run_in_console("--device-info", "--ecid", "?")  # main does not
+        self.assertEqual((2, WESTERN), (status, left))
+
+    def test_interrupted(self):
+        shown, status, left = self.run_in_console(
+            "--device-info", "--ecid", "0000000000000BAD", "--detect-timeout", str(2 * TIME_LIMIT),
+            options=("--interrupt",))
+        self.assertIn(status, INTERRUPTED)
+        self.assertEqual(WESTERN, left)
+        self.assertNotIn("<plist", shown)
+
+    def test_one_of_utf_8_stays_so(self):
+        shown, status, left = self.run_in_console("--Größe", code_page=UTF_8)
+        self.assertEqual((3, UTF_8), (status, left))
+        self.assertIn("unrecognised option '--Größe'", shown)
+
+
+if __name__ == "__main__":
+    unittest.main()
