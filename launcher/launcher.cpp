@@ -1,8 +1,9 @@
 // qnrescue.exe: loads the platform's libraries and libqnrescuelib.dll, and runs the tool in it.
 #include "launcher/console.hpp"
 #include "launcher/internal_error_document.hpp"
-#include "launcher/permanent_module.hpp"
+#include "launcher/permanent_library.hpp"
 #include "launcher/platform_libraries.hpp"
+#include "launcher/printable_text.hpp"
 #include "launcher/windows_places.hpp"
 #include "support/filesystem.hpp"
 #include "support/win/win32_error.hpp"
@@ -28,9 +29,13 @@ using namespace launcher;
 
 using tool_main = int (*)(int argc, char const ** argv);
 
+// A program that drives this one would wait for ever behind a box that tells of a bad library or of
+// a fault.
+void raise_no_dialogs() {
+    SetErrorMode(GetErrorMode() | SEM_FAILCRITICALERRORS | SEM_NOGPFAULTERRORBOX);
+}
+
 void restrict_library_search() {
-    // A program that drives this one would wait for ever behind a box that tells of a bad library.
-    SetErrorMode(GetErrorMode() | SEM_FAILCRITICALERRORS);
     if (!SetDefaultDllDirectories(LOAD_LIBRARY_SEARCH_DEFAULT_DIRS)) {
         auto const error = GetLastError();
         throw QN::win::win32_error("SetDefaultDllDirectories", error);
@@ -39,9 +44,9 @@ void restrict_library_search() {
 
 tool_main load_tool(place const & program) {
     try {
-        auto const & tool = load_permanently(program.folder / L"libqnrescuelib.dll");
+        auto const & tool = load_permanently(program.folder / L"libqnrescuelib.dll", {});
         return reinterpret_cast<tool_main>(tool.internal_get_proc_address("main"));
-    } catch (QN::win::win32_error const & error) {
+    } catch (std::runtime_error const & error) { // load_error or win32_error
         throw std::runtime_error(
             fmt::format("{}\nqnrescue.exe, libqnrescuelib.dll and libdevforwardmin.dll belong in "
                         "one folder: unpack all of the package again.",
@@ -50,6 +55,7 @@ tool_main load_tool(place const & program) {
 }
 
 int run_tool(std::span<wchar_t *> words) {
+    raise_no_dialogs();
     restrict_library_search();
     auto const program = program_place();
     load_platform_libraries(program);
@@ -91,7 +97,7 @@ extern "C" int wmain(int argc, wchar_t ** argv) {
         return run_tool({argv, static_cast<std::size_t>(argc)});
     } catch (std::exception const & exception) {
         write(stdout, internal_error_document(exception.what()));
-        write(stderr, fmt::format("qnrescue: {}\n", exception.what()));
+        write(stderr, fmt::format("qnrescue: {}\n", printable(exception.what())));
         return EXIT_FAILURE;
     }
 }

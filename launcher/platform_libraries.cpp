@@ -2,8 +2,10 @@
 
 #include "launcher/forwarded_names.hpp"
 #include "launcher/installed_libraries.hpp"
-#include "launcher/permanent_module.hpp"
+#include "launcher/permanent_library.hpp"
 #include "support/win/win32_error.hpp"
+
+#include <windows.h>
 
 #include <fmt/format.h>
 
@@ -17,9 +19,22 @@ namespace launcher {
 namespace {
 
 constexpr auto advice =
-    "Install or update \"Apple Devices\" or \"iTunes for Windows\", which bring "
-    "both libraries, and try again. A library in the program's folder is used "
-    "before an installed one.";
+    "Both libraries come with \"Apple Mobile Device Support\" for 64-bit Windows. The classic "
+    "installer of iTunes for Windows (iTunes64Setup.exe, not the app from the Microsoft Store) "
+    "brings it as AppleMobileDeviceSupport64.msi. Or copy all DLLs of a folder that has both "
+    "libraries into the program's folder, which is looked in first.";
+
+constexpr auto refusal_note =
+    "Windows denies access to a library. It does so for an app of the Microsoft Store, whose "
+    "libraries other programs may not load: another installation or a copy is needed.\n";
+
+std::string note_on_32_bit() {
+    auto const folder = installation_of_32_bit();
+    return folder.empty() ? std::string()
+                          : fmt::format("The installation in \"{}\" is for 32-bit programs, this "
+                                        "one needs 64-bit libraries.\n",
+                                        QN::path_to_utf8(folder));
+}
 
 std::string missing_names(QN::win::win32_module const & module, library owner) {
     std::vector<char const *> missing;
@@ -36,22 +51,28 @@ std::string missing_names(QN::win::win32_module const & module, library owner) {
                        missing.size() - most);
 }
 
-// Answers the report of what is wrong with the library; an empty one where it can be used.
-std::string load(library_search const & search, library owner) {
+// Returns the report of what is wrong with the library; an empty one where it can be used.
+std::string load(library_search const & search, library owner,
+                 std::vector<QN::filesystem::path> const & searched) {
     try {
-        auto const missing = missing_names(load_permanently(search.path()), owner);
+        auto const missing = missing_names(load_permanently(search.path(), searched), owner);
         if (missing.empty()) {
             return {};
         }
         return search.report(fmt::format("{} lacks {}", QN::path_to_utf8(search.path()), missing));
-    } catch (QN::win::win32_error const & error) {
+    } catch (load_error const & error) {
         return search.report(
-            fmt::format("{} cannot be loaded: {}", search.file_name(), error.what()));
+                   fmt::format("{} cannot be loaded: {}", search.file_name(), error.what())) +
+               (error.code == ERROR_ACCESS_DENIED ? refusal_note : "");
     }
 }
 
 std::string report_if_not_found(library_search const & search) {
-    return search.found() ? std::string() : search.report(search.file_name() + " was not found");
+    if (search.found()) {
+        return {};
+    }
+    return search.report(search.file_name() + " was not found") +
+           (search.refused() ? refusal_note : "");
 }
 
 void throw_if(std::string const & faults) {
@@ -60,21 +81,29 @@ void throw_if(std::string const & faults) {
     }
 }
 
+void add_folder(QN::filesystem::path const & folder) {
+    if (AddDllDirectory(folder.c_str()) == nullptr) {
+        auto const error = GetLastError();
+        throw QN::win::win32_error(fmt::format("AddDllDirectory(\"{}\")", QN::path_to_utf8(folder)),
+                                   error);
+    }
+}
+
 } // namespace
 
 void load_platform_libraries(place const & program) {
     auto const libraries = find_platform_libraries(program);
     auto const & [core_foundation, mobile_device] = libraries;
-    throw_if(report_if_not_found(mobile_device) + report_if_not_found(core_foundation));
+    auto const not_found =
+        report_if_not_found(mobile_device) + report_if_not_found(core_foundation);
+    throw_if(not_found.empty() ? not_found : not_found + note_on_32_bit());
 
-    bool const installed =
-        core_foundation.folder() != program.folder || mobile_device.folder() != program.folder;
-    if (installed) {
-        add_installed_folders(libraries);
-    }
+    auto searched = dependency_folders(libraries, program);
+    std::ranges::for_each(searched, add_folder);
+    searched.insert(searched.begin(), program.folder);
     // In this order the second takes the first, and no other of its name.
-    throw_if(load(core_foundation, library::CoreFoundation));
-    throw_if(load(mobile_device, library::MobileDevice));
+    throw_if(load(core_foundation, library::CoreFoundation, searched));
+    throw_if(load(mobile_device, library::MobileDevice, searched));
 }
 
 } // namespace launcher

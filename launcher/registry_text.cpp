@@ -1,8 +1,8 @@
 #include "launcher/registry_text.hpp"
 
 #include "launcher/environment_variables.hpp"
+#include "launcher/registry_library.hpp"
 #include "support/win/error_category.hpp"
-#include "support/win/win32_module.hpp"
 
 #include <cwchar>
 
@@ -11,15 +11,7 @@ namespace launcher {
 namespace {
 
 // Variables are replaced afterwards: Wine does not keep to the size of the buffer here.
-constexpr DWORD flags = RRF_RT_REG_SZ | RRF_RT_REG_EXPAND_SZ | RRF_NOEXPAND | RRF_SUBKEY_WOW6464KEY;
-
-// Not imported: libraries that stand beside the program are found without the registry, and
-// starting with advapi32.dll takes longer.
-auto reg_get_value() {
-    static QN::win::win32_module const library(L"advapi32.dll", LOAD_LIBRARY_SEARCH_SYSTEM32);
-    return reinterpret_cast<decltype(&RegGetValueW)>(
-        library.internal_get_proc_address("RegGetValueW"));
-}
+constexpr DWORD flags = RRF_RT_REG_SZ | RRF_RT_REG_EXPAND_SZ | RRF_NOEXPAND;
 
 } // namespace
 
@@ -28,7 +20,8 @@ std::wstring registry_text(HKEY root, wchar_t const * key, wchar_t const * value
     std::wstring text;
     DWORD type = REG_NONE;
     LSTATUS status = ERROR_MORE_DATA;
-    auto const get_value = reg_get_value();
+    auto const get_value =
+        reinterpret_cast<decltype(&RegGetValueW)>(registry_function("RegGetValueW"));
     for (std::size_t length = 512; status == ERROR_MORE_DATA; length *= 2) {
         text.resize(length);
         auto size = static_cast<DWORD>(length * sizeof text.front());

@@ -13,6 +13,9 @@ from harness import BIN, LOCALE, RUNNER, TIME_LIMIT, Process, ToolTest
 MOBILE_DEVICE_KEY = r"HKLM\SOFTWARE\Apple Inc.\Apple Mobile Device Support\Shared"
 SUPPORT_KEY = r"HKLM\SOFTWARE\Apple Inc.\Apple Application Support"
 USUAL_FOLDER = "drive_c/Program Files/Common Files/Apple"
+USUAL_FOLDER_OF_32_BIT = "drive_c/Program Files (x86)/Common Files/Apple"
+PACKAGES_KEY = (r"HKCR\Local Settings\Software\Microsoft\Windows\CurrentVersion\AppModel"
+                r"\PackageRepository\Packages")
 
 PROGRAM = ("qnrescue.exe", "libqnrescuelib.dll", "libdevforwardmin.dll")
 LIBRARIES = ("CoreFoundation.dll", "MobileDevice.dll")
@@ -75,9 +78,9 @@ class SetupTest(ToolTest):
             shutil.copy(BIN / name, folder / name)
         return folder
 
-    def add_usual(self, folder, *names):
+    def add_usual(self, folder, *names, usual=USUAL_FOLDER):
         """Adds files to a usual folder of the prefix until the end of the test."""
-        usual = pathlib.Path(os.environ["WINEPREFIX"], USUAL_FOLDER)
+        usual = pathlib.Path(os.environ["WINEPREFIX"], usual)
         self.addCleanup(shutil.rmtree, usual, ignore_errors=True)
         return self.add_files(usual / folder, *names)
 
@@ -85,6 +88,19 @@ class SetupTest(ToolTest):
         """Sets a value until the end of the test."""
         run_windows("reg", "add", key, "/v", name, "/t", kind, "/d", str(data), "/f", "/reg:64")
         self.addCleanup(run_windows, "reg", "delete", key, "/f", "/reg:64", check=False)
+
+    def register_bytes(self, key, name, data):
+        """Sets a text to these bytes, which need not be one, until the end of the test."""
+        file = self.new_folder() / "values.reg"
+        file.write_text("Windows Registry Editor Version 5.00\n\n"
+                        f"[{key.replace('HKLM', 'HKEY_LOCAL_MACHINE')}]\n"
+                        f'"{name}"=hex(1):{data.hex(",")}\n', "utf-16")
+        run_windows("reg", "import", windows_path(file))
+        self.addCleanup(run_windows, "reg", "delete", key, "/f", check=False)
+
+    def register_package(self, full_name, folder):
+        """Registers an app of the Microsoft Store until the end of the test."""
+        self.register(f"{PACKAGES_KEY}\\{full_name}", "Path", windows_path(folder))
 
     def register_mobile_device(self, folder):
         self.register(MOBILE_DEVICE_KEY, "MobileDeviceDLL",

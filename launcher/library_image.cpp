@@ -1,0 +1,206 @@
+#include "launcher/library_image.hpp"
+
+#include <array>
+#include <cstdio>
+#include <cstring>
+#include <memory>
+
+namespace launcher {
+
+namespace {
+
+struct damaged {};
+
+enum class directory : std::size_t { exports = 0, imports = 1 };
+
+struct section {
+    std::uint32_t address;
+    std::uint32_t size; // in the file
+    std::uint32_t offset;
+};
+
+// The bytes of a file, by their offsets in it and by the addresses that they are loaded to. Throws
+// damaged where there is none, and where the tables and names that are read come to more than the
+// file has: then they overlap, and reading them all could take for ever.
+class image_reader {
+public:
+    explicit image_reader(std::string_view file);
+
+    template <typename Number>
+    Number at(std::size_t offset) const;
+    std::size_t offset_of(std::uint32_t address) const;
+    std::string text(std::uint32_t address);
+    // An entry of a table, of this size, is about to be read.
+    void count_entry(std::size_t size);
+    // The address of a table; 0 where the image has none.
+    std::uint32_t address_of(directory table) const;
+
+    std::uint16_t machine = 0;
+    bool is_64_bit = false;
+
+private:
+    std::string_view bytes;
+    std::size_t uncounted;
+    std::vector<section> sections;
+    std::size_t directories = 0; // offset
+    std::uint32_t directory_count = 0;
+};
+
+image_reader::image_reader(std::string_view file)
+    : bytes(file)
+    , uncounted(file.size()) {
+    if (!bytes.starts_with("MZ")) {
+        throw damaged();
+    }
+    std::size_t const header = at<std::uint32_t>(0x3C);
+    if (at<std::uint32_t>(header) != 0x4550) { // "PE"
+        throw damaged();
+    }
+    machine = at<std::uint16_t>(header + 4);
+    auto const section_count = at<std::uint16_t>(header + 6);
+    auto const optional_size = at<std::uint16_t>(header + 20);
+    auto const optional = header + 24;
+    is_64_bit = at<std::uint16_t>(optional) == 0x20B;
+    directories = optional + (is_64_bit ? 112 : 96);
+    directory_count = at<std::uint32_t>(directories - 4);
+    for (std::size_t i = 0; i < section_count; ++i) {
+        auto const entry = optional + optional_size + 40 * i;
+        sections.push_back({at<std::uint32_t>(entry + 12), at<std::uint32_t>(entry + 16),
+                            at<std::uint32_t>(entry + 20)});
+    }
+}
+
+template <typename Number>
+Number image_reader::at(std::size_t offset) const {
+    if (offset > bytes.size() || bytes.size() - offset < sizeof(Number)) {
+        throw damaged();
+    }
+    Number number;
+    std::memcpy(&number, bytes.data() + offset, sizeof number);
+    return number;
+}
+
+std::size_t image_reader::offset_of(std::uint32_t address) const {
+    for (auto const & each : sections) {
+        if (address >= each.address && address - each.address < each.size) {
+            return std::size_t{address} - each.address + each.offset;
+        }
+    }
+    throw damaged();
+}
+
+std::string image_reader::text(std::uint32_t address) {
+    auto const start = offset_of(address);
+    auto const end = bytes.find('\0', start);
+    if (end == bytes.npos) {
+        throw damaged();
+    }
+    count_entry(end - start + 1);
+    return std::string(bytes.substr(start, end - start));
+}
+
+void image_reader::count_entry(std::size_t size) {
+    if (size > uncounted) {
+        throw damaged();
+    }
+    uncounted -= size;
+}
+
+std::uint32_t image_reader::address_of(directory table) const {
+    auto const index = static_cast<std::size_t>(table);
+    return index < directory_count ? at<std::uint32_t>(directories + 8 * index) : 0;
+}
+
+template <typename Thunk>
+std::vector<std::string> imported_names(image_reader & image, std::uint32_t thunks) {
+    constexpr Thunk is_number = Thunk{1} << (8 * sizeof(Thunk) - 1);
+    std::vector<std::string> names;
+    auto offset = image.offset_of(thunks);
+    while (auto const thunk = image.at<Thunk>(offset)) {
+        image.count_entry(sizeof thunk);
+        if ((thunk & is_number) == 0) {
+            names.push_back(image.text(static_cast<std::uint32_t>(thunk) + 2));
+        }
+        offset += sizeof(Thunk);
+    }
+    return names;
+}
+
+std::vector<imported_library> imports_of(image_reader & image) {
+    std::vector<imported_library> imports;
+    auto const table = image.address_of(directory::imports);
+    if (table == 0) {
+        return imports;
+    }
+    constexpr std::size_t size = 20;
+    for (auto entry = image.offset_of(table);; entry += size) {
+        auto const name = image.at<std::uint32_t>(entry + 12);
+        if (name == 0) {
+            return imports;
+        }
+        image.count_entry(size);
+        auto const look_up = image.at<std::uint32_t>(entry);
+        auto const thunks = look_up != 0 ? look_up : image.at<std::uint32_t>(entry + 16);
+        imports.push_back({image.text(name), image.is_64_bit
+                                                 ? imported_names<std::uint64_t>(image, thunks)
+                                                 : imported_names<std::uint32_t>(image, thunks)});
+    }
+}
+
+std::vector<std::string> exports_of(image_reader & image) {
+    std::vector<std::string> exports;
+    auto const table = image.address_of(directory::exports);
+    if (table == 0) {
+        return exports;
+    }
+    auto const header = image.offset_of(table);
+    auto const count = image.at<std::uint32_t>(header + 24);
+    if (count == 0) {
+        return exports;
+    }
+    auto const names = image.offset_of(image.at<std::uint32_t>(header + 32));
+    for (std::size_t i = 0; i < count; ++i) {
+        image.count_entry(sizeof(std::uint32_t));
+        exports.push_back(image.text(image.at<std::uint32_t>(names + 4 * i)));
+    }
+    return exports;
+}
+
+struct close_file {
+    void operator()(std::FILE * file) const { std::fclose(file); }
+};
+using file_owner = std::unique_ptr<std::FILE, close_file>;
+
+file_owner open_file(QN::filesystem::path const & file) {
+#ifdef _WIN32
+    return file_owner(_wfopen(file.c_str(), L"rb"));
+#else
+    return file_owner(std::fopen(file.c_str(), "rb"));
+#endif
+}
+
+} // namespace
+
+std::optional<library_image> parse_library_image(std::string_view bytes) {
+    try {
+        image_reader image(bytes);
+        return library_image{image.machine, imports_of(image), exports_of(image)};
+    } catch (damaged const &) {
+        return std::nullopt;
+    }
+}
+
+std::optional<library_image> read_library_image(QN::filesystem::path const & file) {
+    auto const stream = open_file(file);
+    if (!stream) {
+        return std::nullopt;
+    }
+    std::string bytes;
+    std::array<char, 0x10000> block;
+    while (auto const count = std::fread(block.data(), 1, block.size(), stream.get())) {
+        bytes.append(block.data(), count);
+    }
+    return parse_library_image(bytes);
+}
+
+} // namespace launcher

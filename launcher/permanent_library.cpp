@@ -1,0 +1,60 @@
+#include "launcher/permanent_library.hpp"
+
+#include "launcher/load_obstacle.hpp"
+#include "support/win/win32_error.hpp"
+
+#include <windows.h>
+
+namespace launcher {
+
+namespace {
+
+QN::filesystem::path system_folder() {
+    wchar_t path[MAX_PATH];
+    return {path, path + GetSystemDirectoryW(path, MAX_PATH)};
+}
+
+bool is_loaded(std::string const & name) {
+    return GetModuleHandleW(QN::path_from_utf8(name).c_str()) != nullptr;
+}
+
+// The system's words for these do not tell which file is meant.
+bool is_about_some_file(unsigned long error) {
+    return error == ERROR_MOD_NOT_FOUND || error == ERROR_PROC_NOT_FOUND ||
+           error == ERROR_BAD_EXE_FORMAT;
+}
+
+// Some of the system's texts have a place for the name of the file.
+std::string system_text(QN::filesystem::path const & path, QN::win::win32_error const & error) {
+    std::string text = error.what();
+    auto const name = text.find("%1");
+    return name == text.npos ? text : text.replace(name, 2, QN::path_to_utf8(path));
+}
+
+std::string reason(QN::filesystem::path const & path,
+                   std::vector<QN::filesystem::path> const & searched,
+                   QN::win::win32_error const & error) {
+    if (is_about_some_file(error.code)) {
+        dependency_search search{is_loaded, {path.parent_path()}, system_folder()};
+        search.folders.insert(search.folders.end(), searched.begin(), searched.end());
+        auto obstacle = load_obstacle(path, search);
+        if (!obstacle.empty()) {
+            return obstacle;
+        }
+    }
+    return system_text(path, error);
+}
+
+} // namespace
+
+QN::win::win32_module const & load_permanently(QN::filesystem::path const & path,
+                                               std::vector<QN::filesystem::path> const & searched) {
+    try {
+        return *new QN::win::win32_module(path.native(), LOAD_LIBRARY_SEARCH_DLL_LOAD_DIR |
+                                                             LOAD_LIBRARY_SEARCH_DEFAULT_DIRS);
+    } catch (QN::win::win32_error const & error) {
+        throw load_error(reason(path, searched, error), error.code);
+    }
+}
+
+} // namespace launcher
