@@ -450,7 +450,17 @@ class InTheProcess(FindingTest):
         self.assertEqual(self.NO_DIALOG_OF_FILES_OR_FAULTS,
                          mode & self.NO_DIALOG_OF_FILES_OR_FAULTS)
 
-    def test_library_of_a_bare_name(self):
+    def test_library_of_a_bare_name_beside_an_installed_one(self):
+        installed = self.root / "installed"
+        self.add_files(installed, "CoreFoundation.dll")
+        for library in NEEDY.glob("*.dll"):
+            (self.program / library.name).unlink()
+            shutil.copy(library, installed)
+        self.register_mobile_device(installed)
+        shutil.copy(NEEDY / "NeededLibrary.dll", installed / "Bare.dll")
+        self.assertEqual(windows_path(installed / "Bare.dll"), self.run_needy()[1])
+
+    def test_library_of_a_bare_name_in_the_current_folder(self):
         current = self.new_folder()
         shutil.copy(NEEDY / "NeededLibrary.dll", current / "Bare.dll")
         self.assertEqual("", self.run_needy(current_folder=current, WINEPATH=windows_path(current),
