@@ -92,7 +92,7 @@ std::size_t image_reader::offset_of(std::uint32_t address) const {
 std::string image_reader::text(std::uint32_t address) {
     auto const start = offset_of(address);
     auto const end = bytes.find('\0', start);
-    if (end == bytes.npos) {
+    if (end == std::string_view::npos) {
         throw damaged();
     }
     count_entry(end - start + 1);

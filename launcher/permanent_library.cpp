@@ -28,7 +28,7 @@ bool is_about_some_file(unsigned long error) {
 std::string system_text(QN::filesystem::path const & path, QN::win::win32_error const & error) {
     std::string text = error.what();
     auto const name = text.find("%1");
-    return name == text.npos ? text : text.replace(name, 2, QN::path_to_utf8(path));
+    return name == std::string::npos ? text : text.replace(name, 2, QN::path_to_utf8(path));
 }
 
 std::string reason(QN::filesystem::path const & path,

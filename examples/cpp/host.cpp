@@ -129,9 +129,9 @@ std::string describe(CFTypeRef document) {
 }
 
 void show(std::string_view text) {
-    owner<CFDataRef> const data(CFDataCreateWithBytesNoCopy(
-        nullptr, reinterpret_cast<UInt8 const *>(text.data()), static_cast<CFIndex>(text.size()),
-        kCFAllocatorNull));
+    owner<CFDataRef> const data(
+        CFDataCreateWithBytesNoCopy(nullptr, reinterpret_cast<UInt8 const *>(text.data()),
+                                    static_cast<CFIndex>(text.size()), kCFAllocatorNull));
     owner<CFTypeRef> const document(CFPropertyListCreateWithData(
         nullptr, data.get(), kCFPropertyListImmutable, nullptr, nullptr));
     std::printf("%s\n", describe(document.get()).c_str());

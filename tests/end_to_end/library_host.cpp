@@ -30,20 +30,26 @@ std::string utf8(wchar_t const * text) {
     return converted;
 }
 
-tool_main load_tool(std::wstring const & tool_folder, wchar_t const * library_folder) {
+HMODULE load(std::wstring const & path) {
+    auto const library = LoadLibraryExW(
+        path.c_str(), nullptr, LOAD_LIBRARY_SEARCH_DLL_LOAD_DIR | LOAD_LIBRARY_SEARCH_DEFAULT_DIRS);
+    if (library == nullptr) {
+        throw failure("LoadLibraryEx");
+    }
+    return library;
+}
+
+tool_main load_tool(std::wstring const & tool_folder, std::wstring const & library_folder) {
+    SetErrorMode(GetErrorMode() | SEM_FAILCRITICALERRORS | SEM_NOGPFAULTERRORBOX);
     if (!SetDefaultDllDirectories(LOAD_LIBRARY_SEARCH_DEFAULT_DIRS)) {
         throw failure("SetDefaultDllDirectories");
     }
-    if (AddDllDirectory(library_folder) == nullptr) {
+    if (AddDllDirectory(library_folder.c_str()) == nullptr) {
         throw failure("AddDllDirectory");
     }
-    auto const tool =
-        LoadLibraryExW((tool_folder + L"\\libqnrescuelib.dll").c_str(), nullptr,
-                       LOAD_LIBRARY_SEARCH_DLL_LOAD_DIR | LOAD_LIBRARY_SEARCH_DEFAULT_DIRS);
-    if (tool == nullptr) {
-        throw failure("LoadLibraryEx");
-    }
-    auto const address = GetProcAddress(tool, "main");
+    load(library_folder + L"\\CoreFoundation.dll");
+    load(library_folder + L"\\MobileDevice.dll");
+    auto const address = GetProcAddress(load(tool_folder + L"\\libqnrescuelib.dll"), "main");
     if (address == nullptr) {
         throw failure("GetProcAddress");
     }
