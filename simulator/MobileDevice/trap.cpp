@@ -2,6 +2,7 @@
 
 #include "simulator/MobileDevice/text.hpp"
 
+#include <cstdio>
 #include <cstdlib>
 
 #include <fmt/format.h>
@@ -14,6 +15,7 @@ namespace mobile_device {
 
 void trap(std::string_view function, std::string_view why) {
     write_error_line(fmt::format("MobileDevice: {}: {}", function, why));
+    std::fflush(stderr);
 #ifdef _WIN32
     TerminateProcess(GetCurrentProcess(), 3); // what abort() gives, but without its message box
 #endif
