@@ -7,7 +7,8 @@
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <set>
+#include <map>
+#include <optional>
 #include <string_view>
 #include <utility>
 
@@ -44,6 +45,14 @@ std::string fault_of_machine(library_image const & image) {
                              image.machine);
 }
 
+std::string fault_of(QN::filesystem::path const & library,
+                     std::optional<library_image> const & image) {
+    if (!is_file(library)) {
+        return "is missing";
+    }
+    return image ? fault_of_machine(*image) : "is no library, is damaged or cannot be read";
+}
+
 std::string missing_function(library_image const & image, imported_library const & wanted) {
     for (auto const & function : wanted.functions) {
         if (std::ranges::find(image.exports, function) == image.exports.end()) {
@@ -52,6 +61,9 @@ std::string missing_function(library_image const & image, imported_library const
     }
     return {};
 }
+
+// More than an installation has. The files of a hostile one may never end.
+constexpr std::size_t most_libraries = 256;
 
 // The libraries that one needs, one after the other.
 class dependency_walk {
@@ -62,20 +74,22 @@ public:
     // The first obstacle in this library, which `needed` says who needs, or in those that it needs.
     std::string visit(QN::filesystem::path const & library, imported_library const & wanted,
                       std::string const & needed) {
-        if (!is_file(library)) {
-            return fmt::format("{}{} is missing", quoted(library), needed);
+        auto known = visited.find(library);
+        bool const is_new = known == visited.end();
+        if (is_new) {
+            if (visited.size() == most_libraries) {
+                return {};
+            }
+            auto image = read_library_image(library);
+            if (auto const fault = fault_of(library, image); !fault.empty()) {
+                return fmt::format("{}{} {}", quoted(library), needed, fault);
+            }
+            known = visited.emplace(library, std::move(*image)).first;
         }
-        auto const image = read_library_image(library);
-        if (!image) {
-            return fmt::format("{}{} is no library, or damaged", quoted(library), needed);
-        }
-        if (auto const fault = fault_of_machine(*image); !fault.empty()) {
-            return fmt::format("{}{} {}", quoted(library), needed, fault);
-        }
-        if (auto const name = missing_function(*image, wanted); !name.empty()) {
+        if (auto const name = missing_function(known->second, wanted); !name.empty()) {
             return fmt::format("{}{} lacks {}", quoted(library), needed, name);
         }
-        return visited.insert(library).second ? visit_imports(library, *image) : std::string();
+        return is_new ? visit_imports(library, known->second) : std::string();
     }
 
 private:
@@ -91,11 +105,14 @@ private:
 
     std::string visit_import(QN::filesystem::path const & library,
                              imported_library const & wanted) {
-        if (is_api_set(wanted.name) || search.is_loaded(wanted.name)) {
+        if (is_api_set(wanted.name)) {
             return {};
         }
-        auto const name = QN::path_from_utf8(wanted.name);
         auto const needed = fmt::format(", which {} needs,", quoted(library));
+        if (auto const loaded = search.loaded(wanted.name); !loaded.empty()) {
+            return is_in_folders(loaded) ? visit(loaded, wanted, needed) : std::string();
+        }
+        auto const name = QN::path_from_utf8(wanted.name);
         for (auto const & folder : search.folders) {
             if (is_file(folder / name)) {
                 return visit(folder / name, wanted, needed);
@@ -106,8 +123,15 @@ private:
                    : fmt::format("{}{} is missing", quoted(name), needed);
     }
 
+    bool is_in_folders(QN::filesystem::path const & file) const {
+        return std::ranges::any_of(search.folders, [&](QN::filesystem::path const & folder) {
+            boost::system::error_code ignored;
+            return equivalent(folder, file.parent_path(), ignored);
+        });
+    }
+
     dependency_search const & search;
-    std::set<QN::filesystem::path> visited;
+    std::map<QN::filesystem::path, library_image> visited;
 };
 
 } // namespace

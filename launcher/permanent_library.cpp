@@ -1,6 +1,7 @@
 #include "launcher/permanent_library.hpp"
 
 #include "launcher/load_obstacle.hpp"
+#include "launcher/windows_places.hpp"
 #include "support/win/win32_error.hpp"
 
 #include <windows.h>
@@ -14,8 +15,9 @@ QN::filesystem::path system_folder() {
     return {path, path + GetSystemDirectoryW(path, MAX_PATH)};
 }
 
-bool is_loaded(std::string const & name) {
-    return GetModuleHandleW(QN::path_from_utf8(name).c_str()) != nullptr;
+QN::filesystem::path loaded_file(std::string const & name) {
+    auto const module = GetModuleHandleW(QN::path_from_utf8(name).c_str());
+    return module == nullptr ? QN::filesystem::path() : file_of_module(module);
 }
 
 // The system's words for these do not tell which file is meant.
@@ -35,7 +37,7 @@ std::string reason(QN::filesystem::path const & path,
                    std::vector<QN::filesystem::path> const & searched,
                    QN::win::win32_error const & error) {
     if (is_about_some_file(error.code)) {
-        dependency_search search{is_loaded, {path.parent_path()}, system_folder()};
+        dependency_search search{loaded_file, {path.parent_path()}, system_folder()};
         search.folders.insert(search.folders.end(), searched.begin(), searched.end());
         auto obstacle = load_obstacle(path, search);
         if (!obstacle.empty()) {

@@ -37,15 +37,19 @@ place registered(registry_location const & location,
 
 } // namespace
 
-place program_place() {
+QN::filesystem::path file_of_module(HMODULE module) {
     std::wstring path(32768, L'\0'); // the longest path that Windows has
-    auto const length = GetModuleFileNameW(nullptr, path.data(), static_cast<DWORD>(path.size()));
+    auto const length = GetModuleFileNameW(module, path.data(), static_cast<DWORD>(path.size()));
     if (length == 0) {
         auto const error = GetLastError();
         throw QN::win::win32_error("GetModuleFileName", error);
     }
     path.resize(length);
-    return place_of_file("the program's folder", path);
+    return path;
+}
+
+place program_place() {
+    return place_of_file("the program's folder", file_of_module(nullptr));
 }
 
 place registered_folder(registry_location const & location) {

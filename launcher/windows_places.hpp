@@ -2,6 +2,8 @@
 
 #include "launcher/place.hpp"
 
+#include <windows.h>
+
 namespace launcher {
 
 // A value of HKEY_LOCAL_MACHINE that an installation leaves.
@@ -9,6 +11,10 @@ struct registry_location {
     wchar_t const * key;
     wchar_t const * value;
 };
+
+// Returns the file of a library that is loaded, or of the program for null. Throws win32_error
+// where Windows does not tell it.
+QN::filesystem::path file_of_module(HMODULE module);
 
 // The folder of this program. Throws win32_error where Windows does not tell it.
 place program_place();

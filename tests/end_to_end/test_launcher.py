@@ -24,6 +24,8 @@ ITUNES_PACKAGE = "AppleInc.iTunes_12132.1.57021.0_x64__nzyj5cx40ttqa"
 NEEDY = BIN.parent / "needy"
 # A file that Linux lets nobody read, not even root.
 UNREADABLE = "/proc/sys/net/ipv4/route/flush"
+# A folder that is closed to other users, and in a container to root.
+CLOSED_FOLDER = "/proc/1/root"
 
 setUpModule = make_prefix
 
@@ -320,7 +322,7 @@ class Unusable(FindingTest):
             with self.subTest(library):
                 self.add_broken(self.program, library)
                 path = f"{windows_path(self.program)}\\{library}"
-                self.assert_not_loaded(library, f'"{path}" is no library, or damaged')
+                self.assert_not_loaded(library, f'"{path}" is no library, is damaged or cannot be read')
                 self.add_files(self.program, library)
 
     def test_32_bit_library(self):
@@ -358,6 +360,19 @@ class Refused(FindingTest):
         self.assertEqual(f"  Store package {DEVICES_PACKAGE}: {windows_path(self.mobile_device)}"
                          " (found)", lines[-3])
         self.assertEqual([REFUSED, ADVICE], lines[-2:])
+
+    def test_store_package_that_is_closed(self):
+        if os.access(CLOSED_FOLDER, os.X_OK):
+            self.skipTest(f"{CLOSED_FOLDER} is open")
+        closed = self.root / "closed"
+        closed.symlink_to(CLOSED_FOLDER)
+        self.register_package(DEVICES_PACKAGE, closed)
+        lines = self.assert_refused()
+        self.assertEqual("MobileDevice.dll was not found", lines[0])
+        place = lines.index(f"  Store package {DEVICES_PACKAGE}: {windows_path(closed)}"
+                            " (access denied)")
+        self.assertEqual(REFUSED, lines[place + 1])
+        self.assertEqual(ADVICE, lines[-1])
 
     def test_what_works(self):
         """A copy beside the program, as the message says."""

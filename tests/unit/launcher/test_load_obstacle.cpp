@@ -9,7 +9,7 @@
 
 #include <gtest/gtest.h>
 
-#include <set>
+#include <map>
 #include <string>
 
 namespace {
@@ -27,10 +27,14 @@ protected:
     }
 
     std::string obstacle() const {
-        return launcher::load_obstacle(
-            library, {[this](std::string const & name) { return loaded.contains(name); },
-                      {installed, other},
-                      system});
+        return launcher::load_obstacle(library, {[this](std::string const & name) {
+                                                     auto const found = loaded.find(name);
+                                                     return found == loaded.end()
+                                                                ? QN::filesystem::path()
+                                                                : found->second;
+                                                 },
+                                                 {installed, other},
+                                                 system});
     }
 
     static std::string quoted(QN::filesystem::path const & path) {
@@ -45,7 +49,7 @@ protected:
     QN::filesystem::path const other = folder.path() / "other";
     QN::filesystem::path const system = folder.path() / "system";
     QN::filesystem::path const library = installed / "library.dll";
-    std::set<std::string> loaded;
+    std::map<std::string, QN::filesystem::path> loaded;
 };
 
 TEST_F(load_obstacle_test, none) {
@@ -56,7 +60,7 @@ TEST_F(load_obstacle_test, none) {
                     {"near.dll", {"d"}},
                     {"far.dll", {"e"}}},
                    {"f"}});
-    loaded = {"loaded.dll"};
+    loaded = {{"loaded.dll", system / "loaded.dll"}}; // not looked into
     tests::write_file(system / "system.dll", "taken for whole");
     make(installed / "near.dll", {{{"library.dll", {"f"}}}, {"d"}}); // each needs the other
     make(other / "far.dll", {{}, {"e"}});
@@ -70,7 +74,7 @@ TEST_F(load_obstacle_test, missing) {
     auto const near = installed / "near.dll";
     make(near, {{{"gone.dll", {}}}});
     EXPECT_EQ(needed("gone.dll", near) + "is missing", obstacle());
-    loaded = {"near.dll"};
+    loaded = {{"near.dll", system / "near.dll"}};
     EXPECT_EQ("", obstacle());
 }
 
@@ -84,10 +88,12 @@ TEST_F(load_obstacle_test, the_first_folder_counts) {
 
 TEST_F(load_obstacle_test, no_library) {
     tests::write_file(library, "This is no library.");
-    EXPECT_EQ(quoted(library) + " is no library, or damaged", obstacle());
+    EXPECT_EQ(quoted(library) + " is no library, is damaged or cannot be read", obstacle());
     make(library, {{{"near.dll", {}}}});
     tests::write_file(installed / "near.dll", "");
-    EXPECT_EQ(needed(installed / "near.dll", library) + "is no library, or damaged", obstacle());
+    EXPECT_EQ(needed(installed / "near.dll", library) +
+                  "is no library, is damaged or cannot be read",
+              obstacle());
 }
 
 TEST_F(load_obstacle_test, another_processor) {
@@ -108,6 +114,29 @@ TEST_F(load_obstacle_test, lacks_a_function) {
     make(library, {{{"near.dll", {"a", "c"}}}});
     make(installed / "near.dll", {{}, {"a", "b"}});
     EXPECT_EQ(needed(installed / "near.dll", library) + "lacks c", obstacle());
+}
+
+// Of two versions that do not go together, one is loaded already.
+TEST_F(load_obstacle_test, loaded_library_lacks_a_function) {
+    make(library, {{{"near.dll", {"a", "c"}}}});
+    make(installed / "near.dll", {{}, {"a", "b", "c"}});
+    make(other / "near.dll", {{}, {"a", "b"}});
+    loaded = {{"near.dll", other / "near.dll"}};
+    EXPECT_EQ(needed(other / "near.dll", library) + "lacks c", obstacle());
+    loaded = {{"near.dll", installed / "near.dll"}};
+    EXPECT_EQ("", obstacle());
+}
+
+TEST_F(load_obstacle_test, ends_where_libraries_do_not) {
+    auto const chain = [](std::size_t i) { return fmt::format("chain{}.dll", i); };
+    constexpr std::size_t length = 300;
+    for (std::size_t i = 0; i < length; ++i) {
+        make(installed / chain(i), {{{chain(i + 1), {}}}});
+    }
+    make(library, {{{chain(0), {}}}});
+    EXPECT_EQ("", obstacle());
+    make(library, {{{chain(length - 100), {}}}});
+    EXPECT_EQ(needed(chain(length), installed / chain(length - 1)) + "is missing", obstacle());
 }
 
 } // namespace
