@@ -1,10 +1,11 @@
 // Runs a program in a console of its own, as people do:
 //
-//     console_host [--interrupt] CODE_PAGE REPORT PROGRAM ARGUMENT...
+//     console_host [--no-output] [--no-error] [--interrupt] CODE_PAGE REPORT PROGRAM ARGUMENT...
 //
 // The console begins with the code page; what it shows goes to standard output. The file REPORT
 // gets a line of two numbers: the program's status and the code page that it leaves. With
-// --interrupt, Ctrl+C is pressed once the code page has changed.
+// --interrupt, Ctrl+C is pressed once the code page has changed; with the others, standard output
+// or standard error is the null device instead.
 
 #include <windows.h>
 
@@ -71,21 +72,33 @@ void press_control_c(UINT code_page, handle const & process) {
     require(GenerateConsoleCtrlEvent(CTRL_C_EVENT, 0), "GenerateConsoleCtrlEvent");
 }
 
-void run_in_console(std::vector<std::wstring> words, bool interrupt) {
+handle open(wchar_t const * device) {
+    SECURITY_ATTRIBUTES inherited{sizeof inherited, nullptr, TRUE};
+    return handle(CreateFileW(device, GENERIC_READ | GENERIC_WRITE,
+                              FILE_SHARE_READ | FILE_SHARE_WRITE, &inherited, OPEN_EXISTING, 0,
+                              nullptr));
+}
+
+bool take_option(std::vector<std::wstring> & words, std::wstring_view option) {
+    bool const given = words[0] == option;
+    words.erase(words.begin(), words.begin() + given);
+    return given;
+}
+
+void run_in_console(std::vector<std::wstring> words) {
+    auto const output = open(take_option(words, L"--no-output") ? L"NUL" : L"CONOUT$");
+    auto const error = open(take_option(words, L"--no-error") ? L"NUL" : L"CONOUT$");
+    bool const interrupt = take_option(words, L"--interrupt");
     auto const code_page = static_cast<UINT>(std::stoul(words[0]));
     auto const path = words[1];
     words.erase(words.begin(), words.begin() + 2);
 
     SetConsoleCtrlHandler(nullptr, FALSE);
     require(SetConsoleOutputCP(code_page), "SetConsoleOutputCP");
-    SECURITY_ATTRIBUTES inherited{sizeof inherited, nullptr, TRUE};
-    handle const console(CreateFileW(L"CONOUT$", GENERIC_READ | GENERIC_WRITE,
-                                     FILE_SHARE_READ | FILE_SHARE_WRITE, &inherited, OPEN_EXISTING,
-                                     0, nullptr));
     STARTUPINFOEXW startup{};
     startup.StartupInfo.dwFlags = STARTF_USESTDHANDLES;
-    startup.StartupInfo.hStdOutput = console.get();
-    startup.StartupInfo.hStdError = console.get();
+    startup.StartupInfo.hStdOutput = output.get();
+    startup.StartupInfo.hStdError = error.get();
     auto const process = start(words, startup);
     if (interrupt) {
         press_control_c(code_page, process);
@@ -152,8 +165,7 @@ void make_console(std::vector<std::wstring> const & words) {
 void run(std::vector<std::wstring> words) {
     constexpr std::wstring_view inside = L"--inside";
     if (words.at(1) == inside) {
-        bool const interrupt = words.at(2) == L"--interrupt";
-        run_in_console({words.begin() + (interrupt ? 3 : 2), words.end()}, interrupt);
+        run_in_console({words.begin() + 2, words.end()});
     } else {
         words.insert(words.begin() + 1, std::wstring(inside));
         make_console(words);

@@ -36,6 +36,23 @@ class Console(ToolTest):
         self.assertEqual(WESTERN, left)
         self.assertNotIn("<plist", shown)
 
+    def test_one_stream_of_the_two_is_enough(self):
+        # Interrupted only where the code page changes.
+        for missing in "--no-output", "--no-error":
+            with self.subTest(missing):
+                _, status, left = self.run_in_console(
+                    "--device-info", "--ecid", "0000000000000BAD", "--detect-timeout",
+                    str(2 * TIME_LIMIT), options=(missing, "--interrupt"))
+                self.assertIn(status, INTERRUPTED)
+                self.assertEqual(WESTERN, left)
+
+    def test_is_left_alone_where_no_stream_is_one(self):
+        _, status, left = self.run_in_console(
+            "--device-info", "--ecid", "0000000000000BAD", "--detect-timeout", "1",
+            options=("--no-output", "--no-error", "--interrupt"))
+        self.assertNotIn(status, INTERRUPTED)
+        self.assertEqual(WESTERN, left)
+
     def test_one_of_utf_8_stays_so(self):
         shown, status, left = self.run_in_console("--Größe", code_page=UTF_8)
         self.assertEqual((3, UTF_8), (status, left))
