@@ -13,6 +13,9 @@ namespace {
 // Variables are replaced afterwards: Wine does not keep to the size of the buffer here.
 constexpr DWORD flags = RRF_RT_REG_SZ | RRF_RT_REG_EXPAND_SZ | RRF_NOEXPAND;
 
+// In characters.
+constexpr std::size_t longest_path = 32767;
+
 } // namespace
 
 std::wstring registry_text(HKEY root, wchar_t const * key, wchar_t const * value,
@@ -32,6 +35,10 @@ std::wstring registry_text(HKEY root, wchar_t const * key, wchar_t const * value
         return {};
     }
     text.resize(std::wcslen(text.c_str())); // without the null character
+    if (text.size() > longest_path) {
+        error = QN::win::make_error_code(ERROR_FILENAME_EXCED_RANGE);
+        return {};
+    }
     return type == REG_EXPAND_SZ ? replace_variables(text.c_str()) : text;
 }
 

@@ -79,4 +79,13 @@ TEST_F(registry_text_test, refuses_what_is_not_there) {
     EXPECT_EQ(std::errc::no_such_file_or_directory, error);
 }
 
+TEST_F(registry_text_test, refuses_what_is_longer_than_any_path) {
+    set(REG_SZ, std::wstring(32767, L'x'));
+    EXPECT_EQ(32767U, text().size());
+    for (auto const type : std::initializer_list<DWORD>{REG_SZ, REG_EXPAND_SZ}) {
+        set(type, std::wstring(32768, L'x'));
+        expect_error(ERROR_FILENAME_EXCED_RANGE);
+    }
+}
+
 } // namespace
