@@ -208,8 +208,10 @@ _CONTROL_CHARACTERS = bytes(set(range(32)) - set(b"\t\n\r"))
 
 def parse_document(text: bytes) -> Event:
     """What the document says. Raises nothing."""
+    # A document with a NUL in a text ends there, without its own end: the next one comes with it.
+    document = text[max(0, text.rfind(b"<?xml")):]
     try:
-        root = plistlib.loads(text.translate(None, _CONTROL_CHARACTERS), fmt=plistlib.FMT_XML)
+        root = plistlib.loads(document.translate(None, _CONTROL_CHARACTERS), fmt=plistlib.FMT_XML)
         document_type, value = root["Type"], root["Value"]
     except Exception as fault:  # plistlib does not say which there are
         return UnreadableDocument(text, f"{type(fault).__name__}: {fault}")

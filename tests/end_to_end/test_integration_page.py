@@ -1,6 +1,7 @@
 """docs/integration.md: its samples are run."""
 
 import os
+import plistlib
 import shlex
 import stat
 import subprocess
@@ -53,6 +54,13 @@ class IntegrationPage(ToolTest):
     def test_restore_of_no_device(self):
         lines = self.run_restore("update.ipsw", scenario="library-fails.plist")
         self.assertEqual(["AMRestoreCreateDefaultOptions failed", "False"], lines[-2:])
+
+    def test_what_is_left_of_a_document_that_ended_early(self):
+        whole = plistlib.dumps({"Type": "CommandSuccess", "Value": True})
+        output = whole.partition(b"Success")[0] + b"\n" + whole + b"\n"
+        command = [sys.executable, "-c", f"import sys; sys.stdout.buffer.write({output})"]
+        lines = self.run_python(f"for each in documents({command}): print(*each)")
+        self.assertEqual("CommandSuccess True", lines[-1])
 
     def test_pipe_sample(self):
         source = (ROOT / "tests" / "end_to_end" / "pipe_sample.cpp").read_text(encoding="utf-8")

@@ -186,6 +186,11 @@ class Documents(unittest.TestCase):
         text = make_document("X", "a@b\tc\nd").replace(b"@", b"\0\x01\x1b\x1f")
         self.assertEqual(UnknownDocument("X", "ab\tc\nd"), parse_document(text))
 
+    def test_what_is_left_of_a_document_that_ended_early(self):
+        broken = make_document("RestoreStatus", {"Status": "a"}).partition(b"a</string>")[0]
+        whole = make_document("CommandSuccess", True)
+        self.assertEqual(CommandSuccess(), parse_document(broken + b"\n" + whole))
+
 
 class Runs(unittest.TestCase):
     def start(self, *lines, **how):
