@@ -30,10 +30,11 @@ void keep_standard_handles() {
 }
 
 // The handler comes before the error report of both run-time libraries; only one of them has
-// _set_abort_behavior.
+// _set_abort_behavior. ExitProcess, and so _exit, would run the ends of libraries, which may wait
+// for locks of threads that were killed.
 void abort_without_questions() {
     _set_error_mode(_OUT_TO_STDERR);
-    std::signal(SIGABRT, [](int /*signal*/) { _exit(aborted); });
+    std::signal(SIGABRT, [](int /*signal*/) { TerminateProcess(GetCurrentProcess(), aborted); });
 }
 
 #else
