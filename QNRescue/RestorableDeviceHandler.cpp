@@ -12,6 +12,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <new>
 #include <thread>
 #include <utility>
 #include <vector>
@@ -124,7 +125,11 @@ device_notifier_state::~device_notifier_state() noexcept(false) {
     boost::system::error_code error;
     QN::filesystem::remove_all(scratchLocation, error);
     if (error) {
-        debug("{}: Failed to clean scratch location ({})", function, error.message());
+        try {
+            debug("{}: Failed to clean scratch location ({})", function, error.message());
+        } catch (std::bad_alloc const &) {
+            // Without memory for the line; where a shared_ptr holds the object it would be the end.
+        }
     }
 }
 

@@ -14,6 +14,7 @@
 #include <gtest/gtest.h>
 
 #include <iterator>
+#include <memory>
 #include <optional>
 #include <string_view>
 #include <tuple>
@@ -213,6 +214,17 @@ TEST(Memory, Notifiers) {
         auto const log_file = folder.path() / "log.txt";
         run.completes([&] { notifier.emplace(output.state(), log_file, std::nullopt); });
         return run.completed() == notifier.has_value();
+    }));
+}
+
+TEST(Memory, NotifiersThatCannotRemoveTheirScratchDirectory) {
+    expect_no_end(count_trials([](trial & run) {
+        output_capture output;
+        QN::filesystem::path const scratch = std::string(1000, 'x'); // too long a name
+        auto notifier =
+            std::make_shared<device_notifier_state>(output.state(), std::nullopt, scratch);
+        run.completes([&] { notifier.reset(); });
+        return run.completed();
     }));
 }
 
