@@ -197,7 +197,7 @@ class WhatXmlDoesNotAllow(ToolTest):
         return run.stdout
 
     def test_texts(self):
-        text = "".join(map(chr, [*range(1, 9), 11, 12, *range(14, 32), 0xFFFE]))
+        text = "".join(map(chr, [*range(1, 9), 11, 12, *range(14, 32), 0xFFFE, 0xFFFF]))
         output = self.printed(text)
         self.assertIn(f"<string>{text}</string>".encode(), output)
         self.assertEqual(2, output.count(b"</plist>\n\n"))
