@@ -1,6 +1,8 @@
 #include "QNRescue/process.hpp"
 
 #ifdef _WIN32
+#include "support/win/standard_handles.hpp"
+
 #include <windows.h>
 
 #include <fcntl.h>
@@ -22,12 +24,7 @@ namespace {
 
 constexpr int aborted = 3; // what the C run-time library makes the status, where it asks nobody
 
-// A process that outlives this one would keep its readers waiting.
-void keep_standard_handles() {
-    for (auto const stream : {STD_INPUT_HANDLE, STD_OUTPUT_HANDLE, STD_ERROR_HANDLE}) {
-        SetHandleInformation(GetStdHandle(stream), HANDLE_FLAG_INHERIT, 0);
-    }
-}
+using QN::win::keep_standard_handles;
 
 // The handler comes before the error report of both run-time libraries; only one of them has
 // _set_abort_behavior. ExitProcess, and so _exit, would run the ends of libraries, which may wait

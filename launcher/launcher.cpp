@@ -6,6 +6,7 @@
 #include "launcher/printable_text.hpp"
 #include "launcher/windows_places.hpp"
 #include "support/filesystem.hpp"
+#include "support/win/standard_handles.hpp"
 #include "support/win/win32_error.hpp"
 
 #include <windows.h>
@@ -56,6 +57,7 @@ tool_main load_tool(place const & program) {
 
 int run_tool(std::span<wchar_t *> words) {
     raise_no_dialogs();
+    QN::win::keep_standard_handles(); // before there is a library that could start a process
     restrict_library_search();
     auto const program = program_place();
     load_platform_libraries(program);

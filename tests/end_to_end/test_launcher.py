@@ -455,15 +455,19 @@ class InTheProcess(FindingTest):
         self.report = self.root / "report"
 
     def run_needy(self, **how):
-        """The error mode, and where the library of a bare name came from."""
+        """The error mode, how many standard handles are inherited, and where the library of a bare
+        name came from."""
         self.assert_works(NEEDY_REPORT=windows_path(self.report), NEEDY_LIBRARY="Bare.dll", **how)
-        mode, _, path = self.report.read_text("utf-8-sig").rstrip("\n").partition(" ")
-        return int(mode), path
+        mode, inherited, path = self.report.read_text("utf-8-sig").rstrip("\n").split(" ", 2)
+        return int(mode), int(inherited), path
 
     def test_no_dialog_is_raised(self):
-        mode, _ = self.run_needy()
+        mode, *_ = self.run_needy()
         self.assertEqual(self.NO_DIALOG_OF_FILES_OR_FAULTS,
                          mode & self.NO_DIALOG_OF_FILES_OR_FAULTS)
+
+    def test_standard_handles_are_not_inherited(self):
+        self.assertEqual(0, self.run_needy()[1])
 
     def test_library_of_a_bare_name_beside_an_installed_one(self):
         installed = self.root / "installed"
@@ -473,15 +477,15 @@ class InTheProcess(FindingTest):
             shutil.copy(library, installed)
         self.register_mobile_device(installed)
         shutil.copy(NEEDY / "NeededLibrary.dll", installed / "Bare.dll")
-        self.assertEqual(windows_path(installed / "Bare.dll"), self.run_needy()[1])
+        self.assertEqual(windows_path(installed / "Bare.dll"), self.run_needy()[2])
 
     def test_library_of_a_bare_name_in_the_current_folder(self):
         current = self.new_folder()
         shutil.copy(NEEDY / "NeededLibrary.dll", current / "Bare.dll")
         self.assertEqual("", self.run_needy(current_folder=current, WINEPATH=windows_path(current),
-                                            PATH=f"{os.environ['PATH']}:{current}")[1])
+                                            PATH=f"{os.environ['PATH']}:{current}")[2])
         shutil.copy(NEEDY / "NeededLibrary.dll", self.program / "Bare.dll")
-        self.assertEqual(windows_path(self.program / "Bare.dll"), self.run_needy()[1])
+        self.assertEqual(windows_path(self.program / "Bare.dll"), self.run_needy()[2])
 
 
 class CurrentFolder(FindingTest):

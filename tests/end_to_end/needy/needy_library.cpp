@@ -1,7 +1,7 @@
 // What the simulator's MobileDevice.dll does not do by itself: it needs another library, and when
 // it is loaded it writes a line to the file that NEEDY_REPORT names: the error mode of the process,
-// and the file of the library that NEEDY_LIBRARY names, which it loads by that name, without a
-// folder.
+// how many of its standard handles are inherited, and the file of the library that NEEDY_LIBRARY
+// names, which it loads by that name, without a folder.
 #include "tests/end_to_end/needy/needed_library.hpp"
 
 #include <windows.h>
@@ -18,6 +18,16 @@ std::wstring variable(wchar_t const * name) {
     return value;
 }
 
+int inherited_standard_handles() {
+    int count = 0;
+    for (auto const stream : {STD_INPUT_HANDLE, STD_OUTPUT_HANDLE, STD_ERROR_HANDLE}) {
+        DWORD flags = 0;
+        GetHandleInformation(GetStdHandle(stream), &flags);
+        count += (flags & HANDLE_FLAG_INHERIT) != 0;
+    }
+    return count;
+}
+
 std::wstring file_of_loaded(std::wstring const & library) {
     wchar_t path[1024] = L"";
     if (auto const module = LoadLibraryW(library.c_str())) {
@@ -29,7 +39,7 @@ std::wstring file_of_loaded(std::wstring const & library) {
 bool report() {
     auto const path = variable(L"NEEDY_REPORT");
     if (auto const file = path.empty() ? nullptr : _wfopen(path.c_str(), L"w, ccs=UTF-8")) {
-        std::fwprintf(file, L"%lu %ls\n", GetErrorMode(),
+        std::fwprintf(file, L"%lu %d %ls\n", GetErrorMode(), inherited_standard_handles(),
                       file_of_loaded(variable(L"NEEDY_LIBRARY")).c_str());
         std::fclose(file);
     }
