@@ -173,7 +173,6 @@ CF_EXPORT CFTypeID CFGetTypeID(CFTypeRef object);
 CF_EXPORT Boolean CFEqual(CFTypeRef left, CFTypeRef right);
 CF_EXPORT CFHashCode CFHash(CFTypeRef object);
 CF_EXPORT CFStringRef CFCopyDescription(CFTypeRef object);
-CF_EXPORT CFStringRef CFCopyTypeIDDescription(CFTypeID type);
 
 // --- Strings
 
@@ -182,8 +181,6 @@ CF_EXPORT CFStringRef __CFStringMakeConstantString(char const * text);
 #define CFSTR(text) __CFStringMakeConstantString("" text "")
 
 CF_EXPORT CFTypeID CFStringGetTypeID(void);
-CF_EXPORT CFStringRef CFStringCreateWithCString(CFAllocatorRef allocator, char const * text,
-                                                CFStringEncoding encoding);
 CF_EXPORT CFStringRef CFStringCreateWithBytes(CFAllocatorRef allocator, UInt8 const * bytes,
                                               CFIndex length, CFStringEncoding encoding,
                                               Boolean isExternalRepresentation);
@@ -248,23 +245,15 @@ CF_EXPORT CFMutableDictionaryRef CFDictionaryCreateMutableCopy(CFAllocatorRef al
                                                                CFIndex capacity,
                                                                CFDictionaryRef dictionary);
 CF_EXPORT CFIndex CFDictionaryGetCount(CFDictionaryRef dictionary);
-CF_EXPORT Boolean CFDictionaryContainsKey(CFDictionaryRef dictionary, void const * key);
 CF_EXPORT void const * CFDictionaryGetValue(CFDictionaryRef dictionary, void const * key);
-CF_EXPORT Boolean CFDictionaryGetValueIfPresent(CFDictionaryRef dictionary, void const * key,
-                                                void const ** value);
 CF_EXPORT void CFDictionaryGetKeysAndValues(CFDictionaryRef dictionary, void const ** keys,
                                             void const ** values);
 CF_EXPORT void CFDictionaryApplyFunction(CFDictionaryRef dictionary,
                                          CFDictionaryApplierFunction applier, void * context);
 CF_EXPORT void CFDictionarySetValue(CFMutableDictionaryRef dictionary, void const * key,
                                     void const * value);
-CF_EXPORT void CFDictionaryAddValue(CFMutableDictionaryRef dictionary, void const * key,
-                                    void const * value);
-CF_EXPORT void CFDictionaryRemoveValue(CFMutableDictionaryRef dictionary, void const * key);
 
 CF_EXPORT CFTypeID CFSetGetTypeID(void);
-CF_EXPORT CFSetRef CFSetCreate(CFAllocatorRef allocator, void const ** values, CFIndex count,
-                               CFSetCallBacks const * callBacks);
 CF_EXPORT CFMutableSetRef CFSetCreateMutable(CFAllocatorRef allocator, CFIndex capacity,
                                              CFSetCallBacks const * callBacks);
 CF_EXPORT CFIndex CFSetGetCount(CFSetRef set);

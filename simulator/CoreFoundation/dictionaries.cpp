@@ -56,28 +56,10 @@ __CFDictionary * copy(__CFDictionary const & original, Mutability mutability) {
     return result;
 }
 
-HashTable & entries_to_change(CFMutableDictionaryRef dictionary, char const * function) {
-    auto & whole = checked(dictionary, function);
-    if (!whole.is_mutable) {
-        trap(function, "the dictionary is immutable");
-    }
-    return whole.entries;
-}
-
 void require_entry(HashTable const & entries, void const * key, void const * value,
                    char const * function) {
     entries.keys().require(key, function);
     entries.values().require(value, function);
-}
-
-// The entry with this key, or null. Looking for null among objects is a fault unless there are
-// none.
-HashTable::Slot const * find(CFDictionaryRef dictionary, void const * key, char const * function) {
-    auto const & entries = checked<__CFDictionary>(dictionary, function).entries;
-    if (entries.count() > 0) {
-        entries.keys().require(key, function);
-    }
-    return entries.find(key);
 }
 
 } // namespace
@@ -140,22 +122,14 @@ CFIndex CFDictionaryGetCount(CFDictionaryRef dictionary) {
     return static_cast<CFIndex>(cf::checked<__CFDictionary>(dictionary).entries.count());
 }
 
-Boolean CFDictionaryContainsKey(CFDictionaryRef dictionary, void const * key) {
-    return cf::find(dictionary, key, "CFDictionaryContainsKey") != nullptr;
-}
-
+// Looking for null among objects is a fault unless there are none.
 void const * CFDictionaryGetValue(CFDictionaryRef dictionary, void const * key) {
-    auto const * const found = cf::find(dictionary, key, "CFDictionaryGetValue");
-    return found != nullptr ? found->value : nullptr;
-}
-
-Boolean CFDictionaryGetValueIfPresent(CFDictionaryRef dictionary, void const * key,
-                                      void const ** value) {
-    auto const * const found = cf::find(dictionary, key, "CFDictionaryGetValueIfPresent");
-    if (found != nullptr && value != nullptr) {
-        *value = found->value;
+    auto const & entries = cf::checked<__CFDictionary>(dictionary).entries;
+    if (entries.count() > 0) {
+        entries.keys().require(key, "CFDictionaryGetValue");
     }
-    return found != nullptr;
+    auto const * const found = entries.find(key);
+    return found != nullptr ? found->value : nullptr;
 }
 
 void CFDictionaryGetKeysAndValues(CFDictionaryRef dictionary, void const ** keys,
@@ -179,21 +153,10 @@ void CFDictionaryApplyFunction(CFDictionaryRef dictionary, CFDictionaryApplierFu
 }
 
 void CFDictionarySetValue(CFMutableDictionaryRef dictionary, void const * key, void const * value) {
-    auto & entries = cf::entries_to_change(dictionary, "CFDictionarySetValue");
-    cf::require_entry(entries, key, value, "CFDictionarySetValue");
-    entries.set(key, value);
-}
-
-void CFDictionaryAddValue(CFMutableDictionaryRef dictionary, void const * key, void const * value) {
-    auto & entries = cf::entries_to_change(dictionary, "CFDictionaryAddValue");
-    cf::require_entry(entries, key, value, "CFDictionaryAddValue");
-    entries.add(key, value);
-}
-
-void CFDictionaryRemoveValue(CFMutableDictionaryRef dictionary, void const * key) {
-    auto & entries = cf::entries_to_change(dictionary, "CFDictionaryRemoveValue");
-    if (entries.count() > 0) {
-        entries.keys().require(key, "CFDictionaryRemoveValue");
+    auto & checked = cf::checked(dictionary);
+    if (!checked.is_mutable) {
+        cf::trap("CFDictionarySetValue", "the dictionary is immutable");
     }
-    entries.remove(key);
+    cf::require_entry(checked.entries, key, value, "CFDictionarySetValue");
+    checked.entries.set(key, value);
 }

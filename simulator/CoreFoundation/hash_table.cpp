@@ -78,31 +78,6 @@ void HashTable::set_adopting(void const * key, void const * value) {
     }
 }
 
-void HashTable::remove(void const * key) {
-    auto const * const found = find(key);
-    if (found == nullptr) {
-        return;
-    }
-    auto const old = *found;
-    close_gap(static_cast<std::size_t>(found - slots_.data()));
-    --count_;
-    keys_.release(old.key);
-    values_.release(old.value);
-}
-
-// Moves later entries of the same run back, so that none is cut off from its own slot.
-void HashTable::close_gap(std::size_t gap) {
-    auto const mask = slots_.size() - 1;
-    for (auto next = (gap + 1) & mask; slots_[next].hash != 0; next = (next + 1) & mask) {
-        auto const displacement = (next - slots_[next].hash) & mask;
-        if (displacement >= ((next - gap) & mask)) {
-            slots_[gap] = slots_[next];
-            gap = next;
-        }
-    }
-    slots_[gap] = {};
-}
-
 void HashTable::resize(std::size_t slots) {
     auto const old = std::exchange(slots_, guarded([&] { return std::vector<Slot>(slots); }));
     auto const mask = slots - 1;

@@ -32,7 +32,6 @@ public:
     // value.
     void add(void const * key, void const * value);
     void set(void const * key, void const * value);
-    void remove(void const * key);
 
     // Takes over the caller's references; of equal keys the last one stays.
     void set_adopting(void const * key, void const * value);
@@ -60,7 +59,6 @@ private:
     std::size_t locate(void const * key, CFHashCode hash) const;
     std::pair<Slot &, CFHashCode> slot_for(void const * key);
     void resize(std::size_t slots);
-    void close_gap(std::size_t gap);
 
     ElementCallbacks keys_;
     ElementCallbacks values_;

@@ -1,7 +1,5 @@
 #include "simulator/CoreFoundation/runtime.hpp"
 
-#include "simulator/CoreFoundation/types.hpp"
-
 namespace cf {
 
 namespace {

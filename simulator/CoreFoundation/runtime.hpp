@@ -1,7 +1,7 @@
 // What every object has in common: its type, its retain count, its creation and its end.
 //
-// A new type is a struct that derives from Object, has a `static Type const class_type` and a line
-// in the table of types.cpp. Its functions live in the file of its name.
+// A new type is a struct that derives from Object and has a `static Type const class_type`. Its
+// functions live in the file of its name.
 #pragma once
 
 #include "platform/CoreFoundation.h"

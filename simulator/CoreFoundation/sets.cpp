@@ -39,17 +39,6 @@ void describe_set(Object const & object, std::u16string & text) {
     append_ascii(text, "}\n");
 }
 
-__CFSet * create_set(CFSetCallBacks const * callbacks, Mutability mutability, CFIndex capacity) {
-    auto * const set = create<__CFSet>(ElementCallbacks::from(callbacks), mutability);
-    set->members.reserve(capacity);
-    return set;
-}
-
-void add(__CFSet & set, void const * member, char const * function) {
-    set.members.keys().require(member, function);
-    set.members.add(member, nullptr);
-}
-
 } // namespace
 
 } // namespace cf
@@ -67,18 +56,12 @@ CFTypeID CFSetGetTypeID() {
     return __CFSet::class_type.id;
 }
 
-CFSetRef CFSetCreate(CFAllocatorRef, void const ** values, CFIndex count,
-                     CFSetCallBacks const * callBacks) {
-    auto * const set = cf::create_set(callBacks, cf::Mutability::immutable, count);
-    for (CFIndex i = 0; i < count; ++i) {
-        cf::add(*set, values[i], "CFSetCreate");
-    }
-    return set;
-}
-
 CFMutableSetRef CFSetCreateMutable(CFAllocatorRef, CFIndex capacity,
                                    CFSetCallBacks const * callBacks) {
-    return cf::create_set(callBacks, cf::Mutability::is_mutable, capacity);
+    auto * const set =
+        cf::create<__CFSet>(cf::ElementCallbacks::from(callBacks), cf::Mutability::is_mutable);
+    set->members.reserve(capacity);
+    return set;
 }
 
 CFIndex CFSetGetCount(CFSetRef set) {
@@ -90,7 +73,8 @@ void CFSetAddValue(CFMutableSetRef set, void const * value) {
     if (!checked.is_mutable) {
         cf::trap("CFSetAddValue", "the set is immutable");
     }
-    cf::add(checked, value, "CFSetAddValue");
+    checked.members.keys().require(value, "CFSetAddValue");
+    checked.members.add(value, nullptr);
 }
 
 void CFSetGetValues(CFSetRef set, void const ** values) {

@@ -50,14 +50,6 @@ CFTypeID CFStringGetTypeID() {
     return __CFString::class_type.id;
 }
 
-CFStringRef CFStringCreateWithCString(CFAllocatorRef, char const * text,
-                                      CFStringEncoding encoding) {
-    if (text == nullptr) {
-        cf::trap("CFStringCreateWithCString", "the text is null");
-    }
-    return cf::create_from(text, encoding, false);
-}
-
 CFStringRef CFStringCreateWithBytes(CFAllocatorRef, UInt8 const * bytes, CFIndex length,
                                     CFStringEncoding encoding, Boolean isExternalRepresentation) {
     if (length < 0) {

@@ -138,7 +138,7 @@ private:
             if (is_a(key.object.get(), CFArrayGetTypeID()) ||
                 is_a(key.object.get(), CFDictionaryGetTypeID()) ||
                 is_a(key.object.get(), CFSetGetTypeID()) ||
-                CFDictionaryContainsKey(dictionary.get(), key.object.get())) {
+                CFDictionaryGetValue(dictionary.get(), key.object.get()) != nullptr) {
                 continue; // costly to compare, or a replacement of what is counted already
             }
             bool const is_text = is_a(key.object.get(), CFStringGetTypeID());

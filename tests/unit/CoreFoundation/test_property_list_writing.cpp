@@ -24,7 +24,7 @@ TEST(Writing, RefusesWhatIsNoPropertyList) {
     void const * key = CFSTR("k");
     auto const number_key = dictionary();
     CFDictionarySetValue(number_key.get(), integer(5).get(), CFSTR("v"));
-    auto const set = own(CFSetCreate(kCFAllocatorDefault, nullptr, 0, &kCFTypeSetCallBacks));
+    auto const set = own(CFSetCreateMutable(kCFAllocatorDefault, 0, &kCFTypeSetCallBacks));
     auto const error = own(CFErrorCreate(kCFAllocatorDefault, CFSTR("d"), 1, nullptr));
     auto const recursive = own(CFArrayCreateMutable(kCFAllocatorDefault, 0, nullptr));
     CFArrayAppendValue(recursive.get(), recursive.get());
@@ -56,8 +56,7 @@ TEST(Writing, RefusesWhatIsNoPropertyList) {
 }
 
 TEST(Writing, DescribesItsFailure) {
-    auto const error =
-        write(own(CFSetCreate(kCFAllocatorDefault, nullptr, 0, nullptr)).get()).error;
+    auto const error = write(own(CFSetCreateMutable(kCFAllocatorDefault, 0, nullptr)).get()).error;
     ASSERT_NE(error, nullptr);
     EXPECT_EQ(utf8(CFErrorGetDomain(error.get())), "NSCocoaErrorDomain");
     EXPECT_EQ(CFErrorGetCode(error.get()), kCFPropertyListWriteStreamError);

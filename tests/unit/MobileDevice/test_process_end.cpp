@@ -121,7 +121,8 @@ void restore_until(int count, AMRestorableDeviceProgressCallback callback,
 
 [[noreturn]] void exit_while_the_device_is_away(std::string const & bundle) {
     auto const path =
-        CFStringCreateWithCString(kCFAllocatorDefault, bundle.c_str(), kCFStringEncodingUTF8);
+        CFStringCreateWithBytes(kCFAllocatorDefault, reinterpret_cast<UInt8 const *>(bundle.data()),
+                                static_cast<CFIndex>(bundle.size()), kCFStringEncodingUTF8, false);
     auto const options = AMRestoreCreateDefaultOptions(kCFAllocatorDefault);
     CFDictionarySetValue(options, CFSTR("RestoreBundlePath"), path);
     restore_until(8, count_report, options); // the eighth is the last before it leaves

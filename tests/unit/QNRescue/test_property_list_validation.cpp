@@ -105,7 +105,8 @@ TEST(PropertyListValidation, NullMembersAreNot) {
     void const * values[] = {nullptr};
     auto const array = qnrescue::adopt(CFArrayCreate(kCFAllocatorDefault, values, 1, nullptr));
     EXPECT_FALSE(valid(array.get(), xml));
-    auto const set = qnrescue::adopt(CFSetCreate(kCFAllocatorDefault, values, 1, nullptr));
+    auto const set = qnrescue::adopt(CFSetCreateMutable(kCFAllocatorDefault, 0, nullptr));
+    CFSetAddValue(set.get(), nullptr);
     EXPECT_FALSE(valid(set.get(), binary));
 
     void const * keys[] = {nullptr};
