@@ -1,6 +1,7 @@
 // What the notifier has done by the time the library is called, and what it hands to the library.
 #include "QNRescue/live_contexts.hpp"
 #include "tests/stress/stand_in_library.hpp"
+#include "tests/unit/QNRescue/held_up_run.hpp"
 #include "tests/unit/QNRescue/test_run.hpp"
 
 #include <gtest/gtest.h>
@@ -55,6 +56,19 @@ TEST_F(LibraryCalls, AreAnnouncedBeforeTheyAreMade) {
     device_notifier_state notifier(output.state(), std::nullopt, std::nullopt);
     notifier.detectTimeout = 0s;
     notifier.waitForCompletion();
+}
+
+// No notification comes here, which would lock the table as well.
+TEST_F(LibraryCalls, TheListIsPrintedWithTheTableLocked) {
+    held_up_run run("waitForCompletion: AMRestorableDeviceRegisterForNotifications()");
+    run.notifier->detectTimeout = 0s;
+    stand_in_library().on_registration = [&](AMRestorableDeviceNotificationCallback, void *) {
+        run.wait_until_held_up();
+    };
+    auto listing = std::async(std::launch::async, [&] { run.notifier->waitForCompletion(); });
+    EXPECT_TRUE(run.table_stays_locked());
+    run.let_go();
+    listing.wait();
 }
 
 TEST_F(LibraryCalls, TheEndWaitsForANotificationThatHoldsTheTable) {

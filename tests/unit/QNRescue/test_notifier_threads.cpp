@@ -1,4 +1,5 @@
 // What the callbacks of the library's threads must withstand.
+#include "tests/unit/QNRescue/held_up_run.hpp"
 #include "tests/unit/QNRescue/simulated_devices.hpp"
 #include "tests/unit/QNRescue/test_run.hpp"
 #include "tests/unit/QNRescue/test_scenario.hpp"
@@ -151,50 +152,6 @@ TEST(NotifierThreads, TheTableIsStillAsListedWhenTheListIsPrinted) {
 
 // --- The lock of the table
 
-// A notifier whose lines nobody takes from this text on. Who prints one then waits, and shows which
-// locks it holds.
-struct held_up_run {
-    explicit held_up_run(std::string_view text)
-        : reader(text) {
-        std::cerr.rdbuf(&reader);
-        output->set_debug(true);
-        writing = std::async(std::launch::async, [this] { output->loop(); });
-        notifier.emplace(output, std::nullopt, std::nullopt);
-    }
-
-    void wait_until_held_up() { reader.reached.get_future().wait(); }
-
-    // Whether somebody takes the lock of the table within half a minute and keeps it.
-    bool table_stays_locked() {
-        auto const deadline = std::chrono::steady_clock::now() + 30s;
-        while (!table_is_locked() && std::chrono::steady_clock::now() < deadline) {
-            std::this_thread::yield();
-        }
-        std::this_thread::sleep_for(50ms);
-        return table_is_locked();
-    }
-
-    void let_go() { reader.let_go.set_value(); }
-
-    ~held_up_run() {
-        notifier.reset();
-        output->quit();
-        writing.wait();
-    }
-
-    captured_streams const streams;
-    slow_reader reader;
-    std::shared_ptr<output_str_state> const output =
-        std::make_shared<output_str_state>(std::nullopt);
-    std::future<void> writing;
-    std::optional<device_notifier_state> notifier;
-
-private:
-    bool table_is_locked() {
-        return !std::unique_lock(notifier->mutex, std::try_to_lock).owns_lock();
-    }
-};
-
 TEST(NotifierThreads, NotificationsArePrintedWithTheTableLocked) {
     struct row {
         std::uint64_t ecid;
@@ -341,13 +298,26 @@ TEST(NotifierThreads, ManyNotifiersEndUnderFire) {
 }
 
 TEST(NotifierThreads, TheLibraryMayReportAfterATimeout) {
-    for (int i = 0; i < 5; ++i) {
-        test_run run;
-        run.notifier.CreateDefaultRestoreOptions("x.ipsw", false);
-        run.notifier.restoreTimeout = 0s;
-        run.notifier.operateRestore(device_with(restores_slowly));
+    constexpr std::size_t restores = 5;
+    temporary_folder const folder;
+    auto const log = folder.path() / "log"; // the library writes its reports down
+    output_capture output;
+    for (std::size_t i = 0; i < restores; ++i) {
+        device_notifier_state notifier(output.state(), log, std::nullopt);
+        notifier.CreateDefaultRestoreOptions("x.ipsw", false);
+        notifier.restoreTimeout = 0s;
+        notifier.operateRestore(device_with(restores_slowly));
     }
-    std::this_thread::sleep_for(500ms); // the reports come now
+    auto const deadline = std::chrono::steady_clock::now() + 30s;
+    while (lines_of(read_file(log)).size() < restores &&
+           std::chrono::steady_clock::now() < deadline) {
+        std::this_thread::sleep_for(10ms);
+    }
+    EXPECT_GE(lines_of(read_file(log)).size(), restores);
+    for (auto const & document : output.documents()) {
+        EXPECT_EQ(document.type, "InternalError"); // none of the reports
+    }
+    EXPECT_EQ(output.documents().size(), restores);
 }
 
 } // namespace

@@ -7,6 +7,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <chrono>
 #include <cstdlib>
 #include <future>
@@ -552,6 +553,10 @@ TEST(Restore, SurvivesReportsAfterItsEnd) {
     for (int i = 0; i < 20; ++i) {
         restore_run run;
         run.notifier.operateRestore(device_with(completes_twice));
+        auto const documents = run.output.documents();
+        ASSERT_FALSE(documents.empty());
+        EXPECT_TRUE(std::ranges::all_of(
+            documents, [](document const & each) { return each.type == "RestoreStatus"; }));
     }
 }
 
