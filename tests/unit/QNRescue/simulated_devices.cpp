@@ -119,4 +119,8 @@ std::vector<std::string> call_trace::calls(std::string_view beginning) const {
     return found;
 }
 
+std::string last_restore_options() {
+    return read_file(trace_file().native() + QN::filesystem::path(".options.plist").native());
+}
+
 } // namespace tests

@@ -33,4 +33,7 @@ private:
     std::uintmax_t const beginning_of_trace; // bytes
 };
 
+// The options of the last restore that was asked for, as an XML property list.
+std::string last_restore_options();
+
 } // namespace tests

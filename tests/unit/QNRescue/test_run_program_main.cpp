@@ -198,6 +198,16 @@ TEST(RunProgramMain, RestoresToTheEnd) {
     EXPECT_EQ(run.output.streams.err.text(), "");
 }
 
+TEST(RunProgramMain, ErasesOnlyWhereThatIsAskedFor) {
+    strings arguments{"--restore", "x.ipsw", "--ecid", "00000000000000D1"};
+    EXPECT_EQ(program_run(arguments).status, 0);
+    EXPECT_NE(last_restore_options().find("<string>Update</string>"), std::string::npos);
+    EXPECT_EQ(last_restore_options().find("<string>Erase</string>"), std::string::npos);
+    arguments.push_back("--erase");
+    EXPECT_EQ(program_run(arguments).status, 0);
+    EXPECT_NE(last_restore_options().find("<string>Erase</string>"), std::string::npos);
+}
+
 // A file of restore options, and what the tool says of it.
 struct options_file {
     explicit options_file(std::string_view bytes) { write_file(path(), bytes); }
@@ -283,6 +293,26 @@ TEST(RunProgramMain, EntersRestoreMode) {
         program_run run(arguments);
         EXPECT_EQ(run.status, 0) << run.output.out();
         EXPECT_EQ(run.output.documents().size(), 1U);
+    }
+}
+
+TEST(RunProgramMain, EnteringRestoreModeChangesNoOtherCommand) {
+    struct row {
+        strings command;
+        char const * document;
+    };
+    row const rows[] = {
+        {{"--list-devices", "--detect-timeout", "0"}, "DeviceList"},
+        {{"--device-info", "--ecid", some_ecid}, "DeviceInfo"},
+        {{"--no-exit-recovery", "--ecid", "00000000000000B5"}, "CommandSuccess"},
+    };
+    for (auto [arguments, document] : rows) {
+        arguments.push_back("--enter-restore-mode");
+        program_run run(arguments);
+        EXPECT_EQ(run.status, 0) << run.output.out();
+        auto const documents = run.output.documents();
+        ASSERT_EQ(documents.size(), 1U);
+        EXPECT_EQ(documents[0].type, document);
     }
 }
 

@@ -244,6 +244,10 @@ TEST(StartOptions, ValuesAreNotStoredOnceAnErrorIsFound) {
     EXPECT_EQ(result.code(), 3);
     EXPECT_FALSE(result.options.output_pipe);
     EXPECT_FALSE(result.options.ecid);
+
+    auto const misfit = parse({"--ecid", "ab", "--detect-timeout", "soon"});
+    EXPECT_EQ(misfit.code(), 2);
+    EXPECT_FALSE(misfit.options.ecid);
 }
 
 TEST(StartOptions, TheLogBeginsWithTheCommandLine) {

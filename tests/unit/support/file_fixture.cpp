@@ -102,6 +102,12 @@ bool is_open_handle(QN::file::native_handle handle) {
     return GetHandleInformation(handle, &flags);
 }
 
+bool is_inherited(QN::file::native_handle handle) {
+    DWORD flags = 0;
+    EXPECT_TRUE(GetHandleInformation(handle, &flags)) << GetLastError();
+    return (flags & HANDLE_FLAG_INHERIT) != 0;
+}
+
 #else
 
 void make_sparse_file(filesystem::path const & path, std::uint64_t size) {
@@ -127,6 +133,12 @@ void close_handle(QN::file::native_handle handle) {
 
 bool is_open_handle(QN::file::native_handle handle) {
     return fcntl(handle, F_GETFD) != -1;
+}
+
+bool is_inherited(QN::file::native_handle handle) {
+    auto const flags = fcntl(handle, F_GETFD);
+    EXPECT_NE(flags, -1);
+    return (flags & FD_CLOEXEC) == 0;
 }
 
 #endif

@@ -39,6 +39,8 @@ QN::file::native_handle open_unreadable(filesystem::path const & path);
 // Closes a handle behind its owner's back.
 void close_handle(QN::file::native_handle handle);
 bool is_open_handle(QN::file::native_handle handle);
+// Whether processes that are started get the handle as well.
+bool is_inherited(QN::file::native_handle handle);
 
 // Bytes without a short period.
 std::string pattern(std::size_t size);

@@ -1,9 +1,11 @@
 #include "support/file/readable_file.hpp"
 #include "support/file/writable_file.hpp"
+#include "tests/unit/support/allocation_hook.hpp"
 #include "tests/unit/support/file_fixture.hpp"
 
 #include <boost/asio/error.hpp>
 
+#include <new>
 #include <utility>
 
 namespace {
@@ -35,6 +37,28 @@ TEST_F(file_opening, leaves_a_file_without_handle_unopened) {
     EXPECT_TRUE(file.path.empty());
     EXPECT_THROW(file.open_and_assign(path, failing, ec_wrapper()), boost::system::system_error);
     EXPECT_FALSE(file.handle.is_open());
+}
+
+// A failure after opening could leave the handle behind.
+TEST_F(file_opening, opens_nothing_without_memory_for_the_path) {
+    static bool opened;
+    opened = false;
+    auto const note = [](filesystem::path const & file, ec_wrapper) {
+        opened = true;
+        return open_shared(file);
+    };
+    auto const copy = path.native();
+    readable_file file;
+    allocation_hook const hook((copy.capacity() + 1) * sizeof copy.front(),
+                               [] { throw std::bad_alloc(); });
+    EXPECT_THROW(file.open_and_assign(path, note, ec_wrapper()), std::bad_alloc);
+    EXPECT_TRUE(hook.has_run());
+    EXPECT_FALSE(opened);
+}
+
+TEST_F(file_opening, keeps_its_handle_to_this_process) {
+    EXPECT_FALSE(is_inherited(readable_file(path).handle.native_handle()));
+    EXPECT_FALSE(is_inherited(writable_file::open_append(path).handle.native_handle()));
 }
 
 TEST_F(file_opening, takes_over_an_open_handle) {

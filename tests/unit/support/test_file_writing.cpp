@@ -6,6 +6,13 @@
 #include <string>
 #include <vector>
 
+#ifndef _WIN32
+#include <sys/resource.h>
+
+#include <cerrno>
+#include <csignal>
+#endif
+
 namespace {
 
 using namespace file_tests;
@@ -115,6 +122,42 @@ TEST_F(file_writing, writes_all_bytes_as_they_are) {
     file.close();
     EXPECT_TRUE(content_of(path) == content);
 }
+
+#ifndef _WIN32
+
+// Files of this process get no longer than this, in bytes, as long as it lives.
+class file_size_limit {
+public:
+    explicit file_size_limit(rlim_t size) {
+        getrlimit(RLIMIT_FSIZE, &former);
+        rlimit const limit{size, former.rlim_max};
+        setrlimit(RLIMIT_FSIZE, &limit);
+    }
+    ~file_size_limit() {
+        setrlimit(RLIMIT_FSIZE, &former);
+        std::signal(SIGXFSZ, former_handler);
+    }
+    file_size_limit(file_size_limit const &) = delete;
+    file_size_limit & operator=(file_size_limit const &) = delete;
+
+private:
+    rlimit former{};
+    void (*const former_handler)(int) = std::signal(SIGXFSZ, SIG_IGN);
+};
+
+TEST_F(file_writing, goes_on_after_part_of_a_request) {
+    auto const content = pattern(3000);
+    auto file = writable_file::create_new(path);
+    error_code ec;
+    {
+        file_size_limit const limit(1000);
+        file.write(content, ec);
+    }
+    EXPECT_EQ(ec, system_error(EFBIG));
+    EXPECT_EQ(content_of(path), content.substr(0, 1000));
+}
+
+#endif
 
 TEST_F(file_writing, reports_a_failing_write) {
     make_file(path, "content");

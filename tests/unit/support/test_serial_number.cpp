@@ -47,6 +47,8 @@ TEST(SerialNumber, ComparesWithTextOnEitherSide) {
     EXPECT_TRUE(serial == std::string_view("c39"));
     EXPECT_TRUE(std::string_view("c39") == serial);
     EXPECT_FALSE(serial == std::string_view("C39"));
+    EXPECT_FALSE(serial == std::string_view("c3"));
+    EXPECT_FALSE(serial == std::string_view("c390"));
     EXPECT_TRUE(serial != std::string_view("C39"));
     EXPECT_TRUE(std::string_view("C39") != serial);
     EXPECT_FALSE(std::string_view("c39") != serial);
