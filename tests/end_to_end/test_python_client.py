@@ -174,7 +174,7 @@ class Documents(unittest.TestCase):
             self.assert_parsed(UnknownDocument(document_type, value), document_type, value)
 
     def test_unreadable_documents(self):
-        for text in (b"", b"</plist>", b"x" + make_document("X", 1), make_document("X", 1)[:-20],
+        for text in (b"", b"</plist>", make_document("X", 1) + b"x", make_document("X", 1)[:-20],
                      plistlib.dumps([1]), plistlib.dumps({"Type": "X"}),
                      b"<plist><dict><key>Type</key><date>x</date></dict></plist>"):
             event = parse_document(text)

@@ -172,10 +172,14 @@ TEST(Notifier, RemovesItsScratchDirectory) {
     EXPECT_EQ(output.debug_lines().size(), 1U);
 }
 
+// Windows keeps a folder that the other thread has deleted until that thread closes it, so that a
+// try may fail. A walk that gives up where something has vanished fails in many.
 TEST(Notifier, RemovesItsScratchDirectoryWhileSomethingInItVanishes) {
+    constexpr int tries = 50;
+    int failed = 0;
     temporary_folder const folder;
     auto const scratch = folder.path() / "scratch";
-    for (int i = 0; i < 50; ++i) {
+    for (int i = 0; i < tries; ++i) {
         output_capture output;
         auto notifier =
             std::make_optional<device_notifier_state>(output.state(), std::nullopt, scratch);
@@ -193,9 +197,11 @@ TEST(Notifier, RemovesItsScratchDirectoryWhileSomethingInItVanishes) {
         }
         notifier.reset();
         other.join();
-        EXPECT_FALSE(QN::filesystem::exists(scratch));
-        ASSERT_EQ(output.debug_lines(), strings{"device_notifier_state: initializing"});
+        auto const lines = output.debug_lines();
+        failed += lines.size() > 1;
+        EXPECT_EQ(QN::filesystem::exists(scratch), lines.size() > 1);
     }
+    EXPECT_LE(failed, tries / 5);
 }
 
 TEST(Notifier, RemovesAScratchDirectoryWithLongPaths) {
