@@ -1,11 +1,13 @@
 """--output-pipe: the documents go to an inherited pipe instead of standard output."""
 
 import os
+import plistlib
 import subprocess
+import time
 import unittest
 
-from harness import (BIN, COMPLETE, ECID, RUNNER, TIME_LIMIT, ToolTest, device, report,
-                     split_documents)
+from harness import (BIN, COMPLETE, DOCUMENT_END, ECID, RUNNER, TIME_LIMIT, UNREGISTER, ToolTest,
+                     device, report, split_documents)
 
 # What abort() makes the exit status of a Windows process.
 ABORTED = 3
@@ -22,6 +24,33 @@ class StandardOutput(ToolTest):
             # No more than this, as a service that Wine started may keep the pipe open.
             output = process.stdout.read1(65536)
         self.assertEqual(["DeviceList"], [each.type for each in split_documents(output)])
+
+    def test_standard_output_that_is_read_late(self):
+        """Most of the list is still to be written when the command is done."""
+        folder = self.new_folder()
+        devices = [device(number) for number in range(1, 5001)]
+        (folder / "scenario").write_bytes(plistlib.dumps({"Devices": devices}))
+        trace = folder / "trace"
+        process = subprocess.Popen(
+            [*RUNNER, str(BIN / "qnrescue.exe"), "--list-devices", "--detect-timeout", "1"],
+            stdin=subprocess.DEVNULL, stdout=subprocess.PIPE,
+            env={**os.environ, "MOBILEDEVICE_SIMULATOR_SCENARIO": str(folder / "scenario"),
+                 "MOBILEDEVICE_SIMULATOR_TRACE": str(trace)})
+        self.addCleanup(process.stdout.close)
+        self.addCleanup(process.kill)
+        end = time.monotonic() + TIME_LIMIT
+        while not trace.exists() or UNREGISTER not in trace.read_text():
+            self.assertLess(time.monotonic(), end)
+            time.sleep(0.05)
+        time.sleep(1)  # long enough for an end that does not wait
+        output = b""
+        while part := process.stdout.read1(65536):
+            output += part
+            if output.endswith(DOCUMENT_END + b"\n"):
+                break
+        self.assertEqual(["DeviceList"], [each.type for each in split_documents(output)])
+        self.assertGreater(len(output), 2 * 65536)
+        self.assertEqual(0, process.wait(TIME_LIMIT))
 
     def test_nobody_reads_standard_output(self):
         folder = self.new_folder()

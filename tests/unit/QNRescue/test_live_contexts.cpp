@@ -4,6 +4,7 @@
 
 #include <atomic>
 #include <chrono>
+#include <cstdlib>
 #include <future>
 #include <optional>
 #include <thread>
@@ -174,6 +175,19 @@ TEST(LiveContexts, ManyVisitorsOfObjectsThatGo) {
         visitor.join();
     }
     EXPECT_GT(visits, 0);
+}
+
+// What is registered before the list is first used is called after what belongs to the list.
+[[noreturn]] void end_with_a_context() {
+    static int object = 0;
+    std::atexit([] { std::_Exit(can_visit(&object) ? 0 : 1); });
+    live_contexts::instance().add(&object);
+    std::exit(2);
+}
+
+TEST(LiveContexts, AreThereToTheVeryEndOfTheProcess) {
+    testing::FLAGS_gtest_death_test_style = "threadsafe";
+    EXPECT_EXIT(end_with_a_context(), testing::ExitedWithCode(0), "");
 }
 
 } // namespace
