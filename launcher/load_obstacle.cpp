@@ -84,6 +84,8 @@ public:
             if (auto const fault = fault_of(library, image); !fault.empty()) {
                 return fmt::format("{}{} {}", quoted(library), needed, fault);
             }
+            // fault_of finds one where there is no image
+            // NOLINTNEXTLINE(bugprone-unchecked-optional-access)
             known = visited.emplace(library, std::move(*image)).first;
         }
         if (auto const name = missing_function(known->second, wanted); !name.empty()) {
