@@ -1,7 +1,7 @@
 // Notifications and reports that arrive before the call that asks for them has returned.
 #include "tests/stress/stand_in_library.hpp"
-#include "tests/unit/QNRescue/objects.hpp"
-#include "tests/unit/QNRescue/test_run.hpp"
+#include "tests/unit/helpers/notifier_run.hpp"
+#include "tests/unit/helpers/objects.hpp"
 
 #include <gtest/gtest.h>
 
@@ -17,7 +17,7 @@ using namespace tests;
 using report_list = std::vector<cf_owner<CFDictionaryRef>>;
 
 // Runs a restore, in which the starting call makes all reports before it returns.
-void restore(test_run & run, report_list const & reports) {
+void restore(notifier_run & run, report_list const & reports) {
     stand_in_library().on_restore = [&](AMRestorableDeviceProgressCallback callback,
                                         void * context) {
         for (auto const & each : reports) {
@@ -29,7 +29,7 @@ void restore(test_run & run, report_list const & reports) {
     stand_in_library().on_restore = nullptr;
 }
 
-std::vector<std::string> types(test_run & run) {
+std::vector<std::string> types(notifier_run & run) {
     std::vector<std::string> found;
     for (auto const & each : run.output.documents()) {
         found.push_back(each.type);
@@ -49,21 +49,21 @@ using strings = std::vector<std::string>;
 auto const three_reports = strings(3, "RestoreStatus");
 
 TEST(EarlyReports, CompleteTheRestore) {
-    test_run run;
+    notifier_run run;
     run.notifier.restoreTimeout = 24h;
     restore(run, two_steps_and_the_completion());
     EXPECT_EQ(types(run), three_reports);
 }
 
 TEST(EarlyReports, CompleteItAlsoWithoutTime) {
-    test_run run;
+    notifier_run run;
     run.notifier.restoreTimeout = 0s;
     restore(run, two_steps_and_the_completion());
     EXPECT_EQ(types(run), three_reports);
 }
 
 TEST(EarlyReports, CompleteTheEntryIntoRestoreMode) {
-    test_run run;
+    notifier_run run;
     run.notifier.operation = command_kind::enter_restore_mode;
     run.notifier.restoreTimeout = 24h;
     report_list reports;
@@ -73,7 +73,7 @@ TEST(EarlyReports, CompleteTheEntryIntoRestoreMode) {
 }
 
 TEST(EarlyReports, WithoutACompletionLeaveTheTimeOut) {
-    test_run run;
+    notifier_run run;
     run.notifier.restoreTimeout = 0s;
     report_list reports;
     reports.push_back(status(2, 10));
@@ -83,7 +83,7 @@ TEST(EarlyReports, WithoutACompletionLeaveTheTimeOut) {
 
 // The call returns only when a report of another thread, the completion, has been taken.
 TEST(EarlyReports, MayComeFromAnotherThread) {
-    test_run run;
+    notifier_run run;
     run.notifier.restoreTimeout = 24h;
     auto const completion = status(0, 100);
     stand_in_library().on_restore = [&](AMRestorableDeviceProgressCallback callback,
@@ -109,7 +109,7 @@ void attach_while_registering(AMRestorableDeviceRef device) {
 TEST(EarlyNotifications, AreListedWithoutWaiting) {
     auto const device = make_device(0xA);
     attach_while_registering(device.get());
-    test_run run;
+    notifier_run run;
     run.notifier.detectTimeout = 0s;
     run.notifier.waitForCompletion();
     stand_in_library().on_registration = nullptr;
@@ -122,7 +122,7 @@ TEST(EarlyNotifications, AreListedWithoutWaiting) {
 TEST(EarlyNotifications, AreFoundWithoutWaiting) {
     auto const device = make_device(0xA);
     attach_while_registering(device.get());
-    test_run run;
+    notifier_run run;
     run.notifier.detectTimeout = 0s;
     run.notifier.operation = command_kind::device_info;
     run.notifier.ecid = QN::ecid(0xA);

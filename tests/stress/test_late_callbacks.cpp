@@ -1,6 +1,6 @@
 // Whole runs of the tool, whose library goes on calling to the very end of the process.
 #include "tests/stress/stand_in_library.hpp"
-#include "tests/unit/QNRescue/objects.hpp"
+#include "tests/unit/helpers/objects.hpp"
 
 #include <gtest/gtest.h>
 

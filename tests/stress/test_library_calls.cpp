@@ -1,8 +1,8 @@
 // What the notifier has done by the time the library is called, and what it hands to the library.
 #include "QNRescue/live_contexts.hpp"
 #include "tests/stress/stand_in_library.hpp"
-#include "tests/unit/QNRescue/held_up_run.hpp"
-#include "tests/unit/QNRescue/test_run.hpp"
+#include "tests/unit/helpers/held_up_run.hpp"
+#include "tests/unit/helpers/notifier_run.hpp"
 
 #include <gtest/gtest.h>
 
@@ -34,7 +34,7 @@ TEST_F(LibraryCalls, TheWarmUpHandsBackWhatItGot) {
         stand_in_library().on_unsubscription = [&](AMDeviceNotificationRef subscription) {
             handed_back.push_back(subscription);
         };
-        test_run const run;
+        notifier_run const run;
         EXPECT_EQ(handed_back, std::vector{handle});
     }
 }

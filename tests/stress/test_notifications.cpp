@@ -3,7 +3,7 @@
 #include "QNRescue/error_domain.hpp"
 #include "tests/stress/stand_in_library.hpp"
 #include "tests/stress/stress.hpp"
-#include "tests/unit/QNRescue/output_capture.hpp"
+#include "tests/unit/helpers/output_capture.hpp"
 
 #include <fmt/format.h>
 #include <gtest/gtest.h>

@@ -1,6 +1,6 @@
 // Producers that race the end of the output channel.
 #include "tests/stress/stress.hpp"
-#include "tests/unit/QNRescue/output_capture.hpp"
+#include "tests/unit/helpers/output_capture.hpp"
 
 #include <fmt/format.h>
 #include <gtest/gtest.h>

@@ -2,8 +2,8 @@
 #include "QNRescue/RestorableDeviceHandler.hpp"
 #include "tests/stress/stand_in_library.hpp"
 #include "tests/stress/stress.hpp"
-#include "tests/unit/QNRescue/objects.hpp"
-#include "tests/unit/QNRescue/output_capture.hpp"
+#include "tests/unit/helpers/objects.hpp"
+#include "tests/unit/helpers/output_capture.hpp"
 
 #include <fmt/format.h>
 #include <gtest/gtest.h>

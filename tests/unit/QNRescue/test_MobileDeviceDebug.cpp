@@ -1,9 +1,9 @@
 #include "QNRescue/MobileDeviceDebug.hpp"
 
-#include "tests/unit/QNRescue/assertion_text.hpp"
-#include "tests/unit/QNRescue/expected_restore_texts.hpp"
-#include "tests/unit/QNRescue/objects.hpp"
-#include "tests/unit/QNRescue/output_capture.hpp"
+#include "tests/unit/helpers/assertion_text.hpp"
+#include "tests/unit/helpers/expected_restore_texts.hpp"
+#include "tests/unit/helpers/objects.hpp"
+#include "tests/unit/helpers/output_capture.hpp"
 
 #include <fmt/format.h>
 

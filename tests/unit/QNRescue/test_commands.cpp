@@ -1,7 +1,7 @@
-#include "tests/unit/QNRescue/assertion_text.hpp"
-#include "tests/unit/QNRescue/simulated_devices.hpp"
-#include "tests/unit/QNRescue/test_run.hpp"
-#include "tests/unit/QNRescue/test_scenario.hpp"
+#include "tests/unit/QNRescue/notifier_devices.hpp"
+#include "tests/unit/helpers/assertion_text.hpp"
+#include "tests/unit/helpers/notifier_run.hpp"
+#include "tests/unit/helpers/simulated_devices.hpp"
 
 #include <gtest/gtest.h>
 
@@ -16,7 +16,7 @@ using namespace tests;
 using strings = std::vector<std::string>;
 
 // A run that is to carry out a command for a device.
-struct command_run : test_run {
+struct command_run : notifier_run {
     explicit command_run(command_kind kind, std::string const & name,
                          std::optional<std::uint64_t> ecid = std::nullopt) {
         notifier.operation = kind;
@@ -310,7 +310,7 @@ TEST(RecoveryCommand, FailsWhereTheDeviceDoesNotReboot) {
 }
 
 TEST(RecoveryCommand, NeedsADevice) {
-    test_run run;
+    notifier_run run;
     expect_assertion("QNRescue/RestorableDeviceHandler:LINE:operateOnRecoveryDevice "
                      "Assertion recoveryDevice != nullptr failed.",
                      [&] { run.notifier.operateOnRecoveryDevice(nullptr); });

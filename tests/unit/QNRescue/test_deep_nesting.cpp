@@ -1,8 +1,8 @@
 #include "QNRescue/qnrescue.h"
 #include "QNRescue/sanitize_for_xml.hpp"
-#include "tests/unit/QNRescue/objects.hpp"
-#include "tests/unit/QNRescue/output_capture.hpp"
-#include "tests/unit/QNRescue/small_stack.hpp"
+#include "tests/unit/helpers/objects.hpp"
+#include "tests/unit/helpers/output_capture.hpp"
+#include "tests/unit/helpers/small_stack.hpp"
 
 #include <gtest/gtest.h>
 

@@ -1,7 +1,7 @@
 // The linker leads calls of the platform here, so that something can happen at the moment of a
 // call.
-#include "tests/unit/QNRescue/simulated_devices.hpp"
-#include "tests/unit/QNRescue/test_run.hpp"
+#include "tests/unit/helpers/notifier_run.hpp"
+#include "tests/unit/helpers/simulated_devices.hpp"
 
 #include "QNRescue/device_info.hpp"
 #include "simulator/MobileDevice/simulator.hpp"
@@ -110,7 +110,7 @@ mobile_device::reference<AMRestorableDeviceRef> make_device() {
 // left, and nobody but the command holds it any more.
 void expect_success_with_a_device_that_leaves(
     command_kind kind, std::function<void(AMRestorableDeviceRef)> & first_use) {
-    test_run run;
+    notifier_run run;
     run.notify(make_device().get());
     run.notifier.operation = kind;
     run.notifier.ecid.emplace(ecid);
@@ -153,7 +153,7 @@ TEST(DeviceCalls, TheSerialNumberIsReleasedBeforeTheProductStringIsAskedFor) {
 
 TEST(DeviceCalls, TeardownBeginsBeforeNotificationsEnd) {
     auto const device = make_device();
-    test_run run;
+    notifier_run run;
     run.notifier.detectTimeout = std::chrono::seconds(0);
     bool begun = false;
     before_unregistering = [&] {

@@ -1,8 +1,8 @@
 #include "QNRescue/device_info.hpp"
 
-#include "tests/unit/QNRescue/objects.hpp"
-#include "tests/unit/QNRescue/simulated_devices.hpp"
-#include "tests/unit/QNRescue/test_scenario.hpp"
+#include "tests/unit/QNRescue/notifier_devices.hpp"
+#include "tests/unit/helpers/objects.hpp"
+#include "tests/unit/helpers/simulated_devices.hpp"
 
 #include <gtest/gtest.h>
 

@@ -1,6 +1,6 @@
 #include "QNRescue/error_domain.hpp"
 
-#include "tests/unit/QNRescue/objects.hpp"
+#include "tests/unit/helpers/objects.hpp"
 
 #include <gtest/gtest.h>
 

@@ -1,7 +1,7 @@
 #include "QNRescue/exception_errors.hpp"
 
 #include "QNRescue/error_domain.hpp"
-#include "tests/unit/QNRescue/objects.hpp"
+#include "tests/unit/helpers/objects.hpp"
 
 #include <boost/program_options/cmdline.hpp>
 #include <boost/program_options/errors.hpp>

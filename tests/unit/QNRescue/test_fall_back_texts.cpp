@@ -3,8 +3,8 @@
 #include "QNRescue/MobileDeviceDebug.hpp"
 #include "QNRescue/qnrescue.h"
 #include "QNRescue/restore_vocabulary.hpp"
-#include "tests/unit/QNRescue/objects.hpp"
-#include "tests/unit/QNRescue/output_capture.hpp"
+#include "tests/unit/helpers/objects.hpp"
+#include "tests/unit/helpers/output_capture.hpp"
 
 #include <gtest/gtest.h>
 

@@ -3,7 +3,7 @@
 #include "QNRescue/output_state.hpp"
 #include "QNRescue/process.hpp"
 #include "QNRescue/start_options.hpp"
-#include "tests/unit/QNRescue/overlapped_pipe.hpp"
+#include "tests/unit/helpers/overlapped_pipe.hpp"
 
 #include <boost/asio/io_context.hpp>
 

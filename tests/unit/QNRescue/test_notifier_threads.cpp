@@ -1,8 +1,8 @@
 // What the callbacks of the library's threads must withstand.
-#include "tests/unit/QNRescue/held_up_run.hpp"
-#include "tests/unit/QNRescue/simulated_devices.hpp"
-#include "tests/unit/QNRescue/test_run.hpp"
-#include "tests/unit/QNRescue/test_scenario.hpp"
+#include "tests/unit/QNRescue/notifier_devices.hpp"
+#include "tests/unit/helpers/held_up_run.hpp"
+#include "tests/unit/helpers/notifier_run.hpp"
+#include "tests/unit/helpers/simulated_devices.hpp"
 
 #include "QNRescue/device_info.hpp"
 #include "QNRescue/live_contexts.hpp"
@@ -39,7 +39,7 @@ TEST(NotifierThreads, NotificationsFromManyThreadsReachManyWaiters) {
         references.push_back(CFGetRetainCount(device_with(ecid)));
     }
     {
-        test_run run;
+        notifier_run run;
         run.notifier.detectTimeout = 1min;
         std::vector<std::thread> library;
         std::vector<std::future<bool>> waiters;
@@ -74,7 +74,7 @@ TEST(NotifierThreads, NotificationsFromManyThreadsReachManyWaiters) {
 TEST(NotifierThreads, ReportsFromManyThreadsCompleteOnce) {
     constexpr int thread_count = 4;
     constexpr int reports_of_each = 50;
-    test_run run;
+    notifier_run run;
     auto const report = status(0, 100);
     auto complete = run.notifier.restoreComplete.get_future();
     std::vector<std::thread> library;
@@ -190,7 +190,7 @@ TEST(NotifierThreads, WaitingIsAnnouncedWithTheTableLocked) {
 }
 
 TEST(NotifierThreads, ANullDeviceDoesNotWaitForTheTable) {
-    test_run run;
+    notifier_run run;
     std::unique_lock table(run.notifier.mutex);
     auto const library = std::async(std::launch::async, [&run] { run.notify(nullptr); });
     EXPECT_EQ(library.wait_for(10s), std::future_status::ready);

@@ -1,7 +1,7 @@
 // An output channel that finds no memory, in a program whose allocations can be made to fail.
-#include "tests/unit/QNRescue/objects.hpp"
-#include "tests/unit/QNRescue/output_capture.hpp"
-#include "tests/unit/support/allocation_hook.hpp"
+#include "tests/unit/helpers/allocation_hook.hpp"
+#include "tests/unit/helpers/objects.hpp"
+#include "tests/unit/helpers/output_capture.hpp"
 
 #include "QNRescue/error_domain.hpp"
 #include "QNRescue/qnrescue.h"

@@ -1,7 +1,7 @@
-#include "tests/unit/QNRescue/output_capture.hpp"
+#include "tests/unit/helpers/output_capture.hpp"
 
 #include "QNRescue/start_options.hpp"
-#include "tests/unit/QNRescue/overlapped_pipe.hpp"
+#include "tests/unit/helpers/overlapped_pipe.hpp"
 
 #include <boost/asio/io_context.hpp>
 #include <boost/system/system_error.hpp>

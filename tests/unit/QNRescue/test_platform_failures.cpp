@@ -1,6 +1,6 @@
 // What the tool makes of a platform library that fails.
-#include "tests/unit/QNRescue/simulated_devices.hpp"
-#include "tests/unit/QNRescue/test_run.hpp"
+#include "tests/unit/helpers/notifier_run.hpp"
+#include "tests/unit/helpers/simulated_devices.hpp"
 
 #include "QNRescue/qnrescue.h"
 #include "QNRescue/run_program_main.hpp"
@@ -39,7 +39,7 @@ void expect_registration_error(document const & printed) {
 TEST(PlatformFailures, ARegistrationErrorIsPrintedAndThrown) {
     for (auto const kind : {command_kind::list_devices, command_kind::device_info}) {
         call_trace const trace;
-        test_run run;
+        notifier_run run;
         run.notifier.operation = kind;
         run.notifier.detectTimeout = std::chrono::hours(1);
         EXPECT_EQ(error_of([&] { run.notifier.waitForCompletion(); }),
@@ -60,7 +60,7 @@ TEST(PlatformFailures, ThrownErrorsHaveOneOwner) {
                                                nullptr, &failure);
     auto const error = adopt(failure); // the library hands out the same one each time
     auto const references = CFGetRetainCount(error.get());
-    test_run run;
+    notifier_run run;
     try {
         run.notifier.waitForCompletion();
         FAIL();
@@ -74,7 +74,7 @@ TEST(PlatformFailures, ThrownErrorsHaveOneOwner) {
 
 TEST(PlatformFailures, NoDefaultOptions) {
     auto const earlier = make_dictionary({{CFSTR("a"), CFSTR("b")}});
-    test_run run;
+    notifier_run run;
     run.notifier.restoreOptions = retain(earlier.get());
     try {
         run.notifier.CreateDefaultRestoreOptions("x.ipsw", false);

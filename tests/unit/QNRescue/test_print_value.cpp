@@ -1,4 +1,4 @@
-#include "tests/unit/QNRescue/output_capture.hpp"
+#include "tests/unit/helpers/output_capture.hpp"
 
 #include "QNRescue/error_domain.hpp"
 

@@ -1,7 +1,7 @@
-#include "tests/unit/QNRescue/assertion_text.hpp"
-#include "tests/unit/QNRescue/simulated_devices.hpp"
-#include "tests/unit/QNRescue/test_run.hpp"
-#include "tests/unit/QNRescue/test_scenario.hpp"
+#include "tests/unit/QNRescue/notifier_devices.hpp"
+#include "tests/unit/helpers/assertion_text.hpp"
+#include "tests/unit/helpers/notifier_run.hpp"
+#include "tests/unit/helpers/simulated_devices.hpp"
 
 #include <boost/filesystem/operations.hpp>
 
@@ -53,19 +53,19 @@ void expect_options(device_notifier_state const & notifier, std::string const & 
 }
 
 TEST(RestoreOptions, ForAnUpdate) {
-    test_run run;
+    notifier_run run;
     run.notifier.CreateDefaultRestoreOptions(QN::path_from_utf8("some.ipsw"), false);
     expect_options(run.notifier, "Update", "Update", "some.ipsw");
 }
 
 TEST(RestoreOptions, ForAnErase) {
-    test_run run;
+    notifier_run run;
     run.notifier.CreateDefaultRestoreOptions(QN::path_from_utf8("some.ipsw"), true);
     expect_options(run.notifier, "Erase", "UserOrInternal", "some.ipsw");
 }
 
 TEST(RestoreOptions, NameTheBundleAsItWasGiven) {
-    test_run run;
+    notifier_run run;
     for (std::string const path : {"caf\xc3\xa9/\xe6\x97\xa5\xe6\x9c\xac \xf0\x9f\x93\xb1.ipsw",
                                    "relative/../x", "C:\\a/b"}) {
         run.notifier.CreateDefaultRestoreOptions(QN::path_from_utf8(path), false);
@@ -74,7 +74,7 @@ TEST(RestoreOptions, NameTheBundleAsItWasGiven) {
 }
 
 TEST(RestoreOptions, PersonalizeInTheScratchDirectory) {
-    test_run run;
+    notifier_run run;
     run.notifier.CreateDefaultRestoreOptions("x.ipsw", false);
     auto const first = personalization_path(run.notifier);
     EXPECT_EQ(first.parent_path(), run.notifier.scratchLocation / "PRB");
@@ -99,7 +99,7 @@ TEST(RestoreOptions, NameTheScratchDirectoryInUtf8) {
 TEST(RestoreOptions, AreNumberedFromOne) {
     testing::FLAGS_gtest_death_test_style = "threadsafe"; // a process with no earlier ones
     auto const first_number = [] {
-        test_run run;
+        notifier_run run;
         run.notifier.CreateDefaultRestoreOptions("x.ipsw", false);
         return personalization_number(run.notifier);
     };
@@ -107,7 +107,7 @@ TEST(RestoreOptions, AreNumberedFromOne) {
 }
 
 TEST(RestoreOptions, AreNumberedThroughoutTheProcess) {
-    test_run first;
+    notifier_run first;
     first.notifier.CreateDefaultRestoreOptions("x.ipsw", false);
     auto const number = personalization_number(first.notifier);
     first.notifier.CreateDefaultRestoreOptions("x.ipsw", true);
@@ -142,7 +142,7 @@ TEST(RestoreOptions, AreNumberedApartByManyThreads) {
 
 TEST(RestoreOptions, ReplaceEarlierOnes) {
     auto const earlier = make_dictionary({{CFSTR("a"), CFSTR("b")}});
-    test_run run;
+    notifier_run run;
     run.notifier.restoreOptions = retain(earlier.get());
     run.notifier.CreateDefaultRestoreOptions("x.ipsw", false);
     EXPECT_EQ(CFGetRetainCount(earlier.get()), 1);
@@ -165,7 +165,7 @@ TEST(RestoreReport, NeedsAContext) {
 }
 
 TEST(RestoreReport, OfNothing) {
-    test_run run;
+    notifier_run run;
     run.report(nullptr);
     EXPECT_EQ(lines_of_run(run), strings{"restoreCallback: Invalid argument"});
     EXPECT_EQ(run.output.out(), "");
@@ -176,7 +176,7 @@ TEST(RestoreReport, IsRelayedWithTheNameOfItsOperation) {
                                "<key>Operation</key><integer>13</integer>"
                                "<key>Progress</key><integer>42</integer>"
                                "<key>Extra</key><array><true/></array>");
-    test_run run;
+    notifier_run run;
     run.report(report.get());
     auto const documents = run.output.documents();
     ASSERT_EQ(documents.size(), 1U);
@@ -213,7 +213,7 @@ TEST(RestoreReport, ComesAfterItsDebugLine) {
 }
 
 TEST(RestoreReport, OfAnUnknownOperation) {
-    test_run run;
+    notifier_run run;
     run.report(status(150, -5).get());
     EXPECT_EQ(lines_of_run(run),
               strings{"restoreCallback: status Restoring, operation Unknown operation 150, "
@@ -226,7 +226,7 @@ TEST(RestoreReport, OfAnUnknownOperation) {
 }
 
 TEST(RestoreReport, OfNoOperationGetsNoName) {
-    test_run run;
+    notifier_run run;
     run.report(status(0, 99).get());
     auto const documents = run.output.documents();
     ASSERT_EQ(documents.size(), 1U);
@@ -237,7 +237,7 @@ TEST(RestoreReport, OfNoOperationGetsNoName) {
 }
 
 TEST(RestoreReport, ReplacesANameThatIsThere) {
-    test_run run;
+    notifier_run run;
     run.report(status("<key>Status</key><string>s</string><key>Operation</key><integer>2</integer>"
                       "<key>Progress</key><integer>0</integer>"
                       "<key>QN_OperationName</key><string>other</string>")
@@ -261,7 +261,7 @@ TEST(RestoreReport, LosesWhatXmlCannotHold) {
                                          {CFSTR("Set"), set.get()},
                                          {CFSTR("Null"), kCFNull},
                                          {operation.get(), CFSTR("number key")}});
-    test_run run;
+    notifier_run run;
     run.report(report.get());
     auto const documents = run.output.documents();
     ASSERT_EQ(documents.size(), 1U);
@@ -299,7 +299,7 @@ TEST(RestoreReport, WithoutOneOfTheThreeIsIgnored) {
         "<key>Status</key><string>s</string>"
         "<key>Operation</key><integer>0</integer><key>Progress</key><real>100.5</real>",
     };
-    test_run run;
+    notifier_run run;
     auto const complete = run.notifier.restoreComplete.get_future();
     for (auto const * entries : invalid) {
         run.report(status(entries).get());
@@ -314,7 +314,7 @@ TEST(RestoreReport, WithAStatusThatIsNoUtf8IsIgnored) {
     auto const surrogate = make_lone_surrogate();
     auto const operation = make_number(0);
     auto const progress = make_number(100);
-    test_run run;
+    notifier_run run;
     auto const complete = run.notifier.restoreComplete.get_future();
     run.report(make_dictionary({{CFSTR("Status"), surrogate.get()},
                                 {CFSTR("Operation"), operation.get()},
@@ -325,7 +325,7 @@ TEST(RestoreReport, WithAStatusThatIsNoUtf8IsIgnored) {
 }
 
 TEST(RestoreReport, MayHaveAnEmptyStatusAndWholeNumbersAsReals) {
-    test_run run;
+    notifier_run run;
     auto const complete = run.notifier.restoreComplete.get_future();
     run.report(status("<key>Status</key><string/><key>Operation</key><real>0</real>"
                       "<key>Progress</key><real>100</real>")
@@ -335,7 +335,7 @@ TEST(RestoreReport, MayHaveAnEmptyStatusAndWholeNumbersAsReals) {
 }
 
 TEST(RestoreReport, ProgressHas64Bits) {
-    test_run run;
+    notifier_run run;
     auto const complete = run.notifier.restoreComplete.get_future();
     run.report(status("<key>Status</key><string>s</string><key>Operation</key><integer>0</integer>"
                       "<key>Progress</key><integer>4294967396</integer>") // 2^32 + 100
@@ -348,7 +348,7 @@ TEST(RestoreReport, ProgressHas64Bits) {
 
 TEST(RestoreReport, CompletesWithNoOperationAtHundred) {
     for (auto const command : {command_kind::restore, command_kind::enter_restore_mode}) {
-        test_run run;
+        notifier_run run;
         run.notifier.operation = command;
         auto const complete = run.notifier.restoreComplete.get_future();
         run.report(status(0, 99).get());
@@ -367,7 +367,7 @@ TEST(RestoreReport, CompletesWithNoOperationAtHundred) {
 }
 
 TEST(RestoreReport, StatusAndErrorsDoNotDecide) {
-    test_run run;
+    notifier_run run;
     auto const complete = run.notifier.restoreComplete.get_future();
     run.report(status("<key>Status</key><string>Successful</string>"
                       "<key>Operation</key><integer>13</integer>"
@@ -383,7 +383,7 @@ TEST(RestoreReport, StatusAndErrorsDoNotDecide) {
 
 TEST(RestoreReport, OfBootingCompletesTheEntryIntoRestoreMode) {
     for (int const progress : {0, 31, 100, -1}) {
-        test_run run;
+        notifier_run run;
         run.notifier.operation = command_kind::enter_restore_mode;
         auto const complete = run.notifier.restoreComplete.get_future();
         run.report(status(8, 100).get());
@@ -398,7 +398,7 @@ TEST(RestoreReport, OfBootingCompletesTheEntryIntoRestoreMode) {
 }
 
 TEST(RestoreReport, OfBootingIsOnlyRelayedOtherwise) {
-    test_run run;
+    notifier_run run;
     run.notifier.operation = command_kind::restore;
     auto const complete = run.notifier.restoreComplete.get_future();
     run.report(status(9, 100).get());
@@ -408,7 +408,7 @@ TEST(RestoreReport, OfBootingIsOnlyRelayedOtherwise) {
 }
 
 TEST(RestoreReport, ASecondCompletionIsTolerated) {
-    test_run run;
+    notifier_run run;
     auto const complete = run.notifier.restoreComplete.get_future();
     run.report(status(0, 100).get());
     EXPECT_NO_THROW(run.report(status(0, 100).get()));
@@ -431,7 +431,7 @@ TEST(RestoreReport, IsPrintedBeforeItCompletes) {
     };
     for (auto const & [command, operation, last_line] : rows) {
         for (int i = 0; i < 100; ++i) { // a wrong order shows in many of them, not in all
-            test_run run;
+            notifier_run run;
             run.notifier.operation = command;
             auto const report = status(operation, 100);
             auto complete = run.notifier.restoreComplete.get_future();
@@ -459,7 +459,7 @@ void expect_timeout_document(document const & printed, std::string const & secon
             .get()));
 }
 
-struct restore_run : test_run {
+struct restore_run : notifier_run {
     restore_run() {
         notifier.operation = command_kind::restore;
         notifier.CreateDefaultRestoreOptions("x.ipsw", false);
@@ -467,7 +467,7 @@ struct restore_run : test_run {
 };
 
 TEST(Restore, NeedsOptions) {
-    test_run run;
+    notifier_run run;
     auto const device = device_with(restores);
     auto const earlier = run.notifier.restoreComplete.get_future();
     call_trace const trace;

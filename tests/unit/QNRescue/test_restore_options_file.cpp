@@ -1,7 +1,7 @@
 #include "QNRescue/restore_options_file.hpp"
 
-#include "tests/unit/QNRescue/objects.hpp"
-#include "tests/unit/QNRescue/test_run.hpp"
+#include "tests/unit/helpers/notifier_run.hpp"
+#include "tests/unit/helpers/objects.hpp"
 
 #include <boost/filesystem/operations.hpp>
 #include <gtest/gtest.h>
@@ -35,7 +35,7 @@ struct options_run {
             [&] { run.notifier.restoreOptions = read_restore_options(path, wrap_bytes); });
     }
 
-    test_run run;
+    notifier_run run;
     QN::filesystem::path const path = run.folder.path() / QN::path_from_utf8("größe.plist");
     cf_owner<CFDictionaryRef> const earlier = make_dictionary({{CFSTR("a"), CFSTR("earlier")}});
 };

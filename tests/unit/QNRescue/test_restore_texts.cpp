@@ -2,7 +2,7 @@
 
 #include "QNRescue/cf_ownership.hpp"
 #include "QNRescue/error_domain.hpp"
-#include "tests/unit/QNRescue/expected_restore_texts.hpp"
+#include "tests/unit/helpers/expected_restore_texts.hpp"
 
 #include <gtest/gtest.h>
 

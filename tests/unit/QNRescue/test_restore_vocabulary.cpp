@@ -1,6 +1,6 @@
 #include "QNRescue/restore_vocabulary.hpp"
 
-#include "tests/unit/QNRescue/expected_restore_texts.hpp"
+#include "tests/unit/helpers/expected_restore_texts.hpp"
 
 #include <gtest/gtest.h>
 

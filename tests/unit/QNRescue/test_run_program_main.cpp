@@ -2,10 +2,10 @@
 
 #include "QNRescue/error_domain.hpp"
 #include "QNRescue/start_options.hpp"
-#include "tests/unit/QNRescue/output_capture.hpp"
-#include "tests/unit/QNRescue/simulated_devices.hpp"
-#include "tests/unit/QNRescue/temporary_folder.hpp"
-#include "tests/unit/QNRescue/test_scenario.hpp"
+#include "tests/unit/QNRescue/notifier_devices.hpp"
+#include "tests/unit/helpers/output_capture.hpp"
+#include "tests/unit/helpers/simulated_devices.hpp"
+#include "tests/unit/helpers/temporary_folder.hpp"
 
 #include <boost/filesystem/operations.hpp>
 

@@ -2,7 +2,7 @@
 
 #include "QNRescue/error_domain.hpp"
 #include "QNRescue/qnrescue.h"
-#include "tests/unit/QNRescue/objects.hpp"
+#include "tests/unit/helpers/objects.hpp"
 
 #include <gtest/gtest.h>
 

@@ -1,8 +1,8 @@
 #include "QNRescue/start_options.hpp"
 
 #include "QNRescue/error_domain.hpp"
-#include "tests/unit/QNRescue/objects.hpp"
-#include "tests/unit/QNRescue/temporary_folder.hpp"
+#include "tests/unit/helpers/objects.hpp"
+#include "tests/unit/helpers/temporary_folder.hpp"
 
 #include <boost/filesystem/operations.hpp>
 

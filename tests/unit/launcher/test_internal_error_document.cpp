@@ -1,7 +1,7 @@
 #include "launcher/internal_error_document.hpp"
 
 #include "QNRescue/error_domain.hpp"
-#include "tests/unit/QNRescue/output_capture.hpp"
+#include "tests/unit/helpers/output_capture.hpp"
 
 #include <gtest/gtest.h>
 

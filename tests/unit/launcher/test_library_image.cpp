@@ -1,6 +1,6 @@
 #include "launcher/library_image.hpp"
 
-#include "tests/unit/QNRescue/temporary_folder.hpp"
+#include "tests/unit/helpers/temporary_folder.hpp"
 #include "tests/unit/launcher/made_library.hpp"
 
 #include <boost/filesystem/operations.hpp>

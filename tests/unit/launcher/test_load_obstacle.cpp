@@ -1,6 +1,6 @@
 #include "launcher/load_obstacle.hpp"
 
-#include "tests/unit/QNRescue/temporary_folder.hpp"
+#include "tests/unit/helpers/temporary_folder.hpp"
 #include "tests/unit/launcher/made_library.hpp"
 
 #include <boost/filesystem/operations.hpp>

@@ -1,0 +1,94 @@
+// Values of a status that no property list can hold.
+#include "tests/unit/simulator/MobileDevice/fixture.hpp"
+
+using namespace mobile_device;
+using namespace property_list;
+
+namespace {
+
+reference<CFDictionaryRef> status_of(std::string const & written) {
+    auto const xml = document(dictionary(
+        {{"Devices",
+          array({dictionary({{"ECID", text("1")},
+                             {"RestoreReports", array({dictionary({{"Status", written}})})}})})}}));
+    auto const played =
+        parse_scenario({reinterpret_cast<std::uint8_t const *>(xml.data()), xml.size()});
+    return played.devices.at(0).restore_reports.value().at(0).status;
+}
+
+CFTypeRef value(reference<CFDictionaryRef> const & status, char const * key) {
+    return CFDictionaryGetValue(status.get(), make_string(key).get());
+}
+
+} // namespace
+
+TEST(SpecialValues, OrdinaryValuesStayAsTheyAre) {
+    auto const status = status_of(dictionary(
+        {{"Status", text("Restoring")}, {"Progress", integer(5)}, {"List", array({text("a")})}}));
+    EXPECT_EQ(CFDictionaryGetCount(status.get()), 3);
+    EXPECT_TRUE(CFEqual(value(status, "Status"), CFSTR("Restoring")));
+    EXPECT_TRUE(CFEqual(value(status, "Progress"), make_number(5).get()));
+    auto const list = static_cast<CFArrayRef>(value(status, "List"));
+    ASSERT_EQ(CFArrayGetCount(list), 1);
+    EXPECT_TRUE(CFEqual(CFArrayGetValueAtIndex(list, 0), CFSTR("a")));
+}
+
+TEST(SpecialValues, AnErrorMayHaveTexts) {
+    auto const status = status_of(dictionary(
+        {{"Bare",
+          dictionary({{"$type", text("error")}, {"Domain", text("d")}, {"Code", integer(-7)}})},
+         {"Full", dictionary({{"$type", text("error")},
+                              {"Domain", text("d")},
+                              {"Code", integer(7)},
+                              {"Description", text("what")},
+                              {"FailureReason", text("why")}})}}));
+    auto const bare = static_cast<CFErrorRef>(const_cast<void *>(value(status, "Bare")));
+    ASSERT_EQ(CFGetTypeID(bare), CFErrorGetTypeID());
+    EXPECT_EQ(CFErrorGetCode(bare), -7);
+    auto const info = reference<CFDictionaryRef>::adopt(CFErrorCopyUserInfo(bare));
+    EXPECT_EQ(CFDictionaryGetCount(info.get()), 0);
+
+    auto const full = static_cast<CFErrorRef>(const_cast<void *>(value(status, "Full")));
+    ASSERT_EQ(CFGetTypeID(full), CFErrorGetTypeID());
+    EXPECT_EQ(to_utf8(CFErrorGetDomain(full)), "d");
+    auto const description = reference<CFStringRef>::adopt(CFErrorCopyDescription(full));
+    auto const reason = reference<CFStringRef>::adopt(CFErrorCopyFailureReason(full));
+    EXPECT_EQ(to_utf8(description.get()), "what");
+    EXPECT_EQ(to_utf8(reason.get()), "why");
+}
+
+TEST(SpecialValues, ASetHoldsItsValues) {
+    auto const status = status_of(dictionary(
+        {{"Set", dictionary({{"$type", text("set")},
+                             {"Values", array({text("a"), integer(1),
+                                               dictionary({{"$type", text("null")}})})}})}}));
+    auto const set = static_cast<CFSetRef>(value(status, "Set"));
+    ASSERT_EQ(CFGetTypeID(set), CFSetGetTypeID());
+    EXPECT_EQ(CFSetGetCount(set), 3);
+}
+
+TEST(SpecialValues, ADictionaryHasKeysOfAnyType) {
+    auto const entries =
+        array({dictionary({{"Key", integer(1)}, {"Value", text("one")}}),
+               dictionary({{"Key", array({})}, {"Value", dictionary({{"$type", text("null")}})}})});
+    auto const written = dictionary({{"$type", text("dictionary")}, {"Entries", entries}});
+    auto const whole = status_of(written);
+    auto const inner = status_of(dictionary({{"Inner", written}}));
+    for (auto const dictionary :
+         {whole.get(), static_cast<CFDictionaryRef>(value(inner, "Inner"))}) {
+        ASSERT_EQ(CFGetTypeID(dictionary), CFDictionaryGetTypeID());
+        EXPECT_EQ(CFDictionaryGetCount(dictionary), 2);
+        EXPECT_TRUE(CFEqual(CFDictionaryGetValue(dictionary, make_number(1).get()), CFSTR("one")));
+        auto const empty = reference<CFArrayRef>::adopt(
+            CFArrayCreate(kCFAllocatorDefault, nullptr, 0, &kCFTypeArrayCallBacks));
+        EXPECT_EQ(CFDictionaryGetValue(dictionary, empty.get()), kCFNull);
+    }
+}
+
+TEST(SpecialValues, NullIsAnObjectInsideAndANullPointerAsAWhole) {
+    auto const null = dictionary({{"$type", text("null")}});
+    EXPECT_FALSE(status_of(null));
+    auto const status = status_of(dictionary({{"X", null}, {"Y", array({null})}}));
+    EXPECT_EQ(value(status, "X"), kCFNull);
+    EXPECT_EQ(CFArrayGetValueAtIndex(static_cast<CFArrayRef>(value(status, "Y")), 0), kCFNull);
+}
