@@ -1,3 +1,4 @@
+// What each command does with its device, from the options to the documents.
 #include "tests/unit/QNRescue/notifier_devices.hpp"
 #include "tests/unit/helpers/assertion_text.hpp"
 #include "tests/unit/helpers/notifier_run.hpp"

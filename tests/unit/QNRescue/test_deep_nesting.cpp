@@ -1,3 +1,4 @@
+// Deeply nested values, on a thread with a small stack.
 #include "QNRescue/qnrescue.h"
 #include "QNRescue/sanitize_for_xml.hpp"
 #include "tests/unit/helpers/objects.hpp"

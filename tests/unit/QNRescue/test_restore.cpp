@@ -1,3 +1,4 @@
+// A restore from its options to its last report.
 #include "tests/unit/QNRescue/notifier_devices.hpp"
 #include "tests/unit/helpers/assertion_text.hpp"
 #include "tests/unit/helpers/notifier_run.hpp"

@@ -1,3 +1,4 @@
+// Opening, moving and closing files of both kinds.
 #include "support/file/readable_file.hpp"
 #include "support/file/writable_file.hpp"
 #include "tests/unit/helpers/allocation_hook.hpp"

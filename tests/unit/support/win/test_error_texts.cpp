@@ -1,3 +1,4 @@
+// The texts of system errors and of the error categories that use them.
 #include "support/win/error_category.hpp"
 #include "support/win/error_string.hpp"
 #include "support/win/win32_error.hpp"
