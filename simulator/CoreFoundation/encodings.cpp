@@ -1,6 +1,6 @@
 #include "simulator/CoreFoundation/encodings.hpp"
 
-#include "simulator/CoreFoundation/property_list_utf8.hpp"
+#include "simulator/CoreFoundation/property_list/utf8.hpp"
 
 #include <boost/locale/utf.hpp>
 

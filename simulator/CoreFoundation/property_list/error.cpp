@@ -1,6 +1,6 @@
-#include "simulator/CoreFoundation/property_list_error.hpp"
+#include "simulator/CoreFoundation/property_list/error.hpp"
 
-#include "simulator/CoreFoundation/property_list_reference.hpp"
+#include "simulator/CoreFoundation/property_list/reference.hpp"
 #include "simulator/CoreFoundation/strings.hpp"
 
 namespace cf {

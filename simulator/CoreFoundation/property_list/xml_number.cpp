@@ -1,4 +1,4 @@
-#include "simulator/CoreFoundation/xml_text.hpp"
+#include "simulator/CoreFoundation/property_list/xml_text.hpp"
 
 #include "simulator/CoreFoundation/numbers.hpp"
 

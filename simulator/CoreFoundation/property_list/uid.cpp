@@ -1,4 +1,4 @@
-#include "simulator/CoreFoundation/property_list_uid.hpp"
+#include "simulator/CoreFoundation/property_list/uid.hpp"
 
 #include "simulator/CoreFoundation/descriptions.hpp"
 #include "simulator/CoreFoundation/strings.hpp"

@@ -1,11 +1,11 @@
-#include "simulator/CoreFoundation/old_style_reader.hpp"
+#include "simulator/CoreFoundation/property_list/old_style_reader.hpp"
 
 #include "simulator/CoreFoundation/arrays.hpp"
 #include "simulator/CoreFoundation/data.hpp"
 #include "simulator/CoreFoundation/dictionaries.hpp"
 #include "simulator/CoreFoundation/encodings.hpp"
-#include "simulator/CoreFoundation/property_list_error.hpp"
-#include "simulator/CoreFoundation/property_list_strings.hpp"
+#include "simulator/CoreFoundation/property_list/error.hpp"
+#include "simulator/CoreFoundation/property_list/strings.hpp"
 
 #include <fmt/format.h>
 

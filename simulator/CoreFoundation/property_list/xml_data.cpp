@@ -1,7 +1,7 @@
-#include "simulator/CoreFoundation/xml_text.hpp"
+#include "simulator/CoreFoundation/property_list/xml_text.hpp"
 
 #include "simulator/CoreFoundation/data.hpp"
-#include "simulator/CoreFoundation/property_list_base64.hpp"
+#include "simulator/CoreFoundation/property_list/base64.hpp"
 
 namespace cf {
 

@@ -1,10 +1,10 @@
-#include "simulator/CoreFoundation/xml_reader.hpp"
+#include "simulator/CoreFoundation/property_list/xml_reader.hpp"
 
 #include "simulator/CoreFoundation/arrays.hpp"
 #include "simulator/CoreFoundation/dictionaries.hpp"
 #include "simulator/CoreFoundation/numbers.hpp"
-#include "simulator/CoreFoundation/property_list_uid.hpp"
-#include "simulator/CoreFoundation/xml_text.hpp"
+#include "simulator/CoreFoundation/property_list/uid.hpp"
+#include "simulator/CoreFoundation/property_list/xml_text.hpp"
 
 #include <algorithm>
 

@@ -1,14 +1,14 @@
 // Writing property lists in XML and reading them in all formats.
-#include "simulator/CoreFoundation/binary_reader.hpp"
 #include "simulator/CoreFoundation/data.hpp"
 #include "simulator/CoreFoundation/encodings.hpp"
-#include "simulator/CoreFoundation/old_style_reader.hpp"
-#include "simulator/CoreFoundation/property_list_error.hpp"
-#include "simulator/CoreFoundation/property_list_utf8.hpp"
-#include "simulator/CoreFoundation/property_list_validation.hpp"
-#include "simulator/CoreFoundation/xml_encoding.hpp"
-#include "simulator/CoreFoundation/xml_reader.hpp"
-#include "simulator/CoreFoundation/xml_writer.hpp"
+#include "simulator/CoreFoundation/property_list/binary_reader.hpp"
+#include "simulator/CoreFoundation/property_list/error.hpp"
+#include "simulator/CoreFoundation/property_list/old_style_reader.hpp"
+#include "simulator/CoreFoundation/property_list/utf8.hpp"
+#include "simulator/CoreFoundation/property_list/validation.hpp"
+#include "simulator/CoreFoundation/property_list/xml_encoding.hpp"
+#include "simulator/CoreFoundation/property_list/xml_reader.hpp"
+#include "simulator/CoreFoundation/property_list/xml_writer.hpp"
 
 namespace cf {
 

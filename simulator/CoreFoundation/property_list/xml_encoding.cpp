@@ -1,7 +1,7 @@
-#include "simulator/CoreFoundation/xml_encoding.hpp"
+#include "simulator/CoreFoundation/property_list/xml_encoding.hpp"
 
 #include "simulator/CoreFoundation/encodings.hpp"
-#include "simulator/CoreFoundation/property_list_error.hpp"
+#include "simulator/CoreFoundation/property_list/error.hpp"
 
 #include <fmt/format.h>
 

@@ -1,8 +1,8 @@
 // Property lists from the binary format.
 #pragma once
 
-#include "simulator/CoreFoundation/property_list_options.hpp"
-#include "simulator/CoreFoundation/property_list_reference.hpp"
+#include "simulator/CoreFoundation/property_list/options.hpp"
+#include "simulator/CoreFoundation/property_list/reference.hpp"
 
 #include <span>
 

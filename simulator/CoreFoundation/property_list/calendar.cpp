@@ -1,4 +1,4 @@
-#include "simulator/CoreFoundation/property_list_calendar.hpp"
+#include "simulator/CoreFoundation/property_list/calendar.hpp"
 
 #include <fmt/format.h>
 

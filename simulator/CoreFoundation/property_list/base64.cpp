@@ -1,4 +1,4 @@
-#include "simulator/CoreFoundation/property_list_base64.hpp"
+#include "simulator/CoreFoundation/property_list/base64.hpp"
 
 #include <array>
 

@@ -1,10 +1,10 @@
-#include "simulator/CoreFoundation/property_list_validation.hpp"
+#include "simulator/CoreFoundation/property_list/validation.hpp"
 
 #include "simulator/CoreFoundation/arrays.hpp"
 #include "simulator/CoreFoundation/data.hpp"
 #include "simulator/CoreFoundation/dictionaries.hpp"
 #include "simulator/CoreFoundation/numbers.hpp"
-#include "simulator/CoreFoundation/property_list_uid.hpp"
+#include "simulator/CoreFoundation/property_list/uid.hpp"
 
 #include <fmt/format.h>
 

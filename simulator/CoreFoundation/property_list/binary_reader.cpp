@@ -1,11 +1,11 @@
-#include "simulator/CoreFoundation/binary_reader.hpp"
+#include "simulator/CoreFoundation/property_list/binary_reader.hpp"
 
 #include "simulator/CoreFoundation/arrays.hpp"
-#include "simulator/CoreFoundation/binary_format.hpp"
 #include "simulator/CoreFoundation/data.hpp"
 #include "simulator/CoreFoundation/dictionaries.hpp"
 #include "simulator/CoreFoundation/numbers.hpp"
-#include "simulator/CoreFoundation/property_list_uid.hpp"
+#include "simulator/CoreFoundation/property_list/binary_format.hpp"
+#include "simulator/CoreFoundation/property_list/uid.hpp"
 #include "simulator/CoreFoundation/sets.hpp"
 
 #include <algorithm>

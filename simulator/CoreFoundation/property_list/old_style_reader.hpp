@@ -1,8 +1,8 @@
 // Property lists in the old style without XML, and files of strings.
 #pragma once
 
-#include "simulator/CoreFoundation/property_list_options.hpp"
-#include "simulator/CoreFoundation/property_list_reference.hpp"
+#include "simulator/CoreFoundation/property_list/options.hpp"
+#include "simulator/CoreFoundation/property_list/reference.hpp"
 
 namespace cf {
 

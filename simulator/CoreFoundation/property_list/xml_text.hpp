@@ -1,8 +1,8 @@
 // What stands between an open tag and its close tag, for the elements without children.
 #pragma once
 
-#include "simulator/CoreFoundation/property_list_strings.hpp"
-#include "simulator/CoreFoundation/xml_scanner.hpp"
+#include "simulator/CoreFoundation/property_list/strings.hpp"
+#include "simulator/CoreFoundation/property_list/xml_scanner.hpp"
 
 #include <optional>
 

@@ -1,13 +1,13 @@
-#include "simulator/CoreFoundation/xml_writer.hpp"
+#include "simulator/CoreFoundation/property_list/xml_writer.hpp"
 
 #include "simulator/CoreFoundation/arrays.hpp"
 #include "simulator/CoreFoundation/data.hpp"
 #include "simulator/CoreFoundation/dictionaries.hpp"
 #include "simulator/CoreFoundation/numbers.hpp"
-#include "simulator/CoreFoundation/property_list_base64.hpp"
-#include "simulator/CoreFoundation/property_list_calendar.hpp"
-#include "simulator/CoreFoundation/property_list_uid.hpp"
-#include "simulator/CoreFoundation/property_list_utf8.hpp"
+#include "simulator/CoreFoundation/property_list/base64.hpp"
+#include "simulator/CoreFoundation/property_list/calendar.hpp"
+#include "simulator/CoreFoundation/property_list/uid.hpp"
+#include "simulator/CoreFoundation/property_list/utf8.hpp"
 
 #include <algorithm>
 #include <vector>

@@ -1,6 +1,6 @@
-#include "simulator/CoreFoundation/xml_text.hpp"
+#include "simulator/CoreFoundation/property_list/xml_text.hpp"
 
-#include "simulator/CoreFoundation/property_list_calendar.hpp"
+#include "simulator/CoreFoundation/property_list/calendar.hpp"
 
 #include <algorithm>
 

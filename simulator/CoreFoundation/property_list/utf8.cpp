@@ -1,4 +1,4 @@
-#include "simulator/CoreFoundation/property_list_utf8.hpp"
+#include "simulator/CoreFoundation/property_list/utf8.hpp"
 
 #include <boost/locale/utf.hpp>
 

@@ -1,6 +1,6 @@
-#include "simulator/CoreFoundation/xml_text.hpp"
+#include "simulator/CoreFoundation/property_list/xml_text.hpp"
 
-#include "simulator/CoreFoundation/property_list_utf8.hpp"
+#include "simulator/CoreFoundation/property_list/utf8.hpp"
 
 namespace cf {
 

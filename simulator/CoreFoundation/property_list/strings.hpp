@@ -1,7 +1,7 @@
 // The strings of one document: equal texts become one object, unless they are to be mutable.
 #pragma once
 
-#include "simulator/CoreFoundation/property_list_options.hpp"
+#include "simulator/CoreFoundation/property_list/options.hpp"
 
 #include <vector>
 

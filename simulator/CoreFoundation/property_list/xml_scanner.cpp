@@ -1,8 +1,8 @@
-#include "simulator/CoreFoundation/xml_scanner.hpp"
+#include "simulator/CoreFoundation/property_list/xml_scanner.hpp"
 
 #include "simulator/CoreFoundation/encodings.hpp"
-#include "simulator/CoreFoundation/property_list_error.hpp"
-#include "simulator/CoreFoundation/property_list_utf8.hpp"
+#include "simulator/CoreFoundation/property_list/error.hpp"
+#include "simulator/CoreFoundation/property_list/utf8.hpp"
 
 #include <algorithm>
 

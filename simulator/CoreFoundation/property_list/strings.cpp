@@ -1,4 +1,4 @@
-#include "simulator/CoreFoundation/property_list_strings.hpp"
+#include "simulator/CoreFoundation/property_list/strings.hpp"
 
 #include "simulator/CoreFoundation/encodings.hpp"
 
