@@ -8,7 +8,7 @@ namespace {
 
 constinit __CFAllocator null_allocator;
 
-void describe(Object const & object, std::u16string & text) {
+void describe(object const & object, std::u16string & text) {
     append_heading(text, object, "CFAllocator");
     append_ascii(text, "{info = 0x0}");
 }
@@ -19,7 +19,7 @@ constinit __CFAllocator system_allocator;
 
 } // namespace cf
 
-constinit cf::Type const __CFAllocator::class_type{
+constinit cf::object_type const __CFAllocator::class_type{
     .id = 2,
     .name = "CFAllocator",
     .destroy = nullptr, // allocators are immortal

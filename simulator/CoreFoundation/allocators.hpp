@@ -4,11 +4,11 @@
 
 #include "simulator/CoreFoundation/runtime.hpp"
 
-struct __CFAllocator : cf::Object {
-    static cf::Type const class_type;
+struct __CFAllocator : cf::object {
+    static cf::object_type const class_type;
 
     constexpr __CFAllocator()
-        : Object{class_type, cf::immortal} {}
+        : object{class_type, cf::immortal} {}
 };
 
 namespace cf {

@@ -10,11 +10,11 @@ namespace cf {
 
 namespace {
 
-__CFArray const & array_of(Object const & object) {
+__CFArray const & array_of(object const & object) {
     return static_cast<__CFArray const &>(object);
 }
 
-void destroy_array(Object & object, DoomedObjects & doomed) {
+void destroy_array(object & object, doomed_objects & doomed) {
     auto const & array = array_of(object);
     for (auto const * const value : array.values) {
         array.callbacks.release(value, doomed);
@@ -22,18 +22,18 @@ void destroy_array(Object & object, DoomedObjects & doomed) {
     destroy<__CFArray>(object, doomed);
 }
 
-bool equal_arrays(Object const & left, Object const & right) {
+bool equal_arrays(object const & left, object const & right) {
     auto const & callbacks = array_of(left).callbacks;
     return std::ranges::equal(
         array_of(left).values, array_of(right).values,
         [&](void const * one, void const * other) { return callbacks.equal(one, other); });
 }
 
-CFHashCode hash_array(Object const & object) {
+CFHashCode hash_array(object const & object) {
     return array_of(object).values.size();
 }
 
-void describe_array(Object const & object, std::u16string & text) {
+void describe_array(object const & object, std::u16string & text) {
     auto const & array = array_of(object);
     append_heading(text, object, "CFArray");
     append_ascii(text, array.is_mutable ? "{type = mutable-small" : "{type = immutable");
@@ -62,15 +62,15 @@ void require_range(__CFArray const & array, CFRange range, char const * function
 
 } // namespace
 
-__CFArray * create_array_adopting(std::span<CFTypeRef const> objects, Mutability mutability) {
-    auto * const array = create<__CFArray>(object_callbacks(), mutability);
+__CFArray * create_array_adopting(std::span<CFTypeRef const> objects, mutability wanted) {
+    auto * const array = create<__CFArray>(object_callbacks(), wanted);
     array->values.assign(objects.begin(), objects.end());
     return array;
 }
 
 } // namespace cf
 
-constinit cf::Type const __CFArray::class_type{
+constinit cf::object_type const __CFArray::class_type{
     .id = 19,
     .name = "CFArray",
     .destroy = cf::destroy_array,
@@ -84,9 +84,9 @@ CFTypeID CFArrayGetTypeID() {
 }
 
 CFArrayRef CFArrayCreate(CFAllocatorRef, void const ** values, CFIndex count,
-                         CFArrayCallBacks const * callBacks) {
+                         CFArrayCallBacks const * callbacks) {
     auto * const array =
-        cf::create<__CFArray>(cf::ElementCallbacks::from(callBacks), cf::Mutability::immutable);
+        cf::create<__CFArray>(cf::element_callbacks::from(callbacks), cf::mutability::immutable);
     cf::guarded(
         [&] { array->values.reserve(static_cast<std::size_t>(std::max<CFIndex>(count, 0))); });
     for (CFIndex i = 0; i < count; ++i) {
@@ -96,8 +96,9 @@ CFArrayRef CFArrayCreate(CFAllocatorRef, void const ** values, CFIndex count,
 }
 
 CFMutableArrayRef CFArrayCreateMutable(CFAllocatorRef, CFIndex,
-                                       CFArrayCallBacks const * callBacks) {
-    return cf::create<__CFArray>(cf::ElementCallbacks::from(callBacks), cf::Mutability::is_mutable);
+                                       CFArrayCallBacks const * callbacks) {
+    return cf::create<__CFArray>(cf::element_callbacks::from(callbacks),
+                                 cf::mutability::is_mutable);
 }
 
 CFIndex CFArrayGetCount(CFArrayRef array) {

@@ -7,18 +7,18 @@
 #include <span>
 #include <vector>
 
-struct __CFArray : cf::Object {
-    static cf::Type const class_type;
+struct __CFArray : cf::object {
+    static cf::object_type const class_type;
 
-    cf::ElementCallbacks callbacks;
+    cf::element_callbacks callbacks;
     std::vector<void const *> values;
     bool is_mutable;
     bool can_grow = true; // an immutable one does too, unless it was read from a binary document
 
-    __CFArray(cf::ElementCallbacks const & its_callbacks, cf::Mutability mutability)
-        : Object{class_type}
+    __CFArray(cf::element_callbacks const & its_callbacks, cf::mutability wanted)
+        : object{class_type}
         , callbacks{its_callbacks}
-        , is_mutable{mutability == cf::Mutability::is_mutable} {}
+        , is_mutable{wanted == cf::mutability::is_mutable} {}
 };
 
 namespace cf {
@@ -28,6 +28,6 @@ inline std::span<void const * const> values_of(CFArrayRef array) {
 }
 
 // A new array of objects that takes over the caller's reference to each of them.
-__CFArray * create_array_adopting(std::span<CFTypeRef const> objects, Mutability mutability);
+__CFArray * create_array_adopting(std::span<CFTypeRef const> objects, mutability wanted);
 
 } // namespace cf

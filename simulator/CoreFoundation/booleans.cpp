@@ -12,17 +12,17 @@ constinit __CFBoolean the_false{false};
 constinit __CFNull the_null;
 
 // A boolean hashes like the number of its value, though it equals no number.
-CFHashCode hash_boolean(Object const & object) {
+CFHashCode hash_boolean(object const & object) {
     return hash_of_integer(static_cast<__CFBoolean const &>(object).value ? 1 : 0);
 }
 
-void describe_boolean(Object const & object, std::u16string & text) {
+void describe_boolean(object const & object, std::u16string & text) {
     append_heading(text, object, "CFBoolean");
     append_ascii(text, static_cast<__CFBoolean const &>(object).value ? "{value = true}"
                                                                       : "{value = false}");
 }
 
-void describe_null(Object const & object, std::u16string & text) {
+void describe_null(object const & object, std::u16string & text) {
     append_heading(text, object, "CFNull");
 }
 
@@ -30,7 +30,7 @@ void describe_null(Object const & object, std::u16string & text) {
 
 } // namespace cf
 
-constinit cf::Type const __CFBoolean::class_type{
+constinit cf::object_type const __CFBoolean::class_type{
     .id = 21,
     .name = "CFBoolean",
     .destroy = nullptr, // booleans are immortal
@@ -39,7 +39,7 @@ constinit cf::Type const __CFBoolean::class_type{
     .describe = cf::describe_boolean,
 };
 
-constinit cf::Type const __CFNull::class_type{
+constinit cf::object_type const __CFNull::class_type{
     .id = 16,
     .name = "CFNull",
     .destroy = nullptr, // the null object is immortal

@@ -10,17 +10,17 @@ namespace cf {
 
 namespace {
 
-struct Constant {
+struct constant {
     std::string text;
     CFStringRef string;
-    Constant * next;
+    constant * next;
 };
 
 // A hash table that only grows. CFSTR is called all the time by all threads, so that finding takes
 // no lock: lists are only ever extended at their head.
-constinit std::array<std::atomic<Constant *>, 1024> buckets{};
+constinit std::array<std::atomic<constant *>, 1024> buckets{};
 
-CFStringRef find_constant(Constant const * first, Constant const * end, std::string_view text) {
+CFStringRef find_constant(constant const * first, constant const * end, std::string_view text) {
     for (auto const * each = first; each != end; each = each->next) {
         if (each->text == text) {
             return each->string;
@@ -42,9 +42,9 @@ void destroy_constant(CFStringRef string) {
     std::free(const_cast<__CFString *>(string));
 }
 
-CFStringRef add(std::atomic<Constant *> & bucket, Constant * known, std::string_view text) {
+CFStringRef add(std::atomic<constant *> & bucket, constant * known, std::string_view text) {
     auto added =
-        std::make_unique<Constant>(Constant{std::string{text}, create_constant(text), known});
+        std::make_unique<constant>(constant{std::string{text}, create_constant(text), known});
     while (!bucket.compare_exchange_weak(added->next, added.get(), std::memory_order_acq_rel,
                                          std::memory_order_acquire)) {
         if (auto const * const string = find_constant(added->next, known, text)) {

@@ -14,7 +14,7 @@ namespace cf {
 
 namespace {
 
-void destroy_data(Object & object, DoomedObjects & doomed) {
+void destroy_data(object & object, doomed_objects & doomed) {
     auto const & data = static_cast<__CFData const &>(object);
     if (data.frees_bytes) {
         std::free(const_cast<UInt8 *>(data.bytes));
@@ -22,16 +22,16 @@ void destroy_data(Object & object, DoomedObjects & doomed) {
     destroy<__CFData>(object, doomed);
 }
 
-std::string_view text_of(Object const & object) {
+std::string_view text_of(object const & object) {
     auto const & data = static_cast<__CFData const &>(object);
     return {reinterpret_cast<char const *>(data.bytes), static_cast<std::size_t>(data.length)};
 }
 
-bool equal_data(Object const & left, Object const & right) {
+bool equal_data(object const & left, object const & right) {
     return text_of(left) == text_of(right);
 }
 
-CFHashCode hash_data(Object const & object) {
+CFHashCode hash_data(object const & object) {
     return std::hash<std::string_view>{}(text_of(object));
 }
 
@@ -41,7 +41,7 @@ void append_hexadecimal(std::string & text, std::span<UInt8 const> bytes) {
     }
 }
 
-void describe_data(Object const & object, std::u16string & text) {
+void describe_data(object const & object, std::u16string & text) {
     constexpr CFIndex least_capacity_of_mutable = 16;
     constexpr std::size_t shown_whole = 24;
     constexpr std::size_t shown_first = 16;
@@ -65,41 +65,41 @@ void describe_data(Object const & object, std::u16string & text) {
 
 } // namespace
 
-WritableData create_data_to_fill(std::size_t length, Mutability mutability) {
-    auto * const data = create_with_room<__CFData>(length, nullptr, static_cast<CFIndex>(length),
-                                                   false, mutability);
+writable_data create_data_to_fill(std::size_t length, mutability wanted) {
+    auto * const data =
+        create_with_room<__CFData>(length, nullptr, static_cast<CFIndex>(length), false, wanted);
     auto * const bytes = reinterpret_cast<UInt8 *>(data + 1);
     data->bytes = length == 0 && !data->is_mutable ? nullptr : bytes;
     return {data, bytes};
 }
 
-CFDataRef create_data(std::span<UInt8 const> bytes, Mutability mutability) {
-    auto const [data, room] = create_data_to_fill(bytes.size(), mutability);
+CFDataRef create_data(std::span<UInt8 const> bytes, mutability wanted) {
+    auto const [data, room] = create_data_to_fill(bytes.size(), wanted);
     std::ranges::copy(bytes, room);
     return data;
 }
 
-DataBytes::DataBytes(std::size_t most)
-    : bytes_{static_cast<UInt8 *>(std::malloc(std::max<std::size_t>(most, 1)))} {
-    if (bytes_ == nullptr) {
+data_bytes::data_bytes(std::size_t most)
+    : memory{static_cast<UInt8 *>(std::malloc(std::max<std::size_t>(most, 1)))} {
+    if (memory == nullptr) {
         throw std::bad_alloc{};
     }
 }
 
-UInt8 * DataBytes::release() {
-    auto * const bytes = bytes_.release();
-    auto * const smaller = std::realloc(bytes, std::max<std::size_t>(size_, 1));
+UInt8 * data_bytes::release() {
+    auto * const bytes = memory.release();
+    auto * const smaller = std::realloc(bytes, std::max<std::size_t>(used, 1));
     return smaller == nullptr ? bytes : static_cast<UInt8 *>(smaller);
 }
 
-CFDataRef create_data(DataBytes bytes, Mutability mutability) {
+CFDataRef create_data(data_bytes bytes, mutability wanted) {
     auto const length = static_cast<CFIndex>(bytes.size());
-    return create<__CFData>(bytes.release(), length, true, mutability);
+    return create<__CFData>(bytes.release(), length, true, wanted);
 }
 
 } // namespace cf
 
-constinit cf::Type const __CFData::class_type{
+constinit cf::object_type const __CFData::class_type{
     .id = 20,
     .name = "CFData",
     .destroy = cf::destroy_data,
@@ -123,12 +123,12 @@ CFDataRef CFDataCreate(CFAllocatorRef, UInt8 const * bytes, CFIndex length) {
 }
 
 CFDataRef CFDataCreateWithBytesNoCopy(CFAllocatorRef, UInt8 const * bytes, CFIndex length,
-                                      CFAllocatorRef bytesDeallocator) {
+                                      CFAllocatorRef bytes_deallocator) {
     if (length < 0) {
         return nullptr;
     }
-    return cf::create<__CFData>(bytes, length, bytesDeallocator != kCFAllocatorNull,
-                                cf::Mutability::immutable);
+    return cf::create<__CFData>(bytes, length, bytes_deallocator != kCFAllocatorNull,
+                                cf::mutability::immutable);
 }
 
 CFIndex CFDataGetLength(CFDataRef data) {

@@ -9,56 +9,56 @@
 #include <span>
 
 // The bytes follow the object, or belong to somebody else, or are freed with the object.
-struct __CFData : cf::Object {
-    static cf::Type const class_type;
+struct __CFData : cf::object {
+    static cf::object_type const class_type;
 
     UInt8 const * bytes;
     CFIndex length;
     bool frees_bytes;
     bool is_mutable;
 
-    __CFData(UInt8 const * its_bytes, CFIndex its_length, bool frees, cf::Mutability mutability)
-        : Object{class_type}
+    __CFData(UInt8 const * its_bytes, CFIndex its_length, bool frees, cf::mutability wanted)
+        : object{class_type}
         , bytes{its_bytes}
         , length{its_length}
         , frees_bytes{frees}
-        , is_mutable{mutability == cf::Mutability::is_mutable} {}
+        , is_mutable{wanted == cf::mutability::is_mutable} {}
 };
 
 namespace cf {
 
 // New data, owned by the caller. Mutable data has a byte pointer even if it is empty.
-CFDataRef create_data(std::span<UInt8 const> bytes, Mutability mutability = Mutability::immutable);
+CFDataRef create_data(std::span<UInt8 const> bytes, mutability wanted = mutability::immutable);
 
 // New data whose bytes the caller still has to write.
-struct WritableData {
+struct writable_data {
     CFDataRef data;
     UInt8 * bytes;
 };
-WritableData create_data_to_fill(std::size_t length, Mutability mutability = Mutability::immutable);
+writable_data create_data_to_fill(std::size_t length, mutability wanted = mutability::immutable);
 
 // Bytes that are to become data, of which there will be no more than was said before.
-class DataBytes {
+class data_bytes {
 public:
-    explicit DataBytes(std::size_t most);
+    explicit data_bytes(std::size_t most);
 
-    void append(UInt8 byte) { bytes_[size_++] = byte; }
-    std::size_t size() const { return size_; }
+    void append(UInt8 byte) { memory[used++] = byte; }
+    std::size_t size() const { return used; }
 
     // No more memory than these bytes need; the caller has to free it.
     UInt8 * release();
 
 private:
-    struct Free {
+    struct free {
         void operator()(UInt8 * bytes) const { std::free(bytes); }
     };
 
-    std::unique_ptr<UInt8[], Free> bytes_;
-    std::size_t size_ = 0;
+    std::unique_ptr<UInt8[], free> memory;
+    std::size_t used = 0;
 };
 
 // New data, owned by the caller, which has the memory of the bytes.
-CFDataRef create_data(DataBytes bytes, Mutability mutability);
+CFDataRef create_data(data_bytes bytes, mutability wanted);
 
 inline std::span<UInt8 const> bytes_of(CFDataRef data) {
     return {data->bytes, static_cast<std::size_t>(data->length)};

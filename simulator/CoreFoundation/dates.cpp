@@ -8,15 +8,15 @@ namespace cf {
 
 namespace {
 
-bool equal_dates(Object const & left, Object const & right) {
+bool equal_dates(object const & left, object const & right) {
     return static_cast<__CFDate const &>(left).time == static_cast<__CFDate const &>(right).time;
 }
 
-CFHashCode hash_date(Object const & object) {
+CFHashCode hash_date(object const & object) {
     return std::hash<double>{}(static_cast<__CFDate const &>(object).time);
 }
 
-void describe_date(Object const & object, std::u16string & text) {
+void describe_date(object const & object, std::u16string & text) {
     append_heading(text, object, "CFDate");
     append_ascii(text,
                  fmt::format("{{time = {:.9g}}}", static_cast<__CFDate const &>(object).time));
@@ -26,7 +26,7 @@ void describe_date(Object const & object, std::u16string & text) {
 
 } // namespace cf
 
-constinit cf::Type const __CFDate::class_type{
+constinit cf::object_type const __CFDate::class_type{
     .id = 42,
     .name = "CFDate",
     .destroy = cf::destroy<__CFDate>,

@@ -3,12 +3,12 @@
 
 #include "simulator/CoreFoundation/runtime.hpp"
 
-struct __CFDate : cf::Object {
-    static cf::Type const class_type;
+struct __CFDate : cf::object {
+    static cf::object_type const class_type;
 
     CFAbsoluteTime time;
 
     explicit __CFDate(CFAbsoluteTime its_time)
-        : Object{class_type}
+        : object{class_type}
         , time{its_time} {}
 };

@@ -12,7 +12,7 @@ void append_address(std::u16string & text, void const * address) {
     append_ascii(text, fmt::format("{:#x}", reinterpret_cast<std::uintptr_t>(address)));
 }
 
-void append_heading(std::u16string & text, Object const & object, std::string_view name) {
+void append_heading(std::u16string & text, object const & object, std::string_view name) {
     append_ascii(text, "<");
     append_ascii(text, name);
     append_ascii(text, " ");
@@ -22,11 +22,11 @@ void append_heading(std::u16string & text, Object const & object, std::string_vi
     append_ascii(text, "]>");
 }
 
-void append_description(std::u16string & text, Object const & object) {
+void append_description(std::u16string & text, object const & object) {
     object.type->describe(object, text);
 }
 
-void append_display(std::u16string & text, Object const & object) {
+void append_display(std::u16string & text, object const & object) {
     if (is<__CFString>(&object)) {
         append(text, static_cast<CFStringRef>(&object));
     } else if (is<__CFNumber>(&object)) {

@@ -9,13 +9,13 @@ namespace cf {
 void append_address(std::u16string & text, void const * address);
 
 // Appends `<name address [address of the allocator]>`.
-void append_heading(std::u16string & text, Object const & object, std::string_view name);
+void append_heading(std::u16string & text, object const & object, std::string_view name);
 
 // Appends what CFCopyDescription gives.
-void append_description(std::u16string & text, Object const & object);
+void append_description(std::u16string & text, object const & object);
 
 // Appends the object as a message shows it: a string, a number, a boolean or the null object as its
 // plain text, others as their description.
-void append_display(std::u16string & text, Object const & object);
+void append_display(std::u16string & text, object const & object);
 
 } // namespace cf

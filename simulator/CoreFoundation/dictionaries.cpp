@@ -8,24 +8,24 @@ namespace cf {
 
 namespace {
 
-__CFDictionary const & dictionary_of(Object const & object) {
+__CFDictionary const & dictionary_of(object const & object) {
     return static_cast<__CFDictionary const &>(object);
 }
 
-void destroy_dictionary(Object & object, DoomedObjects & doomed) {
+void destroy_dictionary(object & object, doomed_objects & doomed) {
     static_cast<__CFDictionary &>(object).entries.release_all(doomed);
     destroy<__CFDictionary>(object, doomed);
 }
 
-bool equal_dictionaries(Object const & left, Object const & right) {
+bool equal_dictionaries(object const & left, object const & right) {
     return equal(dictionary_of(left).entries, dictionary_of(right).entries);
 }
 
-CFHashCode hash_dictionary(Object const & object) {
+CFHashCode hash_dictionary(object const & object) {
     return dictionary_of(object).entries.count();
 }
 
-void describe_dictionary(Object const & object, std::u16string & text) {
+void describe_dictionary(object const & object, std::u16string & text) {
     auto const & dictionary = dictionary_of(object);
     auto const & entries = dictionary.entries;
     append_heading(text, object, "CFBasicHash");
@@ -43,20 +43,19 @@ void describe_dictionary(Object const & object, std::u16string & text) {
 }
 
 __CFDictionary * create_dictionary(CFDictionaryKeyCallBacks const * keys,
-                                   CFDictionaryValueCallBacks const * values,
-                                   Mutability mutability) {
-    return create<__CFDictionary>(ElementCallbacks::from(keys), ElementCallbacks::from(values),
-                                  mutability);
+                                   CFDictionaryValueCallBacks const * values, mutability wanted) {
+    return create<__CFDictionary>(element_callbacks::from(keys), element_callbacks::from(values),
+                                  wanted);
 }
 
-__CFDictionary * copy(__CFDictionary const & original, Mutability mutability) {
+__CFDictionary * copy(__CFDictionary const & original, mutability wanted) {
     auto * const result =
-        create<__CFDictionary>(original.entries.keys(), original.entries.values(), mutability);
+        create<__CFDictionary>(original.entries.keys(), original.entries.values(), wanted);
     result->entries.copy_from(original.entries);
     return result;
 }
 
-void require_entry(HashTable const & entries, void const * key, void const * value,
+void require_entry(hash_table const & entries, void const * key, void const * value,
                    char const * function) {
     entries.keys().require(key, function);
     entries.values().require(value, function);
@@ -64,16 +63,16 @@ void require_entry(HashTable const & entries, void const * key, void const * val
 
 } // namespace
 
-CFMutableDictionaryRef create_object_dictionary(CFIndex room, Mutability mutability) {
+CFMutableDictionaryRef create_object_dictionary(CFIndex room, mutability wanted) {
     auto * const dictionary =
-        create<__CFDictionary>(object_callbacks(), object_callbacks(), mutability);
+        create<__CFDictionary>(object_callbacks(), object_callbacks(), wanted);
     dictionary->entries.reserve(room);
     return dictionary;
 }
 
 } // namespace cf
 
-constinit cf::Type const __CFDictionary::class_type{
+constinit cf::object_type const __CFDictionary::class_type{
     .id = 18,
     .name = "CFDictionary",
     .destroy = cf::destroy_dictionary,
@@ -87,10 +86,10 @@ CFTypeID CFDictionaryGetTypeID() {
 }
 
 CFDictionaryRef CFDictionaryCreate(CFAllocatorRef, void const ** keys, void const ** values,
-                                   CFIndex count, CFDictionaryKeyCallBacks const * keyCallBacks,
-                                   CFDictionaryValueCallBacks const * valueCallBacks) {
+                                   CFIndex count, CFDictionaryKeyCallBacks const * key_callbacks,
+                                   CFDictionaryValueCallBacks const * value_callbacks) {
     auto * const dictionary =
-        cf::create_dictionary(keyCallBacks, valueCallBacks, cf::Mutability::immutable);
+        cf::create_dictionary(key_callbacks, value_callbacks, cf::mutability::immutable);
     dictionary->entries.reserve(count);
     for (CFIndex i = 0; i < count; ++i) {
         cf::require_entry(dictionary->entries, keys[i], values[i], "CFDictionaryCreate");
@@ -101,21 +100,21 @@ CFDictionaryRef CFDictionaryCreate(CFAllocatorRef, void const ** keys, void cons
 
 CFMutableDictionaryRef
 CFDictionaryCreateMutable(CFAllocatorRef, CFIndex capacity,
-                          CFDictionaryKeyCallBacks const * keyCallBacks,
-                          CFDictionaryValueCallBacks const * valueCallBacks) {
+                          CFDictionaryKeyCallBacks const * key_callbacks,
+                          CFDictionaryValueCallBacks const * value_callbacks) {
     auto * const dictionary =
-        cf::create_dictionary(keyCallBacks, valueCallBacks, cf::Mutability::is_mutable);
+        cf::create_dictionary(key_callbacks, value_callbacks, cf::mutability::is_mutable);
     dictionary->entries.reserve(capacity);
     return dictionary;
 }
 
 CFDictionaryRef CFDictionaryCreateCopy(CFAllocatorRef, CFDictionaryRef dictionary) {
-    return cf::copy(cf::checked<__CFDictionary>(dictionary), cf::Mutability::immutable);
+    return cf::copy(cf::checked<__CFDictionary>(dictionary), cf::mutability::immutable);
 }
 
 CFMutableDictionaryRef CFDictionaryCreateMutableCopy(CFAllocatorRef, CFIndex,
                                                      CFDictionaryRef dictionary) {
-    return cf::copy(cf::checked<__CFDictionary>(dictionary), cf::Mutability::is_mutable);
+    return cf::copy(cf::checked<__CFDictionary>(dictionary), cf::mutability::is_mutable);
 }
 
 CFIndex CFDictionaryGetCount(CFDictionaryRef dictionary) {

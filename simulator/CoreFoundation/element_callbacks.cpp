@@ -25,18 +25,18 @@ constinit CFDictionaryValueCallBacks const kCFTypeDictionaryValueCallBacks{
 
 namespace cf {
 
-bool ElementCallbacks::own_objects() const {
+bool element_callbacks::own_objects() const {
     return release_callback == release_object;
 }
 
-void ElementCallbacks::require(void const * element, char const * function) const {
+void element_callbacks::require(void const * element, char const * function) const {
     auto const are_objects = retain_callback == retain_object || release_callback == release_object;
     if (element == nullptr && are_objects) [[unlikely]] {
         trap(function, "a collection of objects cannot hold null");
     }
 }
 
-void const * ElementCallbacks::retain(void const * element) const {
+void const * element_callbacks::retain(void const * element) const {
     if (retain_callback == retain_object) {
         cf::retain(object_of(element));
         return element;
@@ -44,13 +44,13 @@ void const * ElementCallbacks::retain(void const * element) const {
     return retain_callback != nullptr ? retain_callback(kCFAllocatorDefault, element) : element;
 }
 
-void ElementCallbacks::release(void const * element) const {
+void element_callbacks::release(void const * element) const {
     if (release_callback != nullptr) {
         release_callback(kCFAllocatorDefault, element);
     }
 }
 
-void ElementCallbacks::release(void const * element, DoomedObjects & doomed) const {
+void element_callbacks::release(void const * element, doomed_objects & doomed) const {
     if (own_objects()) {
         doomed.release(object_of(element));
     } else {
@@ -58,19 +58,19 @@ void ElementCallbacks::release(void const * element, DoomedObjects & doomed) con
     }
 }
 
-bool ElementCallbacks::equal(void const * left, void const * right) const {
+bool element_callbacks::equal(void const * left, void const * right) const {
     if (left == right) {
         return true;
     }
     return equal_callback != nullptr && equal_callback(left, right) != 0;
 }
 
-CFHashCode ElementCallbacks::hash(void const * element) const {
+CFHashCode element_callbacks::hash(void const * element) const {
     return hash_callback != nullptr ? hash_callback(element)
                                     : reinterpret_cast<CFHashCode>(element);
 }
 
-void ElementCallbacks::describe(void const * element, std::u16string & text) const {
+void element_callbacks::describe(void const * element, std::u16string & text) const {
     auto const * const description =
         describe_callback != nullptr ? describe_callback(element) : nullptr;
     if (description != nullptr) {
@@ -83,9 +83,9 @@ void ElementCallbacks::describe(void const * element, std::u16string & text) con
     }
 }
 
-ElementCallbacks const & object_callbacks() {
-    static constinit ElementCallbacks const callbacks{retain_object, release_object,
-                                                      CFCopyDescription, CFEqual, CFHash};
+element_callbacks const & object_callbacks() {
+    static constinit element_callbacks const callbacks{retain_object, release_object,
+                                                       CFCopyDescription, CFEqual, CFHash};
     return callbacks;
 }
 

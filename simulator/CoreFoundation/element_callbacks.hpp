@@ -7,7 +7,7 @@
 namespace cf {
 
 // Null functions mean: no ownership, equality of pointers, hash of the pointer.
-struct ElementCallbacks {
+struct element_callbacks {
     CFCollectionRetainCallBack retain_callback = nullptr;
     CFCollectionReleaseCallBack release_callback = nullptr;
     CFCollectionCopyDescriptionCallBack describe_callback = nullptr;
@@ -15,13 +15,13 @@ struct ElementCallbacks {
     CFCollectionHashCallBack hash_callback = nullptr;
 
     // From the public structure of a collection, which may be null.
-    template <class CallBacks>
-    static ElementCallbacks from(CallBacks const * callbacks) {
+    template <typename CallBacks>
+    static element_callbacks from(CallBacks const * callbacks) {
         if (callbacks == nullptr) {
             return {};
         }
-        ElementCallbacks result{callbacks->retain, callbacks->release, callbacks->copyDescription,
-                                callbacks->equal};
+        element_callbacks result{callbacks->retain, callbacks->release, callbacks->copyDescription,
+                                 callbacks->equal};
         if constexpr (requires { callbacks->hash; }) {
             result.hash_callback = callbacks->hash;
         }
@@ -37,13 +37,13 @@ struct ElementCallbacks {
 
     void const * retain(void const * element) const;
     void release(void const * element) const;
-    void release(void const * element, DoomedObjects & doomed) const;
+    void release(void const * element, doomed_objects & doomed) const;
     bool equal(void const * left, void const * right) const;
     CFHashCode hash(void const * element) const;
     void describe(void const * element, std::u16string & text) const;
 };
 
 // The callbacks of collections that hold objects.
-ElementCallbacks const & object_callbacks();
+element_callbacks const & object_callbacks();
 
 } // namespace cf

@@ -18,10 +18,10 @@ using boost::locale::utf::is_valid_codepoint;
 using boost::locale::utf::utf_traits;
 
 // The characters of the bytes 0x80 to 0xff.
-using UpperHalf = std::array<char16_t, 128>;
+using upper_half_table = std::array<char16_t, 128>;
 
 // clang-format off
-constexpr UpperHalf mac_roman{
+constexpr upper_half_table mac_roman{
     0x00c4, 0x00c5, 0x00c7, 0x00c9, 0x00d1, 0x00d6, 0x00dc, 0x00e1,
     0x00e0, 0x00e2, 0x00e4, 0x00e3, 0x00e5, 0x00e7, 0x00e9, 0x00e8,
     0x00ea, 0x00eb, 0x00ed, 0x00ec, 0x00ee, 0x00ef, 0x00f1, 0x00f3,
@@ -40,7 +40,7 @@ constexpr UpperHalf mac_roman{
     0x00af, 0x02d8, 0x02d9, 0x02da, 0x00b8, 0x02dd, 0x02db, 0x02c7,
 };
 
-constexpr UpperHalf windows_latin1{
+constexpr upper_half_table windows_latin1{
     0x20ac, 0x0081, 0x201a, 0x0192, 0x201e, 0x2026, 0x2020, 0x2021,
     0x02c6, 0x2030, 0x0160, 0x2039, 0x0152, 0x008d, 0x017d, 0x008f,
     0x0090, 0x2018, 0x2019, 0x201c, 0x201d, 0x2022, 0x2013, 0x2014,
@@ -59,7 +59,7 @@ constexpr UpperHalf windows_latin1{
     0x00f8, 0x00f9, 0x00fa, 0x00fb, 0x00fc, 0x00fd, 0x00fe, 0x00ff,
 };
 
-constexpr UpperHalf next_step{
+constexpr upper_half_table next_step{
     0x00a0, 0x00c0, 0x00c1, 0x00c2, 0x00c3, 0x00c4, 0x00c5, 0x00c7,
     0x00c8, 0x00c9, 0x00ca, 0x00cb, 0x00cc, 0x00cd, 0x00ce, 0x00cf,
     0x00d0, 0x00d1, 0x00d2, 0x00d3, 0x00d4, 0x00d5, 0x00d6, 0x00d9,
@@ -79,19 +79,19 @@ constexpr UpperHalf next_step{
 };
 // clang-format on
 
-constexpr UpperHalf iso_latin1 = [] {
-    UpperHalf half{};
+constexpr upper_half_table iso_latin1 = [] {
+    upper_half_table half{};
     for (std::size_t i = 0; i < half.size(); ++i) {
         half[i] = static_cast<char16_t>(0x80 + i);
     }
     return half;
 }();
 
-UpperHalf const * upper_half_for_decoding(CFStringEncoding encoding) {
+upper_half_table const * upper_half_for_decoding(CFStringEncoding encoding) {
     switch (encoding) {
     case kCFStringEncodingMacRoman:
         return &mac_roman;
-    case kCFStringEncodingWindowsLatin1:
+    case windows_latin1_encoding:
         return &windows_latin1;
     case kCFStringEncodingISOLatin1:
     case kCFStringEncodingASCII: // tolerates Latin-1
@@ -102,11 +102,11 @@ UpperHalf const * upper_half_for_decoding(CFStringEncoding encoding) {
 }
 
 // Null: this encoding has no characters beyond ASCII or is not of 8 bits.
-UpperHalf const * upper_half_for_encoding(CFStringEncoding encoding) {
+upper_half_table const * upper_half_for_encoding(CFStringEncoding encoding) {
     return encoding == kCFStringEncodingASCII ? nullptr : upper_half_for_decoding(encoding);
 }
 
-std::u16string decode_8_bit(std::string_view bytes, UpperHalf const & upper_half) {
+std::u16string decode_8_bit(std::string_view bytes, upper_half_table const & upper_half) {
     std::u16string text(bytes.size(), u'\0');
     std::ranges::transform(bytes, text.begin(), [&](char c) {
         auto const byte = static_cast<unsigned char>(c);
@@ -141,7 +141,7 @@ std::endian take_byte_order(std::string_view & bytes) {
 }
 
 // Calls visit(unit) for each whole unit while it answers true; an incomplete last one is dropped.
-template <std::size_t Size, class Visit>
+template <std::size_t Size, typename Visit>
 bool for_each_unit(std::string_view bytes, std::endian order, Visit visit) {
     for (; bytes.size() >= Size; bytes.remove_prefix(Size)) {
         if (!visit(unit_at<Size>(bytes, order))) {
@@ -182,7 +182,8 @@ std::optional<std::u16string> decode_marked_utf8(std::string_view bytes) {
     return append_utf8(text, bytes) ? std::optional{std::move(text)} : std::nullopt;
 }
 
-std::optional<std::string> encode_8_bit(std::u16string_view text, UpperHalf const & upper_half) {
+std::optional<std::string> encode_8_bit(std::u16string_view text,
+                                        upper_half_table const & upper_half) {
     std::string bytes;
     for (auto const unit : text) {
         if (unit < 0x80) {
@@ -251,24 +252,24 @@ std::optional<std::u16string> decode(std::string_view bytes, CFStringEncoding en
         auto const order = external ? take_byte_order<2>(bytes) : std::endian::native;
         return decode_utf16(bytes, order);
     }
-    case kCFStringEncodingUTF16BE:
+    case utf16be_encoding:
         return decode_utf16(bytes, std::endian::big);
-    case kCFStringEncodingUTF16LE:
+    case utf16le_encoding:
         return decode_utf16(bytes, std::endian::little);
-    case kCFStringEncodingUTF32: {
+    case utf32_encoding: {
         auto const order = external ? take_byte_order<4>(bytes) : std::endian::native;
         return decode_utf32(bytes, order);
     }
-    case kCFStringEncodingUTF32BE:
+    case utf32be_encoding:
         return decode_utf32(bytes, std::endian::big);
-    case kCFStringEncodingUTF32LE:
+    case utf32le_encoding:
         return decode_utf32(bytes, std::endian::little);
     default:
         return std::nullopt;
     }
 }
 
-std::optional<std::string> encode(StringContents text, CFStringEncoding encoding) {
+std::optional<std::string> encode(string_contents text, CFStringEncoding encoding) {
     auto const * const upper_half = upper_half_for_encoding(encoding);
     auto const known = upper_half != nullptr || encoding == kCFStringEncodingUTF8 ||
                        encoding == kCFStringEncodingASCII;

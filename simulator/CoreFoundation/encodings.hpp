@@ -10,12 +10,12 @@
 namespace cf {
 
 // Encodings without a public name here.
-inline constexpr CFStringEncoding kCFStringEncodingWindowsLatin1 = 0x0500;
-inline constexpr CFStringEncoding kCFStringEncodingUTF16BE = 0x10000100;
-inline constexpr CFStringEncoding kCFStringEncodingUTF16LE = 0x14000100;
-inline constexpr CFStringEncoding kCFStringEncodingUTF32 = 0x0c000100;
-inline constexpr CFStringEncoding kCFStringEncodingUTF32BE = 0x18000100;
-inline constexpr CFStringEncoding kCFStringEncodingUTF32LE = 0x1c000100;
+inline constexpr CFStringEncoding windows_latin1_encoding = 0x0500;
+inline constexpr CFStringEncoding utf16be_encoding = 0x10000100;
+inline constexpr CFStringEncoding utf16le_encoding = 0x14000100;
+inline constexpr CFStringEncoding utf32_encoding = 0x0c000100;
+inline constexpr CFStringEncoding utf32be_encoding = 0x18000100;
+inline constexpr CFStringEncoding utf32le_encoding = 0x1c000100;
 
 // True if every ASCII text is the same bytes in this encoding.
 bool extends_ascii(CFStringEncoding encoding);
@@ -26,7 +26,7 @@ std::optional<std::u16string> decode(std::string_view bytes, CFStringEncoding en
                                      bool external);
 
 // The text in an 8-bit encoding; nothing if it cannot be expressed.
-std::optional<std::string> encode(StringContents text, CFStringEncoding encoding);
+std::optional<std::string> encode(string_contents text, CFStringEncoding encoding);
 
 // Returns the character of a byte in the NeXTSTEP encoding, U+FFFD for the two that have none.
 char16_t next_step_character(unsigned char byte) noexcept;

@@ -17,11 +17,11 @@ constinit __CFString failure_key{"NSLocalizedFailure"};
 constinit __CFString failure_reason_key{"NSLocalizedFailureReason"};
 constinit __CFString underlying_error_key{"NSUnderlyingError"};
 
-__CFError const & error_of(Object const & object) {
+__CFError const & error_of(object const & object) {
     return static_cast<__CFError const &>(object);
 }
 
-void destroy_error(Object & object, DoomedObjects & doomed) {
+void destroy_error(object & object, doomed_objects & doomed) {
     auto const & error = error_of(object);
     doomed.release(*error.domain);
     if (error.user_info != nullptr) {
@@ -38,23 +38,23 @@ bool equal_user_infos(CFDictionaryRef left, CFDictionaryRef right) {
     return equal(*left, *right);
 }
 
-bool equal_errors(Object const & left, Object const & right) {
+bool equal_errors(object const & left, object const & right) {
     auto const & one = error_of(left);
     auto const & other = error_of(right);
     return one.code == other.code && equal(*one.domain, *other.domain) &&
            equal_user_infos(one.user_info, other.user_info);
 }
 
-CFHashCode hash_error(Object const & object) {
+CFHashCode hash_error(object const & object) {
     auto const & error = error_of(object);
     return hash(*error.domain) + static_cast<CFHashCode>(error.code);
 }
 
 // The value in the user info, borrowed, or null.
-Object const * find(__CFError const & error, __CFString const & key) {
+object const * find(__CFError const & error, __CFString const & key) {
     auto const * const found =
         error.user_info != nullptr ? error.user_info->entries.find(&key) : nullptr;
-    return found != nullptr ? static_cast<Object const *>(found->value) : nullptr;
+    return found != nullptr ? static_cast<object const *>(found->value) : nullptr;
 }
 
 // The reason in the user info or, for a POSIX error, the C library's text; owned by the caller.
@@ -130,7 +130,7 @@ void append_quoted_text(std::u16string & text, __CFError const & error) {
     }
 }
 
-void append_entry(std::u16string & text, Object const & key, Object const & value) {
+void append_entry(std::u16string & text, object const & key, object const & value) {
     append_display(text, key);
     append_ascii(text, "=");
     if (!is<__CFError>(&value) || !equal(key, underlying_error_key)) {
@@ -143,7 +143,7 @@ void append_entry(std::u16string & text, Object const & key, Object const & valu
     append_ascii(text, "}");
 }
 
-void describe_error(Object const & object, std::u16string & text) {
+void describe_error(object const & object, std::u16string & text) {
     auto const & error = error_of(object);
     append_ascii(text, "Error Domain=");
     append(text, error.domain);
@@ -164,7 +164,7 @@ void describe_error(Object const & object, std::u16string & text) {
 
 } // namespace cf
 
-constinit cf::Type const __CFError::class_type{
+constinit cf::object_type const __CFError::class_type{
     .id = 27,
     .name = "CFError",
     .destroy = cf::destroy_error,
@@ -181,11 +181,11 @@ CFTypeID CFErrorGetTypeID() {
 }
 
 CFErrorRef CFErrorCreate(CFAllocatorRef allocator, CFStringRef domain, CFIndex code,
-                         CFDictionaryRef userInfo) {
+                         CFDictionaryRef user_info) {
     cf::checked<__CFString>(domain);
     return cf::create<__CFError>(CFStringCreateCopy(allocator, domain), code,
-                                 userInfo != nullptr ? CFDictionaryCreateCopy(allocator, userInfo)
-                                                     : nullptr);
+                                 user_info != nullptr ? CFDictionaryCreateCopy(allocator, user_info)
+                                                      : nullptr);
 }
 
 CFStringRef CFErrorGetDomain(CFErrorRef error) {
@@ -199,7 +199,7 @@ CFIndex CFErrorGetCode(CFErrorRef error) {
 CFDictionaryRef CFErrorCopyUserInfo(CFErrorRef error) {
     auto const & checked = cf::checked<__CFError>(error);
     if (checked.user_info == nullptr) {
-        return cf::create_object_dictionary(0, cf::Mutability::immutable);
+        return cf::create_object_dictionary(0, cf::mutability::immutable);
     }
     cf::retain(*checked.user_info);
     return checked.user_info;

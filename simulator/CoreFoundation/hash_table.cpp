@@ -19,106 +19,106 @@ constexpr bool is_full(std::size_t entries, std::size_t slots) {
 } // namespace
 
 // Mixes the bits, because some hashes are plain counts or addresses, and never answers 0.
-CFHashCode HashTable::hash_of(void const * key) const {
+CFHashCode hash_table::hash_of(void const * key) const {
     constexpr CFHashCode odd = 0x9e3779b97f4a7c15;
     constexpr CFHashCode in_use = CFHashCode{1} << 63;
-    auto const hash = keys_.hash(key);
+    auto const hash = key_callbacks.hash(key);
     auto const mixed = (hash ^ hash >> 32) * odd;
     return (mixed ^ mixed >> 32) | in_use;
 }
 
 // The slot of the entry with this key or, without one, the free slot where it belongs.
-std::size_t HashTable::locate(void const * key, CFHashCode hash) const {
-    auto const mask = slots_.size() - 1;
+std::size_t hash_table::locate(void const * key, CFHashCode hash) const {
+    auto const mask = table.size() - 1;
     auto index = hash & mask;
-    while (slots_[index].hash != 0 &&
-           (slots_[index].hash != hash || !keys_.equal(slots_[index].key, key))) {
+    while (table[index].hash != 0 &&
+           (table[index].hash != hash || !key_callbacks.equal(table[index].key, key))) {
         index = (index + 1) & mask;
     }
     return index;
 }
 
-HashTable::Slot const * HashTable::find(void const * key) const {
-    if (count_ == 0) {
+hash_table::table_slot const * hash_table::find(void const * key) const {
+    if (taken == 0) {
         return nullptr;
     }
-    auto const & slot = slots_[locate(key, hash_of(key))];
+    auto const & slot = table[locate(key, hash_of(key))];
     return slot.hash != 0 ? &slot : nullptr;
 }
 
 // The entry with this key, or a free slot that only lacks key and value; its hash tells which.
-std::pair<HashTable::Slot &, CFHashCode> HashTable::slot_for(void const * key) {
-    if (is_full(count_ + 1, slots_.size())) {
-        resize(std::max(fewest_slots, slots_.size() * 2));
+std::pair<hash_table::table_slot &, CFHashCode> hash_table::slot_for(void const * key) {
+    if (is_full(taken + 1, table.size())) {
+        resize(std::max(fewest_slots, table.size() * 2));
     }
     auto const hash = hash_of(key);
-    return {slots_[locate(key, hash)], hash};
+    return {table[locate(key, hash)], hash};
 }
 
-void HashTable::add(void const * key, void const * value) {
+void hash_table::add(void const * key, void const * value) {
     auto const [slot, hash] = slot_for(key);
     if (slot.hash == 0) {
-        slot = {keys_.retain(key), values_.retain(value), hash};
-        ++count_;
+        slot = {key_callbacks.retain(key), value_callbacks.retain(value), hash};
+        ++taken;
     }
 }
 
-void HashTable::set(void const * key, void const * value) {
-    set_adopting(keys_.retain(key), values_.retain(value));
+void hash_table::set(void const * key, void const * value) {
+    set_adopting(key_callbacks.retain(key), value_callbacks.retain(value));
 }
 
-void HashTable::set_adopting(void const * key, void const * value) {
+void hash_table::set_adopting(void const * key, void const * value) {
     auto const [slot, hash] = slot_for(key);
     auto const old = std::exchange(slot, {key, value, hash});
     if (old.hash == 0) {
-        ++count_;
+        ++taken;
     } else {
-        keys_.release(old.key);
-        values_.release(old.value);
+        key_callbacks.release(old.key);
+        value_callbacks.release(old.value);
     }
 }
 
-void HashTable::resize(std::size_t slots) {
-    auto const old = std::exchange(slots_, guarded([&] { return std::vector<Slot>(slots); }));
+void hash_table::resize(std::size_t slots) {
+    auto const old = std::exchange(table, guarded([&] { return std::vector<table_slot>(slots); }));
     auto const mask = slots - 1;
     for (auto const & slot : old) {
         if (slot.hash != 0) {
             auto index = slot.hash & mask;
-            while (slots_[index].hash != 0) {
+            while (table[index].hash != 0) {
                 index = (index + 1) & mask;
             }
-            slots_[index] = slot;
+            table[index] = slot;
         }
     }
 }
 
-void HashTable::reserve(CFIndex entries) {
+void hash_table::reserve(CFIndex entries) {
     auto const wanted = static_cast<std::size_t>(std::clamp<CFIndex>(entries, 0, most_reserved));
     auto const slots = std::bit_ceil(wanted * 4 / 3 + 1);
-    if (wanted > 0 && slots > slots_.size()) {
+    if (wanted > 0 && slots > table.size()) {
         resize(std::max(fewest_slots, slots));
     }
 }
 
-void HashTable::copy_from(HashTable const & other) {
-    guarded([&] { slots_ = other.slots_; });
-    count_ = other.count_;
-    for (auto & slot : slots_) {
+void hash_table::copy_from(hash_table const & other) {
+    guarded([&] { table = other.table; });
+    taken = other.taken;
+    for (auto & slot : table) {
         if (slot.hash != 0) {
-            slot.key = keys_.retain(slot.key);
-            slot.value = values_.retain(slot.value);
+            slot.key = key_callbacks.retain(slot.key);
+            slot.value = value_callbacks.retain(slot.value);
         }
     }
 }
 
-void HashTable::release_all(DoomedObjects & doomed) {
+void hash_table::release_all(doomed_objects & doomed) {
     for_each([&](void const * key, void const * value) {
-        keys_.release(key, doomed);
-        values_.release(value, doomed);
+        key_callbacks.release(key, doomed);
+        value_callbacks.release(value, doomed);
     });
 }
 
-bool equal(HashTable const & left, HashTable const & right) {
+bool equal(hash_table const & left, hash_table const & right) {
     if (left.count() != right.count()) {
         return false;
     }

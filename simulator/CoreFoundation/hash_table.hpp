@@ -9,24 +9,24 @@
 
 namespace cf {
 
-class HashTable {
+class hash_table {
 public:
-    struct Slot {
+    struct table_slot {
         void const * key = nullptr;
         void const * value = nullptr;
         CFHashCode hash = 0; // 0: the slot is free
     };
 
-    HashTable(ElementCallbacks const & keys, ElementCallbacks const & values)
-        : keys_{keys}
-        , values_{values} {}
+    hash_table(element_callbacks const & keys, element_callbacks const & values)
+        : key_callbacks{keys}
+        , value_callbacks{values} {}
 
-    ElementCallbacks const & keys() const { return keys_; }
-    ElementCallbacks const & values() const { return values_; }
-    std::size_t count() const { return count_; }
+    element_callbacks const & keys() const { return key_callbacks; }
+    element_callbacks const & values() const { return value_callbacks; }
+    std::size_t count() const { return taken; }
 
     // The entry with an equal key, or null.
-    Slot const * find(void const * key) const;
+    table_slot const * find(void const * key) const;
 
     // Retains key and value. `add` leaves an existing entry alone, `set` replaces its key and
     // value.
@@ -40,14 +40,14 @@ public:
     void reserve(CFIndex entries);
 
     // Retains every key and value of a table with the same callbacks; the order stays.
-    void copy_from(HashTable const & other);
+    void copy_from(hash_table const & other);
 
-    void release_all(DoomedObjects & doomed);
+    void release_all(doomed_objects & doomed);
 
     // Calls visit(key, value) for every entry.
-    template <class Visit>
+    template <typename Visit>
     void for_each(Visit && visit) const {
-        for (auto const & slot : slots_) {
+        for (auto const & slot : table) {
             if (slot.hash != 0) {
                 visit(slot.key, slot.value);
             }
@@ -57,16 +57,16 @@ public:
 private:
     CFHashCode hash_of(void const * key) const;
     std::size_t locate(void const * key, CFHashCode hash) const;
-    std::pair<Slot &, CFHashCode> slot_for(void const * key);
+    std::pair<table_slot &, CFHashCode> slot_for(void const * key);
     void resize(std::size_t slots);
 
-    ElementCallbacks keys_;
-    ElementCallbacks values_;
-    std::vector<Slot> slots_; // a power of two of them, or none
-    std::size_t count_ = 0;
+    element_callbacks key_callbacks;
+    element_callbacks value_callbacks;
+    std::vector<table_slot> table; // a power of two of them, or none
+    std::size_t taken = 0;
 };
 
 // True if both tables have equal keys with equal values.
-bool equal(HashTable const & left, HashTable const & right);
+bool equal(hash_table const & left, hash_table const & right);
 
 } // namespace cf

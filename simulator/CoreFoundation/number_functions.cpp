@@ -35,21 +35,21 @@ CFNumberType kind_of(CFNumberType type) {
     case kCFNumberDoubleType:
     case kCFNumberCGFloatType:
         return kCFNumberFloat64Type;
-    case kCFNumberSInt128Type:
-        return kCFNumberSInt128Type;
+    case wide_integer_type:
+        return wide_integer_type;
     default:
         return 0;
     }
 }
 
-template <class Value>
+template <typename Value>
 Value load(void const * from) {
     Value value;
     std::memcpy(&value, from, sizeof value);
     return value;
 }
 
-template <class Value>
+template <typename Value>
 void store(Value value, void * to) {
     if (to != nullptr) {
         std::memcpy(to, &value, sizeof value);
@@ -57,7 +57,7 @@ void store(Value value, void * to) {
 }
 
 // Stores the truncated integer; lossless if it lies between the type's minimum and `largest`.
-template <class Integer>
+template <typename Integer>
 bool store_integer(std::int64_t value, std::int64_t largest, void * to) {
     store(static_cast<Integer>(value), to);
     return value >= std::numeric_limits<Integer>::min() && value <= largest;
@@ -85,16 +85,16 @@ void store_smallest(CFNumberType kind, void * to) {
         return store(std::numeric_limits<std::int16_t>::min(), to);
     case kCFNumberSInt32Type:
         return store(std::numeric_limits<std::int32_t>::min(), to);
-    case kCFNumberSInt128Type:
-        return store(Int128{std::numeric_limits<std::int64_t>::min(), 0}, to);
+    case wide_integer_type:
+        return store(int128{std::numeric_limits<std::int64_t>::min(), 0}, to);
     default:
         return store(std::numeric_limits<std::int64_t>::min(), to);
     }
 }
 
 // Stores the nearest real; lossless if that is the number itself.
-template <class Real>
-bool store_real(Int128 value, void * to) {
+template <typename Real>
+bool store_real(int128 value, void * to) {
     constexpr double two_to_64 = 0x1p64;
     auto const real = value == widen(static_cast<std::int64_t>(value.low))
                           ? static_cast<Real>(static_cast<std::int64_t>(value.low))
@@ -105,13 +105,13 @@ bool store_real(Int128 value, void * to) {
 }
 
 // Narrower integers are taken from the low half alone, as if the rest were not there.
-bool get_from_integer(Int128 value, CFNumberType kind, void * to) {
+bool get_from_integer(int128 value, CFNumberType kind, void * to) {
     switch (kind) {
     case kCFNumberFloat32Type:
         return store_real<float>(value, to);
     case kCFNumberFloat64Type:
         return store_real<double>(value, to);
-    case kCFNumberSInt128Type:
+    case wide_integer_type:
         store(value, to);
         return true;
     default:
@@ -172,8 +172,8 @@ CFNumberRef CFNumberCreate(CFAllocatorRef, CFNumberType type, void const * value
         return cf::create_real(cf::load<float>(value));
     case kCFNumberFloat64Type:
         return cf::create_real(cf::load<double>(value));
-    case cf::kCFNumberSInt128Type:
-        return cf::create_wide_integer(cf::load<cf::Int128>(value));
+    case cf::wide_integer_type:
+        return cf::create_wide_integer(cf::load<cf::int128>(value));
     default:
         return cf::create_integer(0); // an unknown type has no size to read
     }

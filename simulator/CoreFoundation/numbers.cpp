@@ -58,7 +58,7 @@ CFNumberRef shared_real(double value) {
     return value == 0.0 && !std::signbit(value) ? &zero : nullptr;
 }
 
-void destroy_number(Object & object, DoomedObjects & doomed) {
+void destroy_number(object & object, doomed_objects & doomed) {
     auto const * const number = static_cast<__CFNumber const *>(&object);
     if (!std::less<>{}(number, shared_integers.data()) &&
         std::less<>{}(number, shared_integers.data() + shared_integers.size())) {
@@ -67,11 +67,11 @@ void destroy_number(Object & object, DoomedObjects & doomed) {
     destroy<__CFNumber>(object, doomed);
 }
 
-__CFNumber const & number_of(Object const & object) {
+__CFNumber const & number_of(object const & object) {
     return static_cast<__CFNumber const &>(object);
 }
 
-Int128 integer_of(__CFNumber const & number) {
+int128 integer_of(__CFNumber const & number) {
     return number.is_wide() ? number.wide : widen(number.integer);
 }
 
@@ -80,7 +80,7 @@ bool equal_reals(double left, double right) {
            (left == right && std::signbit(left) == std::signbit(right));
 }
 
-bool equal_numbers(Object const & left, Object const & right) {
+bool equal_numbers(object const & left, object const & right) {
     auto const & one_number = number_of(left);
     auto const & other = number_of(right);
     if (one_number.is_real() && other.is_real()) {
@@ -96,7 +96,7 @@ bool equal_numbers(Object const & left, Object const & right) {
 }
 
 // Equal numbers of different kinds hash alike: by their value as a 64-bit integer if they have one.
-CFHashCode hash_number(Object const & object) {
+CFHashCode hash_number(object const & object) {
     auto const & number = number_of(object);
     auto const integer = number.is_real() ? exact_integer(number.real + 0.0) // no negative zero
                                           : integer_of(number);
@@ -124,7 +124,7 @@ std::string signed_text(__CFNumber const & number) {
     return fmt::format("{:+.{}f}", number.real, number.kind == kCFNumberFloat32Type ? 10 : 20);
 }
 
-void describe_number(Object const & object, std::u16string & text) {
+void describe_number(object const & object, std::u16string & text) {
     auto const & number = number_of(object);
     append_heading(text, object, "CFNumber");
     append_ascii(text,
@@ -133,7 +133,7 @@ void describe_number(Object const & object, std::u16string & text) {
                                               : kind_names[static_cast<std::size_t>(number.kind)]));
 }
 
-Int128 negated(Int128 value) {
+int128 negated(int128 value) {
     auto const low = ~value.low + 1;
     auto const high = ~static_cast<std::uint64_t>(value.high) + (low == 0 ? 1 : 0);
     return {static_cast<std::int64_t>(high), low};
@@ -150,7 +150,7 @@ std::uint32_t divide(std::array<std::uint32_t, 4> & big_endian_limbs, std::uint3
     return static_cast<std::uint32_t>(remainder);
 }
 
-std::string wide_text(Int128 value) {
+std::string wide_text(int128 value) {
     auto const negative = value.high < 0;
     auto const [signed_high, low] = negative ? negated(value) : value;
     auto const high = static_cast<std::uint64_t>(signed_high);
@@ -186,7 +186,7 @@ std::string real_text(double value) {
 
 } // namespace
 
-std::optional<Int128> exact_integer(double real) {
+std::optional<int128> exact_integer(double real) {
     constexpr double two_to_63 = 0x1p63;
     constexpr double two_to_64 = 0x1p64;
     constexpr double two_to_127 = 0x1p127;
@@ -198,9 +198,9 @@ std::optional<Int128> exact_integer(double real) {
     auto const high = std::floor(magnitude / two_to_64);
     auto const low = static_cast<std::uint64_t>(magnitude - high * two_to_64);
     if (high == two_to_63) { // only the smallest integer has this magnitude
-        return Int128{std::numeric_limits<std::int64_t>::min(), 0};
+        return int128{std::numeric_limits<std::int64_t>::min(), 0};
     }
-    Int128 const integer{static_cast<std::int64_t>(high), low};
+    int128 const integer{static_cast<std::int64_t>(high), low};
     return real < 0 ? negated(integer) : integer;
 }
 
@@ -229,7 +229,7 @@ CFNumberRef create_real(float value) {
     return create<__CFNumber>(CFNumberType{kCFNumberFloat32Type}, static_cast<double>(value));
 }
 
-CFNumberRef create_wide_integer(Int128 value) {
+CFNumberRef create_wide_integer(int128 value) {
     return create<__CFNumber>(value);
 }
 
@@ -242,7 +242,7 @@ std::string decimal_text(__CFNumber const & number) {
 
 } // namespace cf
 
-constinit cf::Type const __CFNumber::class_type{
+constinit cf::object_type const __CFNumber::class_type{
     .id = 22,
     .name = "CFNumber",
     .destroy = cf::destroy_number,

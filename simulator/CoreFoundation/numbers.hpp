@@ -9,49 +9,49 @@ namespace cf {
 
 // The type of integers beyond 64 bits. It has no public name: only property lists make such numbers
 // and CFNumberGetType answers kCFNumberSInt64Type for them.
-inline constexpr CFNumberType kCFNumberSInt128Type = 17;
+inline constexpr CFNumberType wide_integer_type = 17;
 
 // A two's complement integer of 128 bits.
-struct Int128 {
+struct int128 {
     std::int64_t high;
     std::uint64_t low;
 
-    friend bool operator==(Int128 const &, Int128 const &) = default;
+    friend bool operator==(int128 const &, int128 const &) = default;
 };
 
-constexpr Int128 widen(std::int64_t value) {
+constexpr int128 widen(std::int64_t value) {
     return {value < 0 ? -1 : 0, static_cast<std::uint64_t>(value)};
 }
 
 } // namespace cf
 
 // The kind is one of SInt8, SInt16, SInt32, SInt64, Float32, Float64 and SInt128 of CFNumberType.
-struct __CFNumber : cf::Object {
-    static cf::Type const class_type;
+struct __CFNumber : cf::object {
+    static cf::object_type const class_type;
 
     CFNumberType kind;
     union {
         std::int64_t integer; // of every kind up to 64 bits
         double real;          // of both real kinds; a Float32 is exact in it
-        cf::Int128 wide;
+        cf::int128 wide;
     };
 
     constexpr __CFNumber(CFNumberType its_kind, std::int64_t value,
                          std::int64_t first_references = 1)
-        : Object{class_type, first_references}
+        : object{class_type, first_references}
         , kind{its_kind}
         , integer{value} {}
     constexpr __CFNumber(CFNumberType its_kind, double value, std::int64_t first_references = 1)
-        : Object{class_type, first_references}
+        : object{class_type, first_references}
         , kind{its_kind}
         , real{value} {}
-    constexpr explicit __CFNumber(cf::Int128 value)
-        : Object{class_type}
-        , kind{cf::kCFNumberSInt128Type}
+    constexpr explicit __CFNumber(cf::int128 value)
+        : object{class_type}
+        , kind{cf::wide_integer_type}
         , wide{value} {}
 
     bool is_real() const { return kind == kCFNumberFloat32Type || kind == kCFNumberFloat64Type; }
-    bool is_wide() const { return kind == cf::kCFNumberSInt128Type; }
+    bool is_wide() const { return kind == cf::wide_integer_type; }
 };
 
 namespace cf {
@@ -60,14 +60,14 @@ namespace cf {
 CFNumberRef create_integer(std::int64_t value, CFNumberType kind = kCFNumberSInt64Type);
 CFNumberRef create_real(double value);
 CFNumberRef create_real(float value);
-CFNumberRef create_wide_integer(Int128 value);
+CFNumberRef create_wide_integer(int128 value);
 
 // The number in decimal as property lists write it: an integer plainly, a real with up to 17
 // digits, `0.0`, `nan`, `+infinity` or `-infinity`.
 std::string decimal_text(__CFNumber const & number);
 
 // The integer that a real is, if it is one of 128 bits; negative zero is none.
-std::optional<Int128> exact_integer(double real);
+std::optional<int128> exact_integer(double real);
 
 CFHashCode hash_of_integer(std::int64_t value) noexcept;
 

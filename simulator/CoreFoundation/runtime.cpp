@@ -4,7 +4,7 @@ namespace cf {
 
 namespace {
 
-Object const & required(CFTypeRef reference, char const * function = __builtin_FUNCTION()) {
+object const & required(CFTypeRef reference, char const * function = __builtin_FUNCTION()) {
     if (reference == nullptr) [[unlikely]] {
         trap(function, "the object is null");
     }
@@ -14,44 +14,44 @@ Object const & required(CFTypeRef reference, char const * function = __builtin_F
 } // namespace
 
 // A doomed object has no use for its count any more, which becomes the link to the next one.
-void DoomedObjects::release(Object const & object) noexcept {
-    if (drop_reference(object)) {
-        object.references.store(reinterpret_cast<std::intptr_t>(first_), std::memory_order_relaxed);
-        first_ = const_cast<Object *>(&object);
+void doomed_objects::release(object const & doomed) noexcept {
+    if (drop_reference(doomed)) {
+        doomed.references.store(reinterpret_cast<std::intptr_t>(first), std::memory_order_relaxed);
+        first = const_cast<object *>(&doomed);
     }
 }
 
-Object * DoomedObjects::next() noexcept {
-    auto * const object = first_;
-    if (object != nullptr) {
+object * doomed_objects::next() noexcept {
+    auto * const next = first;
+    if (next != nullptr) {
         // NOLINTNEXTLINE(performance-no-int-to-ptr): the count's place holds the link
-        first_ = reinterpret_cast<Object *>(
-            static_cast<std::intptr_t>(object->references.load(std::memory_order_relaxed)));
+        first = reinterpret_cast<object *>(
+            static_cast<std::intptr_t>(next->references.load(std::memory_order_relaxed)));
     }
-    return object;
+    return next;
 }
 
-void release(Object const & object) {
-    if (!drop_reference(object)) {
+void release(object const & released) {
+    if (!drop_reference(released)) {
         return;
     }
-    DoomedObjects doomed;
-    for (auto * each = const_cast<Object *>(&object); each != nullptr; each = doomed.next()) {
+    doomed_objects doomed;
+    for (auto * each = const_cast<object *>(&released); each != nullptr; each = doomed.next()) {
         each->type->destroy(*each, doomed);
     }
 }
 
-bool equal(Object const & left, Object const & right) {
+bool equal(object const & left, object const & right) {
     return &left == &right || (left.type == right.type && left.type->equal != nullptr &&
                                left.type->equal(left, right));
 }
 
-CFHashCode hash(Object const & object) {
+CFHashCode hash(object const & object) {
     return object.type->hash != nullptr ? object.type->hash(object)
                                         : reinterpret_cast<CFHashCode>(&object) >> 4;
 }
 
-void trap_wrong_argument(CFTypeRef reference, Type const & wanted, char const * function) {
+void trap_wrong_argument(CFTypeRef reference, object_type const & wanted, char const * function) {
     if (reference == nullptr) {
         trap(function, std::string{"the "} + wanted.name + " is null");
     }

@@ -16,19 +16,19 @@
 
 namespace cf {
 
-struct Object;
-class DoomedObjects;
+struct object;
+class doomed_objects;
 
 // What CoreFoundation knows about a type. A null `equal` compares identities, a null `hash` hashes
 // the address.
-struct Type {
+struct object_type {
     CFTypeID id;
     char const * name;
     // Releases what the object holds through `doomed`, then gives its memory back.
-    void (*destroy)(Object & object, DoomedObjects & doomed);
-    bool (*equal)(Object const & left, Object const & right); // both are of this type
-    CFHashCode (*hash)(Object const & object);
-    void (*describe)(Object const & object, std::u16string & text); // appends CFCopyDescription's
+    void (*destroy)(object & object, doomed_objects & doomed);
+    bool (*equal)(object const & left, object const & right); // both are of this type
+    CFHashCode (*hash)(object const & object);
+    void (*describe)(object const & object, std::u16string & text); // appends CFCopyDescription's
 };
 
 // The retain count of an object that retain and release leave alone.
@@ -36,11 +36,11 @@ inline constexpr std::int64_t immortal = 0x0fffffffffffffff;
 
 // The base of every object; it stands at the object's beginning and has no virtual functions, so
 // that constants need no construction at run time.
-struct Object {
-    Type const * type;
+struct object {
+    object_type const * type;
     mutable std::atomic<std::int64_t> references;
 
-    constexpr explicit Object(Type const & its_type, std::int64_t first_references = 1)
+    constexpr explicit object(object_type const & its_type, std::int64_t first_references = 1)
         : type{&its_type}
         , references{first_references} {}
 };
@@ -54,7 +54,7 @@ void write_error_line(std::string_view text);
 
 // What the body answers. An exception, which must not reach a caller in C, traps in the name of the
 // calling function.
-template <class Body>
+template <typename Body>
 auto guarded(Body && body, char const * function = __builtin_FUNCTION()) {
     try {
         return body();
@@ -72,25 +72,25 @@ void deallocate(void * memory) noexcept;
 void * allocate_uncounted(std::size_t size);
 
 // A new object with one reference and `room` bytes behind it in the same allocation.
-template <class T, class... Arguments>
+template <typename T, typename... Arguments>
 T * create_with_room(std::size_t room, Arguments &&... arguments) {
     return ::new (allocate(sizeof(T) + room)) T{std::forward<Arguments>(arguments)...};
 }
 
-template <class T, class... Arguments>
+template <typename T, typename... Arguments>
 T * create(Arguments &&... arguments) {
     return create_with_room<T>(0, std::forward<Arguments>(arguments)...);
 }
 
-// A Type::destroy for an object that holds no other objects.
-template <class T>
-void destroy(Object & object, DoomedObjects &) {
+// An object_type::destroy for an object that holds no other objects.
+template <typename T>
+void destroy(object & object, doomed_objects &) {
     auto & whole = static_cast<T &>(object);
     whole.~T();
     deallocate(&whole);
 }
 
-inline void retain(Object const & object) noexcept {
+inline void retain(object const & object) noexcept {
     if (object.references.load(std::memory_order_relaxed) != immortal) {
         object.references.fetch_add(1, std::memory_order_relaxed);
     }
@@ -98,7 +98,7 @@ inline void retain(Object const & object) noexcept {
 
 // Gives up one reference; true if it was the last one. Whoever holds the only reference needs no
 // atomic subtraction.
-inline bool drop_reference(Object const & object) noexcept {
+inline bool drop_reference(object const & object) noexcept {
     auto const references = object.references.load(std::memory_order_acquire);
     if (references == immortal) {
         return false;
@@ -108,35 +108,35 @@ inline bool drop_reference(Object const & object) noexcept {
 
 // Objects whose last reference went while their container was destroyed. They wait here and not on
 // the stack, which makes containers of any depth safe to release.
-class DoomedObjects {
+class doomed_objects {
 public:
-    void release(Object const & object) noexcept;
-    Object * next() noexcept; // null when none is left
+    void release(object const & object) noexcept;
+    object * next() noexcept; // null when none is left
 
 private:
-    Object * first_ = nullptr;
+    object * first = nullptr;
 };
 
 // CFRelease, CFEqual and CFHash for objects known not to be null.
-void release(Object const & object);
-bool equal(Object const & left, Object const & right);
-CFHashCode hash(Object const & object);
+void release(object const & object);
+bool equal(object const & left, object const & right);
+CFHashCode hash(object const & object);
 
-inline Object const & object_of(CFTypeRef reference) {
-    return *static_cast<Object const *>(reference);
+inline object const & object_of(CFTypeRef reference) {
+    return *static_cast<object const *>(reference);
 }
 
-template <class T>
+template <typename T>
 bool is(CFTypeRef reference) {
     return object_of(reference).type == &T::class_type;
 }
 
-[[noreturn]] void trap_wrong_argument(CFTypeRef reference, Type const & wanted,
+[[noreturn]] void trap_wrong_argument(CFTypeRef reference, object_type const & wanted,
                                       char const * function);
 
 // The object behind an argument; traps in the name of the calling function if it is null or of
 // another type.
-template <class T>
+template <typename T>
 T const & checked(CFTypeRef reference, char const * function = __builtin_FUNCTION()) {
     if (reference == nullptr || !is<T>(reference)) [[unlikely]] {
         trap_wrong_argument(reference, T::class_type, function);
@@ -144,7 +144,7 @@ T const & checked(CFTypeRef reference, char const * function = __builtin_FUNCTIO
     return static_cast<T const &>(object_of(reference));
 }
 
-template <class T>
+template <typename T>
 T & checked(T * reference, char const * function = __builtin_FUNCTION()) {
     return const_cast<T &>(checked<T>(static_cast<CFTypeRef>(reference), function));
 }

@@ -8,24 +8,24 @@ namespace cf {
 
 namespace {
 
-__CFSet const & set_of(Object const & object) {
+__CFSet const & set_of(object const & object) {
     return static_cast<__CFSet const &>(object);
 }
 
-void destroy_set(Object & object, DoomedObjects & doomed) {
+void destroy_set(object & object, doomed_objects & doomed) {
     static_cast<__CFSet &>(object).members.release_all(doomed);
     destroy<__CFSet>(object, doomed);
 }
 
-bool equal_sets(Object const & left, Object const & right) {
+bool equal_sets(object const & left, object const & right) {
     return equal(set_of(left).members, set_of(right).members);
 }
 
-CFHashCode hash_set(Object const & object) {
+CFHashCode hash_set(object const & object) {
     return set_of(object).members.count();
 }
 
-void describe_set(Object const & object, std::u16string & text) {
+void describe_set(object const & object, std::u16string & text) {
     auto const & set = set_of(object);
     append_heading(text, object, "CFBasicHash");
     append_ascii(text, set.is_mutable ? "{type = mutable set" : "{type = immutable set");
@@ -43,7 +43,7 @@ void describe_set(Object const & object, std::u16string & text) {
 
 } // namespace cf
 
-constinit cf::Type const __CFSet::class_type{
+constinit cf::object_type const __CFSet::class_type{
     .id = 17,
     .name = "CFSet",
     .destroy = cf::destroy_set,
@@ -57,9 +57,9 @@ CFTypeID CFSetGetTypeID() {
 }
 
 CFMutableSetRef CFSetCreateMutable(CFAllocatorRef, CFIndex capacity,
-                                   CFSetCallBacks const * callBacks) {
+                                   CFSetCallBacks const * callbacks) {
     auto * const set =
-        cf::create<__CFSet>(cf::ElementCallbacks::from(callBacks), cf::Mutability::is_mutable);
+        cf::create<__CFSet>(cf::element_callbacks::from(callbacks), cf::mutability::is_mutable);
     set->members.reserve(capacity);
     return set;
 }

@@ -5,14 +5,14 @@
 #include "simulator/CoreFoundation/strings.hpp"
 
 // The members are the keys of the table; its values are unused.
-struct __CFSet : cf::Object {
-    static cf::Type const class_type;
+struct __CFSet : cf::object {
+    static cf::object_type const class_type;
 
-    cf::HashTable members;
+    cf::hash_table members;
     bool is_mutable;
 
-    __CFSet(cf::ElementCallbacks const & callbacks, cf::Mutability mutability)
-        : Object{class_type}
+    __CFSet(cf::element_callbacks const & callbacks, cf::mutability wanted)
+        : object{class_type}
         , members{callbacks, {}}
-        , is_mutable{mutability == cf::Mutability::is_mutable} {}
+        , is_mutable{wanted == cf::mutability::is_mutable} {}
 };

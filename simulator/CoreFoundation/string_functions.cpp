@@ -30,12 +30,12 @@ CFIndex bytes_per_unit(CFStringEncoding encoding) {
     case kCFStringEncodingUTF8:
         return 3;
     case kCFStringEncodingUTF16:
-    case kCFStringEncodingUTF16BE:
-    case kCFStringEncodingUTF16LE:
+    case utf16be_encoding:
+    case utf16le_encoding:
         return 2;
-    case kCFStringEncodingUTF32:
-    case kCFStringEncodingUTF32BE:
-    case kCFStringEncodingUTF32LE:
+    case utf32_encoding:
+    case utf32be_encoding:
+    case utf32le_encoding:
         return 4;
     default:
         return 1;
@@ -51,7 +51,7 @@ CFTypeID CFStringGetTypeID() {
 }
 
 CFStringRef CFStringCreateWithBytes(CFAllocatorRef, UInt8 const * bytes, CFIndex length,
-                                    CFStringEncoding encoding, Boolean isExternalRepresentation) {
+                                    CFStringEncoding encoding, Boolean is_external_representation) {
     if (length < 0) {
         return nullptr;
     }
@@ -60,7 +60,7 @@ CFStringRef CFStringCreateWithBytes(CFAllocatorRef, UInt8 const * bytes, CFIndex
     }
     return cf::create_from(
         {reinterpret_cast<char const *>(bytes), static_cast<std::size_t>(length)}, encoding,
-        isExternalRepresentation != 0);
+        is_external_representation != 0);
 }
 
 CFStringRef CFStringCreateCopy(CFAllocatorRef, CFStringRef string) {

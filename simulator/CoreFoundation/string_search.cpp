@@ -5,14 +5,14 @@ namespace cf {
 
 namespace {
 
-struct UpperCaseRange {
+struct upper_case_range {
     char16_t first;
     char16_t last;
     char16_t step;     // 2 where upper and lower case alternate
     char16_t distance; // to the lower case
 };
 
-constexpr UpperCaseRange upper_case_ranges[] = {
+constexpr upper_case_range upper_case_ranges[] = {
     {u'A', u'Z', 1, 32},           {u'\u00c0', u'\u00d6', 1, 32}, {u'\u00d8', u'\u00de', 1, 32},
     {u'\u0100', u'\u012e', 2, 1},  {u'\u0132', u'\u0136', 2, 1},  {u'\u0139', u'\u0147', 2, 1},
     {u'\u014a', u'\u0176', 2, 1},  {u'\u0179', u'\u017d', 2, 1},  {u'\u0391', u'\u03a1', 1, 32},
@@ -31,23 +31,23 @@ char16_t fold_case(char16_t unit) {
 }
 
 // A string's units as the options of a comparison see them.
-class Units {
+class units {
 public:
-    Units(CFStringRef string, CFStringCompareFlags options)
-        : contents_{contents_of(string)}
-        , folded_{(options & kCFCompareCaseInsensitive) != 0} {}
+    units(CFStringRef string, CFStringCompareFlags options)
+        : contents{contents_of(string)}
+        , is_folded{(options & kCFCompareCaseInsensitive) != 0} {}
 
-    std::size_t size() const { return contents_.length(); }
+    std::size_t size() const { return contents.length(); }
     char16_t operator[](std::size_t index) const {
-        return folded_ ? fold_case(contents_[index]) : contents_[index];
+        return is_folded ? fold_case(contents[index]) : contents[index];
     }
 
 private:
-    StringContents contents_;
-    bool folded_;
+    string_contents contents;
+    bool is_folded;
 };
 
-bool stands_at(Units const & text, std::size_t start, Units const & sought) {
+bool stands_at(units const & text, std::size_t start, units const & sought) {
     for (std::size_t i = 0; i < sought.size(); ++i) {
         if (text[start + i] != sought[i]) {
             return false;
@@ -56,7 +56,7 @@ bool stands_at(Units const & text, std::size_t start, Units const & sought) {
     return true;
 }
 
-CFIndex find(Units const & text, Units const & sought, CFStringCompareFlags options) {
+CFIndex find(units const & text, units const & sought, CFStringCompareFlags options) {
     if (sought.size() == 0 || sought.size() > text.size()) {
         return kCFNotFound;
     }

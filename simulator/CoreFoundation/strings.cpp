@@ -11,7 +11,7 @@ namespace cf {
 
 namespace {
 
-template <class Unit>
+template <typename Unit>
 CFStringRef fill(void * memory, std::basic_string_view<Unit> text, bool is_mutable,
                  std::int64_t references) {
     auto * const string = ::new (memory) __CFString{nullptr, static_cast<CFIndex>(text.size()),
@@ -41,7 +41,7 @@ CFHashCode never_zero(CFHashCode hash) {
     return hash == 0 ? 1 : hash;
 }
 
-CFHashCode hash_string(Object const & object) {
+CFHashCode hash_string(object const & object) {
     auto const & string = static_cast<__CFString const &>(object);
     auto hash = string.hash.load(std::memory_order_relaxed);
     if (hash == 0) {
@@ -53,14 +53,14 @@ CFHashCode hash_string(Object const & object) {
     return hash;
 }
 
-bool equal_strings(Object const & left, Object const & right) {
+bool equal_strings(object const & left, object const & right) {
     auto const one = contents_of(static_cast<CFStringRef>(&left));
     auto const other = contents_of(static_cast<CFStringRef>(&right));
     return one.is_wide() == other.is_wide() && one.ascii() == other.ascii() &&
            one.utf16() == other.utf16();
 }
 
-void describe_string(Object const & object, std::u16string & text) {
+void describe_string(object const & object, std::u16string & text) {
     append_heading(text, object, "CFString");
     append_ascii(text, "{contents = \"");
     append(text, static_cast<CFStringRef>(&object));
@@ -90,27 +90,27 @@ bool is_ascii(std::string_view text) noexcept {
     return std::ranges::none_of(text, [](char c) { return (c & 0x80) != 0; });
 }
 
-CFStringRef create_ascii_string(std::string_view text, Mutability mutability) {
-    return fill(allocate(sizeof(__CFString) + text.size()), text,
-                mutability == Mutability::is_mutable, 1);
+CFStringRef create_ascii_string(std::string_view text, mutability wanted) {
+    return fill(allocate(sizeof(__CFString) + text.size()), text, wanted == mutability::is_mutable,
+                1);
 }
 
-CFStringRef create_string(std::u16string_view text, Mutability mutability) {
+CFStringRef create_string(std::u16string_view text, mutability wanted) {
     if (is_ascii(text)) {
-        return create_ascii_string(narrowed(text), mutability);
+        return create_ascii_string(narrowed(text), wanted);
     }
     return fill(allocate(sizeof(__CFString) + text.size() * sizeof(char16_t)), text,
-                mutability == Mutability::is_mutable, 1);
+                wanted == mutability::is_mutable, 1);
 }
 
-CFStringRef create_utf8_string(std::string_view text, Mutability mutability) {
+CFStringRef create_utf8_string(std::string_view text, mutability wanted) {
     if (is_ascii(text)) {
-        return create_ascii_string(text, mutability);
+        return create_ascii_string(text, wanted);
     }
     auto const length = utf16_length(text);
     auto * const string = create_with_room<__CFString>(length * sizeof(char16_t), nullptr,
                                                        static_cast<CFIndex>(length), true,
-                                                       mutability == Mutability::is_mutable);
+                                                       wanted == mutability::is_mutable);
     auto * const storage = reinterpret_cast<char16_t *>(string + 1);
     string->storage = storage;
     if (!decode_utf8(text, storage)) {
@@ -142,7 +142,7 @@ void append_ascii(std::u16string & text, std::string_view ascii) {
 
 } // namespace cf
 
-constinit cf::Type const __CFString::class_type{
+constinit cf::object_type const __CFString::class_type{
     .id = 7,
     .name = "CFString",
     .destroy = cf::destroy<__CFString>,

@@ -7,8 +7,8 @@
 
 // The text is stored in 8 bits a character exactly if it is all ASCII, else as UTF-16; so equal
 // texts are always stored alike. The storage follows the object or is a constant.
-struct __CFString : cf::Object {
-    static cf::Type const class_type;
+struct __CFString : cf::object {
+    static cf::object_type const class_type;
 
     void const * storage;
     CFIndex length;                       // in UTF-16 code units
@@ -18,7 +18,7 @@ struct __CFString : cf::Object {
 
     constexpr __CFString(void const * text, CFIndex units, bool wide, bool can_change,
                          std::int64_t first_references = 1)
-        : Object{class_type, first_references}
+        : object{class_type, first_references}
         , storage{text}
         , length{units}
         , hash{0}
@@ -33,48 +33,47 @@ struct __CFString : cf::Object {
 
 namespace cf {
 
-enum class Mutability : bool { immutable, is_mutable };
+enum class mutability : bool { immutable, is_mutable };
 
 // A borrowed look at a string's text, or at text that may become one. Exactly one of the two views
 // holds it.
-class StringContents {
+class string_contents {
 public:
-    explicit StringContents(__CFString const & string)
-        : storage_{string.storage}
-        , length_{static_cast<std::size_t>(string.length)}
-        , is_wide_{string.is_wide} {}
-    explicit StringContents(std::string_view ascii)
-        : storage_{ascii.data()}
-        , length_{ascii.size()}
-        , is_wide_{false} {}
-    explicit StringContents(std::u16string_view utf16)
-        : storage_{utf16.data()}
-        , length_{utf16.size()}
-        , is_wide_{true} {}
+    explicit string_contents(__CFString const & string)
+        : storage{string.storage}
+        , units{static_cast<std::size_t>(string.length)}
+        , wide{string.is_wide} {}
+    explicit string_contents(std::string_view ascii)
+        : storage{ascii.data()}
+        , units{ascii.size()}
+        , wide{false} {}
+    explicit string_contents(std::u16string_view utf16)
+        : storage{utf16.data()}
+        , units{utf16.size()}
+        , wide{true} {}
 
-    bool is_wide() const { return is_wide_; }
-    std::size_t length() const { return length_; }
+    bool is_wide() const { return wide; }
+    std::size_t length() const { return units; }
 
     std::string_view ascii() const {
-        return {static_cast<char const *>(storage_), is_wide_ ? 0 : length_};
+        return {static_cast<char const *>(storage), wide ? 0 : units};
     }
     std::u16string_view utf16() const {
-        return {static_cast<char16_t const *>(storage_), is_wide_ ? length_ : 0};
+        return {static_cast<char16_t const *>(storage), wide ? units : 0};
     }
     char16_t operator[](std::size_t index) const {
-        return is_wide_
-                   ? static_cast<char16_t const *>(storage_)[index]
-                   : static_cast<char16_t>(static_cast<unsigned char const *>(storage_)[index]);
+        return wide ? static_cast<char16_t const *>(storage)[index]
+                    : static_cast<char16_t>(static_cast<unsigned char const *>(storage)[index]);
     }
 
 private:
-    void const * storage_;
-    std::size_t length_;
-    bool is_wide_;
+    void const * storage;
+    std::size_t units;
+    bool wide;
 };
 
-inline StringContents contents_of(CFStringRef string) {
-    return StringContents{*string};
+inline string_contents contents_of(CFStringRef string) {
+    return string_contents{*string};
 }
 
 // The hash of a string with this text.
@@ -87,11 +86,9 @@ bool is_ascii(std::string_view text) noexcept;
 // New strings, owned by the caller. The text of the first must be ASCII; the second takes any code
 // units, lone surrogates too; the third answers null for invalid UTF-8 and drops no byte-order
 // mark.
-CFStringRef create_ascii_string(std::string_view text,
-                                Mutability mutability = Mutability::immutable);
-CFStringRef create_string(std::u16string_view text, Mutability mutability = Mutability::immutable);
-CFStringRef create_utf8_string(std::string_view text,
-                               Mutability mutability = Mutability::immutable);
+CFStringRef create_ascii_string(std::string_view text, mutability wanted = mutability::immutable);
+CFStringRef create_string(std::u16string_view text, mutability wanted = mutability::immutable);
+CFStringRef create_utf8_string(std::string_view text, mutability wanted = mutability::immutable);
 
 // An immortal string that is never counted.
 CFStringRef create_constant_string(std::u16string_view text);

@@ -38,8 +38,8 @@ void append_base64(std::string & text, std::span<UInt8 const> bytes) {
     }
 }
 
-DecodedBase64 decode_base64(std::string_view text) {
-    DecodedBase64 result{DataBytes{text.size() / 4 * 3}, {}};
+decoded_base64 decode_base64(std::string_view text) {
+    decoded_base64 result{data_bytes{text.size() / 4 * 3}, {}};
     UInt32 group = 0;
     unsigned characters = 0;
     unsigned trailing_padding = 0;

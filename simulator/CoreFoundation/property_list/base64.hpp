@@ -14,10 +14,10 @@ void append_base64(std::string & text, std::span<UInt8 const> bytes);
 
 // Bytes from text that ends with the text or at a character beyond ASCII. Padding may end any
 // group, an incomplete last group is dropped, other characters are skipped.
-struct DecodedBase64 {
-    DataBytes bytes;
+struct decoded_base64 {
+    data_bytes bytes;
     std::optional<std::size_t> invalid_at; // where the first character beyond ASCII stands
 };
-DecodedBase64 decode_base64(std::string_view text);
+decoded_base64 decode_base64(std::string_view text);
 
 } // namespace cf

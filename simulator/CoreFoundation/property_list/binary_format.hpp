@@ -12,7 +12,7 @@ inline constexpr std::string_view header = "bplist00";
 inline constexpr std::string_view header_to_recognise = "bplist0"; // of any minor version
 
 // The last bytes: 6 unused ones, then these.
-struct Trailer {
+struct trailer {
     UInt8 offset_size;    // bytes of an entry of the offset table
     UInt8 reference_size; // bytes of a reference to an object
     std::uint64_t object_count;
@@ -22,7 +22,7 @@ struct Trailer {
 inline constexpr std::size_t trailer_size = 32;
 
 // The first byte of an object: the type in the upper half, a count or size in the lower one.
-enum Marker : UInt8 {
+enum marker : UInt8 {
     null = 0x00,
     is_false = 0x08,
     is_true = 0x09,

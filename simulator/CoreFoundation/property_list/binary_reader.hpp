@@ -9,6 +9,7 @@
 namespace cf {
 
 // The root object; null if the bytes are not a sound binary property list.
-OwnedReference read_binary_property_list(std::span<UInt8 const> bytes, PropertyListOptions options);
+owned_reference read_binary_property_list(std::span<UInt8 const> bytes,
+                                          property_list_options options);
 
 } // namespace cf

@@ -29,7 +29,7 @@ constexpr std::int64_t days_of_date(std::int64_t year, int month, int day) {
            day_of_year - days_before_2001;
 }
 
-constexpr UtcFields date_of_days(std::int64_t days) {
+constexpr utc_fields date_of_days(std::int64_t days) {
     auto const since_era_start = days + days_before_2001;
     auto const era = floor_divide(since_era_start, days_an_era);
     auto const day_of_era = since_era_start - era * days_an_era;
@@ -39,7 +39,7 @@ constexpr UtcFields date_of_days(std::int64_t days) {
         static_cast<int>(day_of_era - (365 * year_of_era + year_of_era / 4 - year_of_era / 100));
     auto const shifted_month = (5 * day_of_year + 2) / 153;
     auto const month = shifted_month < 10 ? shifted_month + 3 : shifted_month - 9;
-    UtcFields fields;
+    utc_fields fields;
     fields.year = year_of_era + era * 400 + (month <= 2 ? 1 : 0);
     fields.month = month;
     fields.day = day_of_year - (153 * shifted_month + 2) / 5 + 1;
@@ -51,7 +51,7 @@ static_assert(days_of_date(1970, 1, 1) == -11'323);
 
 } // namespace
 
-CFAbsoluteTime absolute_time(UtcFields const & fields) {
+CFAbsoluteTime absolute_time(utc_fields const & fields) {
     auto const months = std::max(fields.month, 1) - 1;
     auto const days = days_of_date(fields.year + months / 12, months % 12 + 1, fields.day);
     auto const seconds = (fields.hour * 60 + fields.minute) * 60 + fields.second;

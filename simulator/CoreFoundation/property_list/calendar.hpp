@@ -8,7 +8,7 @@
 
 namespace cf {
 
-struct UtcFields {
+struct utc_fields {
     std::int64_t year = 1;
     int month = 1;
     int day = 1;
@@ -19,7 +19,7 @@ struct UtcFields {
 
 // The moment that the fields mean. They need not be in their ranges: what is too much counts on
 // into the next larger unit, and month 0 is month 1.
-CFAbsoluteTime absolute_time(UtcFields const & fields);
+CFAbsoluteTime absolute_time(utc_fields const & fields);
 
 // The moment as YYYY-MM-DDThh:mm:ssZ, rounded down to the second. What is no moment at all or too
 // far away is written as some date.

@@ -7,15 +7,15 @@ namespace cf {
 
 namespace {
 
-OwnedReference message_string(std::string const & text) {
+owned_reference message_string(std::string const & text) {
     if (auto const * const string = create_utf8_string(text)) {
-        return OwnedReference{string};
+        return owned_reference{string};
     }
     std::u16string units;
     for (auto const character : text) {
         units.push_back(static_cast<unsigned char>(character));
     }
-    return OwnedReference{create_string(units)};
+    return owned_reference{create_string(units)};
 }
 
 } // namespace
@@ -26,12 +26,12 @@ CFErrorRef create_property_list_error(CFIndex code, std::string const & text,
     void const * keys[2] = {CFSTR("NSDebugDescription"),
                             CFSTR("kCFPropertyListOldStyleParsingError")};
     void const * values[2] = {debug_text.get(), nullptr};
-    OwnedReference old_style_error;
+    owned_reference old_style_error;
     if (old_style) {
         old_style_error.reset(create_property_list_error(code, *old_style));
         values[1] = old_style_error.get();
     }
-    OwnedReference const user_info{
+    owned_reference const user_info{
         CFDictionaryCreate(kCFAllocatorDefault, keys, values, old_style ? 2 : 1,
                            &kCFTypeDictionaryKeyCallBacks, &kCFTypeDictionaryValueCallBacks)};
     return CFErrorCreate(kCFAllocatorDefault, CFSTR("NSCocoaErrorDomain"), code,

@@ -9,7 +9,7 @@ namespace cf {
 
 // Thrown by the readers: what is wrong with the document. UTF-8, or Latin-1 where it quotes bytes
 // that are not.
-struct PropertyListSyntaxError {
+struct property_list_syntax_error {
     std::string text;
 };
 

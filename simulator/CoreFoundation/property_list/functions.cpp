@@ -14,13 +14,13 @@ namespace cf {
 
 namespace {
 
-struct ReadResult {
-    OwnedReference root;
+struct read_result {
+    owned_reference root;
     CFPropertyListFormat format;
 };
 
 // Thrown when nothing could be read.
-struct Unreadable {
+struct unreadable {
     std::string text;
     std::optional<std::string> old_style; // what the old-style parser said
 };
@@ -29,62 +29,62 @@ std::string_view characters_of(std::span<UInt8 const> bytes) {
     return {reinterpret_cast<char const *>(bytes.data()), bytes.size()};
 }
 
-// The whole document as UTF-16; throws PropertyListSyntaxError.
-std::u16string decoded(std::string_view document, DocumentEncoding const & encoding) {
+// The whole document as UTF-16; throws property_list_syntax_error.
+std::u16string decoded(std::string_view document, document_encoding const & encoding) {
     auto text = decode(document.substr(encoding.skipped), encoding.encoding, encoding.external);
     if (!text) {
-        throw PropertyListSyntaxError{"Conversion of string failed."};
+        throw property_list_syntax_error{"Conversion of string failed."};
     }
     return std::move(*text);
 }
 
-OwnedReference read_xml(std::string_view document, DocumentEncoding const & encoding,
-                        PropertyListOptions options) {
+owned_reference read_xml(std::string_view document, document_encoding const & encoding,
+                         property_list_options options) {
     if (encoding.encoding == kCFStringEncodingUTF8) {
         return read_xml_property_list(document.substr(encoding.skipped), options);
     }
     std::string utf8;
     if (!append_utf16(utf8, decoded(document, encoding))) {
-        throw PropertyListSyntaxError{"Unable to convert string to correct encoding"};
+        throw property_list_syntax_error{"Unable to convert string to correct encoding"};
     }
     return read_xml_property_list(utf8, options);
 }
 
-OwnedReference read_old_style(std::string_view document, DocumentEncoding const & encoding,
-                              PropertyListOptions options) {
+owned_reference read_old_style(std::string_view document, document_encoding const & encoding,
+                               property_list_options options) {
     auto const bytes = document.substr(encoding.skipped);
     auto const is_plain = extends_ascii(encoding.encoding) && is_ascii(bytes);
     auto const units = is_plain ? std::u16string{} : decoded(document, encoding);
-    auto const text = is_plain ? StringContents{bytes} : StringContents{units};
+    auto const text = is_plain ? string_contents{bytes} : string_contents{units};
     if (text.length() == 0) {
-        throw PropertyListSyntaxError{"Conversion of string failed. The string is empty."};
+        throw property_list_syntax_error{"Conversion of string failed. The string is empty."};
     }
     return read_old_style_property_list(text, options);
 }
 
-ReadResult read_text(std::string_view document, PropertyListOptions options) {
-    DocumentEncoding encoding{};
+read_result read_text(std::string_view document, property_list_options options) {
+    document_encoding encoding{};
     try {
         encoding = find_encoding(document);
-    } catch (PropertyListSyntaxError & error) {
-        throw Unreadable{std::move(error.text), {}};
+    } catch (property_list_syntax_error & error) {
+        throw unreadable{std::move(error.text), {}};
     }
     std::string xml_fault;
     try {
         return {read_xml(document, encoding, options), kCFPropertyListXMLFormat_v1_0};
-    } catch (PropertyListSyntaxError & error) {
+    } catch (property_list_syntax_error & error) {
         xml_fault = std::move(error.text);
     }
     try {
         return {read_old_style(document, encoding, options), kCFPropertyListOpenStepFormat};
-    } catch (PropertyListSyntaxError & error) {
-        throw Unreadable{std::move(xml_fault), std::move(error.text)};
+    } catch (property_list_syntax_error & error) {
+        throw unreadable{std::move(xml_fault), std::move(error.text)};
     }
 }
 
-ReadResult read(CFDataRef data, PropertyListOptions options) {
+read_result read(CFDataRef data, property_list_options options) {
     if (data == nullptr || CFDataGetLength(data) == 0) {
-        throw Unreadable{"Cannot parse a NULL or zero-length data", {}};
+        throw unreadable{"Cannot parse a NULL or zero-length data", {}};
     }
     auto const bytes = bytes_of(data);
     if (auto root = read_binary_property_list(bytes, options)) {
@@ -122,10 +122,10 @@ CFDataRef write(CFPropertyListRef value, CFPropertyListFormat format, CFErrorRef
     }
     auto const document = write_xml_property_list(value);
     return create_data({reinterpret_cast<UInt8 const *>(document.data()), document.size()},
-                       Mutability::is_mutable);
+                       mutability::is_mutable);
 }
 
-CFPropertyListRef read(CFDataRef data, PropertyListOptions options, CFPropertyListFormat * format,
+CFPropertyListRef read(CFDataRef data, property_list_options options, CFPropertyListFormat * format,
                        CFErrorRef * error) {
     try {
         auto result = read(data, options);
@@ -133,7 +133,7 @@ CFPropertyListRef read(CFDataRef data, PropertyListOptions options, CFPropertyLi
             *format = result.format;
         }
         return result.root.release();
-    } catch (Unreadable const & failure) {
+    } catch (unreadable const & failure) {
         store(error, kCFPropertyListReadCorruptError, failure.text, failure.old_style);
         return nullptr;
     }

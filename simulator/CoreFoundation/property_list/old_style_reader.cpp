@@ -69,19 +69,19 @@ constexpr char16_t escaped(char16_t unit) {
     }
 }
 
-class OldStyleReader {
+class old_style_reader {
 public:
-    OldStyleReader(StringContents const & text, PropertyListOptions options)
-        : text_{text}
-        , options_{options}
-        , strings_{options} {}
+    old_style_reader(string_contents const & read, property_list_options wanted)
+        : document{read}
+        , options{wanted}
+        , strings{wanted} {}
 
-    OwnedReference read() {
+    owned_reference read() {
         skip_space();
         if (at_end()) {
-            return OwnedReference{create_object_dictionary(0, Mutability::is_mutable)};
+            return owned_reference{create_object_dictionary(0, mutability::is_mutable)};
         }
-        auto const begin = at_;
+        auto const begin = position;
         auto root = read_object();
         skip_space();
         if (at_end()) {
@@ -90,15 +90,16 @@ public:
         if (!is<__CFString>(root.get())) {
             fail("Junk after plist at line");
         }
-        at_ = begin; // of a strings file: entries without braces
+        position = begin; // of a strings file: entries without braces
         return read_entries();
     }
 
 private:
-    bool at_end() const { return at_ == text_.length(); }
-    char16_t peek() const { return text_[at_]; }
+    bool at_end() const { return position == document.length(); }
+    char16_t peek() const { return document[position]; }
     bool is_at(char16_t first, char16_t second) const {
-        return text_.length() - at_ >= 2 && text_[at_] == first && text_[at_ + 1] == second;
+        return document.length() - position >= 2 && document[position] == first &&
+               document[position + 1] == second;
     }
     bool next_is(char16_t unit) {
         skip_space();
@@ -106,11 +107,11 @@ private:
     }
     bool skip_if(char16_t unit) {
         auto const found = next_is(unit);
-        at_ += found ? 1U : 0U;
+        position += found ? 1U : 0U;
         return found;
     }
 
-    std::size_t line_of(std::size_t position) const;
+    std::size_t line_of(std::size_t end) const;
     [[noreturn]] void fail(std::string_view text) const;
     [[noreturn]] void fail_at_object() const;
     [[noreturn]] void fail_in_data(std::string_view why) const;
@@ -118,82 +119,82 @@ private:
     void skip_space();
     bool skip_comment();
     bool begins_container();
-    OwnedReference read_object();
-    OwnedReference read_optional_object();
-    OwnedReference read_container();
-    OwnedReference read_array();
-    OwnedReference read_dictionary();
-    OwnedReference read_entries();
+    owned_reference read_object();
+    owned_reference read_optional_object();
+    owned_reference read_container();
+    owned_reference read_array();
+    owned_reference read_dictionary();
+    owned_reference read_entries();
     std::size_t most_bytes_of_data() const;
-    OwnedReference read_data();
-    OwnedReference read_optional_string();
+    owned_reference read_data();
+    owned_reference read_optional_string();
     CFStringRef string_of(std::size_t begin, std::size_t end);
     CFStringRef read_quoted_string();
     void read_escape(std::u16string & text);
     char16_t read_digits(std::size_t most, unsigned base);
 
-    StringContents text_;
-    PropertyListOptions options_;
-    PropertyListStrings strings_;
-    std::size_t at_ = 0;
-    std::size_t depth_ = 0;
+    string_contents document;
+    property_list_options options;
+    property_list_strings strings;
+    std::size_t position = 0;
+    std::size_t depth = 0;
 };
 
-std::size_t OldStyleReader::line_of(std::size_t position) const {
+std::size_t old_style_reader::line_of(std::size_t end) const {
     std::size_t line = 1;
-    for (std::size_t index = 0; index < position; ++index) {
+    for (std::size_t index = 0; index < end; ++index) {
         auto const is_first_of_two =
-            text_[index] == '\r' && index + 1 < text_.length() && text_[index + 1] == '\n';
-        line += is_end_of_line(text_[index]) && !is_first_of_two ? 1U : 0U;
+            document[index] == '\r' && index + 1 < document.length() && document[index + 1] == '\n';
+        line += is_end_of_line(document[index]) && !is_first_of_two ? 1U : 0U;
     }
     return line;
 }
 
-void OldStyleReader::fail(std::string_view text) const {
-    throw PropertyListSyntaxError{fmt::format("{} {}", text, line_of(at_))};
+void old_style_reader::fail(std::string_view text) const {
+    throw property_list_syntax_error{fmt::format("{} {}", text, line_of(position))};
 }
 
-void OldStyleReader::fail_at_object() const {
+void old_style_reader::fail_at_object() const {
     if (at_end()) {
-        throw PropertyListSyntaxError{"Unexpected EOF"};
+        throw property_list_syntax_error{"Unexpected EOF"};
     }
-    throw PropertyListSyntaxError{fmt::format("Unexpected character '0x{:x}' at line {}",
-                                              static_cast<unsigned>(peek()), line_of(at_))};
+    throw property_list_syntax_error{fmt::format("Unexpected character '0x{:x}' at line {}",
+                                                 static_cast<unsigned>(peek()), line_of(position))};
 }
 
-void OldStyleReader::fail_in_data(std::string_view why) const {
-    throw PropertyListSyntaxError{
-        fmt::format("Malformed data byte group at line {}; {}", line_of(at_), why)};
+void old_style_reader::fail_in_data(std::string_view why) const {
+    throw property_list_syntax_error{
+        fmt::format("Malformed data byte group at line {}; {}", line_of(position), why)};
 }
 
-bool OldStyleReader::skip_comment() {
+bool old_style_reader::skip_comment() {
     auto const is_line = is_at('/', '/');
     if (!is_line && !is_at('/', '*')) {
         return false;
     }
-    at_ += 2;
+    position += 2;
     while (!at_end() && !(is_line ? is_end_of_line(peek()) : is_at('*', '/'))) {
-        ++at_;
+        ++position;
     }
-    at_ += is_line || at_end() ? 0U : 2U;
+    position += is_line || at_end() ? 0U : 2U;
     return true;
 }
 
-void OldStyleReader::skip_space() {
+void old_style_reader::skip_space() {
     do {
         while (!at_end() && is_space(peek())) {
-            ++at_;
+            ++position;
         }
     } while (skip_comment());
 }
 
-bool OldStyleReader::begins_container() {
+bool old_style_reader::begins_container() {
     return next_is('{') || next_is('(');
 }
 
 // The object that has to stand here.
-OwnedReference OldStyleReader::read_object() {
-    if (begins_container() && depth_ == deepest_property_list) {
+owned_reference old_style_reader::read_object() {
+    if (begins_container() && depth == deepest_property_list) {
         fail("Too many nested arrays or dictionaries at line");
     }
     auto object = read_optional_object();
@@ -204,23 +205,23 @@ OwnedReference OldStyleReader::read_object() {
 }
 
 // Null if no object stands here, or one that would nest too deeply.
-OwnedReference OldStyleReader::read_optional_object() {
+owned_reference old_style_reader::read_optional_object() {
     if (begins_container()) {
-        return depth_ == deepest_property_list ? nullptr : read_container();
+        return depth == deepest_property_list ? nullptr : read_container();
     }
     return next_is('<') ? read_data() : read_optional_string();
 }
 
-OwnedReference OldStyleReader::read_container() {
-    ++depth_;
+owned_reference old_style_reader::read_container() {
+    ++depth;
     auto container = peek() == '(' ? read_array() : read_dictionary();
-    --depth_;
+    --depth;
     return container;
 }
 
-OwnedReference OldStyleReader::read_array() {
-    ++at_;
-    std::vector<OwnedReference> elements;
+owned_reference old_style_reader::read_array() {
+    ++position;
+    std::vector<owned_reference> elements;
     for (auto element = read_optional_object(); element != nullptr;
          element = skip_if(',') ? read_optional_object() : nullptr) {
         elements.push_back(std::move(element));
@@ -230,12 +231,12 @@ OwnedReference OldStyleReader::read_array() {
     }
     std::vector<CFTypeRef> references(elements.size());
     std::ranges::transform(elements, references.begin(),
-                           [](OwnedReference & element) { return element.release(); });
-    return OwnedReference{create_array_adopting(references, Mutability::is_mutable)};
+                           [](owned_reference & element) { return element.release(); });
+    return owned_reference{create_array_adopting(references, mutability::is_mutable)};
 }
 
-OwnedReference OldStyleReader::read_dictionary() {
-    ++at_;
+owned_reference old_style_reader::read_dictionary() {
+    ++position;
     auto entries = read_entries();
     if (!skip_if('}')) {
         fail("Expected terminating '}' for dictionary at line");
@@ -245,10 +246,10 @@ OwnedReference OldStyleReader::read_dictionary() {
 
 // Entries `key = value;` or `key;`, which is its own value, up to what begins no key. Of equal keys
 // the last one stays.
-OwnedReference OldStyleReader::read_entries() {
-    std::vector<OwnedReference> keys_and_values;
+owned_reference old_style_reader::read_entries() {
+    std::vector<owned_reference> keys_and_values;
     while (auto key = read_optional_string()) {
-        OwnedReference value;
+        owned_reference value;
         if (skip_if('=')) {
             value = read_object();
         } else if (next_is(';')) {
@@ -264,26 +265,26 @@ OwnedReference OldStyleReader::read_entries() {
     }
     auto const count = keys_and_values.size() / 2;
     auto * const dictionary =
-        create_object_dictionary(static_cast<CFIndex>(count), Mutability::is_mutable);
+        create_object_dictionary(static_cast<CFIndex>(count), mutability::is_mutable);
     for (std::size_t entry = 0; entry < count; ++entry) {
         set_adopting(dictionary, keys_and_values[2 * entry].release(),
                      keys_and_values[2 * entry + 1].release());
     }
-    return OwnedReference{dictionary};
+    return owned_reference{dictionary};
 }
 
-std::size_t OldStyleReader::most_bytes_of_data() const {
-    auto end = at_;
-    while (end < text_.length() && text_[end] != '>') {
+std::size_t old_style_reader::most_bytes_of_data() const {
+    auto end = position;
+    while (end < document.length() && document[end] != '>') {
         ++end;
     }
-    return (end - at_) / 2;
+    return (end - position) / 2;
 }
 
-OwnedReference OldStyleReader::read_data() {
-    ++at_;
-    DataBytes bytes{most_bytes_of_data()};
-    for (; !at_end() && peek() != '>'; ++at_) {
+owned_reference old_style_reader::read_data() {
+    ++position;
+    data_bytes bytes{most_bytes_of_data()};
+    for (; !at_end() && peek() != '>'; ++position) {
         if (is_space(peek())) {
             continue;
         }
@@ -291,7 +292,7 @@ OwnedReference OldStyleReader::read_data() {
         if (!upper) {
             fail_in_data("invalid hex");
         }
-        ++at_;
+        ++position;
         if (at_end() || is_space(peek()) || peek() == '>') {
             fail_in_data("uneven length");
         }
@@ -304,76 +305,76 @@ OwnedReference OldStyleReader::read_data() {
     if (at_end()) {
         fail("Expected terminating '>' for data at line");
     }
-    ++at_;
-    auto const mutability = options_.of_data(bytes.size() == 0);
-    return OwnedReference{create_data(std::move(bytes), mutability)};
+    ++position;
+    auto const wanted = options.of_data(bytes.size() == 0);
+    return owned_reference{create_data(std::move(bytes), wanted)};
 }
 
-OwnedReference OldStyleReader::read_optional_string() {
+owned_reference old_style_reader::read_optional_string() {
     skip_space();
     if (at_end()) {
         return nullptr;
     }
     if (peek() == '"' || peek() == '\'') {
-        return OwnedReference{read_quoted_string()};
+        return owned_reference{read_quoted_string()};
     }
-    auto const begin = at_;
+    auto const begin = position;
     while (!at_end() && is_word(peek())) {
-        ++at_;
+        ++position;
     }
-    return OwnedReference{at_ == begin ? nullptr : string_of(begin, at_)};
+    return owned_reference{position == begin ? nullptr : string_of(begin, position)};
 }
 
-CFStringRef OldStyleReader::string_of(std::size_t begin, std::size_t end) {
-    return text_.is_wide() ? strings_.from_utf16(text_.utf16().substr(begin, end - begin))
-                           : strings_.from_utf8(text_.ascii().substr(begin, end - begin));
+CFStringRef old_style_reader::string_of(std::size_t begin, std::size_t end) {
+    return document.is_wide() ? strings.from_utf16(document.utf16().substr(begin, end - begin))
+                              : strings.from_utf8(document.ascii().substr(begin, end - begin));
 }
 
-CFStringRef OldStyleReader::read_quoted_string() {
-    auto const begin = at_;
+CFStringRef old_style_reader::read_quoted_string() {
+    auto const begin = position;
     auto const quote = peek();
-    for (++at_; !at_end() && peek() != quote && peek() != '\\';) {
-        ++at_;
+    for (++position; !at_end() && peek() != quote && peek() != '\\';) {
+        ++position;
     }
     if (!at_end() && peek() == quote) {
-        return string_of(begin + 1, at_++);
+        return string_of(begin + 1, position++);
     }
     std::u16string text;
-    for (at_ = begin + 1; !at_end() && peek() != quote;) {
+    for (position = begin + 1; !at_end() && peek() != quote;) {
         if (peek() == '\\') {
             read_escape(text);
         } else {
-            text.push_back(text_[at_++]);
+            text.push_back(document[position++]);
         }
     }
     if (at_end()) {
-        at_ = begin;
+        position = begin;
         fail("Unterminated quoted string starting on line");
     }
-    ++at_;
-    return strings_.from_utf16(text);
+    ++position;
+    return strings.from_utf16(text);
 }
 
 // An escape is \ooo with up to three octal digits for a byte in the NeXTSTEP encoding, \Uxxxx with
 // up to four hexadecimal ones for a code unit, or one character.
-void OldStyleReader::read_escape(std::u16string & text) {
-    ++at_;
+void old_style_reader::read_escape(std::u16string & text) {
+    ++position;
     if (at_end()) {
         return;
     }
     if (is_octal_digit(peek())) {
         text.push_back(next_step_character(static_cast<unsigned char>(read_digits(3, 8))));
     } else if (peek() == 'U') {
-        ++at_;
+        ++position;
         text.push_back(read_digits(4, 16));
     } else {
-        text.push_back(escaped(text_[at_++]));
+        text.push_back(escaped(document[position++]));
     }
 }
 
-char16_t OldStyleReader::read_digits(std::size_t most, unsigned base) {
+char16_t old_style_reader::read_digits(std::size_t most, unsigned base) {
     unsigned value = 0;
-    for (std::size_t digits = 0; digits < most && !at_end(); ++digits, ++at_) {
+    for (std::size_t digits = 0; digits < most && !at_end(); ++digits, ++position) {
         auto const digit = hexadecimal_value(peek());
         if (!digit || *digit >= base) {
             break;
@@ -385,8 +386,8 @@ char16_t OldStyleReader::read_digits(std::size_t most, unsigned base) {
 
 } // namespace
 
-OwnedReference read_old_style_property_list(StringContents text, PropertyListOptions options) {
-    return OldStyleReader{text, options}.read();
+owned_reference read_old_style_property_list(string_contents text, property_list_options options) {
+    return old_style_reader{text, options}.read();
 }
 
 } // namespace cf

@@ -7,7 +7,7 @@
 namespace cf {
 
 // The root object; a text of nothing but white space and comments is an empty dictionary. Throws
-// PropertyListSyntaxError.
-OwnedReference read_old_style_property_list(StringContents text, PropertyListOptions options);
+// property_list_syntax_error.
+owned_reference read_old_style_property_list(string_contents text, property_list_options options);
 
 } // namespace cf

@@ -5,24 +5,24 @@
 
 namespace cf {
 
-struct PropertyListOptions {
+struct property_list_options {
     CFOptionFlags flags = kCFPropertyListImmutable;
 
     // In a binary document. In an old-style one every container is mutable.
-    Mutability of_container() const {
-        return flags == kCFPropertyListImmutable ? Mutability::immutable : Mutability::is_mutable;
+    mutability of_container() const {
+        return flags == kCFPropertyListImmutable ? mutability::immutable : mutability::is_mutable;
     }
     // In an XML document only empty containers are really immutable.
-    Mutability of_xml_container(bool is_empty) const {
-        return is_empty ? of_container() : Mutability::is_mutable;
+    mutability of_xml_container(bool is_empty) const {
+        return is_empty ? of_container() : mutability::is_mutable;
     }
-    Mutability of_leaf() const {
-        return (flags & kCFPropertyListMutableContainersAndLeaves) != 0 ? Mutability::is_mutable
-                                                                        : Mutability::immutable;
+    mutability of_leaf() const {
+        return (flags & kCFPropertyListMutableContainersAndLeaves) != 0 ? mutability::is_mutable
+                                                                        : mutability::immutable;
     }
     // Empty data has a byte pointer only if it is mutable, and what was read has one.
-    Mutability of_data(bool is_empty) const {
-        return is_empty ? Mutability::is_mutable : of_leaf();
+    mutability of_data(bool is_empty) const {
+        return is_empty ? mutability::is_mutable : of_leaf();
     }
 };
 

@@ -7,11 +7,11 @@
 
 namespace cf {
 
-struct ReleaseReference {
+struct release_reference {
     void operator()(void const * object) const noexcept { release(object_of(object)); }
 };
 
 // Adopts the reference that it is made from and releases it; get() lends it, release() hands it on.
-using OwnedReference = std::unique_ptr<void const, ReleaseReference>;
+using owned_reference = std::unique_ptr<void const, release_reference>;
 
 } // namespace cf

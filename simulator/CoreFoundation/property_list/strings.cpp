@@ -24,18 +24,18 @@ CFStringRef retained(CFStringRef string) {
 
 } // namespace
 
-PropertyListStrings::~PropertyListStrings() {
-    for (auto const & slot : slots_) {
+property_list_strings::~property_list_strings() {
+    for (auto const & slot : table) {
         if (slot.string != nullptr) {
             release(*slot.string);
         }
     }
 }
 
-void PropertyListStrings::grow() {
-    std::vector<Slot> larger(std::max(first_slots, slots_.size() * 2));
+void property_list_strings::grow() {
+    std::vector<string_slot> larger(std::max(first_slots, table.size() * 2));
     auto const mask = larger.size() - 1;
-    for (auto const & slot : slots_) {
+    for (auto const & slot : table) {
         if (slot.string != nullptr) {
             auto index = slot.hash & mask;
             while (larger[index].string != nullptr) {
@@ -44,34 +44,34 @@ void PropertyListStrings::grow() {
             larger[index] = slot;
         }
     }
-    slots_ = std::move(larger);
+    table = std::move(larger);
 }
 
 // The slot that has the text, or is free for it.
-template <class Text>
-PropertyListStrings::Slot & PropertyListStrings::slot_of(Text text, CFHashCode hash) {
-    if (count_ * 2 >= slots_.size()) {
+template <typename Text>
+property_list_strings::string_slot & property_list_strings::slot_of(Text text, CFHashCode hash) {
+    if (taken * 2 >= table.size()) {
         grow();
     }
-    auto const mask = slots_.size() - 1;
+    auto const mask = table.size() - 1;
     auto index = hash & mask;
-    while (slots_[index].string != nullptr &&
-           !(slots_[index].hash == hash && holds(slots_[index].string, text))) {
+    while (table[index].string != nullptr &&
+           !(table[index].hash == hash && holds(table[index].string, text))) {
         index = (index + 1) & mask;
     }
-    return slots_[index];
+    return table[index];
 }
 
-CFStringRef PropertyListStrings::add(Slot & slot, CFStringRef string, CFHashCode hash) {
+CFStringRef property_list_strings::add(string_slot & slot, CFStringRef string, CFHashCode hash) {
     string->hash.store(hash, std::memory_order_relaxed);
     slot = {hash, string};
-    ++count_;
+    ++taken;
     return retained(string);
 }
 
-CFStringRef PropertyListStrings::from_ascii(std::string_view text) {
-    if (mutability_ == Mutability::is_mutable) {
-        return create_ascii_string(text, mutability_);
+CFStringRef property_list_strings::from_ascii(std::string_view text) {
+    if (wanted == mutability::is_mutable) {
+        return create_ascii_string(text, wanted);
     }
     auto const hash = hash_of_ascii(text);
     auto & slot = slot_of(text, hash);
@@ -79,20 +79,20 @@ CFStringRef PropertyListStrings::from_ascii(std::string_view text) {
                                   : add(slot, create_ascii_string(text), hash);
 }
 
-CFStringRef PropertyListStrings::from_utf16(std::u16string_view text) {
+CFStringRef property_list_strings::from_utf16(std::u16string_view text) {
     if (std::ranges::all_of(text, [](char16_t unit) { return unit < 0x80; })) {
         return from_ascii(std::string{text.begin(), text.end()});
     }
-    return only(create_string(text, mutability_));
+    return only(create_string(text, wanted));
 }
 
-CFStringRef PropertyListStrings::from_utf8(std::string_view text) {
-    return is_ascii(text) ? from_ascii(text) : only(create_utf8_string(text, mutability_));
+CFStringRef property_list_strings::from_utf8(std::string_view text) {
+    return is_ascii(text) ? from_ascii(text) : only(create_utf8_string(text, wanted));
 }
 
 // Takes a new string beyond ASCII, or null.
-CFStringRef PropertyListStrings::only(CFStringRef string) {
-    if (string == nullptr || mutability_ == Mutability::is_mutable) {
+CFStringRef property_list_strings::only(CFStringRef string) {
+    if (string == nullptr || wanted == mutability::is_mutable) {
         return string;
     }
     auto const text = contents_of(string).utf16();

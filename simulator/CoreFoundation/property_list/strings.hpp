@@ -7,13 +7,13 @@
 
 namespace cf {
 
-class PropertyListStrings {
+class property_list_strings {
 public:
-    explicit PropertyListStrings(PropertyListOptions options)
-        : mutability_{options.of_leaf()} {}
-    PropertyListStrings(PropertyListStrings const &) = delete;
-    PropertyListStrings & operator=(PropertyListStrings const &) = delete;
-    ~PropertyListStrings();
+    explicit property_list_strings(property_list_options options)
+        : wanted{options.of_leaf()} {}
+    property_list_strings(property_list_strings const &) = delete;
+    property_list_strings & operator=(property_list_strings const &) = delete;
+    ~property_list_strings();
 
     // The string with this text, one reference of it owned by the caller; null if the text is not
     // valid UTF-8.
@@ -21,21 +21,21 @@ public:
     CFStringRef from_utf16(std::u16string_view text);
 
 private:
-    struct Slot {
+    struct string_slot {
         CFHashCode hash = 0;
         CFStringRef string = nullptr; // null: the slot is free
     };
 
-    template <class Text>
-    Slot & slot_of(Text text, CFHashCode hash);
+    template <typename Text>
+    string_slot & slot_of(Text text, CFHashCode hash);
     CFStringRef only(CFStringRef string);
-    CFStringRef add(Slot & slot, CFStringRef string, CFHashCode hash);
+    CFStringRef add(string_slot & slot, CFStringRef string, CFHashCode hash);
     CFStringRef from_ascii(std::string_view text);
     void grow();
 
-    Mutability mutability_;
-    std::size_t count_ = 0;
-    std::vector<Slot> slots_; // a power of two of them, at most half of them taken
+    mutability wanted;
+    std::size_t taken = 0;
+    std::vector<string_slot> table; // a power of two of them, at most half of them taken
 };
 
 } // namespace cf

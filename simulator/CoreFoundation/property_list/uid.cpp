@@ -9,29 +9,29 @@ namespace cf {
 
 namespace {
 
-UInt32 value_of(Object const & object) {
-    return static_cast<KeyedArchiverUid const &>(object).value;
+UInt32 value_of(object const & object) {
+    return static_cast<keyed_archiver_uid const &>(object).value;
 }
 
-bool equal_uids(Object const & left, Object const & right) {
+bool equal_uids(object const & left, object const & right) {
     return value_of(left) == value_of(right);
 }
 
-CFHashCode hash_uid(Object const & object) {
+CFHashCode hash_uid(object const & object) {
     return value_of(object);
 }
 
-void describe_uid(Object const & object, std::u16string & text) {
+void describe_uid(object const & object, std::u16string & text) {
     append_heading(text, object, "CFKeyedArchiverUID");
     append_ascii(text, fmt::format("{{value = {}}}", value_of(object)));
 }
 
 } // namespace
 
-constinit Type const KeyedArchiverUid::class_type{
+constinit object_type const keyed_archiver_uid::class_type{
     .id = 41,
     .name = "CFKeyedArchiverUID",
-    .destroy = destroy<KeyedArchiverUid>,
+    .destroy = destroy<keyed_archiver_uid>,
     .equal = equal_uids,
     .hash = hash_uid,
     .describe = describe_uid,

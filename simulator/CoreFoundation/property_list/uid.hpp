@@ -5,13 +5,13 @@
 
 namespace cf {
 
-struct KeyedArchiverUid : Object {
-    static Type const class_type;
+struct keyed_archiver_uid : object {
+    static object_type const class_type;
 
     UInt32 value;
 
-    explicit KeyedArchiverUid(UInt32 its_value)
-        : Object{class_type}
+    explicit keyed_archiver_uid(UInt32 its_value)
+        : object{class_type}
         , value{its_value} {}
 };
 

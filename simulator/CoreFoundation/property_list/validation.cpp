@@ -18,29 +18,29 @@ namespace {
 // XML repeats a container wherever it is referred to; more than this is refused.
 constexpr unsigned most_repetitions = 1537;
 
-struct Fault {
+struct fault {
     std::string text;
 };
 
 bool is_leaf(CFTypeID type) {
     return type == CFStringGetTypeID() || type == CFNumberGetTypeID() ||
            type == CFBooleanGetTypeID() || type == CFDataGetTypeID() || type == CFDateGetTypeID() ||
-           type == KeyedArchiverUid::class_type.id;
+           type == keyed_archiver_uid::class_type.id;
 }
 
 // Walks the containers with a stack of its own, so that no nesting is too deep.
-class Validator {
+class validator {
 public:
     void check(CFPropertyListRef root) {
         if (root == nullptr) {
-            throw Fault{"property lists cannot contain NULL"};
+            throw fault{"property lists cannot contain NULL"};
         }
         check_element(root);
-        while (!pending_.empty()) {
-            auto const step = pending_.back();
-            pending_.pop_back();
+        while (!pending.empty()) {
+            auto const step = pending.back();
+            pending.pop_back();
             if (step.leaves) {
-                visits_[step.container].is_open = false;
+                visited[step.container].is_open = false;
             } else {
                 enter(step.container);
             }
@@ -48,26 +48,26 @@ public:
     }
 
 private:
-    struct Step {
+    struct walk_step {
         CFTypeRef container;
         bool leaves;
     };
-    struct Visits {
+    struct container_visits {
         unsigned count = 0;
         bool is_open = false;
     };
 
     void enter(CFTypeRef container) {
-        auto & visits = visits_[container];
+        auto & visits = visited[container];
         if (visits.is_open) {
-            throw Fault{"property lists cannot contain recursive container references"};
+            throw fault{"property lists cannot contain recursive container references"};
         }
         if (++visits.count > most_repetitions) {
-            throw Fault{"Too many nested arrays or dictionaries please use "
+            throw fault{"Too many nested arrays or dictionaries please use "
                         "kCFPropertyListBinaryFormat_v1_0 instead which supports references"};
         }
         visits.is_open = true;
-        pending_.push_back({container, true});
+        pending.push_back({container, true});
         if (is<__CFArray>(container)) {
             check_elements(static_cast<CFArrayRef>(container));
         } else {
@@ -78,7 +78,7 @@ private:
     void check_elements(CFArrayRef array) {
         for (auto const * const element : values_of(array)) {
             if (element == nullptr) {
-                throw Fault{"property list arrays cannot contain NULL"};
+                throw fault{"property list arrays cannot contain NULL"};
             }
             check_element(element);
         }
@@ -87,15 +87,15 @@ private:
     void check_entries(CFDictionaryRef dictionary) {
         for_each_entry(dictionary, [&](void const * key, void const * value) {
             if (key == nullptr) {
-                throw Fault{"property list dictionaries cannot contain NULL keys"};
+                throw fault{"property list dictionaries cannot contain NULL keys"};
             }
             if (!is<__CFString>(key)) {
-                throw Fault{fmt::format("property list dictionaries may only have keys which are "
+                throw fault{fmt::format("property list dictionaries may only have keys which are "
                                         "CFStrings, not '{}'",
                                         object_of(key).type->name)};
             }
             if (value == nullptr) {
-                throw Fault{"property list dictionaries cannot contain NULL values"};
+                throw fault{"property list dictionaries cannot contain NULL values"};
             }
             check_element(value);
         });
@@ -108,24 +108,24 @@ private:
                 is_array ? values_of(static_cast<CFArrayRef>(element)).empty()
                          : CFDictionaryGetCount(static_cast<CFDictionaryRef>(element)) == 0;
             if (!is_empty) {
-                pending_.push_back({element, false});
+                pending.push_back({element, false});
             }
         } else if (!is_leaf(object_of(element).type->id)) {
-            throw Fault{fmt::format("property lists cannot contain objects of type '{}'",
+            throw fault{fmt::format("property lists cannot contain objects of type '{}'",
                                     object_of(element).type->name)};
         }
     }
 
-    std::vector<Step> pending_;
-    std::unordered_map<CFTypeRef, Visits> visits_;
+    std::vector<walk_step> pending;
+    std::unordered_map<CFTypeRef, container_visits> visited;
 };
 
 } // namespace
 
 std::optional<std::string> property_list_fault(CFPropertyListRef root) {
     try {
-        Validator{}.check(root);
-    } catch (Fault const & fault) {
+        validator{}.check(root);
+    } catch (fault const & fault) {
         return fmt::format("Property list invalid for format: {} ({})",
                            CFPropertyListFormat{kCFPropertyListXMLFormat_v1_0}, fault.text);
     }

@@ -5,7 +5,7 @@
 
 namespace cf {
 
-CFDataRef read_xml_data(XmlScanner & scanner, PropertyListOptions options) {
+CFDataRef read_xml_data(xml_scanner & scanner, property_list_options options) {
     auto start = scanner;
     auto decoded = decode_base64(scanner.take_until('<'));
     if (decoded.invalid_at) {
@@ -13,8 +13,8 @@ CFDataRef read_xml_data(XmlScanner & scanner, PropertyListOptions options) {
         start.fail(fmt::format("Could not interpret <data> on line {} (invalid character 0x{:02X})",
                                start.line(), static_cast<unsigned char>(start.peek())));
     }
-    auto const mutability = options.of_data(decoded.bytes.size() == 0);
-    return create_data(std::move(decoded.bytes), mutability);
+    auto const wanted = options.of_data(decoded.bytes.size() == 0);
+    return create_data(std::move(decoded.bytes), wanted);
 }
 
 } // namespace cf

@@ -34,8 +34,8 @@ std::optional<int> read_two_digits(std::string_view & text) {
 }
 
 // Reads YYYY-MM-DDThh:mm:ssZ with any number of year digits.
-std::optional<UtcFields> read_fields(std::string_view text) {
-    UtcFields fields;
+std::optional<utc_fields> read_fields(std::string_view text) {
+    utc_fields fields;
     auto const is_negative = text.starts_with('-');
     text.remove_prefix(is_negative ? 1 : 0);
     auto const year = read_year(text);
@@ -43,15 +43,15 @@ std::optional<UtcFields> read_fields(std::string_view text) {
         return {};
     }
     fields.year = is_negative ? -*year : *year;
-    struct Part {
+    struct part {
         char separator;
-        int UtcFields::*field;
+        int utc_fields::*field;
     };
-    constexpr Part parts[] = {{'-', &UtcFields::month},
-                              {'-', &UtcFields::day},
-                              {'T', &UtcFields::hour},
-                              {':', &UtcFields::minute},
-                              {':', &UtcFields::second}};
+    constexpr part parts[] = {{'-', &utc_fields::month},
+                              {'-', &utc_fields::day},
+                              {'T', &utc_fields::hour},
+                              {':', &utc_fields::minute},
+                              {':', &utc_fields::second}};
     for (auto const & part : parts) {
         if (!text.starts_with(part.separator)) {
             return {};
@@ -68,7 +68,7 @@ std::optional<UtcFields> read_fields(std::string_view text) {
 
 } // namespace
 
-CFDateRef read_xml_date(XmlScanner & scanner) {
+CFDateRef read_xml_date(xml_scanner & scanner) {
     auto const fields = read_fields(scanner.take_until('<'));
     if (!fields) {
         scanner.fail_on_line("Could not interpret <date> at line");

@@ -14,69 +14,69 @@ namespace {
 
 using namespace std::string_view_literals;
 
-struct ByteOrderMark {
+struct byte_order_mark {
     std::string_view bytes;
-    DocumentEncoding encoding;
+    document_encoding encoding;
 };
 
 // A longer mark stands before the one that it begins with. That of UTF-32 is known only in
 // little-endian order.
-constexpr ByteOrderMark byte_order_marks[] = {
+constexpr byte_order_mark byte_order_marks[] = {
     {"\xef\xbb\xbf"sv, {kCFStringEncodingUTF8, 3, false}},
-    {"\xff\xfe\0\0"sv, {kCFStringEncodingUTF32, 0, true}},
+    {"\xff\xfe\0\0"sv, {utf32_encoding, 0, true}},
     {"\xff\xfe"sv, {kCFStringEncodingUTF16, 0, true}},
     {"\xfe\xff"sv, {kCFStringEncodingUTF16, 0, true}},
 };
 
-struct EncodingName {
+struct encoding_name {
     std::string_view name; // in lower case
     CFStringEncoding encoding;
 };
 
-constexpr EncodingName encoding_names[] = {
+constexpr encoding_name encoding_names[] = {
     {"ascii", kCFStringEncodingASCII},
-    {"cp1252", kCFStringEncodingWindowsLatin1},
+    {"cp1252", windows_latin1_encoding},
     {"iso-8859-1", kCFStringEncodingISOLatin1},
     {"iso8859-1", kCFStringEncodingISOLatin1},
     {"iso_8859-1", kCFStringEncodingISOLatin1},
     {"latin1", kCFStringEncodingISOLatin1},
     {"us-ascii", kCFStringEncodingASCII},
     {"utf-16", kCFStringEncodingUTF16},
-    {"utf-16be", kCFStringEncodingUTF16BE},
-    {"utf-16le", kCFStringEncodingUTF16LE},
-    {"utf-32", kCFStringEncodingUTF32},
-    {"utf-32be", kCFStringEncodingUTF32BE},
-    {"utf-32le", kCFStringEncodingUTF32LE},
+    {"utf-16be", utf16be_encoding},
+    {"utf-16le", utf16le_encoding},
+    {"utf-32", utf32_encoding},
+    {"utf-32be", utf32be_encoding},
+    {"utf-32le", utf32le_encoding},
     {"utf-8", kCFStringEncodingUTF8},
     {"utf8", kCFStringEncodingUTF8},
-    {"windows-1252", kCFStringEncodingWindowsLatin1},
+    {"windows-1252", windows_latin1_encoding},
 };
 
 constexpr auto declaration = "<?xml"sv;
 constexpr auto declaration_end = "?>"sv;
 constexpr auto attribute = "encoding="sv;
 
-constexpr DocumentEncoding utf8 = {kCFStringEncodingUTF8, 0, false};
+constexpr document_encoding utf8 = {kCFStringEncodingUTF8, 0, false};
 
-DocumentEncoding named_encoding(std::string_view name) {
+document_encoding named_encoding(std::string_view name) {
     std::string lower{name};
     std::ranges::transform(lower, lower.begin(), [](char character) {
         return character >= 'A' && character <= 'Z' ? static_cast<char>(character - 'A' + 'a')
                                                     : character;
     });
-    auto const * const found = std::ranges::find(encoding_names, lower, &EncodingName::name);
+    auto const * const found = std::ranges::find(encoding_names, lower, &encoding_name::name);
     if (found == std::end(encoding_names)) {
-        throw PropertyListSyntaxError{fmt::format("Encountered unknown encoding ({})", name)};
+        throw property_list_syntax_error{fmt::format("Encountered unknown encoding ({})", name)};
     }
     return {found->encoding, 0, true};
 }
 
 [[noreturn]] void throw_end_of_buffer() {
-    throw PropertyListSyntaxError{"End of buffer while looking for encoding name"};
+    throw property_list_syntax_error{"End of buffer while looking for encoding name"};
 }
 
 // The value of the attribute at the beginning of the text.
-DocumentEncoding declared_encoding(std::string_view text) {
+document_encoding declared_encoding(std::string_view text) {
     text.remove_prefix(attribute.size());
     if (text.empty()) {
         throw_end_of_buffer();
@@ -93,7 +93,7 @@ DocumentEncoding declared_encoding(std::string_view text) {
 }
 
 // The declaration is searched only where a whole attribute could still stand.
-DocumentEncoding encoding_of_declaration(std::string_view document) {
+document_encoding encoding_of_declaration(std::string_view document) {
     auto const end = document.find(declaration_end);
     if (document == declaration || end == document.size() - declaration_end.size()) {
         return utf8; // nothing follows, so that the encoding does not matter
@@ -112,16 +112,15 @@ DocumentEncoding encoding_of_declaration(std::string_view document) {
 
 } // namespace
 
-DocumentEncoding find_encoding(std::string_view document) {
+document_encoding find_encoding(std::string_view document) {
     for (auto const & mark : byte_order_marks) {
         if (document.starts_with(mark.bytes)) {
             return mark.encoding;
         }
     }
     if (document.size() > 2 && (document[0] == '\0' || document[1] == '\0')) {
-        auto const host_order = std::endian::native == std::endian::little
-                                    ? kCFStringEncodingUTF16LE
-                                    : kCFStringEncodingUTF16BE;
+        auto const host_order =
+            std::endian::native == std::endian::little ? utf16le_encoding : utf16be_encoding;
         return {host_order, 2, false};
     }
     return document.starts_with(declaration) ? encoding_of_declaration(document) : utf8;

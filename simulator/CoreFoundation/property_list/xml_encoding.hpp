@@ -8,14 +8,14 @@
 
 namespace cf {
 
-struct DocumentEncoding {
+struct document_encoding {
     CFStringEncoding encoding;
     std::size_t skipped; // bytes before the text
     bool external;       // whether the text begins with a byte-order mark of its own
 };
 
 // Decided by the byte-order mark, else by zero bytes, else by the XML declaration, else UTF-8.
-// Throws PropertyListSyntaxError if the declaration names an unknown encoding or is too short.
-DocumentEncoding find_encoding(std::string_view document);
+// Throws property_list_syntax_error if the declaration names an unknown encoding or is too short.
+document_encoding find_encoding(std::string_view document);
 
 } // namespace cf

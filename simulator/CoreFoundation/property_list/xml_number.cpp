@@ -34,11 +34,11 @@ bool is_large(std::string_view number) {
 
 std::optional<double> special_real(std::string_view text) {
     constexpr auto infinity = std::numeric_limits<double>::infinity();
-    struct Special {
+    struct special {
         std::string_view name;
         double value;
     };
-    constexpr Special specials[] = {
+    constexpr special specials[] = {
         {"nan", std::numeric_limits<double>::quiet_NaN()},
         {"inf", infinity},
         {"+inf", infinity},
@@ -84,14 +84,14 @@ std::optional<double> real_value(std::string_view text) {
     return value;
 }
 
-[[noreturn]] void fail_at_integer_character(XmlScanner const & scanner) {
+[[noreturn]] void fail_at_integer_character(xml_scanner const & scanner) {
     scanner.fail(fmt::format("Unknown character '{}' (0x{:x}) in <integer> on line {}",
                              scanner.character(), static_cast<unsigned char>(scanner.peek()),
                              scanner.line()));
 }
 
 // The digits up to the next tag.
-std::uint64_t read_magnitude(XmlScanner & scanner, bool is_negative) {
+std::uint64_t read_magnitude(xml_scanner & scanner, bool is_negative) {
     constexpr auto largest = std::numeric_limits<std::uint64_t>::max();
     auto const limit = is_negative ? std::uint64_t{1} << 63 : largest;
     auto const is_hexadecimal = scanner.skip_if("0x") || scanner.skip_if("0X");
@@ -116,7 +116,7 @@ std::uint64_t read_magnitude(XmlScanner & scanner, bool is_negative) {
 
 } // namespace
 
-CFNumberRef read_xml_integer(XmlScanner & scanner) {
+CFNumberRef read_xml_integer(xml_scanner & scanner) {
     scanner.skip_space();
     auto const is_negative = scanner.skip_if("-");
     if (!is_negative) {
@@ -131,7 +131,7 @@ CFNumberRef read_xml_integer(XmlScanner & scanner) {
                : create_integer(static_cast<std::int64_t>(magnitude));
 }
 
-CFNumberRef read_xml_real(XmlScanner & scanner) {
+CFNumberRef read_xml_real(xml_scanner & scanner) {
     scanner.skip_space();
     auto const value = real_value(scanner.take_until('<'));
     if (!value) {

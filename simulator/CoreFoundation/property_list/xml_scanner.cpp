@@ -8,18 +8,18 @@
 
 namespace cf {
 
-std::size_t XmlScanner::line() const {
+std::size_t xml_scanner::line() const {
     std::size_t lines = 1;
-    for (auto const * character = begin_; character != current_; ++character) {
+    for (auto const * character = begin; character != current; ++character) {
         auto const ends_line =
             *character == '\n' ||
-            (*character == '\r' && (character + 1 == end_ || character[1] != '\n'));
+            (*character == '\r' && (character + 1 == end || character[1] != '\n'));
         lines += ends_line ? 1 : 0;
     }
     return lines;
 }
 
-std::string XmlScanner::character() const {
+std::string xml_scanner::character() const {
     for (std::size_t length = 1; length <= std::min<std::size_t>(left(), 4); ++length) {
         std::u16string units;
         if (append_utf8(units, rest().substr(0, length))) {
@@ -31,15 +31,15 @@ std::string XmlScanner::character() const {
     return text;
 }
 
-void XmlScanner::fail(std::string text) const {
-    throw PropertyListSyntaxError{std::move(text)};
+void xml_scanner::fail(std::string text) const {
+    throw property_list_syntax_error{std::move(text)};
 }
 
-void XmlScanner::fail_on_line(std::string_view text) const {
+void xml_scanner::fail_on_line(std::string_view text) const {
     fail(fmt::format("{} {}", text, line()));
 }
 
-void XmlScanner::fail_at_end() const {
+void xml_scanner::fail_at_end() const {
     fail("Encountered unexpected EOF");
 }
 

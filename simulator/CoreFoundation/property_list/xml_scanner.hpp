@@ -9,19 +9,19 @@
 
 namespace cf {
 
-class XmlScanner {
+class xml_scanner {
 public:
     // The document is UTF-8 that need not be valid.
-    explicit XmlScanner(std::string_view document)
-        : begin_{document.data()}
-        , current_{document.data()}
-        , end_{document.data() + document.size()} {}
+    explicit xml_scanner(std::string_view document)
+        : begin{document.data()}
+        , current{document.data()}
+        , end{document.data() + document.size()} {}
 
-    bool at_end() const { return current_ == end_; }
-    char peek() const { return *current_; }
-    std::string_view rest() const { return {current_, left()}; }
-    std::size_t left() const { return static_cast<std::size_t>(end_ - current_); }
-    void skip(std::size_t count) { current_ += count; }
+    bool at_end() const { return current == end; }
+    char peek() const { return *current; }
+    std::string_view rest() const { return {current, left()}; }
+    std::size_t left() const { return static_cast<std::size_t>(end - current); }
+    void skip(std::size_t count) { current += count; }
     bool skip_if(std::string_view text) {
         if (!rest().starts_with(text)) {
             return false;
@@ -31,15 +31,15 @@ public:
     }
     void skip_space() {
         while (!at_end() && is_space(peek())) {
-            ++current_;
+            ++current;
         }
     }
     // The text before the character, which becomes the current one; or all the rest.
     std::string_view take_until(char character) {
         auto const * const found =
-            static_cast<char const *>(std::memchr(current_, character, left()));
+            static_cast<char const *>(std::memchr(current, character, left()));
         auto const taken =
-            rest().substr(0, static_cast<std::size_t>((found ? found : end_) - current_));
+            rest().substr(0, static_cast<std::size_t>((found ? found : end) - current));
         skip(taken.size());
         return taken;
     }
@@ -54,16 +54,16 @@ public:
     // The current character, for a message.
     std::string character() const;
 
-    // Throw PropertyListSyntaxError. The text of the second ends with the number of the current
+    // Throw property_list_syntax_error. The text of the second ends with the number of the current
     // line.
     [[noreturn]] void fail(std::string text) const;
     [[noreturn]] void fail_on_line(std::string_view text) const;
     [[noreturn]] void fail_at_end() const;
 
 private:
-    char const * begin_;
-    char const * current_;
-    char const * end_;
+    char const * begin;
+    char const * current;
+    char const * end;
 };
 
 } // namespace cf

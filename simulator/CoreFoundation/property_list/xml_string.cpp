@@ -9,21 +9,21 @@ namespace {
 constexpr std::string_view cdata_opening = "<![CDATA[";
 constexpr std::string_view cdata_closing = "]]>";
 
-struct NamedEntity {
+struct named_entity {
     std::string_view name;
     char character;
 };
-constexpr NamedEntity named_entities[] = {
+constexpr named_entity named_entities[] = {
     {"lt;", '<'}, {"gt;", '>'}, {"amp;", '&'}, {"apos;", '\''}, {"quot;", '"'}};
 
 constexpr std::size_t longest_code_point = 8; // digits
 
-[[noreturn]] void fail_at_entity(XmlScanner const & scanner) {
+[[noreturn]] void fail_at_entity(xml_scanner const & scanner) {
     scanner.fail_on_line("Encountered unknown ampersand-escape sequence at line");
 }
 
 // Behind "&#"; no digits at all mean the code point 0.
-void read_numeric_entity(XmlScanner & scanner, std::string & text) {
+void read_numeric_entity(xml_scanner & scanner, std::string & text) {
     auto const base = scanner.skip_if("x") ? 16U : 10U;
     char32_t code_point = 0;
     for (std::size_t digits = 0; !scanner.skip_if(";"); ++digits) {
@@ -43,7 +43,7 @@ void read_numeric_entity(XmlScanner & scanner, std::string & text) {
     append_code_point(text, code_point);
 }
 
-void read_entity(XmlScanner & scanner, std::string & text) {
+void read_entity(xml_scanner & scanner, std::string & text) {
     scanner.skip(1);
     if (scanner.skip_if("#")) {
         read_numeric_entity(scanner, text);
@@ -61,7 +61,7 @@ void read_entity(XmlScanner & scanner, std::string & text) {
     fail_at_entity(scanner);
 }
 
-void read_cdata(XmlScanner & scanner, std::string & text) {
+void read_cdata(xml_scanner & scanner, std::string & text) {
     if (!scanner.skip_if(cdata_opening)) {
         if (cdata_opening.starts_with(scanner.rest())) {
             scanner.fail_at_end();
@@ -77,7 +77,7 @@ void read_cdata(XmlScanner & scanner, std::string & text) {
 }
 
 // Drops a byte-order mark at the beginning of the text, also one from an entity or CDATA.
-CFStringRef create_text(PropertyListStrings & strings, std::string_view text) {
+CFStringRef create_text(property_list_strings & strings, std::string_view text) {
     constexpr std::string_view mark{"\xef\xbb\xbf"};
     text.remove_prefix(text.starts_with(mark) ? mark.size() : 0);
     return strings.from_utf8(text);
@@ -89,7 +89,7 @@ bool is_markup_of_text(std::string_view rest) {
 
 } // namespace
 
-CFStringRef read_xml_string(XmlScanner & scanner, PropertyListStrings & strings) {
+CFStringRef read_xml_string(xml_scanner & scanner, property_list_strings & strings) {
     auto const rest = scanner.rest();
     auto const plain = rest.substr(0, rest.find_first_of("<&"));
     scanner.skip(plain.size());

@@ -22,11 +22,11 @@ inline std::optional<unsigned> digit_value(char character, unsigned base) {
 }
 
 // Each reads up to the next tag and answers a new object, owned by the caller. They throw
-// PropertyListSyntaxError.
-CFStringRef read_xml_string(XmlScanner & scanner, PropertyListStrings & strings);
-CFDataRef read_xml_data(XmlScanner & scanner, PropertyListOptions options);
-CFDateRef read_xml_date(XmlScanner & scanner);
-CFNumberRef read_xml_integer(XmlScanner & scanner);
-CFNumberRef read_xml_real(XmlScanner & scanner);
+// property_list_syntax_error.
+CFStringRef read_xml_string(xml_scanner & scanner, property_list_strings & strings);
+CFDataRef read_xml_data(xml_scanner & scanner, property_list_options options);
+CFDateRef read_xml_date(xml_scanner & scanner);
+CFNumberRef read_xml_integer(xml_scanner & scanner);
+CFNumberRef read_xml_real(xml_scanner & scanner);
 
 } // namespace cf

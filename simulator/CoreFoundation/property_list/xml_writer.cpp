@@ -70,37 +70,37 @@ std::size_t chunk_length(std::u16string_view text) {
 }
 
 // Walks the containers with a stack of its own, so that no nesting is too deep.
-class XmlWriter {
+class xml_writer {
 public:
     std::string write(CFPropertyListRef root) {
-        text_ = opening;
+        output = opening;
         write_value(root);
-        while (!frames_.empty()) {
-            auto & frame = frames_.back();
+        while (!frames.empty()) {
+            auto & frame = frames.back();
             if (frame.next == frame.end) {
                 close_container();
             } else if (frame.is_dictionary) {
-                auto const entry = entries_[frame.next++];
+                auto const entry = entries[frame.next++];
                 indent();
-                text_ += "<key>";
+                output += "<key>";
                 write_text(entry.key);
-                text_ += "</key>\n";
+                output += "</key>\n";
                 write_value(entry.value);
             } else {
                 write_value(values_of(static_cast<CFArrayRef>(frame.container))[frame.next++]);
             }
         }
-        text_ += closing;
-        return std::move(text_);
+        output += closing;
+        return std::move(output);
     }
 
 private:
-    struct Entry {
+    struct dictionary_entry {
         CFStringRef key;
         CFTypeRef value;
     };
-    // A container under way: an array's elements, or its part of entries_ for a dictionary.
-    struct Frame {
+    // A container under way: an array's elements, or its part of entries for a dictionary.
+    struct container_frame {
         CFTypeRef container;
         bool is_dictionary;
         std::size_t begin;
@@ -108,14 +108,14 @@ private:
         std::size_t end;
     };
 
-    void indent() { text_.append(frames_.size(), '\t'); }
+    void indent() { output.append(frames.size(), '\t'); }
 
     void write_value(CFTypeRef value) {
         indent();
         if (is<__CFString>(value)) {
-            text_ += "<string>";
+            output += "<string>";
             write_text(static_cast<CFStringRef>(value));
-            text_ += "</string>\n";
+            output += "</string>\n";
         } else if (is<__CFNumber>(value)) {
             write_number(*static_cast<CFNumberRef>(value));
         } else if (is<__CFDictionary>(value)) {
@@ -124,49 +124,49 @@ private:
             open_array(static_cast<CFArrayRef>(value));
         } else if (is<__CFData>(value)) {
             write_data(bytes_of(static_cast<CFDataRef>(value)));
-        } else if (is<KeyedArchiverUid>(value)) {
-            write_uid(static_cast<KeyedArchiverUid const *>(value)->value);
+        } else if (is<keyed_archiver_uid>(value)) {
+            write_uid(static_cast<keyed_archiver_uid const *>(value)->value);
         } else if (CFGetTypeID(value) == CFDateGetTypeID()) {
-            text_ += "<date>";
-            text_ += utc_text(CFDateGetAbsoluteTime(static_cast<CFDateRef>(value)));
-            text_ += "</date>\n";
+            output += "<date>";
+            output += utc_text(CFDateGetAbsoluteTime(static_cast<CFDateRef>(value)));
+            output += "</date>\n";
         } else {
-            text_ += value == kCFBooleanTrue ? "<true/>\n" : "<false/>\n";
+            output += value == kCFBooleanTrue ? "<true/>\n" : "<false/>\n";
         }
     }
 
     void write_number(__CFNumber const & number) {
-        text_ += number.is_real() ? "<real>" : "<integer>";
-        text_ += decimal_text(number);
-        text_ += number.is_real() ? "</real>\n" : "</integer>\n";
+        output += number.is_real() ? "<real>" : "<integer>";
+        output += decimal_text(number);
+        output += number.is_real() ? "</real>\n" : "</integer>\n";
     }
 
     void write_uid(UInt32 value) {
-        auto const tabs = frames_.size();
-        text_ += "<dict>\n";
-        text_.append(tabs + 1, '\t');
-        text_ += "<key>CF$UID</key>\n";
-        text_.append(tabs + 1, '\t');
-        text_ += "<integer>";
-        text_ += std::to_string(value);
-        text_ += "</integer>\n";
+        auto const tabs = frames.size();
+        output += "<dict>\n";
+        output.append(tabs + 1, '\t');
+        output += "<key>CF$UID</key>\n";
+        output.append(tabs + 1, '\t');
+        output += "<integer>";
+        output += std::to_string(value);
+        output += "</integer>\n";
         indent();
-        text_ += "</dict>\n";
+        output += "</dict>\n";
     }
 
     void write_data(std::span<UInt8 const> bytes) {
-        auto const tabs = std::min(frames_.size(), deepest_base64_indent);
+        auto const tabs = std::min(frames.size(), deepest_base64_indent);
         auto const bytes_a_line = (base64_line - base64_tab * tabs) / 4 * 3;
-        text_ += "<data>\n";
+        output += "<data>\n";
         while (!bytes.empty()) {
             auto const line = bytes.first(std::min(bytes.size(), bytes_a_line));
-            text_.append(tabs, '\t');
-            append_base64(text_, line);
-            text_ += '\n';
+            output.append(tabs, '\t');
+            append_base64(output, line);
+            output += '\n';
             bytes = bytes.subspan(line.size());
         }
         indent();
-        text_ += "</data>\n";
+        output += "</data>\n";
     }
 
     void write_text(CFStringRef string) {
@@ -183,18 +183,18 @@ private:
         for (std::size_t index = 0; index < text.size(); ++index) {
             auto const escape = escape_of(static_cast<unsigned char>(text[index]));
             if (!escape.empty()) {
-                text_ += text.substr(written, index - written);
-                text_ += escape;
+                output += text.substr(written, index - written);
+                output += escape;
                 written = index + 1;
             }
         }
-        text_ += text.substr(written);
+        output += text.substr(written);
     }
 
     void write_wide_text(std::u16string_view text) {
         while (!text.empty()) {
             if (auto const escape = escape_of(text.front()); !escape.empty()) {
-                text_ += escape;
+                output += escape;
                 text.remove_prefix(1);
                 continue;
             }
@@ -209,58 +209,59 @@ private:
     void write_chunk(std::u16string_view chunk) {
         auto const * const wide_part =
             std::ranges::find_if(chunk, [](char16_t unit) { return unit >= 0x80; });
-        text_.append(chunk.begin(), wide_part);
-        auto const written = text_.size();
-        if (!append_utf16(text_, {wide_part, chunk.end()})) {
-            text_.resize(written);
+        output.append(chunk.begin(), wide_part);
+        auto const written = output.size();
+        if (!append_utf16(output, {wide_part, chunk.end()})) {
+            output.resize(written);
         }
     }
 
     void open_array(CFArrayRef array) {
         auto const count = values_of(array).size();
         if (count == 0) {
-            text_ += "<array/>\n";
+            output += "<array/>\n";
             return;
         }
-        text_ += "<array>\n";
-        frames_.push_back({array, false, 0, 0, count});
+        output += "<array>\n";
+        frames.push_back({array, false, 0, 0, count});
     }
 
     void open_dictionary(CFDictionaryRef dictionary) {
-        auto const begin = entries_.size();
+        auto const begin = entries.size();
         for_each_entry(dictionary, [&](void const * key, void const * value) {
-            entries_.push_back({static_cast<CFStringRef>(key), value});
+            entries.push_back({static_cast<CFStringRef>(key), value});
         });
-        if (entries_.size() == begin) {
-            text_ += "<dict/>\n";
+        if (entries.size() == begin) {
+            output += "<dict/>\n";
             return;
         }
-        std::sort(
-            entries_.begin() + static_cast<std::ptrdiff_t>(begin), entries_.end(),
-            [](Entry const & left, Entry const & right) { return precedes(left.key, right.key); });
-        text_ += "<dict>\n";
-        frames_.push_back({dictionary, true, begin, begin, entries_.size()});
+        std::sort(entries.begin() + static_cast<std::ptrdiff_t>(begin), entries.end(),
+                  [](dictionary_entry const & left, dictionary_entry const & right) {
+                      return precedes(left.key, right.key);
+                  });
+        output += "<dict>\n";
+        frames.push_back({dictionary, true, begin, begin, entries.size()});
     }
 
     void close_container() {
-        auto const frame = frames_.back();
-        frames_.pop_back();
+        auto const frame = frames.back();
+        frames.pop_back();
         if (frame.is_dictionary) {
-            entries_.resize(frame.begin);
+            entries.resize(frame.begin);
         }
         indent();
-        text_ += frame.is_dictionary ? "</dict>\n" : "</array>\n";
+        output += frame.is_dictionary ? "</dict>\n" : "</array>\n";
     }
 
-    std::string text_;
-    std::vector<Frame> frames_;
-    std::vector<Entry> entries_; // of the dictionaries under way, each sorted by key
+    std::string output;
+    std::vector<container_frame> frames;
+    std::vector<dictionary_entry> entries; // of the dictionaries under way, each sorted by key
 };
 
 } // namespace
 
 std::string write_xml_property_list(CFPropertyListRef root) {
-    return XmlWriter{}.write(root);
+    return xml_writer{}.write(root);
 }
 
 } // namespace cf
