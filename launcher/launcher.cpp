@@ -1,8 +1,8 @@
 // qnrescue.exe: loads the platform's libraries and libqnrescuelib.dll, and runs the tool in it.
 #include "launcher/console.hpp"
 #include "launcher/internal_error_document.hpp"
-#include "launcher/permanent_library.hpp"
-#include "launcher/platform_libraries.hpp"
+#include "launcher/load_library.hpp"
+#include "launcher/load_platform_libraries.hpp"
 #include "launcher/printable_text.hpp"
 #include "launcher/windows_places.hpp"
 #include "support/filesystem.hpp"

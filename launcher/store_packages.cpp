@@ -1,7 +1,7 @@
 #include "launcher/store_packages.hpp"
 
 #include "launcher/registry_keys.hpp"
-#include "launcher/registry_text.hpp"
+#include "launcher/registry.hpp"
 
 #include <windows.h>
 

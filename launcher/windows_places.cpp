@@ -1,7 +1,7 @@
 #include "launcher/windows_places.hpp"
 
 #include "launcher/environment_variables.hpp"
-#include "launcher/registry_text.hpp"
+#include "launcher/registry.hpp"
 #include "support/win/win32_error.hpp"
 
 #include <windows.h>

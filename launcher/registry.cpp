@@ -1,4 +1,4 @@
-#include "launcher/registry_text.hpp"
+#include "launcher/registry.hpp"
 
 #include "launcher/environment_variables.hpp"
 #include "launcher/registry_library.hpp"

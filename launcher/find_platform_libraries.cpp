@@ -1,4 +1,4 @@
-#include "launcher/installed_libraries.hpp"
+#include "launcher/find_platform_libraries.hpp"
 
 #include "launcher/store_packages.hpp"
 #include "launcher/windows_places.hpp"

@@ -1,8 +1,8 @@
-#include "launcher/platform_libraries.hpp"
+#include "launcher/load_platform_libraries.hpp"
 
 #include "launcher/forwarded_names.hpp"
-#include "launcher/installed_libraries.hpp"
-#include "launcher/permanent_library.hpp"
+#include "launcher/find_platform_libraries.hpp"
+#include "launcher/load_library.hpp"
 #include "support/win/win32_error.hpp"
 
 #include <windows.h>

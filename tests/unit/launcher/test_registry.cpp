@@ -1,4 +1,4 @@
-#include "launcher/registry_text.hpp"
+#include "launcher/registry.hpp"
 
 #include "support/win/error_category.hpp"
 

@@ -1,4 +1,4 @@
-#include "launcher/permanent_library.hpp"
+#include "launcher/load_library.hpp"
 
 #include "launcher/load_obstacle.hpp"
 #include "launcher/windows_places.hpp"
