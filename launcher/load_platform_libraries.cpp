@@ -1,7 +1,7 @@
 #include "launcher/load_platform_libraries.hpp"
 
-#include "launcher/forwarded_names.hpp"
 #include "launcher/find_platform_libraries.hpp"
+#include "launcher/forwarded_names.hpp"
 #include "launcher/load_library.hpp"
 #include "support/win/win32_error.hpp"
 

@@ -1,6 +1,5 @@
 #include "launcher/store_packages.hpp"
 
-#include "launcher/registry_keys.hpp"
 #include "launcher/registry.hpp"
 
 #include <windows.h>

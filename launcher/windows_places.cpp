@@ -1,6 +1,5 @@
 #include "launcher/windows_places.hpp"
 
-#include "launcher/environment_variables.hpp"
 #include "launcher/registry.hpp"
 #include "support/win/win32_error.hpp"
 
