@@ -1,6 +1,6 @@
 #pragma once
 
-#include "QNRescue/cf_ownership.hpp"
+#include "platform/cf_ownership.hpp"
 #include "platform/MobileDevice.h"
 #include "support/identifiers/ecid.hpp"
 #include "support/identifiers/serial_number.hpp"

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "QNRescue/cf_ownership.hpp"
+#include "platform/cf_ownership.hpp"
 
 #include <boost/asio/any_io_executor.hpp>
 #ifdef _WIN32

@@ -1,6 +1,6 @@
 #include "QNRescue/restore_vocabulary.hpp"
 
-#include "QNRescue/cf_ownership.hpp"
+#include "platform/cf_ownership.hpp"
 #include "QNRescue/error_domain.hpp"
 #include "QNRescue/qnrescue.h"
 

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "QNRescue/cf_ownership.hpp"
+#include "platform/cf_ownership.hpp"
 
 namespace qnrescue {
 

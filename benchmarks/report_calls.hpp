@@ -1,7 +1,7 @@
 // The platform's calls that a report passes through on its way to the output, and nothing else.
 #pragma once
 
-#include "QNRescue/cf_ownership.hpp"
+#include "platform/cf_ownership.hpp"
 
 #include <cstdint>
 #include <string>

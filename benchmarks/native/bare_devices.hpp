@@ -2,7 +2,7 @@
 // the device library's; all but what the notifier needs answer zero or null.
 #pragma once
 
-#include "QNRescue/cf_ownership.hpp"
+#include "platform/cf_ownership.hpp"
 #include "platform/MobileDevice.h"
 
 #include <cstdint>

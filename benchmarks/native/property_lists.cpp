@@ -1,5 +1,5 @@
 // Writing and reading XML, by the simulator's CoreFoundation and by libplist.
-#include "QNRescue/cf_ownership.hpp"
+#include "platform/cf_ownership.hpp"
 
 #include <benchmark/benchmark.h>
 #include <plist/plist.h>

@@ -1,5 +1,5 @@
 // The least that a list of devices costs: registers, unregisters and prints one document.
-#include "QNRescue/cf_ownership.hpp"
+#include "platform/cf_ownership.hpp"
 #include "platform/MobileDevice.h"
 
 #include <cstdio>

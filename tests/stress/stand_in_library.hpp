@@ -1,7 +1,7 @@
 // A device library that does what a test tells it to, in place of the simulator.
 #pragma once
 
-#include "QNRescue/cf_ownership.hpp"
+#include "platform/cf_ownership.hpp"
 #include "platform/MobileDevice.h"
 
 #include <cstdint>

@@ -1,6 +1,6 @@
 #include "QNRescue/qnrescue.h"
 
-#include "QNRescue/cf_ownership.hpp"
+#include "platform/cf_ownership.hpp"
 #include "QNRescue/error_domain.hpp"
 #include "tests/unit/helpers/expected_restore_texts.hpp"
 

@@ -1,7 +1,7 @@
 // Short ways to make CoreFoundation objects for tests, and to compare them.
 #pragma once
 
-#include "QNRescue/cf_ownership.hpp"
+#include "platform/cf_ownership.hpp"
 
 #include <cstdint>
 #include <initializer_list>

@@ -1,6 +1,6 @@
 #include "tests/unit/helpers/simulated_devices.hpp"
 
-#include "QNRescue/cf_ownership.hpp"
+#include "platform/cf_ownership.hpp"
 #include "tests/unit/helpers/temporary_folder.hpp"
 
 #include <boost/filesystem/fstream.hpp>

@@ -1,4 +1,4 @@
-#include "QNRescue/cf_ownership.hpp"
+#include "platform/cf_ownership.hpp"
 
 #include "tests/unit/helpers/objects.hpp"
 
