@@ -5,7 +5,7 @@
 #include "QNRescue/error_domain.hpp"
 #include "QNRescue/live_contexts.hpp"
 #include "QNRescue/qnrescue.h"
-#include "QNRescue/sanitize_for_xml.hpp"
+#include "QNRescue/restore_report.hpp"
 #include "QNRescue/wait_in_slices.hpp"
 
 #include <boost/filesystem/operations.hpp>
@@ -25,50 +25,6 @@ constexpr auto source_unit = "QNRescue/RestorableDeviceHandler";
 
 std::int64_t whole_seconds(std::chrono::nanoseconds duration) {
     return std::chrono::duration_cast<std::chrono::seconds>(duration).count();
-}
-
-// --- Restore reports
-
-CFStringRef const status_key = CFSTR("Status");
-CFStringRef const operation_key = CFSTR("Operation");
-CFStringRef const progress_key = CFSTR("Progress");
-CFStringRef const operation_name_key = CFSTR("QN_OperationName");
-CFStringRef const report_type = CFSTR("RestoreStatus");
-
-constexpr operation_type no_operation{0};
-constexpr operation_type booting{9};
-
-struct restore_report {
-    std::string status;
-    operation_type operation;
-    std::int64_t progress;
-};
-
-template <typename Number>
-std::optional<Number> number_of(CFDictionaryRef dictionary, CFStringRef key, CFNumberType type) {
-    auto const value = CFDictionaryGetValue(dictionary, key);
-    Number number = 0;
-    if (!is_a(value, CFNumberGetTypeID()) ||
-        !CFNumberGetValue(static_cast<CFNumberRef>(value), type, &number)) {
-        return std::nullopt;
-    }
-    return number;
-}
-
-std::optional<std::string> text_of(CFDictionaryRef dictionary, CFStringRef key) {
-    auto const value = CFDictionaryGetValue(dictionary, key);
-    return is_a(value, CFStringGetTypeID()) ? to_utf8(static_cast<CFStringRef>(value))
-                                            : std::nullopt;
-}
-
-std::optional<restore_report> read_report(CFDictionaryRef statusDict) {
-    auto const status = text_of(statusDict, status_key);
-    auto const operation = number_of<std::int32_t>(statusDict, operation_key, kCFNumberSInt32Type);
-    auto const progress = number_of<std::int64_t>(statusDict, progress_key, kCFNumberSInt64Type);
-    if (!status || !operation || !progress) {
-        return std::nullopt;
-    }
-    return restore_report{*status, operation_type{*operation}, *progress};
 }
 
 } // namespace
@@ -386,37 +342,21 @@ void device_notifier_state::handleReport(CFDictionaryRef statusDict) {
     }
     debug("{}: status {}, operation {}, progress {}", function, report->status, report->operation,
           report->progress);
-    relayReport(statusDict, report->operation);
+    if (auto const printable = printable_report(statusDict, report->operation)) {
+        outputter->print_value(CFSTR("RestoreStatus"), printable.get());
+    } else {
+        debug("{}: Could not convert statusDict", function);
+    }
 
     // The worker goes on as soon as the promise is set: the report is queued by then.
-    if (report->operation == no_operation && report->progress == 100) {
+    if (completes_restore(*report)) {
         debug("{}: Notifying restore complete", function);
         setComplete();
     }
-    if (operation == command_kind::enter_restore_mode && report->operation == booting) {
+    if (completes_restore_mode_entry(*report, operation)) {
         debug("{}: Notifying enter restore mode complete", function);
         setComplete();
     }
-}
-
-void device_notifier_state::relayReport(CFDictionaryRef statusDict, operation_type step) {
-    auto const printable = sanitize_for_xml(statusDict, on_error::skip);
-    auto const report =
-        is_a(printable.get(), CFDictionaryGetTypeID())
-            ? adopt(CFDictionaryCreateMutableCopy(kCFAllocatorDefault, 0,
-                                                  static_cast<CFDictionaryRef>(printable.get())))
-            : nullptr;
-    if (!report) {
-        debug("{}: Could not convert statusDict", "restoreCallback");
-        return;
-    }
-    if (step != no_operation) {
-        auto const name = adopt(AMRLocalizedCopyStringForAMROperation(static_cast<int>(step)));
-        if (name) {
-            CFDictionarySetValue(report.get(), operation_name_key, name.get());
-        }
-    }
-    outputter->print_value(report_type, report.get());
 }
 
 void device_notifier_state::setComplete() {

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "platform/cf_ownership.hpp"
+#include "QNRescue/command_kind.hpp"
 #include "QNRescue/output_state.hpp"
 #include "QNRescue/restore_vocabulary.hpp"
 #include "platform/MobileDevice.h"
@@ -18,16 +19,6 @@
 #include <unordered_map>
 
 namespace qnrescue {
-
-// The command that a run carries out.
-enum class command_kind : std::uint32_t {
-    list_devices = 0,
-    device_info = 1,
-    exit_recovery = 2,
-    no_exit_recovery = 3,
-    restore = 4,
-    enter_restore_mode = 5, // a restore that is complete once the device boots into restore mode
-};
 
 // One run of the tool: the attached restorable devices, the command, its target and time-outs, and
 // the scratch directory, which is removed with this object. The caller sets the public members
@@ -102,7 +93,6 @@ private:
     void commandRecoveryDevice(AMRestorableDeviceRef device);
     void setAutoBoot(AMRecoveryModeDeviceRef recoveryDevice, bool autoBoot);
     void handleReport(CFDictionaryRef statusDict);
-    void relayReport(CFDictionaryRef statusDict, operation_type step);
     void setComplete();
 };
 
