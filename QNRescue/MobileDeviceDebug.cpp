@@ -51,12 +51,12 @@ void print_dump(output_str_state & output, text_dump const & dump) {
 }
 
 void print_imp_AMRLocalizedCopyStringForAMRError(std::shared_ptr<output_str_state> output) {
-    assert_output(output, "print_imp_AMRLocalizedCopyStringForAMRError");
+    assert_output(output, __func__);
     print_dump(*output, error_dump);
 }
 
 void print_imp_AMRLocalizedCopyStringForAMROperation(std::shared_ptr<output_str_state> output) {
-    assert_output(output, "print_imp_AMRLocalizedCopyStringForAMROperation");
+    assert_output(output, __func__);
     print_dump(*output, operation_dump);
 }
 

@@ -8,15 +8,17 @@
 #include "support/filesystem.hpp"
 #include "support/identifiers/ecid.hpp"
 
+#include <fmt/format.h>
+
 #include <chrono>
 #include <condition_variable>
-#include <cstdint>
 #include <future>
 #include <memory>
 #include <mutex>
 #include <optional>
 #include <string>
 #include <unordered_map>
+#include <utility>
 
 namespace qnrescue {
 
@@ -81,17 +83,17 @@ public:
 
 private:
     template <typename... Arguments>
-    void debug(fmt::format_string<Arguments...> format, Arguments &&... arguments);
+    void debug(fmt::format_string<Arguments...> format, Arguments &&... arguments) {
+        outputter->print_debug(fmt::format(format, std::forward<Arguments>(arguments)...));
+    }
 
     void warmUp();
-    void enableFileLogging(QN::filesystem::path const & path);
     void handleNotification(AMRestorableDeviceRef device, AMRestorableDeviceNotificationType type);
     void connected(QN::ecid const & ecid, AMRestorableDeviceRef device);
     void disconnected(QN::ecid const & ecid);
     void listDevices();
     void operateOnDevice();
     void commandRecoveryDevice(AMRestorableDeviceRef device);
-    void setAutoBoot(AMRecoveryModeDeviceRef recoveryDevice, bool autoBoot);
     void handleReport(CFDictionaryRef statusDict);
     void setComplete();
 };

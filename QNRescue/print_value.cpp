@@ -15,13 +15,12 @@ CFStringRef const value_key = CFSTR("Value");
 } // namespace
 
 void output_str_state::print_value(CFStringRef type, CFTypeRef value) {
-    constexpr auto function = "print_value";
     if (type == nullptr || CFStringGetLength(type) == 0 || value == nullptr) {
-        print_debug(fmt::format("{}: invalid argument", function));
+        print_debug(fmt::format("{}: invalid argument", __func__));
         return;
     }
     if (!is_valid_property_list(value, kCFPropertyListXMLFormat_v1_0)) {
-        print_debug(fmt::format("{}: object not valid for XML plist", function));
+        print_debug(fmt::format("{}: object not valid for XML plist", __func__));
         return;
     }
     auto const document = make_mutable_dictionary();
@@ -35,7 +34,7 @@ void output_str_state::print_value(CFStringRef type, CFTypeRef value) {
                                                      kCFPropertyListXMLFormat_v1_0, 0, &failure));
     if (!data) {
         auto const error = adopt(failure);
-        print_debug(fmt::format("{}: CFPropertyListCreateData failed - {}", function,
+        print_debug(fmt::format("{}: CFPropertyListCreateData failed - {}", __func__,
                                 error ? MakeDescription(error.get()) : "unknown"));
         return;
     }
@@ -43,7 +42,7 @@ void output_str_state::print_value(CFStringRef type, CFTypeRef value) {
         adopt(CFStringCreateWithBytes(kCFAllocatorDefault, CFDataGetBytePtr(data.get()),
                                       CFDataGetLength(data.get()), kCFStringEncodingUTF8, false));
     if (!text) {
-        print_debug(fmt::format("{}: CFStringCreateWithBytes failed - unknown", function));
+        print_debug(fmt::format("{}: CFStringCreateWithBytes failed - unknown", __func__));
         return;
     }
     print(MakeString(text.get()));
@@ -55,14 +54,13 @@ void output_str_state::print_value(message_type const & message) {
 }
 
 void output_str_state::print_formatted_error(CFErrorRef error) {
-    constexpr auto function = "print_formatted_error";
     if (error == nullptr) {
-        print_debug(fmt::format("{}: invalid argument", function));
+        print_debug(fmt::format("{}: invalid argument", __func__));
         return;
     }
     auto const dictionary = DictionaryFromError(error);
     if (!dictionary) {
-        print_debug(fmt::format("{}: could not create error dict", function));
+        print_debug(fmt::format("{}: could not create error dict", __func__));
         return;
     }
     print_value(CFSTR("InternalError"), dictionary.get());

@@ -21,7 +21,6 @@ SUBJECTS = {
     "QNRescue/test_out_of_memory.cpp": "every function of the tool may run out of memory",
     "QNRescue/test_output_allocation.cpp": "replaces the operators that allocate",
     "QNRescue/test_platform_failures.cpp": "the platform fails everywhere",
-    "QNRescue/test_restore.cpp": "the dispatcher and the notifier restore together",
     "QNRescue/test_unusual_platform_values.cpp": "the linker replaces functions of the platform",
     "support/file/test_missing_handles.cpp": "replaces the function that opens files",
     "support/file/test_opening.cpp": "files of both kinds open and close alike",
