@@ -11,7 +11,6 @@
 #include <algorithm>
 #include <chrono>
 #include <new>
-#include <thread>
 #include <utility>
 #include <vector>
 
@@ -27,8 +26,10 @@ constexpr auto source_unit = "QNRescue/RestorableDeviceHandler";
 
 device_notifier_state::device_notifier_state(std::shared_ptr<output_str_state> output,
                                              std::optional<QN::filesystem::path> amrLogFile,
-                                             std::optional<QN::filesystem::path> scratch)
-    : outputter(std::move(output)) {
+                                             std::optional<QN::filesystem::path> scratch,
+                                             wait_clock & time)
+    : outputter(std::move(output))
+    , clock(time) {
     assert_that(outputter != nullptr, source_unit, __func__, "this->outputter");
     debug("{}: initializing", __func__);
     scratchLocation = scratch && !scratch->empty() ? *std::move(scratch) : new_scratch_location();
@@ -111,10 +112,8 @@ void device_notifier_state::waitForCompletion() {
 }
 
 void device_notifier_state::listDevices() {
-    wait_in_slices(detectTimeout, [](auto slice_end) {
-        while (std::chrono::steady_clock::now() < slice_end) { // a sleep may end a little early
-            std::this_thread::sleep_until(slice_end);
-        }
+    wait_in_slices(clock, detectTimeout, [this](auto slice_end) {
+        clock.sleep_until(slice_end);
         return false;
     });
     std::lock_guard const lock(mutex);

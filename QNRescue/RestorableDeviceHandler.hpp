@@ -4,6 +4,7 @@
 #include "QNRescue/command_kind.hpp"
 #include "QNRescue/output_state.hpp"
 #include "QNRescue/restore_vocabulary.hpp"
+#include "QNRescue/wait_clock.hpp"
 #include "platform/MobileDevice.h"
 #include "support/filesystem.hpp"
 #include "support/identifiers/ecid.hpp"
@@ -32,7 +33,8 @@ public:
     // system has no temporary directory or no random digits.
     device_notifier_state(std::shared_ptr<output_str_state> output,
                           std::optional<QN::filesystem::path> amrLogFile,
-                          std::optional<QN::filesystem::path> scratch);
+                          std::optional<QN::filesystem::path> scratch,
+                          wait_clock & clock = steady_wait_clock());
     // Waits for callbacks that are under way; later ones do nothing. Throws std::invalid_argument
     // where scratchLocation is empty, which ends the process where a shared_ptr holds the object.
     ~device_notifier_state() noexcept(false);
@@ -96,6 +98,8 @@ private:
     void commandRecoveryDevice(AMRestorableDeviceRef device);
     void handleReport(CFDictionaryRef statusDict);
     void setComplete();
+
+    wait_clock & clock;
 };
 
 } // namespace qnrescue

@@ -76,8 +76,11 @@ std::shared_ptr<_AMRestorableDevice> device_notifier_state::waitForDevice(QN::ec
     std::unique_lock lock(mutex);
     if (!devices.contains(sought)) {
         debug("{}: Waiting for device '{}'", __func__, sought);
-        wait_in_slices(detectTimeout, [&](auto slice_end) {
-            return condition.wait_until(lock, slice_end, [&] { return devices.contains(sought); });
+        wait_in_slices(clock, detectTimeout, [&](auto slice_end) {
+            while (!devices.contains(sought) && clock.now() < slice_end) {
+                clock.wait_until(condition, lock, slice_end);
+            }
+            return devices.contains(sought);
         });
     }
     auto const entry = devices.find(sought);

@@ -45,8 +45,8 @@ void device_notifier_state::operateRestore(AMRestorableDeviceRef device) {
     restoreComplete = std::promise<void>();
     auto const complete = restoreComplete.get_future();
     AMRestorableDeviceRestore(device, restoreOptions.get(), restoreCallback, this);
-    bool const in_time = wait_in_slices(restoreTimeout, [&](auto slice_end) {
-        return complete.wait_until(slice_end) == std::future_status::ready;
+    bool const in_time = wait_in_slices(clock, restoreTimeout, [&](auto slice_end) {
+        return clock.wait_until(complete, slice_end);
     });
     if (!in_time) {
         auto const error = CreateDomainError(

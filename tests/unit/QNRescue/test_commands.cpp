@@ -1,8 +1,8 @@
-// What each command does with its device, from the options to the documents.
-#include "tests/unit/QNRescue/notifier_devices.hpp"
 #include "tests/unit/helpers/assertion_text.hpp"
-#include "tests/unit/helpers/notifier_run.hpp"
+#include "tests/unit/helpers/fake_clock.hpp"
 #include "tests/unit/helpers/simulated_devices.hpp"
+#include "tests/unit/helpers/notifier_run.hpp"
+#include "tests/unit/QNRescue/notifier_devices.hpp"
 
 #include <gtest/gtest.h>
 
@@ -19,7 +19,9 @@ using strings = std::vector<std::string>;
 // A run that is to carry out a command for a device.
 struct command_run : notifier_run {
     explicit command_run(command_kind kind, std::string const & name,
-                         std::optional<std::uint64_t> ecid = std::nullopt) {
+                         std::optional<std::uint64_t> ecid = std::nullopt,
+                         wait_clock & clock = steady_wait_clock())
+        : notifier_run(clock) {
         notifier.operation = kind;
         notifier.operationName = name;
         if (ecid) {
@@ -68,22 +70,31 @@ strings listed_ecids(command_run & run) {
 }
 
 TEST(ListDevices, InTheOrderOfTheirEcids) {
-    command_run run(command_kind::list_devices, "list-devices");
-    run.notifier.detectTimeout = 1s;
-    auto const before = std::chrono::steady_clock::now();
+    constexpr std::uint64_t attached[] = {in_strange_state, dfu_device, twice_there,
+                                          recovery_device, restore_os_device};
+    constexpr std::uint64_t not_restorable[] = {booted_device, device_without_ecid};
+    fake_clock clock;
+    command_run run(command_kind::list_devices, "list-devices", std::nullopt, clock);
+    run.notifier.detectTimeout = 30h;
+    for (auto const ecid : not_restorable) {
+        clock.at(1h, [&, ecid] { run.notify(device_with(ecid)); });
+    }
+    for (auto const ecid : attached) { // in the last moment
+        clock.at(30h, [&, ecid] { run.notify(device_with(ecid)); });
+    }
     EXPECT_EQ(run.error(), (tool_error{0, ""}));
-    EXPECT_GE(std::chrono::steady_clock::now() - before, 1s);
+    EXPECT_EQ(clock.passed(), 30h);
     auto const ecids = listed_ecids(run);
     EXPECT_TRUE(std::ranges::is_sorted(ecids));
     auto const count = [&](std::uint64_t ecid) {
         return std::ranges::count(ecids, fmt::format("{:016X}", ecid));
     };
-    for (auto const ecid :
-         {recovery_device, dfu_device, restore_os_device, twice_there, in_strange_state}) {
+    for (auto const ecid : attached) {
         EXPECT_EQ(count(ecid), 1) << ecid;
     }
-    EXPECT_EQ(count(booted_device), 0);
-    EXPECT_EQ(count(device_without_ecid), 0);
+    for (auto const ecid : not_restorable) {
+        EXPECT_EQ(count(ecid), 0) << ecid;
+    }
     EXPECT_EQ(run.lines_of_command(), (strings{registering, unregistering}));
 }
 
@@ -103,10 +114,12 @@ TEST(ListDevices, OrdersEcidsAsUnsignedNumbers) {
 
 TEST(ListDevices, MayBeEmpty) {
     for (auto const timeout : {std::chrono::nanoseconds(0), std::chrono::nanoseconds(-1s)}) {
-        command_run run(command_kind::list_devices, "list-devices");
+        fake_clock clock;
+        command_run run(command_kind::list_devices, "list-devices", std::nullopt, clock);
         run.notifier.detectTimeout = timeout;
         run.notifier.inTeardown = true;
-        expect_no_wait([&] { EXPECT_EQ(run.error(), (tool_error{0, ""})); });
+        EXPECT_EQ(run.error(), (tool_error{0, ""}));
+        EXPECT_EQ(clock.passed(), 0ns);
         EXPECT_EQ(listed_ecids(run), strings{});
     }
 }
@@ -127,21 +140,23 @@ TEST(Command, NeedsAnEcid) {
 }
 
 TEST(Command, NeedsADeviceInTime) {
-    command_run run(command_kind::device_info, "device-info", 0xABCDEF);
-    run.notifier.detectTimeout = 1100ms;
-    auto const before = std::chrono::steady_clock::now();
-    EXPECT_EQ(run.error(),
-              (tool_error{4, "Failed to find device with ecid 0000000000ABCDEF after 1 seconds"}));
-    EXPECT_GE(std::chrono::steady_clock::now() - before, 1100ms);
+    fake_clock clock;
+    command_run run(command_kind::device_info, "device-info", 0xABCDEF, clock);
+    run.notifier.detectTimeout = 1h + 1999ms;
+    EXPECT_EQ(
+        run.error(),
+        (tool_error{4, "Failed to find device with ecid 0000000000ABCDEF after 3601 seconds"}));
+    EXPECT_EQ(clock.passed(), 1h + 1999ms);
     EXPECT_FALSE(run.notifier.inTeardown);
     EXPECT_EQ(run.lines_of_command(), (strings{registering, looking_for(0xABCDEF)}));
 }
 
 TEST(Command, NeverFindsADeviceWithoutEcid) {
-    command_run run(command_kind::device_info, "device-info", 0);
-    run.notifier.detectTimeout = 100ms;
+    fake_clock clock;
+    command_run run(command_kind::device_info, "device-info", 0, clock);
+    clock.at(1s, [&] { run.notify(device_with(device_without_ecid)); });
     EXPECT_EQ(run.error(),
-              (tool_error{4, "Failed to find device with ecid ???????????????? after 0 seconds"}));
+              (tool_error{4, "Failed to find device with ecid ???????????????? after 3 seconds"}));
 }
 
 TEST(Command, LeavesTheRegistrationInPlaceWhenItFails) {
@@ -337,7 +352,7 @@ TEST(RestoreCommand, TimesOutIntoTeardown) {
     run.notifier.detectTimeout = 30s;
     run.notifier.restoreTimeout = 0s;
     run.notifier.CreateDefaultRestoreOptions("x.ipsw", false);
-    expect_no_wait([&] { EXPECT_EQ(run.error(), (tool_error{0, ""})); });
+    EXPECT_EQ(run.error(), (tool_error{0, ""}));
     EXPECT_TRUE(run.notifier.inTeardown);
     auto const documents = run.output.documents();
     ASSERT_EQ(documents.size(), 1U);

@@ -1,8 +1,8 @@
-// A restore from its options to its last report.
-#include "tests/unit/QNRescue/notifier_devices.hpp"
 #include "tests/unit/helpers/assertion_text.hpp"
-#include "tests/unit/helpers/notifier_run.hpp"
+#include "tests/unit/helpers/fake_clock.hpp"
 #include "tests/unit/helpers/simulated_devices.hpp"
+#include "tests/unit/helpers/notifier_run.hpp"
+#include "tests/unit/QNRescue/notifier_devices.hpp"
 
 #include <boost/filesystem/operations.hpp>
 
@@ -323,7 +323,8 @@ void expect_timeout_document(document const & printed, std::string const & secon
 }
 
 struct restore_run : notifier_run {
-    restore_run() {
+    explicit restore_run(wait_clock & clock = steady_wait_clock())
+        : notifier_run(clock) {
         notifier.operation = command_kind::restore;
         notifier.CreateDefaultRestoreOptions("x.ipsw", false);
     }
@@ -364,21 +365,23 @@ TEST(Restore, RelaysReportsUntilItIsComplete) {
 }
 
 TEST(Restore, ThatDoesNotCompleteTimesOut) {
-    restore_run run;
-    run.notifier.restoreTimeout = 1100ms;
-    auto const before = std::chrono::steady_clock::now();
+    fake_clock clock;
+    restore_run run(clock);
+    run.notifier.restoreTimeout = 2h + 1999ms;
     EXPECT_NO_THROW(run.notifier.operateRestore(device_with(recovery_device)));
-    EXPECT_GE(std::chrono::steady_clock::now() - before, 1100ms);
+    EXPECT_EQ(clock.passed(), 2h + 1999ms);
     auto const documents = run.output.documents();
     ASSERT_EQ(documents.size(), 1U);
-    expect_timeout_document(documents[0], "1");
+    expect_timeout_document(documents[0], "7201");
 }
 
 TEST(Restore, WithoutATimeTimesOutAtOnce) {
     for (std::chrono::nanoseconds const timeout : {0ns, 999'999'999ns - 1s}) {
-        restore_run run;
+        fake_clock clock;
+        restore_run run(clock);
         run.notifier.restoreTimeout = timeout;
-        expect_no_wait([&] { run.notifier.operateRestore(device_with(recovery_device)); });
+        run.notifier.operateRestore(device_with(recovery_device));
+        EXPECT_EQ(clock.passed(), 0ns);
         auto const documents = run.output.documents();
         ASSERT_EQ(documents.size(), 1U);
         expect_timeout_document(documents[0], "0");
@@ -386,30 +389,36 @@ TEST(Restore, WithoutATimeTimesOutAtOnce) {
 }
 
 TEST(Restore, ThatOnlyBootsTimesOutUnlessThatIsTheAim) {
-    restore_run run;
-    run.notifier.restoreTimeout = 300ms;
-    run.notifier.operateRestore(device_with(boots));
-    auto const documents = run.output.documents();
-    ASSERT_FALSE(documents.empty());
-    expect_timeout_document(documents.back(), "0");
-
-    restore_run entering;
-    entering.notifier.operation = command_kind::enter_restore_mode;
-    entering.notifier.operateRestore(device_with(boots));
-    EXPECT_EQ(entering.output.documents().size(), 1U);
-    EXPECT_EQ(lines_of_run(entering).back(),
-              "restoreCallback: Notifying enter restore mode complete");
+    for (auto const command : {command_kind::restore, command_kind::enter_restore_mode}) {
+        fake_clock clock;
+        restore_run run(clock);
+        run.notifier.operation = command;
+        clock.at(10min, [&] { run.report(status(9, 31).get()); });
+        run.notifier.operateRestore(device_with(recovery_device));
+        auto const documents = run.output.documents();
+        EXPECT_EQ(documents.at(0).type, "RestoreStatus");
+        if (command == command_kind::enter_restore_mode) {
+            EXPECT_EQ(clock.passed(), 10min);
+            EXPECT_EQ(documents.size(), 1U);
+        } else {
+            EXPECT_EQ(clock.passed(), 2h);
+            ASSERT_EQ(documents.size(), 2U);
+            expect_timeout_document(documents[1], "7200");
+        }
+    }
 }
 
-TEST(Restore, ReallyWaitsForVeryLongTimeouts) {
-    for (std::int64_t const seconds : {2147484LL, 4294968LL, 4294967295LL}) {
-        restore_run run;
-        run.notifier.restoreTimeout = std::chrono::seconds(seconds);
-        run.notifier.operateRestore(device_with(restores_slowly));
-        auto const documents = run.output.documents();
-        ASSERT_EQ(documents.size(), 1U) << seconds;
-        EXPECT_EQ(documents[0].type, "RestoreStatus");
-    }
+TEST(Restore, MayCompleteJustBeforeAVeryLongTimeout) {
+    fake_clock clock;
+    restore_run run(clock);
+    run.notifier.restoreTimeout = 4294967295s;
+    clock.at(1h, [&] { run.report(status(0, 99).get()); });
+    clock.at(4294967294s, [&] { run.report(status(0, 100).get()); });
+    run.notifier.operateRestore(device_with(recovery_device));
+    EXPECT_EQ(clock.passed(), 4294967294s);
+    auto const documents = run.output.documents();
+    ASSERT_EQ(documents.size(), 2U);
+    EXPECT_EQ(documents[1].type, "RestoreStatus");
 }
 
 TEST(Restore, SurvivesReportsAfterItsEnd) {

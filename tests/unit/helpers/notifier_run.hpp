@@ -10,7 +10,6 @@
 
 #include <gtest/gtest.h>
 
-#include <chrono>
 #include <cstddef>
 #include <deque>
 #include <future>
@@ -30,16 +29,16 @@ struct notifier_run {
         qnrescue::device_notifier_state::restoreCallback(nullptr, status, &notifier);
     }
 
-    notifier_run() = default;
+    explicit notifier_run(qnrescue::wait_clock & clock = qnrescue::steady_wait_clock())
+        : notifier(*new (unused_storage()) qnrescue::device_notifier_state(
+              output.state(), std::nullopt, folder.path() / "scratch", clock)) {}
     ~notifier_run() noexcept(false) { notifier.~device_notifier_state(); }
     notifier_run(notifier_run const &) = delete;
     notifier_run & operator=(notifier_run const &) = delete;
 
     output_capture output;
     temporary_folder folder;
-    qnrescue::device_notifier_state & notifier{
-        *new (unused_storage()) qnrescue::device_notifier_state(output.state(), std::nullopt,
-                                                                folder.path() / "scratch")};
+    qnrescue::device_notifier_state & notifier;
 
 private:
     // A failed command leaves its registration behind: no later notifier may have its address.
@@ -78,14 +77,6 @@ inline void expect_broken_promise(std::future<void> & future) {
     } catch (std::future_error const & error) {
         EXPECT_EQ(error.code(), std::future_errc::broken_promise);
     }
-}
-
-// What an action does that is not to wait, and not to take half a minute either.
-template <typename Action>
-void expect_no_wait(Action && action) {
-    auto const before = std::chrono::steady_clock::now();
-    action();
-    EXPECT_LT(std::chrono::steady_clock::now() - before, std::chrono::seconds(30));
 }
 
 // What the action throws; {0, ""} if it does not.
