@@ -14,45 +14,6 @@ namespace {
 using validator = std::function<bool(CFTypeRef value, long format)>;
 using validator_table = std::unordered_map<CFTypeID, validator>;
 
-// The members of containers that are still to be looked at, and what was found so far. It is filled
-// by functions that CoreFoundation calls, which cannot throw: they note a member without memory.
-struct member_walk {
-    std::vector<CFTypeRef> members;
-    bool valid = true;
-    bool complete = true;
-};
-
-void add_member(void const * member, void * context) noexcept {
-    auto & walk = *static_cast<member_walk *>(context);
-    try {
-        walk.members.push_back(member);
-    } catch (...) {
-        walk.complete = false;
-    }
-}
-
-void add_entry(void const * key, void const * member, void * context) noexcept {
-    auto & walk = *static_cast<member_walk *>(context);
-    walk.valid = is_a(key, CFStringGetTypeID()) && walk.valid;
-    add_member(member, context);
-}
-
-// Adds the members of an array, a dictionary or a set.
-void add_members(CFTypeRef container, member_walk & walk) {
-    auto const type = CFGetTypeID(container);
-    if (type == CFArrayGetTypeID()) {
-        auto const array = static_cast<CFArrayRef>(container);
-        CFArrayApplyFunction(array, CFRange{0, CFArrayGetCount(array)}, add_member, &walk);
-    } else if (type == CFDictionaryGetTypeID()) {
-        CFDictionaryApplyFunction(static_cast<CFDictionaryRef>(container), add_entry, &walk);
-    } else {
-        CFSetApplyFunction(static_cast<CFSetRef>(container), add_member, &walk);
-    }
-    if (!walk.complete) {
-        throw std::bad_alloc();
-    }
-}
-
 bool members_are_valid(CFTypeRef container, long format);
 
 // An empty validator accepts every value of its type.
@@ -78,39 +39,81 @@ validator_table other_types() {
 validator_table const & xml_table = *new validator_table(xml_types());
 validator_table const & other_table = *new validator_table(other_types());
 
-// Null where no value of this type is valid.
-validator const * validator_of(CFTypeRef value, long format) {
+validator_table const & table_of(long format) {
+    return format == kCFPropertyListXMLFormat_v1_0 ? xml_table : other_table;
+}
+
+// Returns null where no value of this type is valid.
+validator const * validator_of(CFTypeRef value, validator_table const & table) {
     if (value == nullptr) {
         return nullptr;
     }
-    auto const & table = format == kCFPropertyListXMLFormat_v1_0 ? xml_table : other_table;
     auto const entry = table.find(CFGetTypeID(value));
     return entry == table.end() ? nullptr : &entry->second;
 }
 
-// Every key is a string and every member valid, at all depths: a container among the members adds
-// its own to the list instead of being validated by a call, so that no nesting is too deep for the
-// stack.
-bool members_are_valid(CFTypeRef container, long format) {
-    member_walk walk;
-    add_members(container, walk);
-    while (!walk.members.empty()) {
-        auto const member = walk.members.back();
-        walk.members.pop_back();
-        auto const * const validate = validator_of(member, format);
-        if (validate == nullptr) {
-            walk.valid = false;
-        } else if (*validate) {
-            add_members(member, walk);
+// What is known of a container while its members are checked. CoreFoundation calls check_member and
+// check_entry for each member. They must not throw, and so note that memory is short.
+struct member_check {
+    validator_table const & table;
+    std::vector<CFTypeRef> containers; // members whose own members are not checked yet
+    bool valid = true;
+    bool out_of_memory = false;
+};
+
+void check_member(void const * member, void * context) noexcept {
+    auto & check = *static_cast<member_check *>(context);
+    auto const * const validate = validator_of(member, check.table);
+    if (validate == nullptr) {
+        check.valid = false;
+    } else if (*validate) {
+        try {
+            check.containers.push_back(member);
+        } catch (...) {
+            check.out_of_memory = true;
         }
     }
-    return walk.valid;
+}
+
+void check_entry(void const * key, void const * member, void * context) noexcept {
+    auto & check = *static_cast<member_check *>(context);
+    check.valid = is_a(key, CFStringGetTypeID()) && check.valid;
+    check_member(member, context);
+}
+
+void check_members(CFTypeRef container, member_check & check) {
+    auto const type = CFGetTypeID(container);
+    if (type == CFDictionaryGetTypeID()) {
+        CFDictionaryApplyFunction(static_cast<CFDictionaryRef>(container), check_entry, &check);
+    } else if (type == CFArrayGetTypeID()) {
+        auto const array = static_cast<CFArrayRef>(container);
+        CFArrayApplyFunction(array, CFRange{0, CFArrayGetCount(array)}, check_member, &check);
+    } else {
+        CFSetApplyFunction(static_cast<CFSetRef>(container), check_member, &check);
+    }
+    if (check.out_of_memory) {
+        throw std::bad_alloc();
+    }
+}
+
+// Returns whether every key is a string and every member valid, at all depths. Containers among the
+// members are put on a list instead of being validated by a call, so that no nesting is too deep
+// for the stack.
+bool members_are_valid(CFTypeRef container, long format) {
+    member_check check{table_of(format), {}};
+    check_members(container, check);
+    while (!check.containers.empty()) {
+        auto const next = check.containers.back();
+        check.containers.pop_back();
+        check_members(next, check);
+    }
+    return check.valid;
 }
 
 } // namespace
 
 bool is_valid_property_list(CFTypeRef value, long format) {
-    auto const * const validate = validator_of(value, format);
+    auto const * const validate = validator_of(value, table_of(format));
     return validate != nullptr && (!*validate || (*validate)(value, format));
 }
 

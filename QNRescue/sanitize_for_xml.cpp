@@ -11,51 +11,60 @@ namespace qnrescue {
 
 namespace {
 
-// A container under way: what it holds, and the copy as far as it has been made.
-class conversion {
+// An array or dictionary that is being converted: its members, and the copy as far as it is made.
+class container_conversion {
 public:
-    explicit conversion(CFArrayRef array)
+    container_conversion(CFArrayRef array, cf_owner<CFMutableArrayRef> empty)
         : members(static_cast<std::size_t>(CFArrayGetCount(array)))
-        , copy(make_mutable_array()) {
+        , array_copy(std::move(empty)) {
         for (std::size_t i = 0; i < members.size(); ++i) {
             members[i] = CFArrayGetValueAtIndex(array, static_cast<CFIndex>(i));
         }
     }
 
-    explicit conversion(CFDictionaryRef dictionary)
+    container_conversion(CFDictionaryRef dictionary, cf_owner<CFMutableDictionaryRef> empty)
         : members(static_cast<std::size_t>(CFDictionaryGetCount(dictionary)))
         , keys(members.size())
-        , copy(make_mutable_dictionary()) {
+        , dictionary_copy(std::move(empty)) {
         CFDictionaryGetKeysAndValues(dictionary, keys.data(), members.data());
     }
 
-    bool is_complete() const { return !copy || done == members.size(); }
+    bool is_complete() const { return done == members.size(); }
 
-    // The member to convert; null where its key is no string.
+    // Returns the member to convert next; null, which cannot be converted, where its key is not a
+    // string.
     CFTypeRef next() const {
-        return keys.empty() || is_a(keys[done], CFStringGetTypeID()) ? members[done] : nullptr;
+        bool const has_valid_key = array_copy || is_a(keys[done], CFStringGetTypeID());
+        return has_valid_key ? members[done] : nullptr;
     }
 
-    // Takes that member as converted, if it could be.
+    // Puts what became of that member into the copy.
     void add(CFTypeRef converted) {
-        if (converted != nullptr && keys.empty()) {
-            CFArrayAppendValue(static_cast<CFMutableArrayRef>(copy.get()), converted);
-        } else if (converted != nullptr) {
-            CFDictionarySetValue(static_cast<CFMutableDictionaryRef>(copy.get()), keys[done],
-                                 converted);
+        if (array_copy) {
+            CFArrayAppendValue(array_copy.get(), converted);
+        } else {
+            CFDictionarySetValue(dictionary_copy.get(), keys[done], converted);
         }
         ++done;
     }
 
-    cf_owner<CFTypeRef> take() { return std::move(copy); }
+    // Leaves that member out.
+    void skip() { ++done; }
+
+    cf_owner<CFTypeRef> take_copy() {
+        return array_copy ? cf_owner<CFTypeRef>(std::move(array_copy))
+                          : cf_owner<CFTypeRef>(std::move(dictionary_copy));
+    }
 
 private:
     std::vector<void const *> members;
-    std::vector<void const *> keys; // none for an array
-    std::unique_ptr<void, CFTypeDeleter> copy;
-    std::size_t done = 0;
+    std::vector<void const *> keys; // of a dictionary only
+    cf_owner<CFMutableArrayRef> array_copy;
+    cf_owner<CFMutableDictionaryRef> dictionary_copy;
+    std::size_t done = 0; // members
 };
 
+// Converts a value that is not a container; null where no property list can hold it.
 cf_owner<CFTypeRef> convert_leaf(CFTypeRef value) {
     if (value == nullptr) {
         return nullptr;
@@ -71,42 +80,51 @@ cf_owner<CFTypeRef> convert_leaf(CFTypeRef value) {
     return nullptr;
 }
 
-// Whether the value is a container; its conversion is then the last one under way.
-bool open_container(CFTypeRef value, std::vector<conversion> & under_way) {
+// Begins to convert the value if it is a container that can be copied; its conversion is then the
+// last one under way. Returns whether it is.
+bool begin_container(CFTypeRef value, std::vector<container_conversion> & under_way) {
     if (is_a(value, CFArrayGetTypeID())) {
-        under_way.emplace_back(static_cast<CFArrayRef>(value));
-        return true;
-    }
-    if (is_a(value, CFDictionaryGetTypeID())) {
-        under_way.emplace_back(static_cast<CFDictionaryRef>(value));
-        return true;
+        if (auto copy = make_mutable_array()) {
+            under_way.emplace_back(static_cast<CFArrayRef>(value), std::move(copy));
+            return true;
+        }
+    } else if (is_a(value, CFDictionaryGetTypeID())) {
+        if (auto copy = make_mutable_dictionary()) {
+            under_way.emplace_back(static_cast<CFDictionaryRef>(value), std::move(copy));
+            return true;
+        }
     }
     return false;
 }
 
-// Keeps the containers under way in a list, so that no nesting is too deep for the stack.
+// Converts the value; null where it cannot be converted. Keeps the containers under way in a list,
+// so that no nesting is too deep for the stack.
 cf_owner<CFTypeRef> convert(CFTypeRef root, on_error mode) {
-    std::vector<conversion> under_way;
-    if (!open_container(root, under_way)) {
+    std::vector<container_conversion> under_way;
+    if (!begin_container(root, under_way)) {
         return convert_leaf(root);
     }
     for (;;) {
         cf_owner<CFTypeRef> converted;
         if (under_way.back().is_complete()) {
-            converted = under_way.back().take();
+            converted = under_way.back().take_copy();
             under_way.pop_back();
             if (under_way.empty()) {
                 return converted;
             }
-        } else if (auto const member = under_way.back().next(); open_container(member, under_way)) {
+        } else if (auto const member = under_way.back().next();
+                   begin_container(member, under_way)) {
             continue;
         } else {
             converted = convert_leaf(member);
         }
-        if (!converted && mode != on_error::skip) {
+        if (converted) {
+            under_way.back().add(converted.get());
+        } else if (mode == on_error::skip) {
+            under_way.back().skip();
+        } else {
             return nullptr;
         }
-        under_way.back().add(converted.get());
     }
 }
 
