@@ -12,7 +12,7 @@ namespace qnrescue {
 
 namespace {
 
-error_owner converted() {
+error_owner convert_current_exception() {
     namespace options = boost::program_options;
     try {
         throw;
@@ -33,7 +33,7 @@ error_owner converted() {
 
 error_owner domain_error_of_current_exception() noexcept {
     try {
-        return converted();
+        return convert_current_exception();
     } catch (...) {
         return CreateDomainError(Error::unknown, "unknown failure"); // a text that needs no memory
     }

@@ -9,7 +9,7 @@ namespace QN::file::detail {
 
 // Opens a file and reports a failure with the path, in UTF-8, in the place that the context has for
 // it. The handle is the caller's.
-native_handle open(filesystem::path const & path, open_mode mode,
-                   fmt::format_string<std::string> context, asio_helpers::ec_wrapper ec);
+native_handle open_or_report(filesystem::path const & path, open_mode mode,
+                             fmt::format_string<std::string> context, asio_helpers::ec_wrapper ec);
 
 } // namespace QN::file::detail

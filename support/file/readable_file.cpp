@@ -16,7 +16,7 @@ namespace {
 constexpr auto no_size = std::numeric_limits<std::uint64_t>::max();
 
 native_handle open_for_reading(filesystem::path const & path, ec_wrapper ec) {
-    return detail::open(path, open_mode::read, "when opening file '{}' for reading", ec);
+    return detail::open_or_report(path, open_mode::read, "when opening file '{}' for reading", ec);
 }
 
 } // namespace

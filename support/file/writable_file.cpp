@@ -10,15 +10,18 @@ namespace QN::file {
 namespace {
 
 native_handle open_for_appending(filesystem::path const & path, ec_wrapper ec) {
-    return detail::open(path, open_mode::append, "when opening file '{}' for appending", ec);
+    return detail::open_or_report(path, open_mode::append, "when opening file '{}' for appending",
+                                  ec);
 }
 
 native_handle open_for_clobbering(filesystem::path const & path, ec_wrapper ec) {
-    return detail::open(path, open_mode::clobber, "when clobbering file '{}' for writing", ec);
+    return detail::open_or_report(path, open_mode::clobber, "when clobbering file '{}' for writing",
+                                  ec);
 }
 
 native_handle open_as_new(filesystem::path const & path, ec_wrapper ec) {
-    return detail::open(path, open_mode::create_new, "when creating new file '{}' for writing", ec);
+    return detail::open_or_report(path, open_mode::create_new,
+                                  "when creating new file '{}' for writing", ec);
 }
 
 } // namespace

@@ -21,8 +21,8 @@ std::error_code make_error_code(long code) noexcept;
 
 namespace detail {
 
-// What is in the system's code page, in UTF-8 and without the line break at its end.
-std::string converted(std::string_view text);
+// Returns a text of the system's code page in UTF-8, without the line break at its end.
+std::string utf8_from_code_page(std::string_view text);
 
 } // namespace detail
 

@@ -19,10 +19,10 @@ looked_up_text look_up_error_string(unsigned long code) {
         return {{}, GetLastError()};
     }
     local_memory<wchar_t> const owner(buffer);
-    return {converted({buffer, length})};
+    return {trimmed_utf8({buffer, length})};
 }
 
-std::string converted(std::wstring_view text) {
+std::string trimmed_utf8(std::wstring_view text) {
     auto result = boost::locale::conv::utf_to_utf<char>(text.data(), text.data() + text.size());
     boost::algorithm::trim_right(result, std::locale::classic());
     return result;

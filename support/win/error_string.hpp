@@ -22,8 +22,8 @@ struct looked_up_text {
 
 looked_up_text look_up_error_string(unsigned long code);
 
-// In UTF-8 and without the white space at its end.
-std::string converted(std::wstring_view text);
+// Returns the text in UTF-8, without the white space at its end.
+std::string trimmed_utf8(std::wstring_view text);
 
 } // namespace detail
 

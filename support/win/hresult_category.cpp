@@ -21,7 +21,7 @@ std::string system_text(std::uint32_t code, DWORD flags) {
         return {};
     }
     win::detail::local_memory<char> const owner(buffer);
-    return detail::converted({buffer, length});
+    return detail::utf8_from_code_page({buffer, length});
 }
 
 std::string fallback_text(std::uint32_t code) {
@@ -51,7 +51,7 @@ public:
 
 } // namespace
 
-std::string detail::converted(std::string_view text) {
+std::string detail::utf8_from_code_page(std::string_view text) {
     if (text.ends_with('\n')) {
         text.remove_suffix(text.ends_with("\r\n") ? 2 : 1);
     }

@@ -60,12 +60,12 @@ TEST(get_error_string, leaves_place_holders_in) {
 }
 
 TEST(get_error_string, is_made_of_any_text) {
-    EXPECT_EQ(detail::converted(L"Gerät 日本 \r\n"), "Gerät 日本");
-    EXPECT_EQ(detail::converted(L"x\n"), "x");
-    EXPECT_EQ(detail::converted(L" x \r\n"), " x");
-    EXPECT_EQ(detail::converted(L"x\r"), "x");
-    EXPECT_EQ(detail::converted(L"\r\n"), "");
-    EXPECT_EQ(detail::converted(L""), "");
+    EXPECT_EQ(detail::trimmed_utf8(L"Gerät 日本 \r\n"), "Gerät 日本");
+    EXPECT_EQ(detail::trimmed_utf8(L"x\n"), "x");
+    EXPECT_EQ(detail::trimmed_utf8(L" x \r\n"), " x");
+    EXPECT_EQ(detail::trimmed_utf8(L"x\r"), "x");
+    EXPECT_EQ(detail::trimmed_utf8(L"\r\n"), "");
+    EXPECT_EQ(detail::trimmed_utf8(L""), "");
 }
 
 // Files report in the category of the I/O library, which leaves out a full stop at the end.
@@ -156,16 +156,16 @@ TEST(hresult_category, takes_texts_in_the_systems_code_page) {
     if (text.find('?') != std::string::npos) {
         GTEST_SKIP() << "the code page does not have the letter";
     }
-    EXPECT_EQ(hresult::detail::converted(text), "Gerät ");
+    EXPECT_EQ(hresult::detail::utf8_from_code_page(text), "Gerät ");
 }
 
 TEST(hresult_category, leaves_out_the_line_break_at_the_end_and_nothing_else) {
-    EXPECT_EQ(hresult::detail::converted("x\n"), "x");
-    EXPECT_EQ(hresult::detail::converted("x \r\n"), "x ");
-    EXPECT_EQ(hresult::detail::converted("x\r"), "x\r");
-    EXPECT_EQ(hresult::detail::converted("x\r\n\r\n"), "x\r\n");
-    EXPECT_EQ(hresult::detail::converted("\n"), "");
-    EXPECT_EQ(hresult::detail::converted(""), "");
+    EXPECT_EQ(hresult::detail::utf8_from_code_page("x\n"), "x");
+    EXPECT_EQ(hresult::detail::utf8_from_code_page("x \r\n"), "x ");
+    EXPECT_EQ(hresult::detail::utf8_from_code_page("x\r"), "x\r");
+    EXPECT_EQ(hresult::detail::utf8_from_code_page("x\r\n\r\n"), "x\r\n");
+    EXPECT_EQ(hresult::detail::utf8_from_code_page("\n"), "");
+    EXPECT_EQ(hresult::detail::utf8_from_code_page(""), "");
 }
 
 TEST(hresult_category, keeps_texts_with_place_holders) {
