@@ -1,5 +1,5 @@
-"""The README names every option, no page has a link that leads nowhere, and the sample of a scenario
-can be played."""
+"""The README names every option, links lead somewhere, the simulator has the devices of the examples,
+and the sample of a scenario can be played."""
 
 import re
 import unittest
@@ -8,6 +8,18 @@ from harness import ToolTest
 from pages import PAGES, ROOT, blocks, code, sections, tables
 
 README = (ROOT / "README.md").read_text(encoding="utf-8")
+BUILT_IN = ROOT / "simulator" / "MobileDevice" / "built_in_scenario.cpp"
+NOBODY = "0123456789ABCDEF"  # the pages' device that is not attached
+
+GUIDES = [*PAGES, ROOT / "CONTRIBUTING.md", *sorted((ROOT / "examples").rglob("*.md"))]
+
+
+def read(path):
+    return path.read_text(encoding="utf-8")
+
+
+def ecids(text):
+    return set(re.findall(r"\b[0-9A-F]{16}\b", text))
 
 
 class Pages(ToolTest):
@@ -18,12 +30,21 @@ class Pages(ToolTest):
         self.assertEqual(sorted(shown), sorted(listed))
 
     def test_links(self):
-        for path in (*PAGES, ROOT / "CONTRIBUTING.md"):
-            for target in re.findall(r"\]\(([^)#:]+)", path.read_text(encoding="utf-8")):
+        for path in GUIDES:
+            for target in re.findall(r"\]\((?!https?:)([^)#]+)", read(path)):
                 self.assertTrue((path.parent / target).exists(), f"{path.name}: {target}")
 
+    def test_ecids_are_those_of_simulated_devices(self):
+        scenarios = [BUILT_IN, *(ROOT / "simulator" / "scenarios").glob("*.plist")]
+        simulated = {NOBODY}.union(*(ecids(read(path)) for path in scenarios))
+        self.assertLessEqual(ecids(README), ecids(read(BUILT_IN)))
+        for path in GUIDES:
+            text = read(path)
+            own_scenarios = ecids("".join(blocks(text, "xml")))
+            self.assertLessEqual(ecids(text), simulated | own_scenarios, path.name)
+
     def test_sample_of_a_scenario(self):
-        (sample,) = blocks((ROOT / "docs" / "simulator.md").read_text(encoding="utf-8"), "xml")
+        (sample,) = blocks(read(ROOT / "docs" / "simulator.md"), "xml")
         path = self.new_folder() / "scenario.plist"
         path.write_text(sample, encoding="utf-8")
         run = self.run_tool("--list-devices", "--detect-timeout", "1", scenario=path, status=0)
