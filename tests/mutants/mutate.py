@@ -130,7 +130,7 @@ def main():
     parser.add_argument("pattern", nargs="?", default="",
                         help="regular expression that chooses mutants by their names")
     parser.add_argument("--update", action="store_true",
-                        help="write the table to docs/reliability.md too")
+                        help="write the table to docs/notes/mutants.md too")
     parser.add_argument("--root", type=pathlib.Path, default=pathlib.Path(__file__).parents[2],
                         help="the folder of the sources")
     parser.add_argument("--limit", type=float, default=60,
@@ -143,7 +143,7 @@ def main():
                            lambda line: print(line, file=sys.stderr, flush=True))
     print(table(verdicts, broken), end="")
     if options.update:
-        update_page(root / "docs" / "reliability.md", table(verdicts, broken))
+        update_page(root / "docs" / "notes" / "mutants.md", table(verdicts, broken))
     wrong = [name for name, verdict in verdicts.items() if not verdict.as_expected]
     print(f"{len(verdicts)} mutants, {len(wrong)} not killed", file=sys.stderr)
     return 1 if wrong or not verdicts else 0

@@ -177,8 +177,8 @@ class Project(unittest.TestCase):
         self.assert_error(patch_of(WRONG, tests="native unit_wrong"), "fails without a mutant")
 
     def test_the_page_gets_the_table(self):
-        page = self.root / "docs" / "reliability.md"
-        page.parent.mkdir(exist_ok=True)
+        page = self.root / "docs" / "notes" / "mutants.md"
+        page.parent.mkdir(parents=True, exist_ok=True)
         header = "| mutant | what is broken | killed by |\n|---|---|---|\n"
         for rest in ("", "\n## Next\n\ntext\n"):
             page.write_text(f"before\n\n{header}| `former` | this | that |\n{rest}")
@@ -217,7 +217,7 @@ class Patches(unittest.TestCase):
         self.assertEqual([], faults)
 
     def test_the_page_lists_them_all(self):
-        page = (ROOT / "docs" / "reliability.md").read_text(encoding="utf-8")
+        page = (ROOT / "docs" / "notes" / "mutants.md").read_text(encoding="utf-8")
         rows = re.findall(r"^\| `([\w-]+/[\w-]+)` \| (.+) \| .+ \|$", page, re.MULTILINE)
         self.assertEqual(sorted((each.name, each.breaks) for each in find_mutants(HERE)[0]), rows)
 
