@@ -1,12 +1,12 @@
-// Drives the tool as a program of yours would: starts the qnrescue.exe that stands beside
-// libqnrescuelib.dll with the arguments it is given, reads the documents from a pipe as they come,
-// and writes a line for each. Its exit status is the tool's.
+// Drives the tool: starts the qnrescue.exe beside libqnrescuelib.dll with its own arguments, reads
+// the documents from a pipe as they come, and prints a line for each. Its exit status is the
+// tool's.
 //
-//     host --restore C:\firmware\update.ipsw --ecid 000C1A2B3C4D5E6F
+//     host --restore C:\firmware\update.ipsw --ecid 001E2D4C0A91C026
 //
-// It is linked to libqnrescuelib.dll, for the texts of restore steps and errors, and to
-// libdevforwardmin.dll, which leads to CoreFoundation. Windows must find these two and the two
-// libraries behind them: from the package's top folder,
+// It links libqnrescuelib.dll, for the texts of restore steps and errors, and libdevforwardmin.dll,
+// which forwards to CoreFoundation. Windows must find these two and the two platform libraries.
+// From the package's top folder:
 //
 //     cmake -S examples/cpp -B host -D CMAKE_PREFIX_PATH=%CD%
 //     cmake --build host
@@ -49,9 +49,10 @@ handle checked(HANDLE value, char const * what) {
     return handle(value);
 }
 
-// --- What a document says
+// --- Documents
 
-// The entry of a dictionary; null if it has none of this type, or is no dictionary.
+// Returns the entry of a dictionary; null if it is missing or has another type, or if the first
+// argument is not a dictionary.
 CFTypeRef entry(CFTypeRef dictionary, char const * key, CFTypeID type) {
     if (dictionary == nullptr || CFGetTypeID(dictionary) != CFDictionaryGetTypeID()) {
         return nullptr;
@@ -81,7 +82,7 @@ int integer(CFTypeRef number) {
     return value;
 }
 
-// Both answer a new reference, which is released here.
+// Both functions of the library return a new reference, which is released here.
 std::string operation_text(int code) {
     return utf8(owner<CFStringRef>(AMRLocalizedCopyStringForAMROperation(code)).get());
 }
@@ -145,7 +146,8 @@ struct pipe_ends {
     handle writing;
 };
 
-// The tool needs a writing end that is inherited and was opened for overlapped writing.
+// Returns the two ends of a pipe. The tool needs a writing end that it inherits and that is opened
+// for overlapped writing.
 pipe_ends make_pipe() {
     auto const name = L"\\\\.\\pipe\\qnrescue-host-" + std::to_wstring(GetCurrentProcessId());
     SECURITY_ATTRIBUTES inherited{sizeof inherited, nullptr, TRUE};
@@ -160,13 +162,13 @@ pipe_ends make_pipe() {
 }
 
 std::wstring path_of_tool() {
-    std::wstring path(32768, L'\0'); // the longest path that Windows has
+    std::wstring path(32768, L'\0'); // the longest path of Windows
     auto const length = GetModuleFileNameW(GetModuleHandleW(L"libqnrescuelib.dll"), path.data(),
                                            static_cast<DWORD>(path.size()));
     return path.substr(0, path.find_last_of(L'\\', length) + 1) + L"qnrescue.exe";
 }
 
-// The command line without this program's name, quoted as it was.
+// Returns the command line without this program's name, with its quotes.
 std::wstring own_arguments() {
     std::wstring_view line = GetCommandLineW();
     bool const quoted = line.starts_with(L'"');
@@ -189,7 +191,7 @@ handle start_tool(HANDLE pipe) {
     return handle(process.hProcess);
 }
 
-// Shows each document once it is whole, until the tool's end of the pipe is closed.
+// Shows each document as soon as it is complete, until the tool closes its end of the pipe.
 void show_documents(HANDLE pipe) {
     constexpr std::string_view end_of_document = "</plist>\n\n";
     std::string text;
@@ -208,7 +210,7 @@ void show_documents(HANDLE pipe) {
 DWORD run() {
     auto [reading, writing] = make_pipe();
     auto const tool = start_tool(writing.get());
-    writing.reset(); // or the end of the tool would not close the pipe
+    writing.reset(); // otherwise the pipe would stay open when the tool ends
     show_documents(reading.get());
     WaitForSingleObject(tool.get(), INFINITE);
     DWORD status = 0;

@@ -1,5 +1,5 @@
 // Runs qnrescue with the arguments that it is given, and prints the type and the value of each
-// document, in JSON, as it comes. Needs Node.js 18 and nothing else; `qnrescue` has to be in the PATH.
+// document, in JSON, as it comes. Needs only Node.js 18, and `qnrescue` in the PATH.
 //
 //     node qnrescue.js --list-devices
 "use strict";

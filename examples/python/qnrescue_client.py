@@ -1,4 +1,4 @@
-"""Drives qnrescue: starts it and yields what it reports as typed events, as they arrive.
+"""Drives qnrescue: starts it and yields its documents as typed events, as they arrive.
 
     tool = Tool(["qnrescue.exe"])
     for ecid in tool.list_devices():
@@ -29,14 +29,14 @@ __all__ = [
     "Tool", "ToolFailure", "UnknownDocument", "UnreadableDocument", "parse_document",
 ]
 
-# How long the end of a run may stay unnoticed, in seconds.
+# How often to look whether a run has ended, in seconds.
 _POLL_SECONDS = 0.1
-# How long the last output of a process that has ended may take to arrive, in seconds.
+# How long to wait for the last output of a process that has ended, in seconds.
 _DRAIN_SECONDS = 1.0
 
 
 class Event:
-    """What one document says."""
+    """The content of one document."""
 
 
 @dataclass(frozen=True)
@@ -81,18 +81,18 @@ class CommandSuccess(Event):
 
 @dataclass(frozen=True)
 class RestoreStatus(Event):
-    """A report of a restore under way."""
+    """A report of a restore in progress."""
 
     status: str
     operation: int
     progress: int  # percent
-    operation_name: Optional[str] = None  # none for operation 0
+    operation_name: Optional[str] = None  # absent for operation 0
     error: Optional[ErrorDetails] = None
-    details: Mapping[str, Any] = field(default_factory=dict)  # all that the report says
+    details: Mapping[str, Any] = field(default_factory=dict)  # the whole report
 
     @property
     def is_complete(self) -> bool:
-        """Whether this is the report that ends a restore that succeeds."""
+        """Whether this is the last report of a restore that succeeds."""
         return self.operation == 0 and self.progress == 100
 
     @property
@@ -108,13 +108,13 @@ class InternalError(Event):
     error: ErrorDetails
 
     @property
-    def is_restore_time_out(self) -> bool:
+    def is_restore_timeout(self) -> bool:
         return self.error.domain == "qnrescue" and self.error.code == 7
 
 
 @dataclass(frozen=True)
 class UnknownDocument(Event):
-    """A document of a type that this module does not know, or with another value than it knows."""
+    """A document of a type that this module does not know, or with an unexpected value."""
 
     type: str
     value: Any
@@ -122,7 +122,7 @@ class UnknownDocument(Event):
 
 @dataclass(frozen=True)
 class UnreadableDocument(Event):
-    """A document that breaks off or is no property list with a type."""
+    """A document that is incomplete, or not a property list with a type."""
 
     text: bytes
     reason: str
@@ -131,7 +131,7 @@ class UnreadableDocument(Event):
 class DocumentSplitter:
     """Finds the documents in a stream of bytes that comes in chunks of any size."""
 
-    # Within a document's text this stands escaped, so it is always the end.
+    # Inside a document this is escaped, so it is always the end.
     _END = b"</plist>"
 
     def __init__(self) -> None:
@@ -140,11 +140,11 @@ class DocumentSplitter:
 
     @property
     def pending(self) -> bytes:
-        """The beginning of a document whose end has not come yet; empty between documents."""
+        """The beginning of a document that is not complete yet; empty between documents."""
         return bytes(self._buffer.lstrip())
 
     def feed(self, chunk: bytes) -> List[bytes]:
-        """The documents that this chunk completes, without white space around them."""
+        """Returns the documents that this chunk completes, without white space around them."""
         self._buffer += chunk
         documents = []
         while True:
@@ -165,7 +165,7 @@ def _error_details(value: Mapping[str, Any]) -> ErrorDetails:
 
 
 def _device_info(value: Mapping[str, Any]) -> DeviceInfo:
-    # The tool prints the numbers as signed ones of their width.
+    # The tool prints the numbers as signed numbers of their width.
     def unsigned(key: str, bits: int = 32) -> int:
         return int(value[key]) & ((1 << bits) - 1)
 
@@ -202,18 +202,18 @@ _EVENTS: Dict[str, Callable[[Any], Event]] = {
     "InternalError": lambda value: InternalError(_error_details(value)),
 }
 
-# Texts of a device pass through the tool as they are, and XML allows none of these.
+# Texts of a device may contain these, but XML does not allow them.
 _CONTROL_CHARACTERS = bytes(set(range(32)) - set(b"\t\n\r"))
 
 
 def parse_document(text: bytes) -> Event:
-    """What the document says. Raises nothing."""
-    # A document with a NUL in a text ends there, without its own end: the next one comes with it.
+    """Returns the content of the document. Raises nothing."""
+    # A document ends at a NUL in a text, without its closing tag: the next one follows at once.
     document = text[max(0, text.rfind(b"<?xml")):]
     try:
         root = plistlib.loads(document.translate(None, _CONTROL_CHARACTERS), fmt=plistlib.FMT_XML)
         document_type, value = root["Type"], root["Value"]
-    except Exception as fault:  # plistlib does not say which there are
+    except Exception as fault:  # plistlib does not document what it raises
         return UnreadableDocument(text, f"{type(fault).__name__}: {fault}")
     try:
         return _EVENTS[document_type](value)
@@ -222,19 +222,19 @@ def parse_document(text: bytes) -> Event:
 
 
 class ToolFailure(Exception):
-    """The tool did not do what it was asked to; the text says why."""
+    """The tool did not carry out the command; the text says why."""
 
 
 class Silence(ToolFailure):
-    """The tool has reported nothing for too long; it still runs."""
+    """The tool has reported nothing for too long; it is still running."""
 
 
 class Run:
-    """A process of the tool. Iterating yields its events until it has ended, and raises Silence
-    when nothing is reported for `silence_timeout` seconds. Leaving the context ends the process."""
+    """A process of the tool. Iterating yields its events until it ends, and raises Silence if it
+    reports nothing for `silence_timeout` seconds. Leaving the context ends the process."""
 
     def __init__(self, command: Sequence[str], silence_timeout: Optional[float] = None) -> None:
-        """Starts the command. Raises OSError where that cannot be done."""
+        """Starts the command. Raises OSError if that fails."""
         self._silence_timeout = silence_timeout
         self._killed = False
         self._queue: queue.Queue[Optional[Event]] = queue.Queue()
@@ -273,8 +273,8 @@ class Run:
             try:
                 return self._queue.get(timeout=_DRAIN_SECONDS if ended else _POLL_SECONDS)
             except queue.Empty:
-                # The end of the output does not come while another process holds it open, as the
-                # services do that Wine starts along with the tool.
+                # The output does not end while another process holds it open, such as the services
+                # that Wine starts along with the tool.
                 if ended:
                     return None
             limit = self._silence_timeout
@@ -288,32 +288,33 @@ class Run:
                 for document in splitter.feed(chunk):
                     self._queue.put(parse_document(document))
         if splitter.pending:
-            self._queue.put(UnreadableDocument(splitter.pending, "the output breaks off"))
+            self._queue.put(UnreadableDocument(splitter.pending,
+                                               "the output ends within a document"))
         self._queue.put(None)
 
     @property
     def status(self) -> Optional[int]:
-        """The exit status; none while the process runs."""
+        """The exit status; None while the process runs."""
         return self._process.poll()
 
     def wait(self, timeout: Optional[float] = None) -> int:
         """Waits for the end of the process and returns its exit status. Raises
-        subprocess.TimeoutExpired after so many seconds."""
+        subprocess.TimeoutExpired after `timeout` seconds."""
         return self._process.wait(timeout)
 
     def kill(self) -> None:
-        """Ends the process, where it has not ended by itself. Any thread may call this."""
+        """Ends the process, unless it has ended by itself. Any thread may call this."""
         self._killed = self._killed or self.status is None
         self._process.kill()
         self._process.wait()
 
     def error_output(self) -> str:
-        """What the tool wrote to standard error. To be called when it has ended."""
+        """Returns what the tool wrote to standard error. Call this after the tool has ended."""
         self._errors.seek(0)
         return self._errors.read().decode("utf-8", "replace")
 
     def describe_end(self) -> str:
-        """How the process ended, for people: its status and its last word."""
+        """Returns how the process ended, for people: its status and its last line."""
         lines = self.error_output().split("\n")
         last = next((line.strip() for line in reversed(lines) if line.strip()), "")
         return f"ended with status {self.status}" + (f": {last}" if last else "")
@@ -324,19 +325,19 @@ class Outcome(enum.Enum):
 
     SUCCEEDED = "succeeded"
     FAILED = "failed"
-    TIMED_OUT = "timed out"  # the tool gave it up
-    HUNG = "hung"  # it was silent for too long
+    TIMED_OUT = "timed out"  # the tool stopped waiting
+    HUNG = "hung"  # nothing was reported for too long
     STOPPED = "stopped"  # it was killed, or its events were not read to the end
 
 
 @dataclass(frozen=True)
 class RestoreResult:
     outcome: Outcome
-    reason: str = ""  # for people; empty where there is nothing to add
+    reason: str = ""  # for people; empty if there is nothing to add
 
 
 class Restore(Run):
-    """A run that restores a device. Iterate to the end: the process has ended then, and `result`
+    """A run that restores a device. Iterate to the end: then the process has ended, and `result`
     says how. Silence is a result here and raises nothing."""
 
     result = RestoreResult(Outcome.STOPPED)
@@ -354,7 +355,7 @@ class Restore(Run):
                 elif isinstance(event, RestoreStatus):
                     complete = complete or event.is_complete
                     if event.is_failure:
-                        # The tool would now wait for its time-out.
+                        # The tool would now wait until its timeout expires.
                         self._end(Outcome.FAILED, str(event.error or event.status))
                         yield event
                         return
@@ -363,7 +364,7 @@ class Restore(Run):
             self._end(Outcome.HUNG, str(silence))
             return
         if error:
-            timed_out = error.is_restore_time_out
+            timed_out = error.is_restore_timeout
             self._end(Outcome.TIMED_OUT if timed_out else Outcome.FAILED, str(error.error))
         elif complete and self.status == 0:
             self._end(Outcome.SUCCEEDED)
@@ -375,32 +376,32 @@ class Restore(Run):
         self.result = RestoreResult(outcome, reason)
 
 
-_Answer = TypeVar("_Answer", bound=Event)
+_Expected = TypeVar("_Expected", bound=Event)
 
 
 @dataclass(frozen=True)
 class Tool:
-    """How to start the tool. Every process of it is independent of the others."""
+    """How to start the tool. Its processes are independent of each other."""
 
-    command: Sequence[str]  # The process that it starts must become the tool, to be ended.
-    detect_timeout: Optional[int] = None  # seconds; none: as the tool has it
-    silence_timeout: Optional[float] = None  # seconds; none: a silent run is waited for
+    command: Sequence[str]  # a script has to `exec` the tool, so that the tool can be killed
+    detect_timeout: Optional[int] = None  # seconds; None: the tool's default
+    silence_timeout: Optional[float] = None  # seconds; None: no limit
 
     def start(self, *arguments: str) -> Run:
         """Starts a run with any arguments."""
         return Run(self._command(*arguments), self.silence_timeout)
 
     def list_devices(self) -> List[str]:
-        """The ECIDs of the devices that are there at the end of the detection time-out."""
+        """Returns the ECIDs of the devices that are attached when the detection timeout expires."""
         return self._ask(DeviceList, "--list-devices").ecids
 
     def device_info(self, ecid: str) -> DeviceInfo:
-        """The properties of the device, as soon as it is there."""
+        """Returns the properties of the device, as soon as it is attached."""
         return self._ask(DeviceInfo, "--device-info", "--ecid", ecid)
 
     def restore(self, ecid: str, bundle: str, *, erase: bool = False,
                 timeout: Optional[int] = None) -> Restore:
-        """Starts to restore the device. After `timeout` seconds the tool gives up."""
+        """Starts to restore the device. The tool stops waiting after `timeout` seconds."""
         arguments = ["--restore", bundle, "--ecid", ecid]
         if erase:
             arguments.append("--erase")
@@ -413,7 +414,7 @@ class Tool:
                                                             str(self.detect_timeout)]
         return [*self.command, *arguments, *detection]
 
-    def _ask(self, kind: Type[_Answer], *arguments: str) -> _Answer:
+    def _ask(self, kind: Type[_Expected], *arguments: str) -> _Expected:
         with self.start(*arguments) as run:
             events = list(run)
             for event in events:

@@ -4,9 +4,9 @@
     station.py list [-- COMMAND...]
     station.py restore BUNDLE [ECID...] [-- COMMAND...]
 
-Behind the two dashes stand the words of the command that starts the tool, qnrescue.exe if there are
-none. The exit status is 0 if all devices were restored, 1 if not, 2 for wrong arguments, and 130
-after Control-C.
+The words after the two dashes are the command that starts the tool; default: qnrescue.exe.
+The exit status is 0 if all devices were restored, 1 if not, 2 for invalid arguments, and 130 after
+Control-C.
 """
 
 from __future__ import annotations
@@ -26,8 +26,8 @@ from station_display import Display, make_display
 
 INTERRUPTED = 130
 
-# How long to look for a device at least before it counts as gone: one that restarts is away for
-# some seconds.
+# How long to look for a device before it counts as gone, at least: a device that restarts is absent
+# for some seconds.
 LOOK_SECONDS = 5
 
 
@@ -39,37 +39,37 @@ def parse_arguments(words: Sequence[str]) -> argparse.Namespace:
 
     common = argparse.ArgumentParser(add_help=False)
     common.add_argument("--detect-timeout", type=int, metavar="SECONDS",
-                        help="how long to look for devices; 3 if absent")
+                        help="how long to look for devices; default: 3")
     common.add_argument("--silence-timeout", type=float, default=600, metavar="SECONDS",
-                        help="a device that reports nothing for so long hangs; longer than the"
-                             " detection time-out; %(default)s if absent")
+                        help="how long a device may report nothing before it counts as hung;"
+                             " longer than the detection timeout; default: %(default)s")
     common.add_argument("--plain", action="store_true",
-                        help="plain lines, as where the output is no terminal")
+                        help="plain lines, as when the output is not a terminal")
 
-    behind_dashes = ("Behind the two dashes stand the words of the command that starts the tool,"
-                     " qnrescue.exe if there are none.")
+    after_dashes = ("The words after the two dashes are the command that starts the tool;"
+                    " default: qnrescue.exe.")
     parser = argparse.ArgumentParser(
-        usage="%(prog)s list|restore ... [-- COMMAND...]", epilog=behind_dashes,
+        usage="%(prog)s list|restore ... [-- COMMAND...]", epilog=after_dashes,
         description="Lists the attached devices, and restores all of them or some at once.")
     actions = parser.add_subparsers(dest="action", required=True, metavar="list|restore",
                                     prog=parser.prog)
-    listing = actions.add_parser("list", parents=[common], epilog=behind_dashes,
+    listing = actions.add_parser("list", parents=[common], epilog=after_dashes,
                                  help="list the attached devices")
     listing.set_defaults(act=list_devices)
-    restore = actions.add_parser("restore", parents=[common], epilog=behind_dashes,
+    restore = actions.add_parser("restore", parents=[common], epilog=after_dashes,
                                  help="restore devices")
     restore.set_defaults(act=restore_devices)
     restore.add_argument("bundle", metavar="BUNDLE", help="the firmware bundle")
     restore.add_argument("ecids", nargs="*", default=[], metavar="ECID", type=str.upper,
-                         help="the devices, with no option between them; all that are attached if"
-                              " absent")
+                         help="the devices, without options between them; default: all that are"
+                              " attached")
     restore.add_argument("--erase", action="store_true", help="erase the devices")
     restore.add_argument("--restore-timeout", type=int, metavar="SECONDS",
-                         help="how long a restore may take; 7200 if absent")
+                         help="how long a restore may take; default: 7200")
 
     options = parser.parse_args(own)
     if not command:
-        parser.error("no command stands behind the two dashes")
+        parser.error("no command after the two dashes")
     options.command = command
     return options
 
@@ -103,7 +103,7 @@ class Job:
 
 
 class Station:
-    """Restores devices at once, each in a thread and a process of its own."""
+    """Restores devices at the same time, each in its own thread and process."""
 
     def __init__(self, tool: Tool, display: Display, options: argparse.Namespace) -> None:
         self._tool = tool
@@ -112,7 +112,7 @@ class Station:
         self.interrupted = False
 
     def run(self, jobs: Sequence[Job]) -> None:
-        """Fills in the jobs' results. Control-C stops those that are under way."""
+        """Fills in the jobs' results. Control-C stops those in progress."""
         threads = [threading.Thread(target=self._work, args=(job,)) for job in jobs]
         with self._display.bars([job.ecid for job in jobs]):
             for thread in threads:
@@ -133,7 +133,7 @@ class Station:
         started = time.monotonic()
         try:
             job.result = self._restore(job)
-        except Exception as fault:  # whatever it is, it is this device's alone
+        except Exception as fault:  # whatever it is, it concerns only this device
             job.result = RestoreResult(Outcome.FAILED, str(fault) or type(fault).__name__)
         job.seconds = time.monotonic() - started
         self._display.end(job.ecid, job.result)
@@ -154,11 +154,11 @@ class Station:
 def wait_for(threads: Sequence[threading.Thread]) -> None:
     for thread in threads:
         while thread.is_alive():
-            thread.join(0.2)  # Windows lets Control-C in between two joins only
+            thread.join(0.2)  # Windows handles Control-C only between two joins
 
 
 def look_for_hung(tool: Tool, jobs: Sequence[Job]) -> None:
-    """Adds to the results of devices that hang whether they are still attached."""
+    """Adds whether they are still attached to the results of devices that hang."""
     hung = [job for job in jobs if job.result.outcome is Outcome.HUNG]
     if not hung:
         return
@@ -195,7 +195,7 @@ def main() -> int:
     tool = Tool(options.command, options.detect_timeout, options.silence_timeout)
     for stream in (sys.stdout, sys.stderr):
         if isinstance(stream, io.TextIOWrapper):
-            stream.reconfigure(errors="replace")  # not every console has all letters of a name
+            stream.reconfigure(errors="replace")  # not every console can show all letters
     act: Callable[[Tool, Display, argparse.Namespace], int] = options.act
     try:
         return act(tool, make_display(options.plain), options)
@@ -204,7 +204,7 @@ def main() -> int:
         return 1
     except OSError as fault:
         print(f"station.py: cannot start {options.command[0]!r}: {fault.strerror}; give the command"
-              " that starts the tool behind two dashes", file=sys.stderr)
+              " that starts the tool after two dashes", file=sys.stderr)
         return 1
     except KeyboardInterrupt:
         return INTERRUPTED

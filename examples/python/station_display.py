@@ -1,4 +1,4 @@
-"""What a restore station shows: bars on a terminal where the rich library is, else lines."""
+"""Shows the progress of a restore station: bars on a terminal if rich is installed, else lines."""
 
 from __future__ import annotations
 
@@ -26,7 +26,7 @@ def describe(result: RestoreResult) -> str:
 
 
 class Display:
-    """Plain lines, one for each new step of a device. Any thread may call this."""
+    """Prints plain lines, one for each new step of a device. Any thread may call this."""
 
     def __init__(self) -> None:
         self._lock = threading.Lock()
@@ -34,7 +34,7 @@ class Display:
 
     @contextmanager
     def bars(self, ecids: Sequence[str]) -> Iterator[None]:
-        """Within this context devices make progress."""
+        """Shows the progress of these devices within the context."""
         yield
 
     def report(self, ecid: str, step: str, progress: int) -> None:
@@ -56,12 +56,12 @@ class Display:
 
 
 class Bars(Display):
-    """A bar a device, and tables with frames."""
+    """Shows a bar for each device, and tables with frames."""
 
     def __init__(self) -> None:
         super().__init__()
         self._console = Console()
-        # The texts of devices are no markup.
+        # Texts of devices must not be read as markup.
         self._progress = Progress(
             TextColumn("{task.fields[ecid]}", markup=False), BarColumn(), TaskProgressColumn(),
             TimeElapsedColumn(), TextColumn("{task.description}", markup=False),

@@ -1,5 +1,5 @@
-"""The README names every option, links lead somewhere, the simulator has the devices of the examples,
-and the sample of a scenario can be played."""
+"""The README names every option, links lead somewhere, the simulator has the devices of the
+examples, and the sample of a scenario can be played."""
 
 import re
 import unittest

@@ -220,7 +220,8 @@ class Runs(unittest.TestCase):
 
     def test_output_that_breaks_off(self):
         run = self.start("sys.stdout.write('<?xml')")
-        self.assertEqual([UnreadableDocument(b"<?xml", "the output breaks off")], list(run))
+        self.assertEqual(
+            [UnreadableDocument(b"<?xml", "the output ends within a document")], list(run))
 
     def test_output_that_another_process_holds_open(self):
         run = self.start(

@@ -161,7 +161,7 @@ class Listing(StationTest):
     def test_command_that_cannot_be_started(self):
         self.run_station("list", command=["./nowhere"], scenario={}, status=1,
                          errors="station.py: cannot start './nowhere': No such file or directory;"
-                                " give the command that starts the tool behind two dashes")
+                                " give the command that starts the tool after two dashes")
 
     def test_list(self):
         bench = {"Devices": [device(SerialNumber="F4GSM1QN0D8X", ChipID=0x8110, BoardID=12,
