@@ -1,5 +1,6 @@
 // Runs qnrescue with the arguments that it is given, and prints the type and the value of each
-// document, in JSON, as it comes. Needs only Node.js 18, and `qnrescue` in the PATH.
+// document, in JSON, as it comes. Needs no packages; `qnrescue` has to be in the PATH. Tried with
+// Node.js 20.
 //
 //     node qnrescue.js --list-devices
 "use strict";
