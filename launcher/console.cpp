@@ -10,14 +10,14 @@ namespace {
 
 constinit UINT former_code_page = 0;
 
-void give_code_page_back() {
+void restore_code_page() {
     SetConsoleOutputCP(former_code_page);
 }
 
 // Ctrl+C and the like end the process without a call of exit.
-BOOL WINAPI give_code_page_back_on_interrupt(DWORD) {
-    give_code_page_back();
-    return FALSE; // so that it ends as it would
+BOOL WINAPI restore_code_page_on_interrupt(DWORD) {
+    restore_code_page();
+    return FALSE; // the next handler ends the process
 }
 
 bool is_console(DWORD stream) {
@@ -35,12 +35,12 @@ void show_utf8_on_consoles() {
     if (former_code_page == CP_UTF8 || !SetConsoleOutputCP(CP_UTF8)) {
         return;
     }
-    // The tool ends the process with exit, from its own library. That runs this handler too, since
-    // program and library share the C run-time library of the system; with Microsoft's static one,
-    // of which each has its own, it does not. What runs whatever the library is, a TLS callback of
-    // the program, is not called at the end under Wine, and so could not be tested.
-    std::atexit(give_code_page_back);
-    SetConsoleCtrlHandler(give_code_page_back_on_interrupt, TRUE);
+    // The tool ends the process with exit, from its own library. That runs this handler too if
+    // program and library share the C run-time library of the system, but not if each has its own,
+    // Microsoft's static one. A TLS callback of the program would run in both cases; Wine does not
+    // call it at the end, so it could not be tested.
+    std::atexit(restore_code_page);
+    SetConsoleCtrlHandler(restore_code_page_on_interrupt, TRUE);
 }
 
 } // namespace launcher

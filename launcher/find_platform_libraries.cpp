@@ -3,6 +3,9 @@
 #include "launcher/store_packages.hpp"
 #include "launcher/windows_places.hpp"
 
+#include <utility>
+#include <vector>
+
 namespace launcher {
 
 namespace {
@@ -19,48 +22,46 @@ constexpr auto usual_application_support =
 constexpr auto usual_mobile_device_of_32_bit =
     L"%CommonProgramFiles(x86)%\\Apple\\Mobile Device Support";
 
-library_search find_mobile_device(place const & program) {
-    library_search search(mobile_device_name);
-    search.look_in(program) || search.look_in(folder_of_registered_file(mobile_device_dll)) ||
-        search.look_in(usual_place(usual_mobile_device)) || search.look_in_each(store_places());
-    return search;
+search_result find_mobile_device(place const & program, search_extent extent) {
+    std::vector<place_source> const sources{
+        [&] { return std::vector{program}; },
+        [] { return std::vector{folder_of_registered_file(mobile_device_dll)}; },
+        [] { return std::vector{usual_place(usual_mobile_device)}; },
+        store_places,
+    };
+    return search_library(mobile_device_name, sources, extent);
 }
 
-library_search find_core_foundation(place const & program, library_search const & mobile_device) {
-    library_search search("CoreFoundation.dll");
-    search.look_in(program) ||
-        (mobile_device.found() &&
-         search.look_in({"beside MobileDevice.dll", mobile_device.folder(), {}})) ||
-        search.look_in(registered_folder(application_support)) ||
-        search.look_in(usual_place(usual_application_support));
-    return search;
+std::vector<place> place_beside(search_result const & mobile_device) {
+    if (!mobile_device.found()) {
+        return {};
+    }
+    return {{"beside MobileDevice.dll", mobile_device.folder(), {}}};
+}
+
+search_result find_core_foundation(place const & program, search_result const & mobile_device,
+                                   search_extent extent) {
+    std::vector<place_source> const sources{
+        [&] { return std::vector{program}; },
+        [&] { return place_beside(mobile_device); },
+        [] { return std::vector{registered_folder(application_support)}; },
+        [] { return std::vector{usual_place(usual_application_support)}; },
+    };
+    return search_library("CoreFoundation.dll", sources, extent);
 }
 
 } // namespace
 
-platform_search find_platform_libraries(place const & program) {
-    auto const mobile_device = find_mobile_device(program);
-    return {find_core_foundation(program, mobile_device), mobile_device};
-}
-
-std::vector<QN::filesystem::path> dependency_folders(platform_search const & libraries,
-                                                     place const & program) {
-    std::vector<QN::filesystem::path> folders;
-    auto const & mobile_device = libraries.mobile_device.folder();
-    auto const & core_foundation = libraries.core_foundation.folder();
-    if (mobile_device != program.folder) {
-        folders.push_back(mobile_device);
-    }
-    if (core_foundation != program.folder && core_foundation != mobile_device) {
-        folders.push_back(core_foundation);
-    }
-    return folders;
+platform_search find_platform_libraries(place const & program, search_extent extent) {
+    auto mobile_device = find_mobile_device(program, extent);
+    auto core_foundation = find_core_foundation(program, mobile_device, extent);
+    return {std::move(core_foundation), std::move(mobile_device)};
 }
 
 QN::filesystem::path installation_of_32_bit() {
-    library_search search(mobile_device_name);
-    search.look_in(usual_place(usual_mobile_device_of_32_bit));
-    return search.folder();
+    return search_library(mobile_device_name,
+                          {[] { return std::vector{usual_place(usual_mobile_device_of_32_bit)}; }})
+        .folder();
 }
 
 } // namespace launcher

@@ -30,8 +30,8 @@ using namespace launcher;
 
 using tool_main = int (*)(int argc, char const ** argv);
 
-// A program that drives this one would wait for ever behind a box that tells of a bad library or of
-// a fault.
+// A program that drives this one would wait for ever behind a dialog about a bad library or a
+// fault.
 void raise_no_dialogs() {
     SetErrorMode(GetErrorMode() | SEM_FAILCRITICALERRORS | SEM_NOGPFAULTERRORBOX);
 }
@@ -45,7 +45,7 @@ void restrict_library_search() {
 
 tool_main load_tool(place const & program) {
     try {
-        auto const & tool = load_permanently(program.folder / L"libqnrescuelib.dll", {});
+        auto const & tool = load_library(program.folder / L"libqnrescuelib.dll", {});
         return reinterpret_cast<tool_main>(tool.internal_get_proc_address("main"));
     } catch (std::runtime_error const & error) { // load_error or win32_error
         throw std::runtime_error(
@@ -87,12 +87,12 @@ void write(std::FILE * stream, std::string const & text) {
 #ifdef __GNUC__
 extern "C" {
 // NOLINTNEXTLINE(clang-diagnostic-reserved-identifier): the name is the C library's
-int _dowildcard = 0; // arguments are not to be taken for patterns of file names
+int _dowildcard = 0; // arguments are not patterns of file names
 }
 #endif
 
-// Wide, as not every system knows UTF-8 arguments; and what would split the command line instead is
-// in a library that takes long to load.
+// Wide, as not every system has UTF-8 arguments, and the function that splits a command line is in
+// a library that takes long to load.
 extern "C" int wmain(int argc, wchar_t ** argv) {
     try {
         show_utf8_on_consoles();

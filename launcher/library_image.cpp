@@ -20,8 +20,8 @@ struct section {
 };
 
 // The bytes of a file, by their offsets in it and by the addresses that they are loaded to. Throws
-// damaged where there is none, and where the tables and names that are read come to more than the
-// file has: then they overlap, and reading them all could take for ever.
+// damaged for an offset or address outside the file, and if the tables and names that are read add
+// up to more than the file: then they overlap, and reading them all could take for ever.
 class image_reader {
 public:
     explicit image_reader(std::string_view file);
@@ -30,9 +30,9 @@ public:
     Number at(std::size_t offset) const;
     std::size_t offset_of(std::uint32_t address) const;
     std::string text(std::uint32_t address);
-    // An entry of a table, of this size, is about to be read.
+    // Counts an entry of a table, of this size, that is about to be read.
     void count_entry(std::size_t size);
-    // The address of a table; 0 where the image has none.
+    // Returns the address of a table; 0 if the image does not have it.
     std::uint32_t address_of(directory table) const;
 
     std::uint16_t machine = 0;

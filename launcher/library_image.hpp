@@ -10,7 +10,7 @@
 
 namespace launcher {
 
-// A library that another one needs, and the names that it needs of it (numbers are left out).
+// A library that another one needs, and the functions that it needs from it by name.
 struct imported_library {
     std::string name;
     std::vector<std::string> functions;
@@ -26,11 +26,11 @@ struct library_image {
 constexpr std::uint16_t machine_x86 = 0x014C;
 constexpr std::uint16_t machine_x64 = 0x8664;
 
-// Returns the image in the bytes of a file, 32-bit or 64-bit; none where they are no program or
-// library, or damaged. Nothing of the file is trusted.
+// Returns the image in the bytes of a file, 32-bit or 64-bit; no value if they are not a program or
+// library, or are damaged. Trusts nothing in the file.
 std::optional<library_image> parse_library_image(std::string_view bytes);
 
-// Returns the same for a file; none also where it cannot be read. The file is not loaded.
+// Returns the image of a file; no value also if it cannot be read. Does not load the file.
 std::optional<library_image> read_library_image(QN::filesystem::path const & file);
 
 } // namespace launcher

@@ -12,9 +12,12 @@ namespace launcher {
 
 namespace {
 
-finding find(QN::filesystem::path const & file) {
+finding look_in(place const & where, std::string const & file_name) {
+    if (where.folder.empty()) {
+        return finding::nothing;
+    }
     boost::system::error_code error;
-    if (is_regular_file(file, error)) {
+    if (is_regular_file(where.folder / file_name, error)) {
         return finding::library;
     }
     return error == boost::system::errc::permission_denied ? finding::refusal : finding::nothing;
@@ -34,37 +37,38 @@ std::string_view mark(finding found) {
 
 } // namespace
 
-library_search::library_search(std::string file_name)
-    : name(std::move(file_name)) {}
-
-bool library_search::look_in(place const & candidate) {
-    auto const has = candidate.folder.empty() ? finding::nothing : find(candidate.folder / name);
-    looked_in.push_back({candidate, has});
-    if (has != finding::library) {
-        return false;
-    }
-    library_folder = candidate.folder;
-    return true;
+bool search_result::refused() const {
+    return std::ranges::find(places, finding::refusal, &searched_place::found) != places.end();
 }
 
-bool library_search::look_in_each(std::span<place const> candidates) {
-    return std::ranges::any_of(candidates,
-                               [this](place const & candidate) { return look_in(candidate); });
+QN::filesystem::path search_result::folder() const {
+    auto const first = std::ranges::find(places, finding::library, &searched_place::found);
+    return first == places.end() ? QN::filesystem::path() : first->where.folder;
 }
 
-bool library_search::refused() const {
-    return std::ranges::find(looked_in, finding::refusal, &looked_in_place::found) !=
-           looked_in.end();
-}
-
-std::string library_search::report(std::string const & fault) const {
-    auto text = fmt::format("{}\nLooked for {} in:\n", fault, name);
-    for (auto const & [where, has] : looked_in) {
+std::string search_result::report(std::string const & fault) const {
+    auto text = fmt::format("{}\nLooked for {} in:\n", fault, file_name);
+    for (auto const & [where, has] : places) {
         text += fmt::format("  {}: {}{}\n", where.origin,
                             where.fault.empty() ? QN::path_to_utf8(where.folder) : where.fault,
                             mark(has));
     }
     return text;
+}
+
+search_result search_library(std::string file_name, std::vector<place_source> const & sources,
+                             search_extent extent) {
+    search_result result{std::move(file_name), {}};
+    for (auto const & source : sources) {
+        for (auto & where : source()) {
+            auto const found = look_in(where, result.file_name);
+            result.places.push_back({std::move(where), found});
+            if (found == finding::library && extent == search_extent::until_found) {
+                return result;
+            }
+        }
+    }
+    return result;
 }
 
 } // namespace launcher

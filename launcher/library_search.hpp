@@ -2,47 +2,44 @@
 
 #include "launcher/place.hpp"
 
-#include <span>
+#include <functional>
 #include <string>
 #include <vector>
 
 namespace launcher {
 
-// What a place turned out to have.
+// What a place has where a library could be.
 enum class finding { nothing, library, refusal };
 
-struct looked_in_place {
+struct searched_place {
     place where;
     finding found;
 };
 
-// The search for one library, place by place.
-class library_search {
-public:
-    explicit library_search(std::string file_name);
+// What a search found, place by place, in the order of the search.
+struct search_result {
+    std::string file_name;
+    std::vector<searched_place> places;
 
-    // Returns whether the library is in this place, or in one of these, of which no more are looked
-    // in then.
-    bool look_in(place const & candidate);
-    bool look_in_each(std::span<place const> candidates);
-
-    std::string const & file_name() const { return name; }
-    bool found() const { return !library_folder.empty(); }
-    // Whether Windows refused to tell what a place has.
+    // Returns whether a place has the library.
+    bool found() const { return !folder().empty(); }
+    // Returns whether Windows denies access to a place.
     bool refused() const;
-    // Where the library was found; empty where it was not.
-    QN::filesystem::path const & folder() const { return library_folder; }
-    QN::filesystem::path path() const { return library_folder / name; }
-    std::vector<looked_in_place> const & places() const { return looked_in; }
-
-    // Returns what is wrong, for people, and below it each place that was looked in with what it
-    // has; ends with a line feed.
+    // Returns the folder of the first place that has the library; empty if none has.
+    QN::filesystem::path folder() const;
+    QN::filesystem::path path() const { return folder() / file_name; }
+    // Returns the fault, for people, and below it each place with what it has; ends with a line
+    // feed.
     std::string report(std::string const & fault) const;
-
-private:
-    std::string name;
-    QN::filesystem::path library_folder;
-    std::vector<looked_in_place> looked_in;
 };
+
+// Returns places to search. Called only if the search comes to it, as the registry takes time.
+using place_source = std::function<std::vector<place>()>;
+
+enum class search_extent { until_found, everywhere };
+
+// Looks for a file in the places of each source, in this order.
+search_result search_library(std::string file_name, std::vector<place_source> const & sources,
+                             search_extent extent = search_extent::until_found);
 
 } // namespace launcher

@@ -20,13 +20,13 @@ QN::filesystem::path loaded_file(std::string const & name) {
     return module == nullptr ? QN::filesystem::path() : file_of_module(module);
 }
 
-// The system's words for these do not tell which file is meant.
+// The system's texts for these errors do not name the file.
 bool is_about_some_file(unsigned long error) {
     return error == ERROR_MOD_NOT_FOUND || error == ERROR_PROC_NOT_FOUND ||
            error == ERROR_BAD_EXE_FORMAT;
 }
 
-// Some of the system's texts have a place for the name of the file.
+// Some of the system's texts have a placeholder for the name of the file.
 std::string system_text(QN::filesystem::path const & path, QN::win::win32_error const & error) {
     std::string text = error.what();
     auto const name = text.find("%1");
@@ -49,8 +49,8 @@ std::string reason(QN::filesystem::path const & path,
 
 } // namespace
 
-QN::win::win32_module const & load_permanently(QN::filesystem::path const & path,
-                                               std::vector<QN::filesystem::path> const & searched) {
+QN::win::win32_module const & load_library(QN::filesystem::path const & path,
+                                           std::vector<QN::filesystem::path> const & searched) {
     try {
         return *new QN::win::win32_module(path.native(), LOAD_LIBRARY_SEARCH_DLL_LOAD_DIR |
                                                              LOAD_LIBRARY_SEARCH_DEFAULT_DIRS);

@@ -20,7 +20,7 @@ std::string quoted(QN::filesystem::path const & path) {
     return '"' + QN::path_to_utf8(path) + '"';
 }
 
-// Names that lead to libraries of Windows, but not to files.
+// Names that stand for libraries of Windows, but not for files.
 bool is_api_set(std::string name) {
     std::ranges::transform(name, name.begin(), [](char character) {
         return character >= 'A' && character <= 'Z' ? static_cast<char>(character + ('a' - 'A'))
@@ -50,7 +50,7 @@ std::string fault_of(QN::filesystem::path const & library,
     if (!is_file(library)) {
         return "is missing";
     }
-    return image ? fault_of_machine(*image) : "is no library, is damaged or cannot be read";
+    return image ? fault_of_machine(*image) : "is not a library, is damaged or cannot be read";
 }
 
 std::string missing_function(library_image const & image, imported_library const & wanted) {
@@ -62,16 +62,17 @@ std::string missing_function(library_image const & image, imported_library const
     return {};
 }
 
-// More than an installation has. The files of a hostile one may never end.
+// More than an installation has. The files of a hostile one could go on for ever.
 constexpr std::size_t most_libraries = 256;
 
-// The libraries that one needs, one after the other.
+// Visits the libraries that one needs, one after the other.
 class dependency_walk {
 public:
     explicit dependency_walk(dependency_search const & where)
         : search(where) {}
 
-    // The first obstacle in this library, which `needed` says who needs, or in those that it needs.
+    // Returns the first obstacle in this library, or in those that it needs; `needed` says which
+    // library needs this one.
     std::string visit(QN::filesystem::path const & library, imported_library const & wanted,
                       std::string const & needed) {
         auto known = visited.find(library);

@@ -9,18 +9,18 @@
 namespace launcher {
 
 // Where a library finds those that it needs: what is loaded, then these folders, then the system's.
-// Libraries that are in none of these folders are taken for whole.
+// Libraries outside these folders are assumed to be intact.
 struct dependency_search {
-    // Returns the file that is loaded under this name; empty where none is.
+    // Returns the file that is loaded under this name; empty if there is none.
     std::function<QN::filesystem::path(std::string const & name)> loaded;
     std::vector<QN::filesystem::path> folders;
     QN::filesystem::path system_folder;
 };
 
-// Returns, in a sentence for people without a full stop, what in the files keeps a 64-bit program
-// from loading this library: it or one that it needs, however indirectly, is missing, cannot
-// be read, is no library or one for another kind of processor, or lacks a function that is needed.
-// Empty where nothing of that is so. Nothing is loaded.
+// Returns, in a sentence for people without a full stop, why a 64-bit program cannot load this
+// library: it or one that it needs, directly or not, is missing, cannot be read, is not a library,
+// is for another kind of processor, or lacks a function that is needed. Empty if the files show no
+// reason. Loads nothing.
 std::string load_obstacle(QN::filesystem::path const & library, dependency_search const & search);
 
 } // namespace launcher

@@ -1,7 +1,5 @@
 #include "launcher/load_platform_libraries.hpp"
 
-#include "launcher/find_platform_libraries.hpp"
-#include "launcher/forwarded_names.hpp"
 #include "launcher/load_library.hpp"
 #include "support/win/win32_error.hpp"
 
@@ -12,6 +10,7 @@
 #include <algorithm>
 #include <span>
 #include <stdexcept>
+#include <utility>
 #include <vector>
 
 namespace launcher {
@@ -36,42 +35,37 @@ std::string note_on_32_bit() {
                                         QN::path_to_utf8(folder));
 }
 
-std::string missing_names(QN::win::win32_module const & module, library owner) {
-    std::vector<char const *> missing;
-    for (auto const & forwarded : forwarded_names) {
-        if (forwarded.owner == owner && module.find_proc_address(forwarded.name) == nullptr) {
-            missing.push_back(forwarded.name);
-        }
-    }
+std::string list_of_names(std::vector<char const *> const & names) {
     constexpr std::size_t most = 5;
-    if (missing.size() <= most) {
-        return fmt::format("{}", fmt::join(missing, ", "));
+    if (names.size() <= most) {
+        return fmt::format("{}", fmt::join(names, ", "));
     }
-    return fmt::format("{} and {} more", fmt::join(std::span(missing).first(most), ", "),
-                       missing.size() - most);
+    return fmt::format("{} and {} more", fmt::join(std::span(names).first(most), ", "),
+                       names.size() - most);
 }
 
-// Returns the report of what is wrong with the library; an empty one where it can be used.
-std::string load(library_search const & search, library owner,
+// Loads the library and returns the report of what is wrong with it; empty if it can be used.
+std::string load(search_result const & search, library owner,
                  std::vector<QN::filesystem::path> const & searched) {
     try {
-        auto const missing = missing_names(load_permanently(search.path(), searched), owner);
+        auto const missing = missing_names(load_library(search.path(), searched), owner);
         if (missing.empty()) {
             return {};
         }
-        return search.report(fmt::format("{} lacks {}", QN::path_to_utf8(search.path()), missing));
+        return search.report(
+            fmt::format("{} lacks {}", QN::path_to_utf8(search.path()), list_of_names(missing)));
     } catch (load_error const & error) {
         return search.report(
-                   fmt::format("{} cannot be loaded: {}", search.file_name(), error.what())) +
+                   fmt::format("{} cannot be loaded: {}", search.file_name, error.what())) +
                (error.code == ERROR_ACCESS_DENIED ? refusal_note : "");
     }
 }
 
-std::string report_if_not_found(library_search const & search) {
+std::string report_if_not_found(search_result const & search) {
     if (search.found()) {
         return {};
     }
-    return search.report(search.file_name() + " was not found") +
+    return search.report(search.file_name + " was not found") +
            (search.refused() ? refusal_note : "");
 }
 
@@ -79,6 +73,19 @@ void throw_if(std::string const & faults) {
     if (!faults.empty()) {
         throw std::runtime_error(faults + advice);
     }
+}
+
+std::vector<QN::filesystem::path> library_folders(platform_search const & libraries,
+                                                  place const & program) {
+    std::vector<QN::filesystem::path> folders;
+    for (auto const * const library : {&libraries.mobile_device, &libraries.core_foundation}) {
+        auto folder = library->folder();
+        if (library->found() && folder != program.folder &&
+            std::ranges::find(folders, folder) == folders.end()) {
+            folders.push_back(std::move(folder));
+        }
+    }
+    return folders;
 }
 
 void add_folder(QN::filesystem::path const & folder) {
@@ -98,12 +105,28 @@ void load_platform_libraries(place const & program) {
         report_if_not_found(mobile_device) + report_if_not_found(core_foundation);
     throw_if(not_found.empty() ? not_found : not_found + note_on_32_bit());
 
-    auto searched = dependency_folders(libraries, program);
-    std::ranges::for_each(searched, add_folder);
-    searched.insert(searched.begin(), program.folder);
+    auto const searched = add_dependency_folders(libraries, program);
     // In this order the second takes the first, and no other of its name.
     throw_if(load(core_foundation, library::CoreFoundation, searched));
     throw_if(load(mobile_device, library::MobileDevice, searched));
+}
+
+std::vector<QN::filesystem::path> add_dependency_folders(platform_search const & libraries,
+                                                         place const & program) {
+    auto folders = library_folders(libraries, program);
+    std::ranges::for_each(folders, add_folder);
+    folders.insert(folders.begin(), program.folder);
+    return folders;
+}
+
+std::vector<char const *> missing_names(QN::win::win32_module const & module, library owner) {
+    std::vector<char const *> missing;
+    for (auto const & forwarded : forwarded_names) {
+        if (forwarded.owner == owner && module.find_proc_address(forwarded.name) == nullptr) {
+            missing.push_back(forwarded.name);
+        }
+    }
+    return missing;
 }
 
 } // namespace launcher

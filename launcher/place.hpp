@@ -8,14 +8,14 @@ namespace launcher {
 
 // A folder that may hold a library of the platform.
 struct place {
-    std::string origin;          // what names the folder, for people
-    QN::filesystem::path folder; // a full path; empty where the origin names none
-    std::string fault;           // why it names none, for people
+    std::string origin;          // where the folder's name is from, for people
+    QN::filesystem::path folder; // a full path; empty if the origin names no folder
+    std::string fault;           // why it names no folder, for people
 };
 
-// The place that a text names: a text that is no full path names none.
+// Returns the place with this folder; without a folder if it is not a full path.
 place place_of_folder(std::string origin, QN::filesystem::path const & folder);
-// The same for the full path of a file, for the folder that holds it.
+// Returns the place with the folder of this file; without a folder if it is not a full path.
 place place_of_file(std::string origin, QN::filesystem::path const & file);
 
 } // namespace launcher

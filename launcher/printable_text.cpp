@@ -9,7 +9,7 @@ namespace {
 using utf8 = boost::nowide::utf::utf_traits<char>;
 using boost::nowide::utf::code_point;
 
-// The decoder's marks of what is not valid lie above all code points.
+// The decoder's marks for invalid text are above all code points.
 constexpr code_point last_code_point = 0x10FFFF;
 
 bool is_printable(code_point point) {

@@ -17,13 +17,13 @@ namespace {
 
 struct store_app {
     std::wstring_view package; // the package's name; its full name adds version and publisher
-    wchar_t const * folder;    // that of the libraries, below the package's
+    wchar_t const * folder;    // that of the libraries, in the package's
 };
 constexpr std::array apps{store_app{L"AppleInc.AppleDevices", L""},
                           store_app{L"AppleInc.iTunes", L"AMDS64"}};
 constexpr std::wstring_view publisher = L"_nzyj5cx40ttqa";
 
-// A key for each package that is installed, by its full name.
+// Has a key for each installed package, by its full name.
 constexpr auto packages_key =
     L"Local Settings\\Software\\Microsoft\\Windows\\CurrentVersion\\AppModel"
     L"\\PackageRepository\\Packages";

@@ -6,25 +6,25 @@
 
 namespace launcher {
 
-// A value of HKEY_LOCAL_MACHINE that an installation leaves.
+// A value of HKEY_LOCAL_MACHINE that an installation writes.
 struct registry_location {
     wchar_t const * key;
     wchar_t const * value;
 };
 
-// Returns the file of a library that is loaded, or of the program for null. Throws win32_error
-// where Windows does not tell it.
+// Returns the file of a loaded library, or of the program for null. Throws win32_error where
+// Windows does not report it.
 QN::filesystem::path file_of_module(HMODULE module);
 
-// The folder of this program. Throws win32_error where Windows does not tell it.
+// Returns the folder of this program. Throws win32_error where Windows does not report it.
 place program_place();
 
-// The folder that a value names, or that of the file that it names. A value that is missing, no
-// text or no full path names none.
+// Returns the folder that a value names, or that of the file that it names; a place without a
+// folder if the value is missing, not a text or not a full path.
 place registered_folder(registry_location const & location);
 place folder_of_registered_file(registry_location const & location);
 
-// A folder where installations usually are; environment variables in it are replaced.
+// Returns a folder where installations usually are, with environment variables replaced.
 place usual_place(wchar_t const * folder);
 
 } // namespace launcher

@@ -322,7 +322,7 @@ class Unusable(FindingTest):
             with self.subTest(library):
                 self.add_broken(self.program, library)
                 path = f"{windows_path(self.program)}\\{library}"
-                self.assert_not_loaded(library, f'"{path}" is no library, is damaged or cannot be read')
+                self.assert_not_loaded(library, f'"{path}" is not a library, is damaged or cannot be read')
                 self.add_files(self.program, library)
 
     def test_32_bit_library(self):

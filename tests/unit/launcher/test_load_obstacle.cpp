@@ -88,11 +88,11 @@ TEST_F(load_obstacle_test, the_first_folder_counts) {
 
 TEST_F(load_obstacle_test, no_library) {
     tests::write_file(library, "This is no library.");
-    EXPECT_EQ(quoted(library) + " is no library, is damaged or cannot be read", obstacle());
+    EXPECT_EQ(quoted(library) + " is not a library, is damaged or cannot be read", obstacle());
     make(library, {{{"near.dll", {}}}});
     tests::write_file(installed / "near.dll", "");
     EXPECT_EQ(needed(installed / "near.dll", library) +
-                  "is no library, is damaged or cannot be read",
+                  "is not a library, is damaged or cannot be read",
               obstacle());
 }
 
