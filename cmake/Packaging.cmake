@@ -26,7 +26,8 @@ foreach(target qnrescue qnrescuelib devforwardmin simulator_CoreFoundation simul
 endforeach()
 install(DIRECTORY simulator/scenarios DESTINATION simulator)
 
-install(FILES README.md CONTRIBUTING.md DESTINATION .)
+include(Licenses)
+install(FILES README.md CHANGELOG.md CONTRIBUTING.md DESTINATION .)
 install(DIRECTORY docs examples DESTINATION . PATTERN __pycache__ EXCLUDE)
 
 set(CPACK_GENERATOR ZIP)

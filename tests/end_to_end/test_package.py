@@ -17,14 +17,15 @@ from harness import ECID, RUNNER, TIME_LIMIT, Process, ToolTest, device, report
 from launcher_setup import SetupTest, make_prefix
 
 PROGRAM_AND_LIBRARIES = ["libdevforwardmin.dll", "libqnrescuelib.dll", "qnrescue.exe"]
+SIMULATOR = ["CoreFoundation.dll", "MobileDevice.dll"]
 
 FILES = {
+    "CHANGELOG.md",
     "CONTRIBUTING.md",
     "README.md",
     *(f"bin/{name}" for name in PROGRAM_AND_LIBRARIES),
     *(f"simulator/{name}" for name in PROGRAM_AND_LIBRARIES),
-    "simulator/CoreFoundation.dll",
-    "simulator/MobileDevice.dll",
+    *(f"simulator/{name}" for name in SIMULATOR),
     "include/QNRescue/CoreFoundation.h",
     "include/QNRescue/qnrescue.h",
     "lib/libdevforwardmin.dll.a",
@@ -38,6 +39,16 @@ FILES = {
 }
 # Folders that are packed as they are in the sources.
 FOLDERS = {"docs": "docs", "examples": "examples", "simulator/scenarios": "simulator/scenarios"}
+
+# What the notice of each library that is linked in says.
+NOTICES = {
+    "Boost": "Boost Software License",
+    "fmt": "Victor Zverovich",
+    "GCC": "GCC Runtime Library Exception",
+    "mingw-w64": "mingw-w64 project",
+    "winpthreads": "winpthreads",
+}
+LICENSES = "licenses"
 
 # What every Windows has. Each other library makes each start take longer.
 WINDOWS_LIBRARIES = {"kernel32.dll", "msvcrt.dll"}
@@ -104,7 +115,8 @@ class Contents(Package):
             expected |= {f"{packed}/{path.relative_to(SOURCE / folder).as_posix()}"
                          for path in (SOURCE / folder).rglob("*")
                          if path.is_file() and "__pycache__" not in path.parts}
-        self.assertEqual(sorted(expected), sorted(self.files))
+        self.assertEqual(sorted(expected), sorted(name for name in self.files
+                                                  if not name.startswith(f"{LICENSES}/")))
 
     def test_links_lead_to_packed_files(self):
         for name, file in self.files.items():
@@ -147,6 +159,37 @@ class Contents(Package):
         run(sys.executable, SOURCE / "cmake/pack_reproducibly.py", package, SOURCE_DATE_EPOCH="",
             PATH=f"{folder}:{os.environ['PATH']}")
         self.assertEqual("asked\n", (folder / "log").read_text())
+
+
+class Licenses(Package):
+    def notices(self):
+        """The texts of all notices, by the library that they are of."""
+        texts = {}
+        for name, file in self.files.items():
+            if name.startswith(f"{LICENSES}/"):
+                library = name.split("/")[1]
+                texts[library] = texts.get(library, "") + file.read_text("utf-8", "replace")
+        return texts
+
+    def test_each_library_has_its_notice(self):
+        notices = self.notices()
+        self.assertEqual(sorted(NOTICES), sorted(notices))
+        for library, text in notices.items():
+            self.assertRegex(text, f"(?i){NOTICES[library]}", library)
+
+    @unittest.skipUnless((BUILD / "build.ninja").exists(), "not built by Ninja")
+    def test_there_is_no_other_library(self):
+        """Each archive from outside the build, which the packed programs are linked with."""
+        known = {library.lower() for library in NOTICES}
+        linked = set()
+        for edge in (BUILD / "build.ninja").read_text().split("\n\n"):
+            if re.search(rf"^build bin/({'|'.join(PROGRAM_AND_LIBRARIES + SIMULATOR)})\b", edge,
+                         re.MULTILINE):
+                (libraries,) = re.findall(r"^  LINK_LIBRARIES = (.*)", edge, re.MULTILINE)
+                # Those of the build have relative paths.
+                linked |= set(re.findall(r" (?:/|\w\$?:)\S*/lib([a-z]+)\w*\.a\b", libraries))
+        self.assertIn("boost", linked)
+        self.assertEqual(set(), linked - known)
 
 
 class Binaries(Package):
