@@ -2,8 +2,8 @@
 set(QNRESCUE_FORWARDERS "${PROJECT_SOURCE_DIR}/platform/libdevforwardmin/libdevforwardmin.def")
 set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS "${QNRESCUE_FORWARDERS}")
 
-# qnrescue_forwarded_functions(names file): the names of the functions; and a file for the compiler,
-# in the current binary folder, that has FORWARDED(name) for each.
+# qnrescue_forwarded_functions(names file): sets `names` to the names of the functions, and writes
+# FORWARDED(name) for each to a file in the current binary folder.
 function(qnrescue_forwarded_functions names file)
   file(STRINGS "${QNRESCUE_FORWARDERS}" lines REGEX " = ")
   list(FILTER lines EXCLUDE REGEX " DATA$")
@@ -14,14 +14,14 @@ function(qnrescue_forwarded_functions names file)
   file(CONFIGURE OUTPUT "${file}" CONTENT "${content}" @ONLY)
 endfunction()
 
-# qnrescue_forwarded_targets(targets): LIBRARY.NAME for each function and datum.
+# qnrescue_forwarded_targets(targets): sets `targets` to LIBRARY.NAME for each function and variable.
 function(qnrescue_forwarded_targets targets)
   file(STRINGS "${QNRESCUE_FORWARDERS}" lines REGEX " = ")
   list(TRANSFORM lines REPLACE "^.* = ([A-Za-z0-9_.]+).*$" "\\1")
   set(${targets} ${lines} PARENT_SCOPE)
 endfunction()
 
-# qnrescue_forwarded_data(lines): the definition file's lines of data.
+# qnrescue_forwarded_data(lines): sets `lines` to the definition file's lines of variables.
 function(qnrescue_forwarded_data lines)
   file(STRINGS "${QNRESCUE_FORWARDERS}" data REGEX " DATA$")
   set(${lines} ${data} PARENT_SCOPE)

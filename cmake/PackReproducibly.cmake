@@ -1,4 +1,4 @@
-# Run by CPack once the ZIP is there.
+# CPack runs this when it has made the ZIP.
 execute_process(
   COMMAND "${CPACK_QNRESCUE_PYTHON}" "${CMAKE_CURRENT_LIST_DIR}/pack_reproducibly.py"
     ${CPACK_PACKAGE_FILES}

@@ -20,7 +20,7 @@ write_basic_package_version_file("${PROJECT_BINARY_DIR}/QNRescueConfigVersion.cm
 install(FILES cmake/QNRescueConfig.cmake "${PROJECT_BINARY_DIR}/QNRescueConfigVersion.cmake"
   DESTINATION ${package_folder})
 
-# A folder that holds the simulator's two DLLs is a simulated set-up.
+# With the simulator's two DLLs beside it, the program uses simulated devices.
 foreach(target qnrescue qnrescuelib devforwardmin simulator_CoreFoundation simulator_MobileDevice)
   install(PROGRAMS $<TARGET_FILE:${target}> DESTINATION simulator)
 endforeach()

@@ -1,10 +1,9 @@
-# Python3::Interpreter, which runs the tests of whole programs and the measurements, and packs the
-# ZIP.
+# Finds Python3::Interpreter, which runs the end-to-end tests and the benchmarks, and packs the ZIP.
 if(NOT WIN32 AND NOT QNRESCUE_BENCHMARKS)
   return()
 endif()
 
-# Debian's packages of libraries are for its own interpreter.
+# Debian's packages of Python libraries are for Debian's interpreter.
 if(NOT DEFINED Python3_ROOT_DIR)
   set(Python3_ROOT_DIR /usr)
 endif()

@@ -1,3 +1,3 @@
-# QNRescue::qnrescuelib is libqnrescuelib.dll; with it comes QNRescue::devforwardmin, through which
-# CoreFoundation's functions are called.
+# QNRescue::qnrescuelib is libqnrescuelib.dll; QNRescue::devforwardmin forwards calls to
+# CoreFoundation.
 include("${CMAKE_CURRENT_LIST_DIR}/QNRescueTargets.cmake")

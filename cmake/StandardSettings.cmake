@@ -1,4 +1,4 @@
-# Language level, visibility, output folders and the definitions that every target shares.
+# Sets the language level, visibility, output folders and the definitions that every target shares.
 set(CMAKE_CXX_STANDARD 20)
 set(CMAKE_CXX_STANDARD_REQUIRED ON)
 set(CMAKE_CXX_EXTENSIONS OFF)
@@ -9,7 +9,7 @@ if(NOT CMAKE_BUILD_TYPE AND NOT CMAKE_CONFIGURATION_TYPES)
   set(CMAKE_BUILD_TYPE Release CACHE STRING "" FORCE)
 endif()
 
-# Programs and the DLLs they load stand side by side.
+# Programs and the DLLs that they load are in one folder.
 set(CMAKE_RUNTIME_OUTPUT_DIRECTORY "${CMAKE_BINARY_DIR}/bin")
 
 include_directories("${CMAKE_SOURCE_DIR}")

@@ -1,4 +1,4 @@
-# Warnings for every target of this project; errors where QNRESCUE_WARNINGS_AS_ERRORS is on.
+# Warnings for every target of this project; errors if QNRESCUE_WARNINGS_AS_ERRORS is on.
 option(QNRESCUE_WARNINGS_AS_ERRORS "Treat compiler warnings as errors" OFF)
 
 if(CMAKE_CXX_COMPILER_ID MATCHES "GNU|Clang")
@@ -7,7 +7,7 @@ if(CMAKE_CXX_COMPILER_ID MATCHES "GNU|Clang")
     -Woverloaded-virtual -Wcast-align -Wimplicit-fallthrough
     $<$<BOOL:${QNRESCUE_WARNINGS_AS_ERRORS}>:-Werror>
   )
-  # GCC 12 takes some assignments of standard strings for overlapping copies.
+  # GCC 12 reports some assignments of standard strings as overlapping copies.
   if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU" AND CMAKE_CXX_COMPILER_VERSION VERSION_LESS 13)
     list(APPEND warnings -Wno-restrict)
   endif()

@@ -1,8 +1,8 @@
-# How tests are named and run. QNRESCUE_TEST_PREFIX tells the builds apart in a run over several.
+# How tests are named and run. QNRESCUE_TEST_PREFIX names the build in a run of several builds.
 option(BUILD_TESTING "Build the tests" ON)
 set(QNRESCUE_TEST_PREFIX "" CACHE STRING "What the name of every test starts with")
 
-# qnrescue_unit_test(name SOURCES file... LINK library...): one GoogleTest program, one test of
+# qnrescue_unit_test(name SOURCES file... LINK library...): adds a GoogleTest program as one test of
 # CTest (starting Wine once for each case would take most of the time).
 function(qnrescue_unit_test name)
   cmake_parse_arguments(PARSE_ARGV 1 unit "" "" "SOURCES;LINK")
@@ -16,10 +16,10 @@ function(qnrescue_unit_test name)
   )
 endfunction()
 
-# The interpreter is named by its path: before an imported target CMake would put the emulator.
+# The interpreter is named by its path: CMake would run an imported target in the emulator.
 
-# qnrescue_end_to_end_test(file): one Python unittest module that runs the built programs. It finds
-# their folder in QNRESCUE_BIN, and in QNRESCUE_RUNNER what runs them (empty on Windows itself).
+# qnrescue_end_to_end_test(file): adds a Python unittest module that runs the built programs.
+# QNRESCUE_BIN is their folder, QNRESCUE_RUNNER the command that runs them (empty on Windows).
 function(qnrescue_end_to_end_test file)
   cmake_path(GET file STEM stem)
   set(name "${QNRESCUE_TEST_PREFIX}end_to_end.${stem}")

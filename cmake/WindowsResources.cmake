@@ -1,6 +1,6 @@
-# What Windows shows of a program or a DLL under "Details". The version is that of project().
+# What Windows shows for a program or DLL under "Details". The version is that of project().
 
-# qnrescue_version_resource(target description): gives the program or DLL its version resource.
+# qnrescue_version_resource(target description): adds the version resource to the program or DLL.
 function(qnrescue_version_resource target description)
   if(NOT WIN32)
     return()

@@ -1,4 +1,4 @@
-# Windows version, character set and the way programs and DLLs are linked there.
+# Sets the Windows version, the character set and how programs and DLLs are linked.
 if(NOT WIN32)
   return()
 endif()
@@ -7,7 +7,7 @@ enable_language(RC)
 add_compile_definitions(_WIN32_WINNT=0x0A00 WINVER=0x0A00 UNICODE _UNICODE NOMINMAX WIN32_LEAN_AND_MEAN)
 if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
   add_link_options(
-    -static # no compiler DLL has to travel
+    -static # no DLL of the compiler is needed
     -Wl,--no-insert-timestamp # the same sources give the same file
     -Wl,--dynamicbase,--high-entropy-va,--nxcompat
     -Wl,--file-alignment,4096 # Wine maps such files and copies all others into memory
@@ -15,6 +15,6 @@ if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
   )
 elseif(MSVC)
   set(CMAKE_MSVC_RUNTIME_LIBRARY "MultiThreaded$<$<CONFIG:Debug>:Debug>")
-  # The program's manifest is a resource: a second one, from the linker, would clash with it.
+  # The program's manifest is a resource; one from the linker would conflict with it.
   add_link_options(/DYNAMICBASE /HIGHENTROPYVA /NXCOMPAT /MANIFEST:NO)
 endif()

@@ -1,5 +1,5 @@
 # Cross-compiles for 64-bit Windows with the POSIX-threads variant of mingw-w64, and runs what is
-# built under Wine. The libraries are those that scripts/build-cross-libraries leaves.
+# built under Wine. scripts/build-cross-libraries builds the libraries.
 set(CMAKE_SYSTEM_NAME Windows)
 set(CMAKE_SYSTEM_PROCESSOR x86_64)
 set(CMAKE_C_COMPILER x86_64-w64-mingw32-gcc-posix)

@@ -22,7 +22,7 @@ def date():
                                      stdout=subprocess.PIPE, cwd=pathlib.Path(__file__).parent
                                      ).stdout
         except (OSError, subprocess.CalledProcessError):
-            print("git does not tell the date of the commit, so the files are dated 1980: set"
+            print("git does not report the date of the commit, so the files are dated 1980; set"
                   " SOURCE_DATE_EPOCH", file=sys.stderr)
             seconds = 0
     return max(OLDEST, time.gmtime(int(seconds))[:6])
