@@ -113,7 +113,8 @@ def update():
         return ROOT.__class__(folders[-1].name)
 
     folders = []
-    for path in PAGES:
+    for number, path in enumerate(PAGES, 1):
+        print(f"update-pages: page {number} of {len(PAGES)}: {path.name}", file=sys.stderr)
         page = path.read_text(encoding="utf-8")
         path.write_text(refreshed(page, new_folder), encoding="utf-8")
     for folder in folders:
