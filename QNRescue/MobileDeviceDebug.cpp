@@ -1,9 +1,9 @@
 #include "QNRescue/MobileDeviceDebug.hpp"
 
 #include "QNRescue/assertion.hpp"
-#include "QNRescue/error_domain.hpp"
 #include "QNRescue/qnrescue.h"
 #include "QNRescue/restore_vocabulary.hpp"
+#include "platform/cf_strings.hpp"
 
 #include <fmt/format.h>
 

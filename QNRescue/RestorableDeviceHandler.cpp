@@ -7,6 +7,7 @@
 #include "QNRescue/qnrescue.h"
 #include "QNRescue/scratch_folder.hpp"
 #include "QNRescue/wait_in_slices.hpp"
+#include "platform/cf_strings.hpp"
 
 #include <algorithm>
 #include <chrono>

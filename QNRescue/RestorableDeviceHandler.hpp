@@ -1,11 +1,11 @@
 #pragma once
 
-#include "platform/cf_ownership.hpp"
 #include "QNRescue/command_kind.hpp"
 #include "QNRescue/output_state.hpp"
 #include "QNRescue/restore_vocabulary.hpp"
 #include "QNRescue/wait_clock.hpp"
 #include "platform/MobileDevice.h"
+#include "platform/cf_ownership.hpp"
 #include "support/filesystem.hpp"
 #include "support/identifiers/ecid.hpp"
 

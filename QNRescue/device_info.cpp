@@ -1,6 +1,7 @@
 #include "QNRescue/device_info.hpp"
 
-#include "QNRescue/error_domain.hpp"
+#include "platform/cf_collections.hpp"
+#include "platform/cf_strings.hpp"
 
 namespace qnrescue {
 

@@ -1,7 +1,7 @@
 #pragma once
 
-#include "platform/cf_ownership.hpp"
 #include "platform/MobileDevice.h"
+#include "platform/cf_ownership.hpp"
 #include "support/identifiers/ecid.hpp"
 #include "support/identifiers/serial_number.hpp"
 

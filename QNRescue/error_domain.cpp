@@ -1,5 +1,8 @@
 #include "QNRescue/error_domain.hpp"
 
+#include "platform/cf_collections.hpp"
+#include "platform/cf_strings.hpp"
+
 #include <boost/locale/encoding_utf.hpp>
 
 namespace qnrescue {
@@ -88,33 +91,6 @@ int GetCode(CFErrorRef error) noexcept {
     constexpr CFOptionFlags code_count = 9;
     auto const code = static_cast<CFOptionFlags>(CFErrorGetCode(error));
     return code < code_count ? static_cast<int>(code) : static_cast<int>(Error::unknown);
-}
-
-std::optional<std::string> to_utf8(CFStringRef string) {
-    if (string == nullptr) {
-        return std::nullopt;
-    }
-    auto const size =
-        CFStringGetMaximumSizeForEncoding(CFStringGetLength(string), kCFStringEncodingUTF8) + 1;
-    std::string text(static_cast<std::size_t>(size), '\0');
-    if (!CFStringGetCString(string, text.data(), size, kCFStringEncodingUTF8)) {
-        return std::nullopt;
-    }
-    text.resize(text.find('\0'));
-    text.shrink_to_fit(); // texts wait in the output queue
-    return text;
-}
-
-std::string MakeString(CFStringRef string) noexcept {
-    return to_utf8(string).value_or(std::string());
-}
-
-std::string MakeDescription(CFTypeRef value) noexcept {
-    if (value == nullptr) {
-        return "(null)";
-    }
-    auto const description = adopt(CFCopyDescription(value));
-    return description ? MakeString(description.get()) : "(null)";
 }
 
 } // namespace qnrescue

@@ -4,11 +4,13 @@
 
 #include <fmt/format.h>
 
-#include <optional>
 #include <string>
 #include <utility>
 
 namespace qnrescue {
+
+// How the tool throws and passes on its errors.
+using error_owner = cf_owner<CFErrorRef>;
 
 // The tool's error codes; the exit status of the process uses the same numbers.
 enum class Error : CFIndex {
@@ -23,12 +25,12 @@ enum class Error : CFIndex {
     read_error = 8,
 };
 
-// The text of the code, "Unknown error" for one that is not listed. A constant string: the caller
-// does not release it.
+// Returns the text of the code, "Unknown error" for one that is not listed. It is a constant
+// string: the caller does not release it.
 CFStringRef ErrorDescription(Error code) noexcept;
 
-// An error in the tool's domain; the reason is UTF-8. Lacks the texts that cannot be created, and
-// is null where the error itself cannot.
+// Returns an error in the tool's domain; the reason is UTF-8. The error lacks the texts that cannot
+// be created; null where the error itself cannot.
 error_owner CreateDomainError(Error code, std::string const & reason) noexcept;
 
 // Throws CreateDomainError(code, the formatted reason).
@@ -43,18 +45,8 @@ template <typename... Arguments>
 // where the dictionary cannot be created.
 cf_owner<CFDictionaryRef> DictionaryFromError(CFErrorRef error) noexcept;
 
-// The exit status for an error: its code if that is 0 to 8, whatever its domain, else 1. 0 for a
-// null error.
+// Returns the exit status for an error: its code if that is 0 to 8, whatever its domain, else 1. 0
+// for a null error.
 int GetCode(CFErrorRef error) noexcept;
-
-// The string in UTF-8, up to its first NUL; empty optional for null or where it cannot be
-// converted.
-std::optional<std::string> to_utf8(CFStringRef string);
-
-// The same, with the empty string for what cannot be had.
-std::string MakeString(CFStringRef string) noexcept;
-
-// CoreFoundation's description of any object, "(null)" where there is none.
-std::string MakeDescription(CFTypeRef value) noexcept;
 
 } // namespace qnrescue

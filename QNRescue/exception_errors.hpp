@@ -1,5 +1,6 @@
 #pragma once
 
+#include "QNRescue/error_domain.hpp"
 #include "platform/cf_ownership.hpp"
 
 namespace qnrescue {

@@ -2,6 +2,8 @@
 #include "QNRescue/error_domain.hpp"
 #include "QNRescue/output_state.hpp"
 #include "QNRescue/property_list_validation.hpp"
+#include "platform/cf_collections.hpp"
+#include "platform/cf_strings.hpp"
 
 #include <fmt/format.h>
 

@@ -1,8 +1,8 @@
 #include "QNRescue/restore_vocabulary.hpp"
 
-#include "platform/cf_ownership.hpp"
-#include "QNRescue/error_domain.hpp"
 #include "QNRescue/qnrescue.h"
+#include "platform/cf_ownership.hpp"
+#include "platform/cf_strings.hpp"
 
 #include <algorithm>
 #include <array>

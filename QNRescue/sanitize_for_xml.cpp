@@ -1,6 +1,7 @@
 #include "QNRescue/sanitize_for_xml.hpp"
 
 #include "QNRescue/error_domain.hpp"
+#include "platform/cf_collections.hpp"
 
 #include <cstddef>
 #include <stdexcept>

@@ -1,6 +1,7 @@
 #include "benchmarks/report_calls.hpp"
 
 #include "QNRescue/qnrescue.h"
+#include "platform/cf_collections.hpp"
 
 #include <stdexcept>
 #include <vector>

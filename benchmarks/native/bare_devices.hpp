@@ -2,8 +2,8 @@
 // the device library's; all but what the notifier needs answer zero or null.
 #pragma once
 
-#include "platform/cf_ownership.hpp"
 #include "platform/MobileDevice.h"
+#include "platform/cf_ownership.hpp"
 
 #include <cstdint>
 #include <vector>

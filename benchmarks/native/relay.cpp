@@ -4,6 +4,7 @@
 //   relay/least     one copy, one serialisation and one write.
 #include "benchmarks/native/run.hpp"
 #include "benchmarks/report_calls.hpp"
+#include "platform/cf_collections.hpp"
 
 #include <benchmark/benchmark.h>
 

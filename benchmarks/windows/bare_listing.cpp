@@ -1,6 +1,7 @@
 // The least that a list of devices costs: registers, unregisters and prints one document.
-#include "platform/cf_ownership.hpp"
 #include "platform/MobileDevice.h"
+#include "platform/cf_collections.hpp"
+#include "platform/cf_ownership.hpp"
 
 #include <cstdio>
 

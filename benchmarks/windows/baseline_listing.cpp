@@ -3,6 +3,7 @@
 #include "benchmarks/report_calls.hpp"
 #include "benchmarks/windows/tool_run.hpp"
 #include "platform/MobileDevice.h"
+#include "platform/cf_collections.hpp"
 
 namespace {
 

@@ -26,7 +26,7 @@ std::string format_result(Result result) {
 }
 
 std::string format_result(CFStringRef result) {
-    return result ? in_quotes(to_utf8(result).value_or("")) : "null";
+    return result ? in_quotes(whole_text(result).value_or("")) : "null";
 }
 
 template <typename Device>
@@ -62,19 +62,18 @@ auto ask(char const * function, AMRestorableDeviceRef object, Field device_descr
 }
 
 CFStringRef copy_string(char const * function, AMRestorableDeviceRef object,
-                        reference<CFStringRef> device_description::*field) {
+                        cf_share<CFStringRef> device_description::*field) {
     return ask(function, object, [field](presence const & shown) {
-        auto copy = shown.owner.description().*field;
-        return copy.release();
+        return retain((shown.owner.description().*field).get()).release();
     });
 }
 
 // Null where registration succeeds.
-reference<CFErrorRef> registration_error(AMRestorableDeviceNotificationCallback callback) {
+cf_owner<CFErrorRef> registration_error(AMRestorableDeviceNotificationCallback callback) {
     if (!callback) {
         return make_error(CFSTR("AMRestoreErrorDomain"), amr_bad_argument, nullptr, nullptr);
     }
-    return simulator::instance().played().failures.register_for_notifications;
+    return retain(simulator::instance().played().failures.register_for_notifications.get());
 }
 
 int enable_file_logging(char const * path) {
@@ -121,7 +120,7 @@ AMRError AMRestoreEnableFileLogging(char const * path) {
 
 CFMutableDictionaryRef AMRestoreCreateDefaultOptions(CFAllocatorRef) {
     bool const fails = simulator::instance().played().failures.create_default_options;
-    auto result = fails ? reference<CFMutableDictionaryRef>{} : make_default_options();
+    auto result = fails ? cf_owner<CFMutableDictionaryRef>{} : make_default_options();
     traced_call call{__func__};
     write_call(call, format_presence(result.get()));
     return result.release();
@@ -210,8 +209,7 @@ AMRecoveryModeDeviceRef AMRestorableDeviceCopyRecoveryModeDevice(AMRestorableDev
     traced_call call{__func__};
     call.argument("device", format_owner(shown));
     write_call(call, has_one ? format_owner(shown) : "null");
-    auto copy = has_one ? shown->recovery_mode_device : reference<AMRecoveryModeDeviceRef>{};
-    return copy.release();
+    return has_one ? retain(shown->recovery_mode_device.get()).release() : nullptr;
 }
 
 AMRError AMRecoveryModeDeviceSetAutoBoot(AMRecoveryModeDeviceRef device, unsigned char autoBoot) {

@@ -4,7 +4,7 @@
 
 namespace mobile_device {
 
-reference<CFMutableDictionaryRef> make_default_options() {
+cf_owner<CFMutableDictionaryRef> make_default_options() {
     struct {
         CFStringRef key;
         CFTypeRef value;
@@ -19,7 +19,7 @@ reference<CFMutableDictionaryRef> make_default_options() {
         {CFSTR("SystemImageType"), CFSTR("User")},
         {CFSTR("UpdateBaseband"), kCFBooleanTrue},
     };
-    auto result = make_dictionary();
+    auto result = make_mutable_dictionary();
     CFDictionarySetValue(result.get(), CFSTR("AutoBootDelay"), make_number(0).get());
     for (auto const & [key, value] : options) {
         CFDictionarySetValue(result.get(), key, value);

@@ -48,16 +48,16 @@ constexpr step main_steps[] = {
 
 constexpr double pause_between_steps = 0.25;
 
-reference<CFMutableDictionaryRef> make_status(CFStringRef text, step at) {
-    auto status = make_dictionary();
+cf_owner<CFMutableDictionaryRef> make_status(CFStringRef text, step at) {
+    auto status = make_mutable_dictionary();
     CFDictionarySetValue(status.get(), CFSTR("Status"), text);
     CFDictionarySetValue(status.get(), CFSTR("Operation"), make_number(at.operation).get());
     CFDictionarySetValue(status.get(), CFSTR("Progress"), make_number(at.progress).get());
     return status;
 }
 
-planned_report make_report(reference<CFMutableDictionaryRef> const & status) {
-    return {{pause_between_steps, reference<CFDictionaryRef>::retain(status.get()), 1}};
+planned_report make_report(cf_owner<CFMutableDictionaryRef> const & status) {
+    return {{pause_between_steps, retain<CFDictionaryRef>(status.get()), 1}};
 }
 
 void append_steps(std::vector<planned_report> & plan, std::span<step const> steps) {
@@ -69,7 +69,7 @@ void append_steps(std::vector<planned_report> & plan, std::span<step const> step
 planned_report make_failure(bundle_fault const & fault) {
     auto const status = make_status(CFSTR("Failed"), *std::rbegin(opening_steps));
     auto const error = make_error(CFSTR("AMRestoreErrorDomain"), fault.error,
-                                  make_string(fault.description).get(), nullptr);
+                                  make_cfstring(fault.description).get(), nullptr);
     CFDictionarySetValue(status.get(), CFSTR("Error"), error.get());
     return make_report(status);
 }
@@ -87,9 +87,8 @@ void append_main_part(std::vector<planned_report> & plan, device & subject) {
 
 std::optional<bundle_fault> check_options(CFDictionaryRef options) {
     auto const path = options ? CFDictionaryGetValue(options, CFSTR("RestoreBundlePath")) : nullptr;
-    auto const text = path && CFGetTypeID(path) == CFStringGetTypeID()
-                          ? to_utf8(static_cast<CFStringRef>(path))
-                          : std::nullopt;
+    auto const text =
+        is_a(path, CFStringGetTypeID()) ? whole_text(static_cast<CFStringRef>(path)) : std::nullopt;
     if (!text) {
         return bundle_fault{amr_bad_argument, "the options name no RestoreBundlePath"};
     }

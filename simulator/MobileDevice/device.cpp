@@ -18,13 +18,13 @@ void end_presence(CFAllocatorRef, void const * ending) {
 CFArrayCallBacks const one_presence{0, nullptr, end_presence, nullptr, nullptr};
 
 template <typename Object>
-reference<Object> make_object_of(presence contents) {
+cf_owner<Object> make_object_of(presence contents) {
     auto const target = new presence{std::move(contents)};
     void const * element = target;
     auto const object = CFArrayCreate(kCFAllocatorDefault, &element, 1, &one_presence);
     target->object = object;
     live_objects::instance().add(object);
-    return reference<Object>::adopt(reinterpret_cast<Object>(const_cast<__CFArray *>(object)));
+    return adopt(reinterpret_cast<Object>(const_cast<__CFArray *>(object)));
 }
 
 presence const * presence_of(void const * object, char const * function) {
@@ -60,7 +60,7 @@ void device::stop_watching() {
     live_objects::instance().stop();
 }
 
-reference<AMRestorableDeviceRef> device::make_object(appearance const & as) {
+cf_owner<AMRestorableDeviceRef> device::make_object(appearance const & as) {
     presence shown{.owner = *this, .state = as.state};
     if (as.recovery_mode_device) {
         shown.recovery_mode_device = make_object_of<AMRecoveryModeDeviceRef>({.owner = *this});

@@ -2,8 +2,8 @@
 #pragma once
 
 #include "platform/MobileDevice.h"
-#include "simulator/MobileDevice/reference.hpp"
 #include "simulator/MobileDevice/scenario.hpp"
+#include "simulator/MobileDevice/values.hpp"
 
 #include <atomic>
 
@@ -22,8 +22,8 @@ class device;
 struct presence {
     device & owner;
     int state = 0;
-    reference<AMRecoveryModeDeviceRef> recovery_mode_device = {}; // null: it has none
-    void const * object = nullptr;                                // borrowed
+    cf_owner<AMRecoveryModeDeviceRef> recovery_mode_device = {}; // null: it has none
+    void const * object = nullptr;                               // borrowed
 };
 
 // A device of the scenario in all its appearances.
@@ -45,7 +45,7 @@ public:
     device_description const & description() const { return m_description; }
 
     // A new object, as each arrival has one of its own.
-    reference<AMRestorableDeviceRef> make_object(appearance const & as);
+    cf_owner<AMRestorableDeviceRef> make_object(appearance const & as);
 
     std::atomic<bool> auto_boot = false;
 
@@ -57,7 +57,7 @@ public:
     // Of the delivery thread alone: how the device shows itself, its object while it is attached,
     // and whether the scenario has taken it away for good.
     appearance const * current = &initial;
-    reference<AMRestorableDeviceRef> attached;
+    cf_owner<AMRestorableDeviceRef> attached;
     bool unplugged = false;
 
 private:

@@ -22,18 +22,18 @@ std::string node::text() const {
     if (!is_string()) {
         fail("must be a string");
     }
-    auto result = to_utf8(static_cast<CFStringRef>(m_value));
+    auto result = whole_text(static_cast<CFStringRef>(m_value));
     if (!result) {
         fail("is no valid Unicode text");
     }
     return *result;
 }
 
-reference<CFStringRef> node::string() const {
+cf_owner<CFStringRef> node::string() const {
     if (!is_string()) {
         fail("must be a string");
     }
-    return reference<CFStringRef>::retain(static_cast<CFStringRef>(m_value));
+    return retain(static_cast<CFStringRef>(m_value));
 }
 
 bool node::boolean() const {
@@ -112,7 +112,7 @@ dictionary_node::dictionary_node(node const & self)
     for (std::size_t index = 0; index < count; ++index) {
         node const key{keys[index], ""};
         auto const name =
-            key.is_string() ? to_utf8(static_cast<CFStringRef>(key.value())) : std::nullopt;
+            key.is_string() ? whole_text(static_cast<CFStringRef>(key.value())) : std::nullopt;
         if (!name) {
             self.fail("has a key that is no valid text");
         }

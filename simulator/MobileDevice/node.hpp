@@ -1,7 +1,7 @@
 // Typed access to the values of a scenario, each of which knows its key path.
 #pragma once
 
-#include "simulator/MobileDevice/reference.hpp"
+#include "simulator/MobileDevice/values.hpp"
 
 #include <concepts>
 #include <cstdint>
@@ -40,7 +40,7 @@ public:
     bool is_integer() const;
 
     std::string text() const;
-    reference<CFStringRef> string() const;
+    cf_owner<CFStringRef> string() const;
     bool boolean() const;
     // Seconds or a factor: a real or an integer, finite and not negative.
     double amount() const;

@@ -9,7 +9,7 @@ restore::restore(surroundings around, device & subject, std::vector<planned_repo
 
 void restore::start(AMRestorableDeviceRef object, AMRestorableDeviceProgressCallback callback,
                     void * context) {
-    m_object = reference<AMRestorableDeviceRef>::retain(object);
+    m_object = retain(object);
     m_callback = callback;
     m_context = context;
     m_around.shared.start_thread([this] { run(); });

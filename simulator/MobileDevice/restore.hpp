@@ -42,7 +42,7 @@ private:
     surroundings m_around;
     device & m_device;
     std::vector<planned_report> m_plan;
-    reference<AMRestorableDeviceRef> m_object;
+    cf_owner<AMRestorableDeviceRef> m_object;
     AMRestorableDeviceProgressCallback m_callback = nullptr;
     void * m_context = nullptr;
 };

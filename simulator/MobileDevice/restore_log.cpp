@@ -13,10 +13,10 @@ namespace {
 
 std::string describe(CFDictionaryRef status, CFStringRef key) {
     auto const value = status ? CFDictionaryGetValue(status, key) : nullptr;
-    if (value && CFGetTypeID(value) == CFStringGetTypeID()) {
-        return in_quotes(to_utf8(static_cast<CFStringRef>(value)).value_or(""));
+    if (is_a(value, CFStringGetTypeID())) {
+        return in_quotes(whole_text(static_cast<CFStringRef>(value)).value_or(""));
     }
-    if (value && CFGetTypeID(value) == CFNumberGetTypeID()) {
+    if (is_a(value, CFNumberGetTypeID())) {
         std::int64_t number = 0;
         CFNumberGetValue(static_cast<CFNumberRef>(value), kCFNumberSInt64Type, &number);
         return fmt::to_string(number);

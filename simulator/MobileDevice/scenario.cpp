@@ -217,10 +217,10 @@ scenario read_scenario(CFPropertyListRef root) {
 }
 
 scenario parse_scenario(std::span<std::uint8_t const> bytes) {
-    auto const data = reference<CFDataRef>::adopt(
-        CFDataCreate(kCFAllocatorDefault, bytes.data(), static_cast<CFIndex>(bytes.size())));
+    auto const data =
+        adopt(CFDataCreate(kCFAllocatorDefault, bytes.data(), static_cast<CFIndex>(bytes.size())));
     CFPropertyListFormat format = 0;
-    auto const root = reference<CFPropertyListRef>::adopt(CFPropertyListCreateWithData(
+    auto const root = adopt(CFPropertyListCreateWithData(
         kCFAllocatorDefault, data.get(), kCFPropertyListImmutable, &format, nullptr));
     if (!root ||
         (format != kCFPropertyListXMLFormat_v1_0 && format != kCFPropertyListBinaryFormat_v1_0)) {

@@ -2,7 +2,7 @@
 #pragma once
 
 #include "simulator/MobileDevice/node.hpp"
-#include "simulator/MobileDevice/reference.hpp"
+#include "simulator/MobileDevice/values.hpp"
 
 #include <cstddef>
 #include <cstdint>
@@ -16,7 +16,7 @@ namespace mobile_device {
 // Delivered `repeat` times, each `after` seconds after the report before.
 struct scripted_report {
     double after = 0;
-    reference<CFDictionaryRef> status; // null: the callback gets a null pointer
+    cf_share<CFDictionaryRef> status; // null: the callback gets a null pointer
     std::int64_t repeat = 1;
 };
 
@@ -29,8 +29,8 @@ struct device_description {
     std::uint32_t product_type = 0;
     std::uint32_t fusing_info = 0;
     std::uint32_t location_id = 0;
-    reference<CFStringRef> serial_number;   // null: the device has none
-    reference<CFStringRef> product_string;  // null: the device has none
+    cf_share<CFStringRef> serial_number;    // null: the device has none
+    cf_share<CFStringRef> product_string;   // null: the device has none
     double connect_after = 0;               // seconds since registration
     std::optional<double> disconnect_after; // seconds since registration
     bool recovery_mode_device = false;
@@ -46,7 +46,7 @@ struct raw_notification {
 };
 
 struct scripted_failures {
-    reference<CFErrorRef> register_for_notifications; // null: registration succeeds
+    cf_owner<CFErrorRef> register_for_notifications; // null: registration succeeds
     int enable_file_logging = 0;
     bool create_default_options = false;
 };

@@ -5,43 +5,37 @@
 namespace mobile_device {
 namespace {
 
-using object = reference<CFTypeRef>;
+using object = cf_owner<CFTypeRef>;
 
 object read_value(node const & value);
 
-object share(CFTypeRef borrowed) {
-    return object::retain(borrowed);
-}
-
 object read_error_value(node const & value) {
-    return object::adopt(
-        read_error({value, {"$type", "Domain", "Code", "Description", "FailureReason"}}).release());
+    return read_error({value, {"$type", "Domain", "Code", "Description", "FailureReason"}});
 }
 
 object read_set(node const & value) {
     dictionary_node const description{value, {"$type", "Values"}};
-    auto const set = reference<CFMutableSetRef>::adopt(
-        CFSetCreateMutable(kCFAllocatorDefault, 0, &kCFTypeSetCallBacks));
+    auto set = adopt(CFSetCreateMutable(kCFAllocatorDefault, 0, &kCFTypeSetCallBacks));
     for (auto const & element : description.at("Values").elements()) {
         CFSetAddValue(set.get(), read_value(element).get());
     }
-    return share(set.get());
+    return set;
 }
 
 object read_dictionary(node const & value) {
     dictionary_node const description{value, {"$type", "Entries"}};
-    auto const dictionary = make_dictionary();
+    auto dictionary = make_mutable_dictionary();
     for (auto const & element : description.at("Entries").elements()) {
         dictionary_node const entry{element, {"Key", "Value"}};
         CFDictionarySetValue(dictionary.get(), read_value(entry.at("Key")).get(),
                              read_value(entry.at("Value")).get());
     }
-    return share(dictionary.get());
+    return dictionary;
 }
 
 object read_null(node const & value) {
     dictionary_node const description{value, {"$type"}};
-    return share(kCFNull);
+    return retain<CFTypeRef>(kCFNull);
 }
 
 struct special_type {
@@ -67,20 +61,19 @@ object read_special(node const & value, node const & type) {
 }
 
 object read_plain_dictionary(dictionary_node const & value) {
-    auto const dictionary = make_dictionary();
+    auto dictionary = make_mutable_dictionary();
     for (auto const & entry : value.entries()) {
         CFDictionarySetValue(dictionary.get(), entry.key, read_value(entry.value).get());
     }
-    return share(dictionary.get());
+    return dictionary;
 }
 
 object read_array(node const & value) {
-    auto const array = reference<CFMutableArrayRef>::adopt(
-        CFArrayCreateMutable(kCFAllocatorDefault, 0, &kCFTypeArrayCallBacks));
+    auto array = adopt(CFArrayCreateMutable(kCFAllocatorDefault, 0, &kCFTypeArrayCallBacks));
     for (auto const & element : value.elements()) {
         CFArrayAppendValue(array.get(), read_value(element).get());
     }
-    return share(array.get());
+    return array;
 }
 
 object read_value(node const & value) {
@@ -88,7 +81,7 @@ object read_value(node const & value) {
         return read_array(value);
     }
     if (!value.is_dictionary()) {
-        return share(value.value());
+        return retain(value.value());
     }
     dictionary_node const dictionary{value};
     auto const type = dictionary.find("$type");
@@ -97,7 +90,7 @@ object read_value(node const & value) {
 
 } // namespace
 
-reference<CFDictionaryRef> read_status(node const & status) {
+cf_owner<CFDictionaryRef> read_status(node const & status) {
     dictionary_node const dictionary{status};
     if (auto const type = dictionary.find("$type")) {
         auto const name = type->text();
@@ -109,16 +102,15 @@ reference<CFDictionaryRef> read_status(node const & status) {
             return {};
         }
     }
-    return reference<CFDictionaryRef>::adopt(
-        static_cast<CFDictionaryRef>(read_value(status).release()));
+    return adopt(static_cast<CFDictionaryRef>(read_value(status).release()));
 }
 
-reference<CFErrorRef> read_error(dictionary_node const & description) {
+cf_owner<CFErrorRef> read_error(dictionary_node const & description) {
     auto const domain = description.at("Domain").string();
     auto const code = description.at("Code").integer<CFIndex>();
     auto const optional_string = [&](std::string_view key) {
         auto const value = description.find(key);
-        return value ? value->string() : reference<CFStringRef>{};
+        return value ? value->string() : cf_owner<CFStringRef>{};
     };
     return make_error(domain.get(), code, optional_string("Description").get(),
                       optional_string("FailureReason").get());

@@ -2,17 +2,17 @@
 #pragma once
 
 #include "simulator/MobileDevice/node.hpp"
-#include "simulator/MobileDevice/reference.hpp"
+#include "simulator/MobileDevice/values.hpp"
 
 namespace mobile_device {
 
 // The status dictionary that a restore report carries, with every spelled-out value inside
 // replaced by what it stands for; null where the report carries a null pointer. Throws
 // scenario_fault.
-reference<CFDictionaryRef> read_status(node const & status);
+cf_owner<CFDictionaryRef> read_status(node const & status);
 
 // The error that a dictionary of Domain, Code, Description and FailureReason describes; the last
 // two are optional. Throws scenario_fault.
-reference<CFErrorRef> read_error(dictionary_node const & description);
+cf_owner<CFErrorRef> read_error(dictionary_node const & description);
 
 } // namespace mobile_device

@@ -1,7 +1,7 @@
 #include "simulator/MobileDevice/trace.hpp"
 
-#include "simulator/MobileDevice/reference.hpp"
 #include "simulator/MobileDevice/text.hpp"
+#include "simulator/MobileDevice/values.hpp"
 
 namespace mobile_device {
 
@@ -35,8 +35,8 @@ void trace::write_options(CFDictionaryRef options) {
     if (!m_file || !options) {
         return;
     }
-    auto const data = reference<CFDataRef>::adopt(CFPropertyListCreateData(
-        kCFAllocatorDefault, options, kCFPropertyListXMLFormat_v1_0, 0, nullptr));
+    auto const data = adopt(CFPropertyListCreateData(kCFAllocatorDefault, options,
+                                                     kCFPropertyListXMLFormat_v1_0, 0, nullptr));
     std::lock_guard const lock{m_mutex};
     if (m_ended) {
         return;

@@ -11,7 +11,7 @@ std::size_t utf8_size(UniChar unit) {
 
 } // namespace
 
-std::optional<std::string> to_utf8(CFStringRef string) {
+std::optional<std::string> whole_text(CFStringRef string) {
     std::size_t size = 0; // counted, as a NUL may be part of the text
     for (CFIndex index = 0; index < CFStringGetLength(string); ++index) {
         size += utf8_size(CFStringGetCharacterAtIndex(string, index));
@@ -24,33 +24,20 @@ std::optional<std::string> to_utf8(CFStringRef string) {
     return result;
 }
 
-reference<CFStringRef> make_string(std::string_view utf8) {
-    return reference<CFStringRef>::adopt(
-        CFStringCreateWithBytes(kCFAllocatorDefault, reinterpret_cast<UInt8 const *>(utf8.data()),
-                                static_cast<CFIndex>(utf8.size()), kCFStringEncodingUTF8, false));
+cf_owner<CFNumberRef> make_number(std::int64_t value) {
+    return adopt(CFNumberCreate(kCFAllocatorDefault, kCFNumberSInt64Type, &value));
 }
 
-reference<CFNumberRef> make_number(std::int64_t value) {
-    return reference<CFNumberRef>::adopt(
-        CFNumberCreate(kCFAllocatorDefault, kCFNumberSInt64Type, &value));
-}
-
-reference<CFErrorRef> make_error(CFStringRef domain, CFIndex code, CFStringRef description,
-                                 CFStringRef failure_reason) {
-    auto const info = make_dictionary();
+cf_owner<CFErrorRef> make_error(CFStringRef domain, CFIndex code, CFStringRef description,
+                                CFStringRef failure_reason) {
+    auto const info = make_mutable_dictionary();
     if (description) {
         CFDictionarySetValue(info.get(), kCFErrorLocalizedDescriptionKey, description);
     }
     if (failure_reason) {
         CFDictionarySetValue(info.get(), kCFErrorLocalizedFailureReasonKey, failure_reason);
     }
-    return reference<CFErrorRef>::adopt(
-        CFErrorCreate(kCFAllocatorDefault, domain, code, info.get()));
-}
-
-reference<CFMutableDictionaryRef> make_dictionary() {
-    return reference<CFMutableDictionaryRef>::adopt(CFDictionaryCreateMutable(
-        kCFAllocatorDefault, 0, &kCFTypeDictionaryKeyCallBacks, &kCFTypeDictionaryValueCallBacks));
+    return adopt(CFErrorCreate(kCFAllocatorDefault, domain, code, info.get()));
 }
 
 } // namespace mobile_device

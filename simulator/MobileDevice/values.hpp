@@ -1,28 +1,34 @@
-// Conversions between C++ values and CoreFoundation objects.
+// Owners and conversions of CoreFoundation objects.
 #pragma once
 
-#include "simulator/MobileDevice/reference.hpp"
+#include "platform/cf_collections.hpp"
+#include "platform/cf_ownership.hpp"
+#include "platform/cf_strings.hpp"
 
 #include <cstdint>
 #include <optional>
 #include <string>
-#include <string_view>
 
 namespace mobile_device {
 
-// The whole text in UTF-8; nothing for a string that UTF-8 cannot hold (a lone surrogate).
-std::optional<std::string> to_utf8(CFStringRef string);
+using qnrescue::adopt;
+using qnrescue::cf_owner;
+using qnrescue::cf_share;
+using qnrescue::is_a;
+using qnrescue::make_cfstring;
+using qnrescue::make_mutable_array;
+using qnrescue::make_mutable_dictionary;
+using qnrescue::retain;
 
-// Null for bytes that are not UTF-8.
-reference<CFStringRef> make_string(std::string_view utf8);
+// Returns the text with the NULs that it holds, where to_utf8 ends at the first; nothing for a
+// string that UTF-8 cannot hold (a lone surrogate).
+std::optional<std::string> whole_text(CFStringRef string);
 
-reference<CFNumberRef> make_number(std::int64_t value);
+// Returns a new number.
+cf_owner<CFNumberRef> make_number(std::int64_t value);
 
-// An error whose user info holds those of the two texts that are not null.
-reference<CFErrorRef> make_error(CFStringRef domain, CFIndex code, CFStringRef description,
-                                 CFStringRef failure_reason);
-
-// An empty dictionary that retains its keys and values.
-reference<CFMutableDictionaryRef> make_dictionary();
+// Returns a new error, whose user info holds those of the two texts that are not null.
+cf_owner<CFErrorRef> make_error(CFStringRef domain, CFIndex code, CFStringRef description,
+                                CFStringRef failure_reason);
 
 } // namespace mobile_device

@@ -1,8 +1,9 @@
 // Object graphs made from the input, deep, wide and shared, with every type: the tool's check and
 // its conversion agree with what was put in.
-#include "QNRescue/error_domain.hpp"
 #include "QNRescue/qnrescue.h"
 #include "QNRescue/sanitize_for_xml.hpp"
+#include "platform/cf_collections.hpp"
+#include "platform/cf_strings.hpp"
 #include "tests/fuzz/require.hpp"
 
 #include <algorithm>

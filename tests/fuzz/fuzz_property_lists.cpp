@@ -1,20 +1,16 @@
 // Property lists of all forms: what they hold can be written in XML and read again, and is the same
 // then.
-#include "platform/CoreFoundation.h"
+#include "platform/cf_ownership.hpp"
 #include "tests/fuzz/require.hpp"
 
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
-#include <memory>
 #include <span>
 
 namespace {
 
-struct release {
-    void operator()(CFTypeRef object) const { CFRelease(object); }
-};
-using owner = std::unique_ptr<void const, release>;
+using owner = qnrescue::cf_owner<CFTypeRef>;
 
 owner read(std::span<std::uint8_t const> bytes, CFOptionFlags options) {
     owner const data(CFDataCreateWithBytesNoCopy(

@@ -1,5 +1,7 @@
 #include "tests/stress/stand_in_library.hpp"
 
+#include "platform/cf_collections.hpp"
+
 #include <cstring>
 
 namespace tests {

@@ -1,8 +1,8 @@
 // A device library that does what a test tells it to, in place of the simulator.
 #pragma once
 
-#include "platform/cf_ownership.hpp"
 #include "platform/MobileDevice.h"
+#include "platform/cf_ownership.hpp"
 
 #include <cstdint>
 #include <functional>

@@ -1,8 +1,10 @@
+// What each command does with its device, from the options to the documents.
+#include "platform/cf_strings.hpp"
+#include "tests/unit/QNRescue/notifier_devices.hpp"
 #include "tests/unit/helpers/assertion_text.hpp"
 #include "tests/unit/helpers/fake_clock.hpp"
-#include "tests/unit/helpers/simulated_devices.hpp"
 #include "tests/unit/helpers/notifier_run.hpp"
-#include "tests/unit/QNRescue/notifier_devices.hpp"
+#include "tests/unit/helpers/simulated_devices.hpp"
 
 #include <gtest/gtest.h>
 

@@ -101,7 +101,7 @@ constexpr std::uint64_t ecid = 0xA1;
     "<key>Status</key><string>Successful</string><key>Operation</key><integer>0</integer>"
     "<key>Progress</key><integer>100</integer></dict></dict></array></dict></array></dict>");
 
-mobile_device::reference<AMRestorableDeviceRef> make_device() {
+qnrescue::cf_owner<AMRestorableDeviceRef> make_device() {
     auto & scripted = *mobile_device::simulator::instance().devices().at(0);
     return scripted.make_object(scripted.initial);
 }
@@ -136,8 +136,7 @@ TEST(DeviceCalls, ADeviceLivesAsLongAsItsOperation) {
 
 TEST(DeviceCalls, TheSerialNumberIsReleasedBeforeTheProductStringIsAskedFor) {
     auto const device = make_device();
-    auto const known =
-        mobile_device::reference<CFStringRef>::adopt(real_serial_number(device.get()));
+    auto const known = qnrescue::adopt(real_serial_number(device.get()));
     auto const references = CFGetRetainCount(known.get());
     bool asked = false;
     before_product_string = [&](AMRestorableDeviceRef) {

@@ -1,6 +1,6 @@
 #include "QNRescue/exception_errors.hpp"
 
-#include "QNRescue/error_domain.hpp"
+#include "platform/cf_strings.hpp"
 #include "tests/unit/helpers/objects.hpp"
 
 #include <boost/program_options/cmdline.hpp>

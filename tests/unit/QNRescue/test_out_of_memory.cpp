@@ -1,5 +1,6 @@
 // What becomes of the tool where memory runs out. Functions of the error domain are the end of the
 // process then; any other throws std::bad_alloc or reports it, and leaves all as it was.
+#include "platform/cf_strings.hpp"
 #include "tests/unit/QNRescue/allocation_failure.hpp"
 #include "tests/unit/helpers/notifier_run.hpp"
 #include "tests/unit/helpers/simulated_devices.hpp"

@@ -1,4 +1,5 @@
 // An output channel that finds no memory, in a program whose allocations can be made to fail.
+#include "platform/cf_collections.hpp"
 #include "tests/unit/helpers/allocation_hook.hpp"
 #include "tests/unit/helpers/objects.hpp"
 #include "tests/unit/helpers/output_capture.hpp"

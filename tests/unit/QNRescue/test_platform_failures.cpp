@@ -1,4 +1,6 @@
 // What the tool makes of a platform library that fails.
+#include "QNRescue/error_domain.hpp"
+#include "platform/cf_strings.hpp"
 #include "tests/unit/helpers/notifier_run.hpp"
 #include "tests/unit/helpers/simulated_devices.hpp"
 

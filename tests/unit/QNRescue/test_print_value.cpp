@@ -1,6 +1,7 @@
 #include "tests/unit/helpers/output_capture.hpp"
 
 #include "QNRescue/error_domain.hpp"
+#include "platform/cf_collections.hpp"
 
 #include <gtest/gtest.h>
 

@@ -1,8 +1,10 @@
+// A restore from its options to its last report.
+#include "platform/cf_strings.hpp"
+#include "tests/unit/QNRescue/notifier_devices.hpp"
 #include "tests/unit/helpers/assertion_text.hpp"
 #include "tests/unit/helpers/fake_clock.hpp"
-#include "tests/unit/helpers/simulated_devices.hpp"
 #include "tests/unit/helpers/notifier_run.hpp"
-#include "tests/unit/QNRescue/notifier_devices.hpp"
+#include "tests/unit/helpers/simulated_devices.hpp"
 
 #include <boost/filesystem/operations.hpp>
 

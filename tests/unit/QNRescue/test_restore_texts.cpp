@@ -1,7 +1,7 @@
 #include "QNRescue/qnrescue.h"
 
 #include "platform/cf_ownership.hpp"
-#include "QNRescue/error_domain.hpp"
+#include "platform/cf_strings.hpp"
 #include "tests/unit/helpers/expected_restore_texts.hpp"
 
 #include <gtest/gtest.h>

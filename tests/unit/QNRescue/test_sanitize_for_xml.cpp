@@ -1,6 +1,5 @@
 #include "QNRescue/sanitize_for_xml.hpp"
 
-#include "QNRescue/error_domain.hpp"
 #include "QNRescue/qnrescue.h"
 #include "tests/unit/helpers/objects.hpp"
 

@@ -1,6 +1,7 @@
 #include "QNRescue/start_options.hpp"
 
 #include "QNRescue/error_domain.hpp"
+#include "platform/cf_strings.hpp"
 #include "tests/unit/helpers/objects.hpp"
 #include "tests/unit/helpers/temporary_folder.hpp"
 

@@ -2,6 +2,7 @@
 // nothing, and one an object of another type.
 #include "QNRescue/error_domain.hpp"
 #include "QNRescue/qnrescue.h"
+#include "platform/cf_strings.hpp"
 
 #include <gtest/gtest.h>
 

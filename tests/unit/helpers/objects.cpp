@@ -1,6 +1,8 @@
 #include "tests/unit/helpers/objects.hpp"
 
 #include "QNRescue/error_domain.hpp"
+#include "platform/cf_collections.hpp"
+#include "platform/cf_strings.hpp"
 
 #include <ostream>
 #include <stdexcept>

@@ -1,6 +1,7 @@
 // Short ways to make CoreFoundation objects for tests, and to compare them.
 #pragma once
 
+#include "QNRescue/error_domain.hpp"
 #include "platform/cf_ownership.hpp"
 
 #include <cstdint>

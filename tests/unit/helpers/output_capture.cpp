@@ -1,6 +1,6 @@
 #include "tests/unit/helpers/output_capture.hpp"
 
-#include "QNRescue/error_domain.hpp"
+#include "platform/cf_strings.hpp"
 
 #include <chrono>
 #include <functional>

@@ -1,39 +1,26 @@
-// What the tests of the CoreFoundation functions share: an owner of references, texts in UTF-8 and
-// objects made in one expression.
+// What the tests of the CoreFoundation functions share: texts in UTF-8 and objects made in one
+// expression.
 #pragma once
 
-#include "platform/CoreFoundation.h"
+#include "platform/cf_collections.hpp"
+#include "platform/cf_ownership.hpp"
+#include "platform/cf_strings.hpp"
 
 #include <cstdint>
 #include <initializer_list>
-#include <memory>
 #include <string>
 #include <string_view>
-#include <type_traits>
 #include <utility>
-#include <vector>
 
-struct Releaser {
-    void operator()(void const * object) const { CFRelease(object); }
-};
+using qnrescue::adopt;
+using qnrescue::cf_owner;
 
-// Owns one reference; null is allowed.
-template <class Reference>
-using Owned = std::unique_ptr<std::remove_pointer_t<Reference>, Releaser>;
-
-template <class Reference>
-Owned<Reference> own(Reference reference) {
-    return Owned<Reference>{reference};
+inline cf_owner<CFStringRef> string(std::string_view utf8) {
+    return qnrescue::make_cfstring(utf8);
 }
 
-inline Owned<CFStringRef> string(std::string_view utf8) {
-    return own(
-        CFStringCreateWithBytes(kCFAllocatorDefault, reinterpret_cast<UInt8 const *>(utf8.data()),
-                                static_cast<CFIndex>(utf8.size()), kCFStringEncodingUTF8, false));
-}
-
-inline Owned<CFStringRef> string(std::u16string_view units) {
-    return own(CFStringCreateWithBytes(
+inline cf_owner<CFStringRef> string(std::u16string_view units) {
+    return adopt(CFStringCreateWithBytes(
         kCFAllocatorDefault, reinterpret_cast<UInt8 const *>(units.data()),
         static_cast<CFIndex>(units.size() * 2), kCFStringEncodingUTF16, false));
 }
@@ -51,35 +38,28 @@ inline std::u16string units(CFStringRef text) {
 }
 
 inline std::string utf8(CFStringRef text) {
-    if (text == nullptr) {
-        return "(null)";
-    }
-    auto const size =
-        CFStringGetMaximumSizeForEncoding(CFStringGetLength(text), kCFStringEncodingUTF8) + 1;
-    std::vector<char> buffer(static_cast<std::size_t>(size));
-    return CFStringGetCString(text, buffer.data(), size, kCFStringEncodingUTF8) ? buffer.data()
-                                                                                : "(unreadable)";
+    return text == nullptr ? "(null)" : qnrescue::to_utf8(text).value_or("(unreadable)");
 }
 
-inline std::string utf8(Owned<CFStringRef> const & text) {
+inline std::string utf8(cf_owner<CFStringRef> const & text) {
     return utf8(text.get());
 }
 
 template <class Value>
-Owned<CFNumberRef> number(CFNumberType type, Value value) {
-    return own(CFNumberCreate(kCFAllocatorDefault, type, &value));
+cf_owner<CFNumberRef> number(CFNumberType type, Value value) {
+    return adopt(CFNumberCreate(kCFAllocatorDefault, type, &value));
 }
 
-inline Owned<CFNumberRef> integer(std::int64_t value) {
+inline cf_owner<CFNumberRef> integer(std::int64_t value) {
     return number(kCFNumberSInt64Type, value);
 }
 
-inline Owned<CFNumberRef> real(double value) {
+inline cf_owner<CFNumberRef> real(double value) {
     return number(kCFNumberFloat64Type, value);
 }
 
 // An integer of 128 bits, whose type has no public name.
-inline Owned<CFNumberRef> wide_integer(std::int64_t high, std::uint64_t low) {
+inline cf_owner<CFNumberRef> wide_integer(std::int64_t high, std::uint64_t low) {
     constexpr CFNumberType kCFNumberSInt128Type = 17;
     struct {
         std::int64_t high;
@@ -88,13 +68,12 @@ inline Owned<CFNumberRef> wide_integer(std::int64_t high, std::uint64_t low) {
     return number(kCFNumberSInt128Type, value);
 }
 
-inline Owned<CFMutableDictionaryRef> dictionary() {
-    return own(CFDictionaryCreateMutable(kCFAllocatorDefault, 0, &kCFTypeDictionaryKeyCallBacks,
-                                         &kCFTypeDictionaryValueCallBacks));
+inline cf_owner<CFMutableDictionaryRef> dictionary() {
+    return qnrescue::make_mutable_dictionary();
 }
 
-inline Owned<CFMutableArrayRef> array() {
-    return own(CFArrayCreateMutable(kCFAllocatorDefault, 0, &kCFTypeArrayCallBacks));
+inline cf_owner<CFMutableArrayRef> array() {
+    return qnrescue::make_mutable_array();
 }
 
 // A description without what differs from run to run: every address becomes PTR.
@@ -117,5 +96,5 @@ inline std::string without_addresses(std::string_view text) {
 }
 
 inline std::string description(CFTypeRef object) {
-    return without_addresses(utf8(own(CFCopyDescription(object))));
+    return without_addresses(utf8(adopt(CFCopyDescription(object))));
 }

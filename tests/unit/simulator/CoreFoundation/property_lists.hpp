@@ -13,9 +13,9 @@
 #include <utility>
 #include <vector>
 
-inline Owned<CFDataRef> data_of(std::string_view bytes) {
-    return own(CFDataCreate(kCFAllocatorDefault, reinterpret_cast<UInt8 const *>(bytes.data()),
-                            static_cast<CFIndex>(bytes.size())));
+inline cf_owner<CFDataRef> data_of(std::string_view bytes) {
+    return adopt(CFDataCreate(kCFAllocatorDefault, reinterpret_cast<UInt8 const *>(bytes.data()),
+                              static_cast<CFIndex>(bytes.size())));
 }
 
 inline std::string bytes_of(CFDataRef some_data) {
@@ -119,7 +119,7 @@ inline std::string notation(CFTypeRef object) {
 
 // The debugging text of an error, and that of the old-style parser's error inside it.
 inline std::string debug_text(CFErrorRef error, bool of_old_style = false) {
-    auto const info = own(CFErrorCopyUserInfo(error));
+    auto const info = adopt(CFErrorCopyUserInfo(error));
     auto const * const nested = static_cast<CFErrorRef>(const_cast<void *>(
         CFDictionaryGetValue(info.get(), CFSTR("kCFPropertyListOldStyleParsingError"))));
     if (of_old_style) {
@@ -130,9 +130,9 @@ inline std::string debug_text(CFErrorRef error, bool of_old_style = false) {
 }
 
 struct Reading {
-    Owned<CFPropertyListRef> root;
+    cf_owner<CFPropertyListRef> root;
     CFPropertyListFormat format = -1;
-    Owned<CFErrorRef> error;
+    cf_owner<CFErrorRef> error;
 
     std::string text() const { return debug_text(error.get()); }
     std::string old_style_text() const { return debug_text(error.get(), true); }
@@ -141,9 +141,9 @@ struct Reading {
 inline Reading read(std::string_view document, CFOptionFlags options = kCFPropertyListImmutable) {
     Reading reading;
     CFErrorRef error = nullptr;
-    reading.root = own(CFPropertyListCreateWithData(kCFAllocatorDefault, data_of(document).get(),
-                                                    options, &reading.format, &error));
-    reading.error = own(error);
+    reading.root = adopt(CFPropertyListCreateWithData(kCFAllocatorDefault, data_of(document).get(),
+                                                      options, &reading.format, &error));
+    reading.error = adopt(error);
     return reading;
 }
 
@@ -152,8 +152,8 @@ inline std::string read_notation(std::string_view document) {
 }
 
 struct Writing {
-    Owned<CFDataRef> document;
-    Owned<CFErrorRef> error;
+    cf_owner<CFDataRef> document;
+    cf_owner<CFErrorRef> error;
 
     std::string text() const { return debug_text(error.get()); }
 };
@@ -161,7 +161,7 @@ struct Writing {
 inline Writing write(CFTypeRef root, CFPropertyListFormat format = kCFPropertyListXMLFormat_v1_0) {
     CFErrorRef error = nullptr;
     auto * const document = CFPropertyListCreateData(kCFAllocatorDefault, root, format, 0, &error);
-    return {own(document), own(error)};
+    return {adopt(document), adopt(error)};
 }
 
 inline constexpr std::string_view xml_opening =
@@ -183,7 +183,7 @@ inline std::string xml_body(CFTypeRef root) {
 }
 
 // The object wrapped in that many arrays, itself being the innermost.
-inline Owned<CFTypeRef> nested(std::size_t arrays, Owned<CFTypeRef> object) {
+inline cf_owner<CFTypeRef> nested(std::size_t arrays, cf_owner<CFTypeRef> object) {
     for (; arrays > 0; --arrays) {
         auto outer = array();
         CFArrayAppendValue(outer.get(), object.get());

@@ -21,7 +21,7 @@ TEST(Array, OwnsItsValues) {
 
 TEST(Array, TakesCapacityAsAHint) {
     for (CFIndex const capacity : {-1, 0, 1, 1 << 30}) {
-        auto const list = own(CFArrayCreateMutable(nullptr, capacity, &kCFTypeArrayCallBacks));
+        auto const list = adopt(CFArrayCreateMutable(nullptr, capacity, &kCFTypeArrayCallBacks));
         for (int i = 0; i < 50; ++i) {
             CFArrayAppendValue(list.get(), kCFNull);
         }
@@ -31,7 +31,7 @@ TEST(Array, TakesCapacityAsAHint) {
 
 TEST(Array, GrowsEvenIfCreatedImmutable) {
     void const * values[] = {kCFBooleanTrue};
-    auto const list = own(CFArrayCreate(nullptr, values, 1, &kCFTypeArrayCallBacks));
+    auto const list = adopt(CFArrayCreate(nullptr, values, 1, &kCFTypeArrayCallBacks));
     CFArrayAppendValue(const_cast<CFMutableArrayRef>(list.get()), kCFNull);
     EXPECT_EQ(CFArrayGetCount(list.get()), 2);
 }
@@ -49,7 +49,7 @@ TEST(Array, EqualsByValues) {
 
 TEST(Array, AppliesAFunctionToARange) {
     void const * values[] = {CFSTR("a"), CFSTR("b"), CFSTR("c")};
-    auto const list = own(CFArrayCreate(nullptr, values, 3, &kCFTypeArrayCallBacks));
+    auto const list = adopt(CFArrayCreate(nullptr, values, 3, &kCFTypeArrayCallBacks));
     std::string seen;
     CFArrayApplyFunction(
         list.get(), {1, 2},
@@ -81,11 +81,11 @@ TEST(Array, CallsTheCallbacksItWasGiven) {
         },
     };
     void const * values[] = {&value};
-    auto one = own(CFArrayCreate(nullptr, values, 1, &callbacks));
+    auto one = adopt(CFArrayCreate(nullptr, values, 1, &callbacks));
     static int const other_value = 0;
     values[0] = &other_value;
     constexpr CFArrayCallBacks only_equal{0, nullptr, nullptr, nullptr, callbacks.equal};
-    auto const other = own(CFArrayCreate(nullptr, values, 1, &only_equal));
+    auto const other = adopt(CFArrayCreate(nullptr, values, 1, &only_equal));
     EXPECT_TRUE(CFEqual(one.get(), other.get()));
     EXPECT_EQ(description(one.get()),
               "<CFArray PTR [PTR]>{type = immutable, count = 1, values = (\n\t0 : described\n)}");
@@ -98,12 +98,12 @@ TEST(Array, CallsTheCallbacksItWasGiven) {
 }
 
 TEST(Array, HoldsAnythingWithoutCallbacks) {
-    auto const list = own(CFArrayCreateMutable(nullptr, 0, nullptr));
+    auto const list = adopt(CFArrayCreateMutable(nullptr, 0, nullptr));
     CFArrayAppendValue(list.get(), nullptr);
     CFArrayAppendValue(list.get(), reinterpret_cast<void const *>(1));
     EXPECT_EQ(CFArrayGetCount(list.get()), 2);
-    EXPECT_EQ(utf8(own(CFCopyDescription(list.get())))
-                  .substr(utf8(own(CFCopyDescription(list.get()))).find("{type")),
+    EXPECT_EQ(utf8(adopt(CFCopyDescription(list.get())))
+                  .substr(utf8(adopt(CFCopyDescription(list.get()))).find("{type")),
               "{type = mutable-small, count = 2, values = (\n\t0 : <0x0>\n\t1 : <0x1>\n)}");
 }
 
@@ -127,7 +127,7 @@ TEST(Array, DescribesItself) {
 TEST(Set, KeepsTheFirstOfEqualMembers) {
     auto const first = string("member");
     auto const second = string("member");
-    auto set = own(CFSetCreateMutable(nullptr, 0, &kCFTypeSetCallBacks));
+    auto set = adopt(CFSetCreateMutable(nullptr, 0, &kCFTypeSetCallBacks));
     CFSetAddValue(set.get(), first.get());
     CFSetAddValue(set.get(), second.get());
     EXPECT_EQ(CFSetGetCount(set.get()), 1);
@@ -137,8 +137,8 @@ TEST(Set, KeepsTheFirstOfEqualMembers) {
     EXPECT_EQ(CFGetRetainCount(first.get()), 1);
 }
 
-Owned<CFMutableSetRef> set_of(std::initializer_list<void const *> members) {
-    auto set = own(CFSetCreateMutable(nullptr, 0, &kCFTypeSetCallBacks));
+cf_owner<CFMutableSetRef> set_of(std::initializer_list<void const *> members) {
+    auto set = adopt(CFSetCreateMutable(nullptr, 0, &kCFTypeSetCallBacks));
     for (auto const * const member : members) {
         CFSetAddValue(set.get(), member);
     }

@@ -8,15 +8,15 @@
 
 namespace {
 
-Owned<CFDataRef> counting_data(std::size_t length) {
+cf_owner<CFDataRef> counting_data(std::size_t length) {
     std::vector<UInt8> bytes(length);
     std::iota(bytes.begin(), bytes.end(), UInt8{0});
-    return own(CFDataCreate(nullptr, bytes.data(), static_cast<CFIndex>(length)));
+    return adopt(CFDataCreate(nullptr, bytes.data(), static_cast<CFIndex>(length)));
 }
 
 TEST(Data, CopiesItsBytes) {
     UInt8 bytes[] = {1, 2, 3};
-    auto const data = own(CFDataCreate(nullptr, bytes, 3));
+    auto const data = adopt(CFDataCreate(nullptr, bytes, 3));
     bytes[0] = 99;
     EXPECT_EQ(CFDataGetLength(data.get()), 3);
     EXPECT_EQ(CFDataGetBytePtr(data.get())[0], 1);
@@ -24,7 +24,7 @@ TEST(Data, CopiesItsBytes) {
 
 TEST(Data, RefersToForeignBytesWithoutACopy) {
     UInt8 bytes[] = {1, 2, 3};
-    auto const data = own(CFDataCreateWithBytesNoCopy(nullptr, bytes, 3, kCFAllocatorNull));
+    auto const data = adopt(CFDataCreateWithBytesNoCopy(nullptr, bytes, 3, kCFAllocatorNull));
     bytes[0] = 99;
     EXPECT_EQ(CFDataGetBytePtr(data.get()), bytes);
     EXPECT_EQ(CFDataGetBytePtr(data.get())[0], 99);
@@ -33,15 +33,15 @@ TEST(Data, RefersToForeignBytesWithoutACopy) {
 // Whether the bytes were freed, the address sanitizer tells.
 TEST(Data, FreesAdoptedBytes) {
     auto * const bytes = static_cast<UInt8 *>(std::calloc(3, 1));
-    auto const data = own(CFDataCreateWithBytesNoCopy(nullptr, bytes, 3, nullptr));
+    auto const data = adopt(CFDataCreateWithBytesNoCopy(nullptr, bytes, 3, nullptr));
     EXPECT_EQ(CFDataGetBytePtr(data.get()), bytes);
 }
 
 TEST(Data, CanBeEmpty) {
     UInt8 const byte = 0;
     for (auto const & data :
-         {own(CFDataCreate(nullptr, &byte, 0)), own(CFDataCreate(nullptr, nullptr, 0)),
-          own(CFDataCreateWithBytesNoCopy(nullptr, nullptr, 0, nullptr))}) {
+         {adopt(CFDataCreate(nullptr, &byte, 0)), adopt(CFDataCreate(nullptr, nullptr, 0)),
+          adopt(CFDataCreateWithBytesNoCopy(nullptr, nullptr, 0, nullptr))}) {
         ASSERT_NE(data, nullptr);
         EXPECT_EQ(CFDataGetLength(data.get()), 0);
         EXPECT_EQ(CFDataGetBytePtr(data.get()), nullptr);
@@ -77,8 +77,8 @@ TEST(Data, DescribesItself) {
 
 // No public function tells, since none here changes data.
 TEST(Data, IsMutableAsAWrittenPropertyList) {
-    auto const document = own(CFPropertyListCreateData(nullptr, kCFBooleanTrue,
-                                                       kCFPropertyListXMLFormat_v1_0, 0, nullptr));
+    auto const document = adopt(CFPropertyListCreateData(
+        nullptr, kCFBooleanTrue, kCFPropertyListXMLFormat_v1_0, 0, nullptr));
     ASSERT_NE(document, nullptr);
     EXPECT_TRUE(document->is_mutable);
     EXPECT_FALSE(counting_data(3)->is_mutable);
@@ -90,7 +90,7 @@ TEST(Date, DescribesItself) {
         char const * text;
     } const rows[] = {{0, "0"}, {0.5, "0.5"}, {700000000, "700000000"}};
     for (auto const & row : rows) {
-        EXPECT_EQ(description(own(CFDateCreate(nullptr, row.time)).get()),
+        EXPECT_EQ(description(adopt(CFDateCreate(nullptr, row.time)).get()),
                   std::string{"<CFDate PTR [PTR]>{time = "} + row.text + "}");
     }
 }
@@ -99,7 +99,7 @@ TEST(Constant, DescribesItself) {
     EXPECT_EQ(description(kCFBooleanTrue), "<CFBoolean PTR [PTR]>{value = true}");
     EXPECT_EQ(description(kCFBooleanFalse), "<CFBoolean PTR [PTR]>{value = false}");
     EXPECT_EQ(description(kCFNull), "<CFNull PTR [PTR]>");
-    EXPECT_EQ(utf8(own(CFCopyDescription(kCFAllocatorNull))).rfind("<CFAllocator 0x", 0), 0u);
+    EXPECT_EQ(utf8(adopt(CFCopyDescription(kCFAllocatorNull))).rfind("<CFAllocator 0x", 0), 0u);
 }
 
 } // namespace

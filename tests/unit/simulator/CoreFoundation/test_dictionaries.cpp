@@ -16,10 +16,10 @@ auto count_of(CFTypeRef object) {
 }
 
 struct Pair {
-    Owned<CFStringRef> k1 = string("the key");
-    Owned<CFStringRef> k2 = string("the key");
-    Owned<CFStringRef> v1 = string("value 1");
-    Owned<CFStringRef> v2 = string("value 2");
+    cf_owner<CFStringRef> k1 = string("the key");
+    cf_owner<CFStringRef> k2 = string("the key");
+    cf_owner<CFStringRef> v1 = string("value 1");
+    cf_owner<CFStringRef> v2 = string("value 2");
 
     std::vector<CFIndex> counts() const {
         return {count_of(k1.get()), count_of(k2.get()), count_of(v1.get()), count_of(v2.get())};
@@ -47,8 +47,8 @@ TEST(Dictionary, TakesTheFirstOfEqualKeysWhenCreated) {
     void const * keys[] = {pair.k1.get(), CFSTR("b"), pair.k2.get()};
     void const * values[] = {pair.v1.get(), CFSTR("2"), pair.v2.get()};
     auto const map =
-        own(CFDictionaryCreate(nullptr, keys, values, 3, &kCFTypeDictionaryKeyCallBacks,
-                               &kCFTypeDictionaryValueCallBacks));
+        adopt(CFDictionaryCreate(nullptr, keys, values, 3, &kCFTypeDictionaryKeyCallBacks,
+                                 &kCFTypeDictionaryValueCallBacks));
     EXPECT_EQ(CFDictionaryGetCount(map.get()), 2);
     EXPECT_EQ(CFDictionaryGetValue(map.get(), pair.k2.get()), pair.v1.get());
     EXPECT_EQ(pair.counts(), (Counts{2, 1, 2, 1}));
@@ -65,7 +65,7 @@ TEST(Dictionary, FindsByEquality) {
 
 TEST(Dictionary, TakesCapacityAsAHint) {
     for (CFIndex const capacity : {-1, 0, 10, 1 << 30}) {
-        auto const map = own(CFDictionaryCreateMutable(
+        auto const map = adopt(CFDictionaryCreateMutable(
             nullptr, capacity, &kCFTypeDictionaryKeyCallBacks, &kCFTypeDictionaryValueCallBacks));
         for (int i = 0; i < 50; ++i) {
             CFDictionarySetValue(map.get(), string(numbered_key(i)).get(), kCFNull);
@@ -75,7 +75,7 @@ TEST(Dictionary, TakesCapacityAsAHint) {
 }
 
 TEST(Dictionary, TreatsPlainPointersByIdentityWithoutCallbacks) {
-    auto const map = own(CFDictionaryCreateMutable(nullptr, 0, nullptr, nullptr));
+    auto const map = adopt(CFDictionaryCreateMutable(nullptr, 0, nullptr, nullptr));
     auto const key = string("key");
     auto const equal_key = string("key");
     CFDictionarySetValue(map.get(), key.get(), nullptr);
@@ -125,8 +125,8 @@ TEST(Dictionary, GivesItsEntriesInOneOrderOfItsOwn) {
         EXPECT_EQ(utf8(static_cast<CFStringRef>(keys[i])), order[i]);
         EXPECT_EQ(CFDictionaryGetValue(map.get(), keys[i]), values[i]);
     }
-    EXPECT_EQ(keys_of(own(CFDictionaryCreateCopy(nullptr, map.get())).get()), order);
-    EXPECT_EQ(keys_of(own(CFDictionaryCreateMutableCopy(nullptr, 0, map.get())).get()), order);
+    EXPECT_EQ(keys_of(adopt(CFDictionaryCreateCopy(nullptr, map.get())).get()), order);
+    EXPECT_EQ(keys_of(adopt(CFDictionaryCreateMutableCopy(nullptr, 0, map.get())).get()), order);
     EXPECT_EQ(CFHash(map.get()), 20u);
 }
 
@@ -134,13 +134,13 @@ TEST(Dictionary, IsCopiedShallowly) {
     auto const original = dictionary();
     auto const list = array();
     CFDictionarySetValue(original.get(), CFSTR("list"), list.get());
-    auto const copy = own(CFDictionaryCreateMutableCopy(nullptr, 1, original.get()));
+    auto const copy = adopt(CFDictionaryCreateMutableCopy(nullptr, 1, original.get()));
     EXPECT_EQ(count_of(list.get()), 3);
     EXPECT_EQ(CFDictionaryGetValue(copy.get(), CFSTR("list")), list.get());
     CFDictionarySetValue(copy.get(), CFSTR("another"), kCFNull);
     EXPECT_EQ(CFDictionaryGetCount(original.get()), 1);
-    auto const immutable = own(CFDictionaryCreateCopy(nullptr, original.get()));
-    auto const again = own(CFDictionaryCreateCopy(nullptr, immutable.get()));
+    auto const immutable = adopt(CFDictionaryCreateCopy(nullptr, original.get()));
+    auto const again = adopt(CFDictionaryCreateCopy(nullptr, immutable.get()));
     EXPECT_NE(immutable.get(), again.get());
     EXPECT_TRUE(CFEqual(immutable.get(), again.get()));
     EXPECT_FALSE(CFEqual(copy.get(), original.get()));
@@ -167,7 +167,7 @@ TEST(Dictionary, SurvivesCollisions) {
     CFDictionaryKeyCallBacks colliding = kCFTypeDictionaryKeyCallBacks;
     colliding.hash = [](void const * key) { return CFHash(key) % 3; };
     auto const map =
-        own(CFDictionaryCreateMutable(nullptr, 0, &colliding, &kCFTypeDictionaryValueCallBacks));
+        adopt(CFDictionaryCreateMutable(nullptr, 0, &colliding, &kCFTypeDictionaryValueCallBacks));
     std::map<std::int64_t, std::int64_t> expected;
     std::uint32_t random = 1;
     for (std::int64_t step = 0; step < 100; ++step) {
@@ -196,7 +196,7 @@ TEST(Dictionary, StoresWhatTheRetainCallbackAnswers) {
     };
     CFDictionaryValueCallBacks const plain{
         0, nullptr, [](CFAllocatorRef, void const *) { ++released; }, nullptr, nullptr};
-    auto map = own(CFDictionaryCreateMutable(nullptr, 0, &copying, &plain));
+    auto map = adopt(CFDictionaryCreateMutable(nullptr, 0, &copying, &plain));
     int value = 0;
     CFDictionarySetValue(map.get(), kCFBooleanTrue, &value);
     void const * key = nullptr;
@@ -217,7 +217,7 @@ TEST(Dictionary, DescribesItself) {
                          "<CFString PTR [PTR]>{contents = \"v\"}\n}\n";
     EXPECT_EQ(description(map.get()),
               std::string{"<CFBasicHash PTR [PTR]>{type = mutable dict, "} + entries);
-    EXPECT_EQ(description(own(CFDictionaryCreateCopy(nullptr, map.get())).get()),
+    EXPECT_EQ(description(adopt(CFDictionaryCreateCopy(nullptr, map.get())).get()),
               std::string{"<CFBasicHash PTR [PTR]>{type = immutable dict, "} + entries);
 }
 

@@ -8,20 +8,20 @@ namespace {
 
 using Entries = std::vector<std::pair<char const *, char const *>>;
 
-Owned<CFErrorRef> error(char const * domain, CFIndex code, Entries const & entries = {}) {
+cf_owner<CFErrorRef> error(char const * domain, CFIndex code, Entries const & entries = {}) {
     auto const info = dictionary();
     for (auto const & [key, value] : entries) {
         CFDictionarySetValue(info.get(), string(key).get(), string(value).get());
     }
-    return own(CFErrorCreate(nullptr, string(domain).get(), code, info.get()));
+    return adopt(CFErrorCreate(nullptr, string(domain).get(), code, info.get()));
 }
 
-std::string text_of(Owned<CFErrorRef> const & fault) {
-    return utf8(own(CFErrorCopyDescription(fault.get())));
+std::string text_of(cf_owner<CFErrorRef> const & fault) {
+    return utf8(adopt(CFErrorCopyDescription(fault.get())));
 }
 
-std::string reason_of(Owned<CFErrorRef> const & fault) {
-    return utf8(own(CFErrorCopyFailureReason(fault.get())));
+std::string reason_of(cf_owner<CFErrorRef> const & fault) {
+    return utf8(adopt(CFErrorCopyFailureReason(fault.get())));
 }
 
 #define COULD_NOT "The operation couldn\xe2\x80\x99t be completed. "
@@ -153,8 +153,8 @@ TEST(Error, AsksTheCLibraryAboutPosixErrors) {
 }
 
 TEST(Error, HasUserInfoEvenWithout) {
-    auto const fault = own(CFErrorCreate(nullptr, CFSTR("d"), 1, nullptr));
-    auto const info = own(CFErrorCopyUserInfo(fault.get()));
+    auto const fault = adopt(CFErrorCreate(nullptr, CFSTR("d"), 1, nullptr));
+    auto const info = adopt(CFErrorCopyUserInfo(fault.get()));
     ASSERT_NE(info, nullptr);
     EXPECT_EQ(CFDictionaryGetCount(info.get()), 0);
     EXPECT_EQ(text_of(fault), COULD_NOT "(d error 1.)");
@@ -163,20 +163,20 @@ TEST(Error, HasUserInfoEvenWithout) {
 
 TEST(Error, CopiesItsUserInfo) {
     auto const info = dictionary();
-    auto const fault = own(CFErrorCreate(nullptr, CFSTR("d"), 1, info.get()));
+    auto const fault = adopt(CFErrorCreate(nullptr, CFSTR("d"), 1, info.get()));
     CFDictionarySetValue(info.get(), kCFErrorLocalizedDescriptionKey, CFSTR("late"));
     EXPECT_EQ(text_of(fault), COULD_NOT "(d error 1.)");
-    EXPECT_EQ(CFDictionaryGetCount(own(CFErrorCopyUserInfo(fault.get())).get()), 0);
+    EXPECT_EQ(CFDictionaryGetCount(adopt(CFErrorCopyUserInfo(fault.get())).get()), 0);
 }
 
 TEST(Error, GivesWhateverStandsForItsDescription) {
     auto const info = dictionary();
     CFDictionarySetValue(info.get(), kCFErrorLocalizedDescriptionKey, integer(1000).get());
     CFDictionarySetValue(info.get(), kCFErrorLocalizedFailureReasonKey, kCFBooleanTrue);
-    auto const fault = own(CFErrorCreate(nullptr, CFSTR("d"), 1, info.get()));
-    auto const text = own(CFErrorCopyDescription(fault.get()));
+    auto const fault = adopt(CFErrorCreate(nullptr, CFSTR("d"), 1, info.get()));
+    auto const text = adopt(CFErrorCopyDescription(fault.get()));
     EXPECT_EQ(CFGetTypeID(text.get()), CFNumberGetTypeID());
-    EXPECT_EQ(own(CFErrorCopyFailureReason(fault.get())).get(),
+    EXPECT_EQ(adopt(CFErrorCopyFailureReason(fault.get())).get(),
               static_cast<void const *>(kCFBooleanTrue));
 }
 
@@ -184,25 +184,25 @@ TEST(Error, ShowsValuesPlainlyAndAnUnderlyingErrorWithItsAddress) {
     auto const inner = error("in", 7, {{"NSLocalizedDescription", "inner"}});
     struct {
         CFStringRef key;
-        Owned<CFTypeRef> value;
+        cf_owner<CFTypeRef> value;
         char const * text;
     } const rows[] = {
-        {CFSTR("NSUnderlyingError"), own(CFRetain(inner.get())),
+        {CFSTR("NSUnderlyingError"), adopt(CFRetain(inner.get())),
          "NSUnderlyingError=PTR {Error Domain=in Code=7 \"inner\" "
          "UserInfo={NSLocalizedDescription=inner}}"},
-        {CFSTR("other"), own(CFRetain(inner.get())),
+        {CFSTR("other"), adopt(CFRetain(inner.get())),
          "other=Error Domain=in Code=7 \"inner\" UserInfo={NSLocalizedDescription=inner}"},
-        {CFSTR("n"), own(CFTypeRef{real(0.1).release()}), "n=0.10000000000000001"},
-        {CFSTR("n"), own(CFTypeRef{real(1e17).release()}), "n=1e+17"},
-        {CFSTR("n"), own(CFTypeRef{real(0).release()}), "n=0.0"},
-        {CFSTR("n"), own(CFTypeRef{integer(-5).release()}), "n=-5"},
-        {CFSTR("b"), own(CFRetain(kCFBooleanFalse)), "b=false"},
-        {CFSTR("null"), own(CFRetain(kCFNull)), "null=null"},
+        {CFSTR("n"), adopt(CFTypeRef{real(0.1).release()}), "n=0.10000000000000001"},
+        {CFSTR("n"), adopt(CFTypeRef{real(1e17).release()}), "n=1e+17"},
+        {CFSTR("n"), adopt(CFTypeRef{real(0).release()}), "n=0.0"},
+        {CFSTR("n"), adopt(CFTypeRef{integer(-5).release()}), "n=-5"},
+        {CFSTR("b"), adopt(CFRetain(kCFBooleanFalse)), "b=false"},
+        {CFSTR("null"), adopt(CFRetain(kCFNull)), "null=null"},
     };
     for (auto const & row : rows) {
         auto const info = dictionary();
         CFDictionarySetValue(info.get(), row.key, row.value.get());
-        auto const outer = own(CFErrorCreate(nullptr, CFSTR("out"), 1, info.get()));
+        auto const outer = adopt(CFErrorCreate(nullptr, CFSTR("out"), 1, info.get()));
         EXPECT_EQ(description(outer.get()),
                   std::string{"Error Domain=out Code=1 \"(null)\" UserInfo={"} + row.text + "}");
     }

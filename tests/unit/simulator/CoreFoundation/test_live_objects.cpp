@@ -53,7 +53,7 @@ void clean_up_everything() {
     CFArrayAppendValue(list.get(), string("element").get());
     CFDictionarySetValue(map.get(), CFSTR("constant key"), list.get());
     CFDictionarySetValue(map.get(), string("key").get(), integer(1000).get());
-    auto const fault = own(CFErrorCreate(nullptr, CFSTR("d"), 1, map.get()));
+    auto const fault = adopt(CFErrorCreate(nullptr, CFSTR("d"), 1, map.get()));
     description(fault.get());
 }
 

@@ -56,7 +56,7 @@ TEST(Number, IsAConstantForSomeReals) {
 }
 
 struct Conversion {
-    Owned<CFNumberRef> from;
+    cf_owner<CFNumberRef> from;
     CFNumberType to;
     bool lossless;
     double value; // exact for all of these
@@ -209,8 +209,8 @@ TEST(Number, ToleratesUnknownTypes) {
 
 TEST(Number, EqualsByValueAcrossTypes) {
     struct {
-        Owned<CFNumberRef> left;
-        Owned<CFNumberRef> right;
+        cf_owner<CFNumberRef> left;
+        cf_owner<CFNumberRef> right;
         bool equal;
         bool same_hash;
     } const rows[] = {
@@ -249,7 +249,7 @@ TEST(Number, EqualsByValueAcrossTypes) {
 
 TEST(Number, DescribesItself) {
     struct {
-        Owned<CFNumberRef> number;
+        cf_owner<CFNumberRef> number;
         char const * value_and_type;
     } const rows[] = {
         {integer(5), "+5, type = kCFNumberSInt32Type"},

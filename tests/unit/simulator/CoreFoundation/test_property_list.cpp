@@ -11,12 +11,12 @@
 namespace {
 
 struct FaultRow {
-    Owned<CFTypeRef> root;
+    cf_owner<CFTypeRef> root;
     std::string_view fault;
 };
 
-Owned<CFTypeRef> array_of(CFTypeRef element) {
-    return nested(1, Owned<CFTypeRef>{CFRetain(element)});
+cf_owner<CFTypeRef> array_of(CFTypeRef element) {
+    return nested(1, cf_owner<CFTypeRef>{CFRetain(element)});
 }
 
 TEST(Writing, RefusesWhatIsNoPropertyList) {
@@ -24,26 +24,26 @@ TEST(Writing, RefusesWhatIsNoPropertyList) {
     void const * key = CFSTR("k");
     auto const number_key = dictionary();
     CFDictionarySetValue(number_key.get(), integer(5).get(), CFSTR("v"));
-    auto const set = own(CFSetCreateMutable(kCFAllocatorDefault, 0, &kCFTypeSetCallBacks));
-    auto const error = own(CFErrorCreate(kCFAllocatorDefault, CFSTR("d"), 1, nullptr));
-    auto const recursive = own(CFArrayCreateMutable(kCFAllocatorDefault, 0, nullptr));
+    auto const set = adopt(CFSetCreateMutable(kCFAllocatorDefault, 0, &kCFTypeSetCallBacks));
+    auto const error = adopt(CFErrorCreate(kCFAllocatorDefault, CFSTR("d"), 1, nullptr));
+    auto const recursive = adopt(CFArrayCreateMutable(kCFAllocatorDefault, 0, nullptr));
     CFArrayAppendValue(recursive.get(), recursive.get());
 
     FaultRow const rows[] = {
-        {Owned<CFTypeRef>{CFRetain(set.get())},
+        {cf_owner<CFTypeRef>{CFRetain(set.get())},
          "property lists cannot contain objects of type 'CFSet'"},
         {array_of(set.get()), "property lists cannot contain objects of type 'CFSet'"},
         {array_of(error.get()), "property lists cannot contain objects of type 'CFError'"},
         {array_of(kCFNull), "property lists cannot contain objects of type 'CFNull'"},
         {array_of(number_key.get()),
          "property list dictionaries may only have keys which are CFStrings, not 'CFNumber'"},
-        {Owned<CFTypeRef>{CFDictionaryCreate(kCFAllocatorDefault, &key, &null_value, 1,
-                                             &kCFTypeDictionaryKeyCallBacks, nullptr)},
+        {cf_owner<CFTypeRef>{CFDictionaryCreate(kCFAllocatorDefault, &key, &null_value, 1,
+                                                &kCFTypeDictionaryKeyCallBacks, nullptr)},
          "property list dictionaries cannot contain NULL values"},
-        {Owned<CFTypeRef>{CFArrayCreate(kCFAllocatorDefault, &null_value, 1, nullptr)},
+        {cf_owner<CFTypeRef>{CFArrayCreate(kCFAllocatorDefault, &null_value, 1, nullptr)},
          "property list arrays cannot contain NULL"},
         {nullptr, "property lists cannot contain NULL"},
-        {Owned<CFTypeRef>{CFRetain(recursive.get())},
+        {cf_owner<CFTypeRef>{CFRetain(recursive.get())},
          "property lists cannot contain recursive container references"},
     };
     for (auto const & row : rows) {
@@ -56,14 +56,15 @@ TEST(Writing, RefusesWhatIsNoPropertyList) {
 }
 
 TEST(Writing, DescribesItsFailure) {
-    auto const error = write(own(CFSetCreateMutable(kCFAllocatorDefault, 0, nullptr)).get()).error;
+    auto const error =
+        write(adopt(CFSetCreateMutable(kCFAllocatorDefault, 0, nullptr)).get()).error;
     ASSERT_NE(error, nullptr);
     EXPECT_EQ(utf8(CFErrorGetDomain(error.get())), "NSCocoaErrorDomain");
     EXPECT_EQ(CFErrorGetCode(error.get()), kCFPropertyListWriteStreamError);
-    EXPECT_EQ(utf8(own(CFErrorCopyDescription(error.get()))),
+    EXPECT_EQ(utf8(adopt(CFErrorCopyDescription(error.get()))),
               "The operation couldn\xe2\x80\x99t be completed. (NSCocoaErrorDomain error 3851.)");
     EXPECT_EQ(CFErrorCopyFailureReason(error.get()), nullptr);
-    EXPECT_EQ(CFDictionaryGetCount(own(CFErrorCopyUserInfo(error.get())).get()), 1);
+    EXPECT_EQ(CFDictionaryGetCount(adopt(CFErrorCopyUserInfo(error.get())).get()), 1);
     EXPECT_EQ(description(error.get()),
               "Error Domain=NSCocoaErrorDomain Code=3851 \"Property list invalid for format: 100 "
               "(property lists cannot contain objects of type 'CFSet')\" "

@@ -9,18 +9,18 @@ namespace {
 
 constexpr CFIndex immortal = 0x0fffffffffffffff;
 
-Owned<CFErrorRef> error() {
-    return own(CFErrorCreate(kCFAllocatorDefault, CFSTR("domain"), 1, nullptr));
+cf_owner<CFErrorRef> error() {
+    return adopt(CFErrorCreate(kCFAllocatorDefault, CFSTR("domain"), 1, nullptr));
 }
 
 TEST(Object, TellsItsType) {
     auto const text = string("x");
     auto const five = integer(5);
-    auto const date = own(CFDateCreate(nullptr, 0));
-    auto const data = own(CFDataCreate(nullptr, nullptr, 0));
+    auto const date = adopt(CFDateCreate(nullptr, 0));
+    auto const data = adopt(CFDataCreate(nullptr, nullptr, 0));
     auto const list = array();
     auto const map = dictionary();
-    auto const set = own(CFSetCreateMutable(nullptr, 0, &kCFTypeSetCallBacks));
+    auto const set = adopt(CFSetCreateMutable(nullptr, 0, &kCFTypeSetCallBacks));
     auto const fault = error();
     struct {
         CFTypeRef object;
@@ -93,9 +93,9 @@ TEST(Object, EqualsOnlyItsOwnType) {
 }
 
 TEST(Date, KeepsItsTimeAndEqualsByIt) {
-    auto const date = own(CFDateCreate(nullptr, 700000000.25));
-    auto const same = own(CFDateCreate(nullptr, 700000000.25));
-    auto const other = own(CFDateCreate(nullptr, 700000000));
+    auto const date = adopt(CFDateCreate(nullptr, 700000000.25));
+    auto const same = adopt(CFDateCreate(nullptr, 700000000.25));
+    auto const other = adopt(CFDateCreate(nullptr, 700000000));
     EXPECT_EQ(CFDateGetAbsoluteTime(date.get()), 700000000.25);
     EXPECT_TRUE(CFEqual(date.get(), same.get()));
     EXPECT_EQ(CFHash(date.get()), CFHash(same.get()));

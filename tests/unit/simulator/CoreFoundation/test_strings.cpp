@@ -14,9 +14,9 @@ constexpr CFStringEncoding utf16_big_endian = 0x10000100;
 constexpr CFStringEncoding utf32 = 0x0c000100;
 constexpr CFStringEncoding windows_latin1 = 0x0500;
 
-Owned<CFStringRef> decoded(std::string_view bytes, CFStringEncoding encoding, bool external) {
-    return own(CFStringCreateWithBytes(nullptr, reinterpret_cast<UInt8 const *>(bytes.data()),
-                                       static_cast<CFIndex>(bytes.size()), encoding, external));
+cf_owner<CFStringRef> decoded(std::string_view bytes, CFStringEncoding encoding, bool external) {
+    return adopt(CFStringCreateWithBytes(nullptr, reinterpret_cast<UInt8 const *>(bytes.data()),
+                                         static_cast<CFIndex>(bytes.size()), encoding, external));
 }
 
 TEST(String, RefusesInvalidUtf8) {
@@ -77,10 +77,10 @@ TEST(String, IsDecodedFromBytes) {
     }
     EXPECT_EQ(decoded("abc", 0xffffffff, false), nullptr);
     EXPECT_EQ(decoded("abc", 0x12345, false), nullptr);
-    EXPECT_EQ(
-        CFStringGetLength(
-            own(CFStringCreateWithBytes(nullptr, nullptr, 0, kCFStringEncodingUTF8, false)).get()),
-        0);
+    EXPECT_EQ(CFStringGetLength(
+                  adopt(CFStringCreateWithBytes(nullptr, nullptr, 0, kCFStringEncodingUTF8, false))
+                      .get()),
+              0);
 }
 
 TEST(String, TellsTheMostBytesItCanNeed) {
@@ -212,24 +212,24 @@ TEST(String, CountsUnits) {
 
 TEST(String, IsItsOwnCopy) {
     auto const text = string("abc");
-    auto const copy = own(CFStringCreateCopy(nullptr, text.get()));
+    auto const copy = adopt(CFStringCreateCopy(nullptr, text.get()));
     EXPECT_EQ(copy, text);
     EXPECT_EQ(CFGetRetainCount(text.get()), 2);
-    EXPECT_EQ(own(CFStringCreateCopy(nullptr, CFSTR("abc"))).get(), CFSTR("abc"));
+    EXPECT_EQ(adopt(CFStringCreateCopy(nullptr, CFSTR("abc"))).get(), CFSTR("abc"));
 }
 
 TEST(String, IsCopiedIfItCanChange) {
     std::string_view const document = "<plist><array><string>abc</string></array></plist>";
-    auto const data = own(CFDataCreate(nullptr, reinterpret_cast<UInt8 const *>(document.data()),
-                                       static_cast<CFIndex>(document.size())));
-    auto const list = own(static_cast<CFArrayRef>(CFPropertyListCreateWithData(
+    auto const data = adopt(CFDataCreate(nullptr, reinterpret_cast<UInt8 const *>(document.data()),
+                                         static_cast<CFIndex>(document.size())));
+    auto const list = adopt(static_cast<CFArrayRef>(CFPropertyListCreateWithData(
         nullptr, data.get(), kCFPropertyListMutableContainersAndLeaves, nullptr, nullptr)));
     ASSERT_NE(list, nullptr);
     auto const text = static_cast<CFStringRef>(CFArrayGetValueAtIndex(list.get(), 0));
-    auto const copy = own(CFStringCreateCopy(nullptr, text));
+    auto const copy = adopt(CFStringCreateCopy(nullptr, text));
     EXPECT_NE(copy.get(), text);
     EXPECT_TRUE(CFEqual(copy.get(), text));
-    EXPECT_EQ(own(CFStringCreateCopy(nullptr, copy.get())), copy);
+    EXPECT_EQ(adopt(CFStringCreateCopy(nullptr, copy.get())), copy);
 }
 
 TEST(ConstantString, IsUniquePerText) {
@@ -252,7 +252,7 @@ TEST(String, DescribesItself) {
     EXPECT_EQ(description(CFSTR("abc")), "<CFString PTR [PTR]>{contents = \"abc\"}");
     EXPECT_EQ(description(string("\"\n\xc3\xa9").get()),
               "<CFString PTR [PTR]>{contents = \"\"\n\xc3\xa9\"}");
-    EXPECT_EQ(units(own(CFCopyDescription(string(u"\xd800").get())).get()).back(), u'}');
+    EXPECT_EQ(units(adopt(CFCopyDescription(string(u"\xd800").get())).get()).back(), u'}');
     EXPECT_EQ(CFCopyDescription(nullptr), nullptr);
 }
 

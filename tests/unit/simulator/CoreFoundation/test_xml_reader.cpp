@@ -598,7 +598,7 @@ TEST(XmlReading, MakesLeavesMutableOnRequest) {
     EXPECT_FALSE(strings_are_one(kCFPropertyListMutableContainersAndLeaves));
     auto const leaf = read("<string>a</string>", kCFPropertyListMutableContainersAndLeaves);
     auto const * const text = static_cast<CFStringRef>(leaf.root.get());
-    EXPECT_NE(own(CFStringCreateCopy(kCFAllocatorDefault, text)).get(), text);
+    EXPECT_NE(adopt(CFStringCreateCopy(kCFAllocatorDefault, text)).get(), text);
 }
 
 TEST(XmlReading, MakesDataMutableOnRequest) {
@@ -661,11 +661,11 @@ TEST(XmlReading, ReadsBackWhatWasWritten) {
 // A document in place of which nothing is readable any more must not matter.
 TEST(XmlReading, KeepsNothingOfTheDocument) {
     std::string document = "<string>some text of the document</string>";
-    auto const borrowed = own(CFDataCreateWithBytesNoCopy(
+    auto const borrowed = adopt(CFDataCreateWithBytesNoCopy(
         kCFAllocatorDefault, reinterpret_cast<UInt8 const *>(document.data()),
         static_cast<CFIndex>(document.size()), kCFAllocatorNull));
-    auto const root =
-        own(CFPropertyListCreateWithData(kCFAllocatorDefault, borrowed.get(), 0, nullptr, nullptr));
+    auto const root = adopt(
+        CFPropertyListCreateWithData(kCFAllocatorDefault, borrowed.get(), 0, nullptr, nullptr));
     EXPECT_EQ(CFGetRetainCount(borrowed.get()), 1);
     document.assign(document.size(), 'z');
     EXPECT_EQ(notation(root.get()), "\"some text of the document\"");
@@ -680,7 +680,7 @@ TEST(Reading, DescribesItsFailure) {
     ASSERT_NE(error, nullptr);
     EXPECT_EQ(utf8(CFErrorGetDomain(error)), "NSCocoaErrorDomain");
     EXPECT_EQ(CFErrorGetCode(error), kCFPropertyListReadCorruptError);
-    EXPECT_EQ(utf8(own(CFErrorCopyDescription(error))),
+    EXPECT_EQ(utf8(adopt(CFErrorCopyDescription(error))),
               "The operation couldn\xe2\x80\x99t be completed. (NSCocoaErrorDomain error 3840.)");
     EXPECT_EQ(CFErrorCopyFailureReason(error), nullptr);
     EXPECT_EQ(
@@ -715,10 +715,10 @@ TEST(Reading, NeedsAnyData) {
     CFErrorRef error = nullptr;
     EXPECT_EQ(CFPropertyListCreateWithData(kCFAllocatorDefault, nullptr, 0, nullptr, &error),
               nullptr);
-    EXPECT_EQ(debug_text(own(error).get()), "Cannot parse a NULL or zero-length data");
+    EXPECT_EQ(debug_text(adopt(error).get()), "Cannot parse a NULL or zero-length data");
     auto const reading = read("");
     EXPECT_EQ(reading.text(), "Cannot parse a NULL or zero-length data");
-    EXPECT_EQ(CFDictionaryGetCount(own(CFErrorCopyUserInfo(reading.error.get())).get()), 1);
+    EXPECT_EQ(CFDictionaryGetCount(adopt(CFErrorCopyUserInfo(reading.error.get())).get()), 1);
 }
 
 TEST(Reading, NeedsNobodyToTakeItsResults) {
@@ -727,7 +727,7 @@ TEST(Reading, NeedsNobodyToTakeItsResults) {
         nullptr);
     auto * const preset = reinterpret_cast<CFErrorRef>(0x1234);
     auto * error = preset;
-    auto const root = own(CFPropertyListCreateWithData(
+    auto const root = adopt(CFPropertyListCreateWithData(
         kCFAllocatorDefault, data_of("<true/>").get(), 0, nullptr, &error));
     EXPECT_EQ(root.get(), kCFBooleanTrue);
     EXPECT_EQ(error, preset);

@@ -50,7 +50,7 @@ TEST(XmlWriting, SortsKeysByCodeUnit) {
 TEST(XmlWriting, IgnoresItsOptions) {
     auto const plain = bytes_of(write(CFSTR("hi")).document.get());
     for (CFOptionFlags const options : {0U, 1U, 0xffffU}) {
-        auto const document = own(CFPropertyListCreateData(
+        auto const document = adopt(CFPropertyListCreateData(
             kCFAllocatorDefault, CFSTR("hi"), kCFPropertyListXMLFormat_v1_0, options, nullptr));
         EXPECT_EQ(bytes_of(document.get()), plain);
     }
@@ -59,8 +59,8 @@ TEST(XmlWriting, IgnoresItsOptions) {
 TEST(XmlWriting, LeavesTheErrorAloneOnSuccess) {
     auto * const preset = reinterpret_cast<CFErrorRef>(0x1234);
     auto * error = preset;
-    auto const document = own(CFPropertyListCreateData(kCFAllocatorDefault, CFSTR("hi"),
-                                                       kCFPropertyListXMLFormat_v1_0, 0, &error));
+    auto const document = adopt(CFPropertyListCreateData(kCFAllocatorDefault, CFSTR("hi"),
+                                                         kCFPropertyListXMLFormat_v1_0, 0, &error));
     EXPECT_NE(document, nullptr);
     EXPECT_EQ(error, preset);
 }
@@ -135,7 +135,7 @@ TEST(XmlWriting, KeepsSurrogatePairsWhole) {
 
 TEST(XmlWriting, WritesIntegersSigned) {
     struct {
-        Owned<CFNumberRef> value;
+        cf_owner<CFNumberRef> value;
         std::string_view written;
     } const rows[] = {
         {integer(0), "0"},
@@ -166,7 +166,7 @@ TEST(XmlWriting, WritesIntegersSigned) {
 
 TEST(XmlWriting, WritesRealsWithSeventeenDigits) {
     struct {
-        Owned<CFNumberRef> value;
+        cf_owner<CFNumberRef> value;
         std::string_view written;
     } const rows[] = {
         {real(0), "0.0"},
@@ -219,14 +219,14 @@ TEST(XmlWriting, RoundsDatesDownToTheSecond) {
         {-1e12, "-29688-04-06T22:13:20Z"},
     };
     for (auto const & row : rows) {
-        auto const date = own(CFDateCreate(kCFAllocatorDefault, row.time));
+        auto const date = adopt(CFDateCreate(kCFAllocatorDefault, row.time));
         EXPECT_EQ(xml_body(date.get()), fmt::format("<date>{}</date>\n", row.written)) << row.time;
     }
 }
 
 TEST(XmlWriting, WritesSomethingForImpossibleDates) {
     for (auto const time : {std::numeric_limits<double>::quiet_NaN(), infinity, -infinity, 1e300}) {
-        auto const date = own(CFDateCreate(kCFAllocatorDefault, time));
+        auto const date = adopt(CFDateCreate(kCFAllocatorDefault, time));
         auto const body = xml_body(date.get());
         EXPECT_TRUE(body.starts_with("<date>") && body.ends_with("Z</date>\n")) << body;
     }
@@ -311,7 +311,7 @@ TEST(XmlWriting, NestsContainers) {
 
 // Unlike the real library, which writes recursively: how deep depends on the stack there.
 TEST(XmlWriting, KnowsNoLimitOfDepth) {
-    auto const root = nested(9'999, Owned<CFTypeRef>{array().release()});
+    auto const root = nested(9'999, cf_owner<CFTypeRef>{array().release()});
     EXPECT_EQ(bytes_of(write(root.get()).document.get()).size(), 100'150'166U);
 }
 

@@ -1,6 +1,7 @@
 // What tests of the calls have in common.
 #pragma once
 
+#include "platform/cf_strings.hpp"
 #include "simulator/MobileDevice/simulator.hpp"
 #include "simulator/MobileDevice/values.hpp"
 #include "tests/unit/simulator/MobileDevice/property_list_text.hpp"
@@ -39,11 +40,11 @@ protected:
     }
 
 private:
-    std::map<std::size_t, mobile_device::reference<AMRestorableDeviceRef>> m_objects;
+    std::map<std::size_t, mobile_device::cf_owner<AMRestorableDeviceRef>> m_objects;
 };
 
 struct notification {
-    mobile_device::reference<AMRestorableDeviceRef> object;
+    mobile_device::cf_share<AMRestorableDeviceRef> object;
     std::uint64_t ecid;
     int state;
     int type;
@@ -87,9 +88,8 @@ private:
     static void receive(AMRestorableDeviceRef object, AMRestorableDeviceNotificationType type,
                         void * context) {
         auto & self = *static_cast<notification_recorder *>(context);
-        notification received{mobile_device::reference<AMRestorableDeviceRef>::retain(object),
-                              AMRestorableDeviceGetECID(object), AMRestorableDeviceGetState(object),
-                              type};
+        notification received{mobile_device::retain(object), AMRestorableDeviceGetECID(object),
+                              AMRestorableDeviceGetState(object), type};
         std::lock_guard const lock{self.m_mutex};
         self.m_received.push_back(std::move(received));
         self.m_times.push_back(std::chrono::steady_clock::now());
@@ -106,7 +106,7 @@ private:
 // callback, so it lets all activity end before it goes.
 class report_recorder {
 public:
-    using status = mobile_device::reference<CFDictionaryRef>;
+    using status = mobile_device::cf_share<CFDictionaryRef>;
 
     report_recorder() = default;
     report_recorder(report_recorder const &) = delete;
@@ -139,13 +139,15 @@ public:
     }
 
     static std::string text_of(status const & from, char const * key) {
-        auto const value = CFDictionaryGetValue(from.get(), mobile_device::make_string(key).get());
-        return value ? mobile_device::to_utf8(static_cast<CFStringRef>(value)).value() : "";
+        auto const value =
+            CFDictionaryGetValue(from.get(), mobile_device::make_cfstring(key).get());
+        return value ? qnrescue::to_utf8(static_cast<CFStringRef>(value)).value() : "";
     }
 
     static std::int64_t number_of(status const & from, char const * key) {
         std::int64_t number = -1;
-        auto const value = CFDictionaryGetValue(from.get(), mobile_device::make_string(key).get());
+        auto const value =
+            CFDictionaryGetValue(from.get(), mobile_device::make_cfstring(key).get());
         if (value) {
             CFNumberGetValue(static_cast<CFNumberRef>(value), kCFNumberSInt64Type, &number);
         }
@@ -156,7 +158,7 @@ private:
     static void receive(AMRestorableDeviceRef, CFDictionaryRef borrowed, void * context) {
         auto & self = *static_cast<report_recorder *>(context);
         std::lock_guard const lock{self.m_mutex};
-        self.m_received.push_back(status::retain(borrowed));
+        self.m_received.push_back(mobile_device::retain(borrowed));
         self.m_times.push_back(std::chrono::steady_clock::now());
         self.m_condition.notify_all();
     }

@@ -1,4 +1,5 @@
 // What devices answer, and what they do when they are rebooted.
+#include "platform/cf_strings.hpp"
 #include "tests/unit/simulator/MobileDevice/fixture.hpp"
 
 using namespace mobile_device;
@@ -9,12 +10,12 @@ namespace {
 
 class Devices : public SimulatedPlatform {
 protected:
-    using recovery_mode_device = reference<CFTypeRef>;
+    using recovery_mode_device = cf_owner<CFTypeRef>;
 
     static AMRecoveryModeDeviceRef copy_recovery_mode_device(AMRestorableDeviceRef from,
                                                              recovery_mode_device & owner) {
         auto const copy = AMRestorableDeviceCopyRecoveryModeDevice(from);
-        owner = recovery_mode_device::adopt(copy);
+        owner = adopt<CFTypeRef>(copy);
         return copy;
     }
 };
@@ -45,10 +46,10 @@ TEST_F(Devices, AnswerWhatTheScenarioSays) {
     EXPECT_EQ(AMRestorableDeviceGetProductType(object), 4U);
     EXPECT_EQ(AMRestorableDeviceGetFusingInfo(object), 5U);
     EXPECT_EQ(AMRestorableDeviceGetLocationID(object), 0xFFFFFFFFU);
-    auto const serial = reference<CFStringRef>::adopt(AMRestorableDeviceCopySerialNumber(object));
-    auto const product = reference<CFStringRef>::adopt(AMRestorableDeviceCopyProductString(object));
-    EXPECT_EQ(to_utf8(serial.get()), "SN");
-    EXPECT_EQ(to_utf8(product.get()), "Gerät");
+    auto const serial = adopt(AMRestorableDeviceCopySerialNumber(object));
+    auto const product = adopt(AMRestorableDeviceCopyProductString(object));
+    EXPECT_EQ(qnrescue::to_utf8(serial.get()), "SN");
+    EXPECT_EQ(qnrescue::to_utf8(product.get()), "Gerät");
 }
 
 TEST_F(Devices, AbsentStringsAreNull) {
@@ -186,7 +187,7 @@ TEST_F(Devices, AreHeldAsLongAsANotificationOfTheirs) {
                                   dictionary({{"Type", integer(0)}})})}}));
     notification_recorder recorder;
     auto const received = recorder.wait_for(2);
-    EXPECT_EQ(CFGetRetainCount(received.at(0).object.get()), 2); // the recorder's and this copy
+    EXPECT_EQ(CFGetRetainCount(received.at(0).object.get()), 1); // the recorder's
 }
 
 TEST_F(Devices, ArriveWithAnObjectOfTheirOwnEachTime) {

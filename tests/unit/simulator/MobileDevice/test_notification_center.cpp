@@ -1,4 +1,5 @@
 // The order and the thread of notifications, and what unregistering promises.
+#include "platform/cf_strings.hpp"
 #include "tests/unit/simulator/MobileDevice/fixture.hpp"
 
 #include <atomic>
@@ -227,10 +228,9 @@ TEST_F(Notifications, RegistrationFailsAsScripted) {
     EXPECT_LE(AMRestorableDeviceRegisterForNotifications(ignore, nullptr, &error), 0);
     ASSERT_NE(error, nullptr);
     EXPECT_EQ(CFErrorGetCode(error), 0x100000001);
-    auto const owned = mobile_device::reference<CFErrorRef>::adopt(error);
-    auto const description =
-        mobile_device::reference<CFStringRef>::adopt(CFErrorCopyDescription(error));
-    EXPECT_EQ(mobile_device::to_utf8(description.get()), "no bus");
+    auto const owned = mobile_device::adopt(error);
+    auto const description = mobile_device::adopt(CFErrorCopyDescription(error));
+    EXPECT_EQ(qnrescue::to_utf8(description.get()), "no bus");
 }
 
 TEST_F(Notifications, RegistrationLeavesNoErrorWhereItSucceeds) {

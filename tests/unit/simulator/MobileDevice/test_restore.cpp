@@ -1,4 +1,6 @@
 // Scripted restores, the default restore, its options and its log.
+#include "platform/cf_collections.hpp"
+#include "platform/cf_strings.hpp"
 #include "tests/unit/simulator/MobileDevice/fixture.hpp"
 #include "tests/unit/simulator/MobileDevice/temporary_folder.hpp"
 
@@ -14,9 +16,10 @@ namespace {
 class Restore : public SimulatedPlatform {
 protected:
     // Options that name a bundle.
-    static reference<CFMutableDictionaryRef> options_for(std::string const & bundle) {
-        auto options = make_dictionary();
-        CFDictionarySetValue(options.get(), CFSTR("RestoreBundlePath"), make_string(bundle).get());
+    static cf_owner<CFMutableDictionaryRef> options_for(std::string const & bundle) {
+        auto options = make_mutable_dictionary();
+        CFDictionarySetValue(options.get(), CFSTR("RestoreBundlePath"),
+                             make_cfstring(bundle).get());
         return options;
     }
 
@@ -224,7 +227,7 @@ TEST_F(Restore, TheDefaultOneGoesOnOnceTheDeviceIsBack) {
         [](AMRestorableDeviceRef, CFDictionaryRef status, void * context) {
             auto & into = *static_cast<observed *>(context);
             std::lock_guard const lock{into.mutex};
-            into.events.push_back(number_of(report_recorder::status::retain(status), "Operation"));
+            into.events.push_back(number_of(retain(status), "Operation"));
         },
         &seen);
     std::vector<std::int64_t> events;
@@ -278,11 +281,11 @@ TEST_F(Restore, TheDefaultOneFailsWithoutAUsableBundle) {
     auto const no_archive = m_folder.write("file.ipsw", "no archive");
     std::filesystem::create_directory(m_folder / "empty");
     struct {
-        reference<CFMutableDictionaryRef> options;
+        cf_owner<CFMutableDictionaryRef> options;
         int error;
     } const cases[] = {
         {{}, 1},
-        {make_dictionary(), 1},
+        {make_mutable_dictionary(), 1},
         {options_for(m_folder.utf8("missing.ipsw")), 17},
         {options_for(no_archive), 11},
         {options_for(m_folder.utf8("empty")), 11},
@@ -304,7 +307,7 @@ TEST_F(Restore, TheDefaultOneFailsWithoutAUsableBundle) {
             const_cast<void *>(CFDictionaryGetValue(reports.back().get(), CFSTR("Error"))));
         ASSERT_NE(error, nullptr);
         ASSERT_EQ(CFGetTypeID(error), CFErrorGetTypeID());
-        EXPECT_EQ(to_utf8(CFErrorGetDomain(error)), "AMRestoreErrorDomain");
+        EXPECT_EQ(qnrescue::to_utf8(CFErrorGetDomain(error)), "AMRestoreErrorDomain");
         EXPECT_EQ(CFErrorGetCode(error), code);
         EXPECT_EQ(recorder.wait_for(reports.size() + 1, 50ms).size(), reports.size());
         EXPECT_EQ(notifications.wait_for(2, 0ms).size(), 1U);
@@ -313,8 +316,7 @@ TEST_F(Restore, TheDefaultOneFailsWithoutAUsableBundle) {
 
 TEST_F(Restore, DefaultOptionsAreThePlatforms) {
     play("<dict/>");
-    auto const options = reference<CFMutableDictionaryRef>::adopt(
-        AMRestoreCreateDefaultOptions(kCFAllocatorDefault));
+    auto const options = adopt(AMRestoreCreateDefaultOptions(kCFAllocatorDefault));
     ASSERT_TRUE(options);
     auto const zero = make_number(0);
     struct {
@@ -335,8 +337,8 @@ TEST_F(Restore, DefaultOptionsAreThePlatforms) {
     EXPECT_EQ(CFDictionaryGetCount(options.get()), 10);
     for (auto const & [key, value] : expected) {
         auto const found = CFDictionaryGetValue(options.get(), key);
-        ASSERT_NE(found, nullptr) << *to_utf8(key);
-        EXPECT_TRUE(CFEqual(found, value)) << *to_utf8(key);
+        ASSERT_NE(found, nullptr) << *qnrescue::to_utf8(key);
+        EXPECT_TRUE(CFEqual(found, value)) << *qnrescue::to_utf8(key);
     }
     CFDictionarySetValue(options.get(), CFSTR("X"), kCFBooleanTrue); // it is mutable
     EXPECT_EQ(CFGetRetainCount(options.get()), 1);

@@ -1,5 +1,6 @@
 // What a scenario may say, and how its faults are named.
 #include "platform/MobileDevice.h"
+#include "platform/cf_strings.hpp"
 #include "simulator/MobileDevice/scenario.hpp"
 #include "simulator/MobileDevice/values.hpp"
 #include "tests/unit/simulator/MobileDevice/property_list_text.hpp"
@@ -54,7 +55,7 @@ std::string fault_of(std::string const & bytes) {
 }
 
 // A number of 128 bits, which only the binary form of property lists can hold.
-reference<CFPropertyListRef> wide_integer(std::int64_t high, std::uint64_t low) {
+cf_owner<CFPropertyListRef> wide_integer(std::int64_t high, std::uint64_t low) {
     std::string bytes = "bplist00\x14";
     for (auto const half : {static_cast<std::uint64_t>(high), low}) {
         for (int shift = 56; shift >= 0; shift -= 8) {
@@ -65,12 +66,12 @@ reference<CFPropertyListRef> wide_integer(std::int64_t high, std::uint64_t low) 
     bytes += '\x08'; // the number's place
     bytes += std::string(6, '\0') + "\x01\x01" + std::string(7, '\0') + '\x01' +
              std::string(15, '\0') + table;
-    auto const data = reference<CFDataRef>::adopt(
-        CFDataCreate(kCFAllocatorDefault, reinterpret_cast<UInt8 const *>(bytes.data()),
-                     static_cast<CFIndex>(bytes.size())));
+    auto const data =
+        adopt(CFDataCreate(kCFAllocatorDefault, reinterpret_cast<UInt8 const *>(bytes.data()),
+                           static_cast<CFIndex>(bytes.size())));
     CFPropertyListFormat format = 0;
-    return reference<CFPropertyListRef>::adopt(CFPropertyListCreateWithData(
-        kCFAllocatorDefault, data.get(), kCFPropertyListImmutable, &format, nullptr));
+    return adopt(CFPropertyListCreateWithData(kCFAllocatorDefault, data.get(),
+                                              kCFPropertyListImmutable, &format, nullptr));
 }
 
 } // namespace
@@ -131,8 +132,8 @@ TEST(Scenario, ADeviceHasWhatItIsGiven) {
     EXPECT_EQ(device.product_type, 3U);
     EXPECT_EQ(device.fusing_info, 4U);
     EXPECT_EQ(device.location_id, 5U);
-    EXPECT_EQ(to_utf8(device.serial_number.get()), "F4G");
-    EXPECT_EQ(to_utf8(device.product_string.get()), "Gerät");
+    EXPECT_EQ(qnrescue::to_utf8(device.serial_number.get()), "F4G");
+    EXPECT_EQ(qnrescue::to_utf8(device.product_string.get()), "Gerät");
     EXPECT_EQ(device.connect_after, 0.5);
     EXPECT_EQ(device.disconnect_after, 2);
     EXPECT_TRUE(device.recovery_mode_device);
@@ -241,7 +242,7 @@ TEST(Scenario, ANulIsPartOfAText) {
               "Devices\\x00: unknown key");
     auto const device =
         parse_root(with_device({{"ECID", text("1")}, {"SerialNumber", with_nul}})).devices.at(0);
-    EXPECT_EQ(to_utf8(device.serial_number.get()), (std::string{"DFU\0", 4}));
+    EXPECT_EQ(whole_text(device.serial_number.get()), (std::string{"DFU\0", 4}));
 }
 
 TEST(Scenario, ADelayIsARealOrAnInteger) {
@@ -281,12 +282,12 @@ TEST(Scenario, FailuresAreRead) {
             .failures;
     auto const error = failures.register_for_notifications.get();
     ASSERT_NE(error, nullptr);
-    EXPECT_EQ(to_utf8(CFErrorGetDomain(error)), "d");
+    EXPECT_EQ(qnrescue::to_utf8(CFErrorGetDomain(error)), "d");
     EXPECT_EQ(CFErrorGetCode(error), INT64_MIN);
-    auto const description = reference<CFStringRef>::adopt(CFErrorCopyDescription(error));
-    auto const reason = reference<CFStringRef>::adopt(CFErrorCopyFailureReason(error));
-    EXPECT_EQ(to_utf8(description.get()), "what");
-    EXPECT_EQ(to_utf8(reason.get()), "why");
+    auto const description = adopt(CFErrorCopyDescription(error));
+    auto const reason = adopt(CFErrorCopyFailureReason(error));
+    EXPECT_EQ(qnrescue::to_utf8(description.get()), "what");
+    EXPECT_EQ(qnrescue::to_utf8(reason.get()), "why");
     EXPECT_EQ(failures.enable_file_logging, 16);
     EXPECT_TRUE(failures.create_default_options);
 }

@@ -1,4 +1,5 @@
 // Values of a status that no property list can hold.
+#include "platform/cf_strings.hpp"
 #include "tests/unit/simulator/MobileDevice/fixture.hpp"
 
 using namespace mobile_device;
@@ -6,7 +7,7 @@ using namespace property_list;
 
 namespace {
 
-reference<CFDictionaryRef> status_of(std::string const & written) {
+cf_share<CFDictionaryRef> status_of(std::string const & written) {
     auto const xml = document(dictionary(
         {{"Devices",
           array({dictionary({{"ECID", text("1")},
@@ -16,8 +17,8 @@ reference<CFDictionaryRef> status_of(std::string const & written) {
     return played.devices.at(0).restore_reports.value().at(0).status;
 }
 
-CFTypeRef value(reference<CFDictionaryRef> const & status, char const * key) {
-    return CFDictionaryGetValue(status.get(), make_string(key).get());
+CFTypeRef value(cf_share<CFDictionaryRef> const & status, char const * key) {
+    return CFDictionaryGetValue(status.get(), make_cfstring(key).get());
 }
 
 } // namespace
@@ -45,16 +46,16 @@ TEST(SpecialValues, AnErrorMayHaveTexts) {
     auto const bare = static_cast<CFErrorRef>(const_cast<void *>(value(status, "Bare")));
     ASSERT_EQ(CFGetTypeID(bare), CFErrorGetTypeID());
     EXPECT_EQ(CFErrorGetCode(bare), -7);
-    auto const info = reference<CFDictionaryRef>::adopt(CFErrorCopyUserInfo(bare));
+    auto const info = adopt(CFErrorCopyUserInfo(bare));
     EXPECT_EQ(CFDictionaryGetCount(info.get()), 0);
 
     auto const full = static_cast<CFErrorRef>(const_cast<void *>(value(status, "Full")));
     ASSERT_EQ(CFGetTypeID(full), CFErrorGetTypeID());
-    EXPECT_EQ(to_utf8(CFErrorGetDomain(full)), "d");
-    auto const description = reference<CFStringRef>::adopt(CFErrorCopyDescription(full));
-    auto const reason = reference<CFStringRef>::adopt(CFErrorCopyFailureReason(full));
-    EXPECT_EQ(to_utf8(description.get()), "what");
-    EXPECT_EQ(to_utf8(reason.get()), "why");
+    EXPECT_EQ(qnrescue::to_utf8(CFErrorGetDomain(full)), "d");
+    auto const description = adopt(CFErrorCopyDescription(full));
+    auto const reason = adopt(CFErrorCopyFailureReason(full));
+    EXPECT_EQ(qnrescue::to_utf8(description.get()), "what");
+    EXPECT_EQ(qnrescue::to_utf8(reason.get()), "why");
 }
 
 TEST(SpecialValues, ASetHoldsItsValues) {
@@ -79,8 +80,8 @@ TEST(SpecialValues, ADictionaryHasKeysOfAnyType) {
         ASSERT_EQ(CFGetTypeID(dictionary), CFDictionaryGetTypeID());
         EXPECT_EQ(CFDictionaryGetCount(dictionary), 2);
         EXPECT_TRUE(CFEqual(CFDictionaryGetValue(dictionary, make_number(1).get()), CFSTR("one")));
-        auto const empty = reference<CFArrayRef>::adopt(
-            CFArrayCreate(kCFAllocatorDefault, nullptr, 0, &kCFTypeArrayCallBacks));
+        auto const empty =
+            adopt(CFArrayCreate(kCFAllocatorDefault, nullptr, 0, &kCFTypeArrayCallBacks));
         EXPECT_EQ(CFDictionaryGetValue(dictionary, empty.get()), kCFNull);
     }
 }

@@ -148,8 +148,8 @@ TEST_F(Trace, GrowsOverSeveralRuns) {
 
 TEST_F(Trace, HoldsTheOptionsOfARestoreAsAPropertyList) {
     play(two_devices());
-    auto const options = make_dictionary();
-    CFDictionarySetValue(options.get(), CFSTR("RestoreBundlePath"), make_string("ü.ipsw").get());
+    auto const options = make_mutable_dictionary();
+    CFDictionarySetValue(options.get(), CFSTR("RestoreBundlePath"), make_cfstring("ü.ipsw").get());
     AMRestorableDeviceRestore(device(0), options.get(), nullptr, nullptr);
     auto const written = read_text(m_folder / "aufzeichnung 記.txt.options.plist");
     EXPECT_TRUE(written.starts_with("<?xml version=\"1.0\" encoding=\"UTF-8\"?>")) << written;
@@ -168,7 +168,7 @@ TEST_F(Trace, OptionsOfAnEarlierRunAreRemoved) {
 TEST_F(Trace, NothingIsWrittenAfterItsEnd) {
     auto & simulator = play(two_devices());
     simulator.end(20s);
-    AMRestorableDeviceRestore(device(0), make_dictionary().get(), nullptr, nullptr);
+    AMRestorableDeviceRestore(device(0), make_mutable_dictionary().get(), nullptr, nullptr);
     EXPECT_TRUE(lines().empty());
     EXPECT_FALSE(std::filesystem::exists(m_folder / "aufzeichnung 記.txt.options.plist"));
 }
