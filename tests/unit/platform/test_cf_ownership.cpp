@@ -1,10 +1,9 @@
 #include "platform/cf_ownership.hpp"
 
-#include "tests/unit/helpers/objects.hpp"
+#include "platform/cf_strings.hpp"
 
 #include <gtest/gtest.h>
 
-#include <memory>
 #include <utility>
 
 namespace {
@@ -12,7 +11,7 @@ namespace {
 using namespace qnrescue;
 
 TEST(CfOwner, AdoptsAndReleasesOneReference) {
-    auto const string = tests::make_string("a text of its own");
+    auto const string = make_cfstring("a text of its own");
     CFRetain(string.get());
     EXPECT_EQ(CFGetRetainCount(string.get()), 2);
     {
@@ -25,11 +24,11 @@ TEST(CfOwner, AdoptsAndReleasesOneReference) {
 }
 
 TEST(CfOwner, RetainsABorrowedObject) {
-    auto const string = tests::make_string("a text of its own");
+    auto const string = make_cfstring("a text of its own");
     {
         auto const owner = retain(string.get());
         EXPECT_EQ(CFGetRetainCount(string.get()), 2);
-        std::shared_ptr<__CFString const> const shared = retain(string.get());
+        cf_share<CFStringRef> const shared = retain(string.get());
         // NOLINTNEXTLINE(performance-unnecessary-copy-initialization): it adds no reference
         auto const copy = shared;
         EXPECT_EQ(CFGetRetainCount(string.get()), 3);
