@@ -12,7 +12,7 @@
 
 namespace qnrescue {
 
-// What --device-info reports of one device.
+// What --device-info reports about one device.
 struct device_info {
     QN::ecid ecid;
     std::uint16_t productID;
@@ -26,14 +26,14 @@ struct device_info {
     std::optional<std::string> description; // nothing fills it yet
 };
 
-// Reads the properties of the device that has this ECID.
+// Returns the properties of the device, which has this ECID.
 device_info read_device_info(AMRestorableDeviceRef device, QN::ecid const & ecid);
 
-// The record as a dictionary; unsigned numbers become the signed numbers of their width, bit for
-// bit. Null where the dictionary cannot be created.
+// Returns the record as a dictionary, or null where it cannot be created. Unsigned numbers become
+// signed numbers of the same width and the same bits.
 cf_owner<CFDictionaryRef> make_cftype(device_info const & info);
 
-// The texts of the ECIDs, in their order. Null where the array cannot be created.
+// Returns the texts of the ECIDs in the same order, or null where the array cannot be created.
 cf_owner<CFArrayRef> make_cftype(std::span<QN::ecid const> ecids);
 
 } // namespace qnrescue

@@ -29,8 +29,8 @@ enum class Error : CFIndex {
 // string: the caller does not release it.
 CFStringRef ErrorDescription(Error code) noexcept;
 
-// Returns an error in the tool's domain; the reason is UTF-8. The error lacks the texts that cannot
-// be created; null where the error itself cannot.
+// Returns an error in the tool's domain, or null where it cannot be created. The reason is UTF-8.
+// The error lacks the texts that cannot be created.
 error_owner CreateDomainError(Error code, std::string const & reason) noexcept;
 
 // Throws CreateDomainError(code, the formatted reason).
@@ -41,11 +41,11 @@ template <typename... Arguments>
 }
 
 // Returns the output form of any error: its "Domain", "Code", "Description" and "FailureReason", as
-// far as it has them; what should be a text and is no string is left out. Null for a null error or
+// far as it has them. A text that is not a string is left out. Returns null for a null error and
 // where the dictionary cannot be created.
 cf_owner<CFDictionaryRef> DictionaryFromError(CFErrorRef error) noexcept;
 
-// Returns the exit status for an error: its code if that is 0 to 8, whatever its domain, else 1. 0
+// Returns the exit status for an error of any domain: its code if that is 0 to 8, else 1. Returns 0
 // for a null error.
 int GetCode(CFErrorRef error) noexcept;
 

@@ -7,16 +7,17 @@
 
 namespace qnrescue {
 
-// The objects whose addresses a library holds as contexts of its callbacks. The library may call
-// at any time: after the object has gone, and while the process ends. A callback uses its object
-// only inside a visit; one that finds its context gone does nothing.
+// Lists the objects whose addresses a library holds as contexts of its callbacks. The library may
+// call at any time: after the object is destroyed, and while the process ends. A callback uses its
+// object only inside a visit; one whose context is no longer listed does nothing.
 class live_contexts {
 public:
-    // The one list of the process. It is never destroyed, since callbacks may come during exit.
+    // Returns the list of the process. It is never destroyed, since callbacks may come during exit.
     static live_contexts & instance();
 
     void add(void const * context);
-    // Afterwards no visit is under way and none begins. Not to be called from within a visit.
+    // Removes the context. Waits for visits under way; no other begins. Must not be called from
+    // within a visit.
     void remove(void const * context);
 
     class visit {
@@ -26,7 +27,7 @@ public:
         visit(visit const &) = delete;
         visit & operator=(visit const &) = delete;
 
-        // Whether the object lives; it then does so as long as the visit.
+        // Returns whether the object lives, which it then does until the visit ends.
         explicit operator bool() const { return alive; }
 
     private:

@@ -33,23 +33,23 @@ struct message_type {
     cf_owner<CFTypeRef> value;
 };
 
-// The one way out of the tool. Threads queue text; one output thread runs loop() and writes each
-// entry, followed by one line feed, to standard output or the pipe, debug lines to standard error.
+// Writes all output of the tool. Threads queue text; one output thread runs loop() and writes each
+// entry and a line feed to standard output or the pipe, debug lines to standard error.
 class output_str_state {
 public:
-    // Documents go to the sink where there is one, which is closed with this object.
+    // Writes documents to the sink, if there is one, and closes it with this object.
     explicit output_str_state(std::optional<pipe_handle> sink);
 
-    // Debug lines that are written from now on appear, also those that are queued already.
+    // Turns debug lines on or off, including those that are queued already.
     void set_debug(bool on);
 
-    // Queues a text, which has no line feed at its end. After loop() has returned it is never
-    // written; where there is no memory for it the queue stays as it was.
+    // Queues a text without a line feed at its end. The text is lost where there is no memory for
+    // it, and after loop() has returned.
     void print(std::string text);
     void print_debug(std::string text);
 
-    // Queues the XML property list {Type, Value}. What cannot be written as one is reported as a
-    // debug line instead.
+    // Queues the XML property list {Type, Value}. Queues a debug line instead where the value has
+    // no such form.
     void print_value(CFStringRef type, CFTypeRef value);
     void print_value(message_type const & message);
 
@@ -59,8 +59,8 @@ public:
     // Lets loop() return once everything queued so far is written.
     void quit();
 
-    // Writes until quit(). Throws boost::system::system_error where the pipe cannot be written; the
-    // debug lines of that batch are written by then.
+    // Writes until quit(). Throws boost::system::system_error where the pipe cannot be written, but
+    // writes the debug lines of that batch first.
     void loop() &;
 
 private:
@@ -81,8 +81,8 @@ private:
     std::condition_variable ready;
 };
 
-// The output channel that the options ask for. The pipe is not tested: a handle that is none shows
-// when the first entry is written to it.
+// Returns the output channel that the options ask for. Does not test the pipe: an invalid handle
+// shows when the first entry is written.
 std::shared_ptr<output_str_state> make_output_state(boost::asio::any_io_executor executor,
                                                     start_options const & options);
 

@@ -2,12 +2,12 @@
 
 namespace qnrescue {
 
-// Prepares a run: its standard streams; its standard handles, which no process started from here on
+// Prepares a run: its standard streams; its standard handles, which no process started later
 // inherits; and abort(), which ends the process with status 3, without a report or a message box.
 void prepare_process();
 
-// Makes standard output and standard error carry bytes as they are, line feeds included, and write
-// them when they are flushed, not before.
+// Makes standard output and standard error write bytes unchanged, line feeds included, and only
+// when they are flushed.
 void prepare_standard_streams();
 
 // Blocks the calling thread until the process ends.

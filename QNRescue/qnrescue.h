@@ -1,4 +1,4 @@
-// What libqnrescuelib.dll exports, for C and C++.
+// Declares what libqnrescuelib.dll exports, for C and C++.
 #pragma once
 
 #include <stdbool.h>
@@ -7,25 +7,25 @@
 extern "C" {
 #endif
 
-// As in every declaration of CoreFoundation.
+// The same as in every declaration of CoreFoundation.
 typedef void const * CFTypeRef;
 typedef struct __CFString const * CFStringRef;
 
-// The tool itself: argc arguments in UTF-8, the first of them the program's name. It returns, with
-// the exit status, only for a command line that cannot be parsed; any other run ends the process.
-// The DLL exports it as "main". The import library leaves it out, as a program has a main of its
-// own: ask GetProcAddress for it.
+// Runs the tool with argc arguments in UTF-8, the first of them the program's name. It returns,
+// with the exit status, only for a command line that cannot be parsed; any other run ends the
+// process. The DLL exports it as "main". The import library leaves it out, as a program has its own
+// main: get its address from GetProcAddress.
 typedef int (*qnrescue_main)(int argc, char const ** argv);
 
-// The English text of a restore step or of a restore error, "Unknown" for a code that has none.
-// Never null; the caller releases it.
+// Return the English text of a restore step or of a restore error, "Unknown" for a code without a
+// text. Never null; the caller releases it.
 CFStringRef AMRLocalizedCopyStringForAMROperation(int code);
 CFStringRef AMRLocalizedCopyStringForAMRError(int code);
 
-// Returns whether the value can be written as a property list of the format (100 is XML): null
-// cannot, nor can anything but strings, numbers, booleans, dates, data, arrays and dictionaries
-// with string keys, at any depth. Formats other than XML also take sets. The value must not contain
-// itself. It throws nothing; without the memory to look at all of the value it returns false.
+// Returns whether the value can be written as a property list of the format (100 is XML). It may
+// hold strings, numbers, booleans, dates, data, arrays, and dictionaries with string keys, at any
+// depth; in formats other than XML also sets. Null cannot be written. The value must not contain
+// itself. Throws nothing; returns false where there is not enough memory to check the value.
 bool CFPropertyListValidateForSerialization(CFTypeRef value, long format);
 
 #ifdef __cplusplus

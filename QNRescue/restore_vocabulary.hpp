@@ -1,4 +1,4 @@
-// Formatters that print the codes of the restore interface as words; all take the format
+// Formatters that print the codes of the restore interface as words. All take the format
 // specification of a string.
 #pragma once
 
@@ -15,20 +15,20 @@ namespace qnrescue {
 // The restore step that a status report carries.
 enum class operation_type : int {};
 
-// What other restore libraries say of a code that has no text.
+// The texts of other restore libraries for a code that has no text.
 inline constexpr std::array error_fall_backs{"Unrecognized error", "Unrecognized server error"};
 inline constexpr std::array operation_fall_backs{"Unrecognized operation"};
 
 } // namespace qnrescue
 
-// "Unknown", "DFU", "Recovery", "RestoreOS", "BootedOS", or "<invalid device state N>".
+// Prints "Unknown", "DFU", "Recovery", "RestoreOS", "BootedOS", or "<invalid device state N>".
 template <>
 struct fmt::formatter<AMRestorableDeviceState> : fmt::formatter<std::string_view> {
     fmt::format_context::iterator format(AMRestorableDeviceState state,
                                          fmt::format_context & context) const;
 };
 
-// "connected", "disconnected", or "<invalid notification type N>".
+// Prints "connected", "disconnected", or "<invalid notification type N>".
 template <>
 struct fmt::formatter<AMRestorableDeviceNotificationType> : fmt::formatter<std::string_view> {
     fmt::format_context::iterator format(AMRestorableDeviceNotificationType type,
@@ -37,13 +37,13 @@ struct fmt::formatter<AMRestorableDeviceNotificationType> : fmt::formatter<std::
 
 template <>
 struct fmt::formatter<AMRError> : fmt::formatter<std::string_view> {
-    // The text of the code, or "Unknown error N".
+    // Returns the text of the code, or "Unknown error N".
     static std::string get_error_str(AMRError code);
 
     fmt::format_context::iterator format(AMRError code, fmt::format_context & context) const;
 };
 
-// The text of the step, or "Unknown operation N".
+// Prints the text of the step, or "Unknown operation N".
 template <>
 struct fmt::formatter<qnrescue::operation_type> : fmt::formatter<std::string_view> {
     fmt::format_context::iterator format(qnrescue::operation_type operation,

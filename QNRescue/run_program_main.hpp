@@ -9,8 +9,8 @@
 
 namespace qnrescue {
 
-// Carries out what the options ask for and returns the exit status: 0, or the code of the error
-// that was printed or, short of memory, should have been. Lets no exception escape.
+// Carries out what the options ask for and returns the exit status: 0, or the code of the error,
+// which is printed if there is memory for it. Throws nothing.
 int runProgramMain(start_options const & options,
                    boost::program_options::options_description const & description,
                    std::shared_ptr<output_str_state> output);

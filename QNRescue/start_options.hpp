@@ -12,12 +12,12 @@
 
 namespace qnrescue {
 
-// The parsed command line, every value as typed: nothing is validated or looked up here.
+// The parsed command line, every value as typed: nothing is validated or looked up yet.
 struct start_options {
     bool debug = false;
     bool debug_dump = false;
     bool help = false;
-    bool no_cleanup = false; // accepted, and consulted by nothing
+    bool no_cleanup = false; // accepted, but has no effect
     std::optional<std::string> amr_logfile;
     std::optional<std::uint32_t> detect_timeout; // seconds
     std::optional<std::string> ecid;
@@ -33,10 +33,10 @@ struct start_options {
     std::optional<std::int32_t> output_pipe; // the number of a handle that is open in this process
 };
 
-// The options as far as parsing got, the table for --help (good for printing only), and a tool
-// error where the command line could not be parsed; the caller looks at the error first. Throws
-// nothing for a bad command line and prints nothing. With --amr-logfile, writes the command line as
-// the first line of that file, if it makes it.
+// Returns the options as far as parsing got, the table for --help (good for printing only), and a
+// tool error where the command line cannot be parsed; the caller looks at the error first. Prints
+// nothing, and throws nothing for an invalid command line. With --amr-logfile, writes the command
+// line as the first line of that file if it creates the file.
 std::tuple<start_options, boost::program_options::options_description, error_owner>
 parse_arguments(int argc, char const ** argv);
 

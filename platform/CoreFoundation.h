@@ -1,6 +1,6 @@
 // The part of CoreFoundation that this project calls, declared as its C interface is publicly
-// documented. A function with Create or Copy in its name answers a reference that the caller
-// releases; one with Get answers a borrowed one.
+// documented. A function with Create or Copy in its name returns a reference that the caller
+// releases; one with Get returns a borrowed one.
 #pragma once
 
 #include <stddef.h>
@@ -176,7 +176,7 @@ CF_EXPORT CFStringRef CFCopyDescription(CFTypeRef object);
 
 // --- Strings
 
-// The object is unique per text and immortal.
+// Returns a constant object, one for each text, which is never destroyed.
 CF_EXPORT CFStringRef __CFStringMakeConstantString(char const * text);
 #define CFSTR(text) __CFStringMakeConstantString("" text "")
 
@@ -200,7 +200,7 @@ CF_EXPORT CFNumberRef CFNumberCreate(CFAllocatorRef allocator, CFNumberType type
                                      void const * value);
 CF_EXPORT CFNumberType CFNumberGetType(CFNumberRef number);
 CF_EXPORT Boolean CFNumberIsFloatType(CFNumberRef number);
-// Stores the converted value always and answers whether nothing was lost.
+// Stores the converted value in any case and returns whether nothing was lost.
 CF_EXPORT Boolean CFNumberGetValue(CFNumberRef number, CFNumberType type, void * value);
 CF_EXPORT CFTypeID CFBooleanGetTypeID(void);
 CF_EXPORT Boolean CFBooleanGetValue(CFBooleanRef boolean);

@@ -1,6 +1,6 @@
 // Apple's MobileDevice restore interface, as far as this project calls it. The device and the
-// status dictionary that a callback gets are borrowed; what a Copy function answers is released
-// by the caller with CFRelease.
+// status dictionary that a callback gets are borrowed; the caller releases what a Copy function
+// returns with CFRelease.
 #pragma once
 
 #include "platform/CoreFoundation.h"
@@ -56,16 +56,16 @@ AMR_EXPORT int AMDeviceNotificationSubscribe(AMDeviceNotificationCallback callba
                                              AMDeviceNotificationRef * subscription);
 AMR_EXPORT int AMDeviceNotificationUnsubscribe(AMDeviceNotificationRef subscription);
 
-// Path in UTF-8. Restores append their log lines to the file.
+// Makes restores append their log lines to the file; the path is in UTF-8.
 AMR_EXPORT AMRError AMRestoreEnableFileLogging(char const * path);
-// Owned by the caller; null on failure.
+// Returns new options that the caller releases, or null on failure.
 AMR_EXPORT CFMutableDictionaryRef AMRestoreCreateDefaultOptions(CFAllocatorRef allocator);
 
-// A client id above 0, or another number and an error that the caller releases.
+// Returns a client id above 0, or another number and an error that the caller releases.
 AMR_EXPORT int
 AMRestorableDeviceRegisterForNotifications(AMRestorableDeviceNotificationCallback callback,
                                            void * context, CFErrorRef * error);
-// No notification is under way once this has returned.
+// Ends the notifications. None is under way once this has returned.
 AMR_EXPORT int AMRestorableDeviceUnregisterForNotifications(int clientID);
 
 AMR_EXPORT AMRestorableDeviceState AMRestorableDeviceGetState(AMRestorableDeviceRef device);
@@ -76,7 +76,7 @@ AMR_EXPORT uint32_t AMRestorableDeviceGetChipID(AMRestorableDeviceRef device);
 AMR_EXPORT uint32_t AMRestorableDeviceGetProductType(AMRestorableDeviceRef device);
 AMR_EXPORT uint32_t AMRestorableDeviceGetFusingInfo(AMRestorableDeviceRef device);
 AMR_EXPORT uint32_t AMRestorableDeviceGetLocationID(AMRestorableDeviceRef device);
-// The three Copy functions answer null where the device has no such thing.
+// The three Copy functions return null where the device has no such thing.
 AMR_EXPORT CFStringRef AMRestorableDeviceCopySerialNumber(AMRestorableDeviceRef device);
 AMR_EXPORT CFStringRef AMRestorableDeviceCopyProductString(AMRestorableDeviceRef device);
 AMR_EXPORT AMRecoveryModeDeviceRef
@@ -86,7 +86,7 @@ AMR_EXPORT AMRError AMRecoveryModeDeviceSetAutoBoot(AMRecoveryModeDeviceRef devi
                                                     unsigned char autoBoot);
 AMR_EXPORT AMRError AMRecoveryModeDeviceReboot(AMRecoveryModeDeviceRef device);
 
-// Starts a restore. Reports come on a thread of the library's own, also before this returns.
+// Starts a restore. Reports come on a thread of the library, possibly before this returns.
 AMR_EXPORT void AMRestorableDeviceRestore(AMRestorableDeviceRef device, CFDictionaryRef options,
                                           AMRestorableDeviceProgressCallback callback,
                                           void * context);

@@ -5,19 +5,19 @@
 
 namespace QN::asio_helpers {
 
-// How a call reports that it failed: into the caller's error code, or, without one, by throwing.
+// Reports the failure of a call: in the caller's error code, or by throwing where there is none.
 class ec_wrapper {
 public:
     ec_wrapper() = default;
 
-    // The caller's error code starts out as success.
+    // Sets the caller's error code to success.
     explicit ec_wrapper(boost::system::error_code & code) noexcept
         : target(&code) {
         code.clear();
     }
 
     // Stores the error, or throws it as a boost::system::system_error with the text that
-    // make_context returns. Where in which source file it comes from is left out.
+    // make_context returns. Leaves out the place in the source.
     template <typename MakeContext>
     void report(boost::system::error_code const & error, MakeContext && make_context) const {
         if (target == nullptr) {

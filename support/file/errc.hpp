@@ -5,10 +5,10 @@
 
 namespace QN::file {
 
-// What can fail about a file besides the system's calls.
+// The failures of files that no call of the system reports.
 enum class errc { success = 0, too_large = 1, out_of_memory = 2, not_locked = 3 };
 
-// The category of these errors; its name is "QN::file".
+// Returns the category of these errors, whose name is "QN::file".
 boost::system::error_category const & file_category() noexcept;
 
 boost::system::error_code make_error_code(errc code) noexcept;

@@ -10,8 +10,7 @@
 
 namespace QN::file {
 
-// Owns the system's handle of an open file and keeps the position that reading and writing have
-// come to.
+// Owns the system's handle of an open file and keeps the position of reading and writing.
 #ifdef _WIN32
 using fd_type = positioned_handle;
 #else

@@ -14,12 +14,12 @@ enum class open_mode { read, append, clobber, create_new };
 // The system's calls on files. They report in the system category.
 namespace detail {
 
-// Opens a file; the caller owns the handle, which is_valid refuses after a failure.
+// Opens a file and returns its handle, which the caller owns; an invalid one after a failure.
 native_handle open(filesystem::path const & path, open_mode mode, boost::system::error_code & ec);
 
 bool is_valid(native_handle handle) noexcept;
 
-// The position of a file's end, in bytes.
+// Returns the size of a file in bytes.
 std::uint64_t end_of_file(native_handle handle, boost::system::error_code & ec) noexcept;
 
 void close(native_handle handle) noexcept;

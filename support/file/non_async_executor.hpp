@@ -4,10 +4,10 @@
 
 namespace QN {
 
-// The executor of handles that are only ever used synchronously; nothing runs its context.
+// The executor of handles that are only used synchronously; nothing runs its context.
 class non_async_executor {
 public:
-    // One for the process, made by the first call and never destroyed.
+    // Returns the one of the process, which the first call creates and nothing destroys.
     static boost::asio::io_context & context();
 };
 

@@ -4,8 +4,8 @@
 
 namespace QN::file::detail {
 
-// The name by which CreateFileW finds a path of any length: the path itself, or, where its absolute
-// form has 260 characters or more, that form behind "\\?\", which lifts the limit on the length.
+// Returns the name by which CreateFileW finds a path of any length: the path itself, or, where its
+// absolute form has 260 characters or more, that form after "\\?\", which lifts the limit.
 std::wstring openable_name(std::wstring const & path);
 
 } // namespace QN::file::detail

@@ -8,8 +8,8 @@
 
 namespace QN::file {
 
-// A handle opened for overlapped I/O has no position of its own: this one is advanced by what each
-// request has transferred.
+// Adds a position to a handle for overlapped I/O, which has none. Each request advances it by the
+// bytes that it transfers.
 class positioned_handle
     : public boost::asio::windows::basic_random_access_handle<non_async_executor> {
 public:
@@ -33,7 +33,7 @@ public:
         return advanced_by(write_some_at(offset, buffers, ec));
     }
 
-    // In bytes from the start of the file.
+    // Returns the position in bytes from the start of the file.
     std::uint64_t position() const noexcept { return offset; }
 
 private:

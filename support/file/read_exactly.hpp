@@ -10,7 +10,7 @@
 
 namespace QN::file::detail {
 
-// Reads until all bytes are filled or a request fails; what was read before the failure stays.
+// Reads until all bytes are filled or a request fails. What was read before the failure stays.
 template <typename Stream>
 void read_exactly(Stream & stream, std::span<std::uint8_t> bytes, boost::system::error_code & ec) {
     auto const size_of_next_request = [](boost::system::error_code const & error, std::size_t) {

@@ -14,12 +14,12 @@ public:
     explicit readable_file(filesystem::path const & file);
     readable_file(filesystem::path const & file, boost::system::error_code & ec);
 
-    // In bytes; all bits are set after a failure.
+    // Returns the size in bytes, with all bits set after a failure.
     std::uint64_t get_total_size();
     std::uint64_t get_total_size(boost::system::error_code & ec);
 
-    // The bytes from the handle's position, which is the start of a file just opened, for the size
-    // of the whole file. A file of more than max bytes is not read at all: errc::too_large.
+    // Reads as many bytes as the whole file has from the handle's position, which is the start of a
+    // file just opened. Does not read a file of more than max bytes: errc::too_large.
     std::vector<std::uint8_t> read_whole_file(std::uint32_t max);
     std::vector<std::uint8_t> read_whole_file(std::uint32_t max, boost::system::error_code & ec);
     std::vector<std::uint8_t> read_whole_file_impl(std::uint32_t max, ec_wrapper ec);

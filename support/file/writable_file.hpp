@@ -11,20 +11,20 @@ class writable_file : public base {
 public:
     writable_file() = default; // unopened
 
-    // Makes the file where it is missing; whatever is written lands at its end.
+    // Opens the file, or creates it if it is missing; all writes go to its end.
     static writable_file open_append(filesystem::path const & file);
     static writable_file open_append(filesystem::path const & file, boost::system::error_code & ec);
 
-    // Makes the file, or an existing one empty.
+    // Creates the file, or empties an existing one.
     static writable_file open_clobber(filesystem::path const & file);
     static writable_file open_clobber(filesystem::path const & file,
                                       boost::system::error_code & ec);
 
-    // Makes the file; an existing one is refused.
+    // Creates the file; fails if it exists.
     static writable_file create_new(filesystem::path const & file);
     static writable_file create_new(filesystem::path const & file, boost::system::error_code & ec);
 
-    // Writes until all bytes are written.
+    // Writes all bytes.
     void write(std::string_view bytes);
     void write(std::string_view bytes, boost::system::error_code & ec);
 

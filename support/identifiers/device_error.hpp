@@ -7,7 +7,7 @@ namespace QN::SharedSupport::ios_device {
 // Errors of the device support library. Nothing in this project raises one.
 enum class errc { success = 0 };
 
-// The category of these errors; its name is "libportbay".
+// Returns the category of these errors, whose name is "libportbay".
 std::error_category const & device_category() noexcept;
 
 std::error_code make_error_code(errc code) noexcept;

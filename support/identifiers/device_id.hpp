@@ -17,7 +17,7 @@ class device_id {
 public:
     explicit device_id(std::string key);
     template <other_identifier<device_id> Other>
-    explicit device_id(Other const & other) = delete; // make_device_id is for that
+    explicit device_id(Other const & other) = delete; // use make_device_id
 
     std::string get_data() const { return data; }
 
@@ -32,7 +32,7 @@ private:
     std::string data;
 };
 
-// The key of the device with this ECID: the ECID as it is formatted.
+// Returns the key of the device with this ECID: the ECID as it is formatted.
 device_id make_device_id(ecid const & ecid);
 
 std::ostream & operator<<(std::ostream & stream, device_id const & id);

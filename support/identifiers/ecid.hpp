@@ -12,7 +12,7 @@
 
 namespace QN {
 
-// Whether the text is an ECID: exactly 16 hexadecimal digits of either case.
+// Returns whether the text is an ECID: exactly 16 hexadecimal digits of either case.
 bool is_ecid(std::string_view text);
 
 // The exclusive chip identifier of one device. Its text is always the sixteen upper-case digits

@@ -25,7 +25,7 @@ bool operator==(Left const & left, Right const & right) = delete;
 template <identifier Left, other_identifier<Left> Right>
 std::strong_ordering operator<=>(Left const & left, Right const & right) = delete;
 
-// An ECID is a number, which texts in different letter cases stand for.
+// An ECID is a number; texts in upper and lower case can mean the same one.
 template <std::same_as<ecid> Left, std::convertible_to<std::string_view> Text>
 requires(!identifier<Text>) bool operator==(Left const & left, Text const & text) = delete;
 template <std::same_as<ecid> Left, std::convertible_to<std::string_view> Text>

@@ -9,8 +9,8 @@
 
 namespace QN {
 
-// Whether every character is a hexadecimal digit of either case or a dash; also true for no
-// character at all.
+// Returns whether every character is a hexadecimal digit of either case or a dash; true for an
+// empty text.
 bool is_udid(std::string_view text);
 
 // The unique device identifier as a device reports it. A text of 24 characters gets the dash after

@@ -5,8 +5,8 @@
 
 namespace QN::win {
 
-// The portable (errno) condition that a Win32 or Winsock error number stands for; none where there
-// is no counterpart.
+// Returns the portable (errno) condition that corresponds to a Win32 or Winsock error number, or
+// nothing where there is none.
 std::optional<std::errc> generic_condition(unsigned long code) noexcept;
 
 } // namespace QN::win

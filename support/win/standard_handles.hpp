@@ -2,7 +2,7 @@
 
 namespace QN::win {
 
-// Keeps the standard handles from the processes that are started from here on: one that outlived
+// Keeps processes that are started later from inheriting the standard handles: one that outlives
 // this process would keep its readers waiting.
 void keep_standard_handles() noexcept;
 

@@ -7,7 +7,7 @@
 
 namespace QN::win {
 
-// A failed Win32 call. The text is that of the error number in the Win32 category, behind the
+// A failed Win32 call. The text is that of the error number in the Win32 category, after the
 // context and ": " where a context is given.
 class win32_error : public std::runtime_error {
 public:

@@ -6,27 +6,27 @@
 
 namespace QN::win {
 
-// Owns a loaded library.
+// Owns a loaded module.
 class win32_module {
 public:
     win32_module() = default;
 
-    // Loads the library of this name; throws win32_error where that fails.
+    // Loads the module of this name; throws win32_error where that fails.
     explicit win32_module(std::string name);
-    // The same; null and ordinals name no library.
+    // Loads the module of this name; null and ordinals name no module.
     explicit win32_module(char const * name);
-    // The same for a path, with the flags of LoadLibraryExW.
+    // Loads the module at a path, with the flags of LoadLibraryExW.
     win32_module(std::wstring const & path, unsigned long flags);
 
     win32_module(win32_module && other) noexcept;
     win32_module & operator=(win32_module && other) noexcept;
     ~win32_module();
 
-    // The address of a function or variable that the library exports; throws win32_error where it
-    // exports none of this name. An ordinal (MAKEINTRESOURCEA) is a name too, and null is that of
-    // 0.
+    // Returns the address of a function or variable that the module exports; throws win32_error
+    // where it exports none of this name. An ordinal (MAKEINTRESOURCEA) is a name too, and null is
+    // that of 0.
     void * internal_get_proc_address(char const * proc) const;
-    // The same, but null where it exports none; the last error tells why.
+    // Returns the same, but null where there is no such export; the last error says why.
     void * find_proc_address(char const * proc) const noexcept;
 
 private:
