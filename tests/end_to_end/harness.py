@@ -12,6 +12,7 @@ import tempfile
 import time
 import unittest
 import zipfile
+from concurrent.futures import ThreadPoolExecutor
 from dataclasses import dataclass
 
 BIN = pathlib.Path(os.environ["QNRESCUE_BIN"])
@@ -24,6 +25,8 @@ LOCALE = {"LC_ALL": "C.UTF-8"} if RUNNER else {}
 TIME_LIMIT = 60
 # How long a run is watched that must go on waiting.
 WATCH_SECONDS = 3
+# How many tests of a module run at once: most of them wait for a run that waits itself.
+TESTS_AT_ONCE = 4
 
 DOCUMENT_START = (
     b'<?xml version="1.0" encoding="UTF-8"?>\n'
@@ -60,6 +63,44 @@ def arrival(ecid=ECID):
     """The calls that a recovery device's arrival leads to."""
     return (f"AMRestorableDeviceGetState device={ecid} -> 2",
             f"AMRestorableDeviceGetECID device={ecid} -> {ecid}")
+
+
+class SideBySide(unittest.TestSuite):
+    """Runs several tests at once. Those of a class with ONE_BY_ONE run one after the other."""
+
+    def run(self, result, debug=False):
+        groups = {}
+        for test in single_tests(self):
+            key = type(test) if getattr(test, "ONE_BY_ONE", False) else id(test)
+            groups.setdefault(key, unittest.TestSuite()).addTest(test)
+        with ThreadPoolExecutor(TESTS_AT_ONCE) as pool:
+            for part in pool.map(outcome, groups.values()):
+                result.testsRun += part.testsRun
+                for kind in ("failures", "errors", "skipped", "expectedFailures",
+                             "unexpectedSuccesses"):
+                    getattr(result, kind).extend(getattr(part, kind))
+        return result
+
+
+def single_tests(suite):
+    """Yields the tests of a suite and of the suites in it."""
+    for each in suite:
+        if isinstance(each, unittest.TestSuite):
+            yield from single_tests(each)
+        else:
+            yield each
+
+
+def outcome(suite):
+    """Returns the result of running the suite."""
+    result = unittest.TestResult()
+    suite.run(result)
+    return result
+
+
+def side_by_side(_loader, tests, _pattern):
+    """To be a module's load_tests: runs the module's tests side by side."""
+    return SideBySide([tests])
 
 
 class OutputFault(AssertionError):

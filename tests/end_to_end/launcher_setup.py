@@ -31,12 +31,51 @@ def make_prefix():
     folder = tempfile.TemporaryDirectory(prefix="end_to_end.", ignore_cleanup_errors=True)
     unittest.addModuleCleanup(folder.cleanup)
     former = os.environ.get("WINEPREFIX")
+    if former and pathlib.Path(former, "ready").exists():
+        copy_prefix(former, folder.name)
     os.environ["WINEPREFIX"] = folder.name
     unittest.addModuleCleanup(restore_prefix, former)
     run_windows("cmd", "/c", "exit", limit=PREFIX_TIME_LIMIT)
     # One server for the module; a new one for each run would cost more than the run.
     subprocess.run(["wineserver", "--wait"], check=True, timeout=PREFIX_TIME_LIMIT)
     subprocess.run(["wineserver", "--persistent"], check=True)
+
+
+def copy_prefix(source, target):
+    """Makes a prefix like another one, whose Windows folder it shares: that is faster than making
+    it anew."""
+    shutil.copytree(source, target, symlinks=True, dirs_exist_ok=True,
+                    ignore=shutil.ignore_patterns("windows"))
+    pathlib.Path(target, "drive_c", "windows").symlink_to(
+        pathlib.Path(source, "drive_c", "windows").resolve())
+
+
+class Registry:
+    """What the registry of the prefix holds for the test that runs. It is written when a program
+    starts, in one go: what an earlier test has set is removed then."""
+
+    TYPES = {"REG_SZ": 1, "REG_EXPAND_SZ": 2, "REG_BINARY": 3, "REG_DWORD": 4, "REG_MULTI_SZ": 7}
+
+    def __init__(self):
+        self.values = {}
+        self.written = {}
+
+    def set(self, key, name, data, kind):
+        """Sets a value to these bytes."""
+        key = key.replace("HKLM", "HKEY_LOCAL_MACHINE").replace("HKCR", "HKEY_CLASSES_ROOT")
+        self.values[key, name] = f"hex({self.TYPES[kind]}):{data.hex(',')}"
+
+    def write(self, folder):
+        """Makes the registry hold the values, by a file in this folder."""
+        if self.values == self.written:
+            return
+        lines = [f"[-{key}]" for key in sorted({key for key, _ in self.written})]
+        lines += [f'[{key}]\n"{name}"={data}' for (key, name), data in self.values.items()]
+        file = folder / "values.reg"
+        file.write_text("Windows Registry Editor Version 5.00\n\n" + "\n\n".join(lines) + "\n",
+                        "utf-16")
+        run_windows("reg", "import", windows_path(file))
+        self.written = dict(self.values)
 
 
 def restore_prefix(former):
@@ -67,7 +106,10 @@ def copy_with(source, target, old, new):
 class SetupTest(ToolTest):
     """Tests of programs in folders of their own."""
 
+    registry = Registry()
+
     def setUp(self):
+        self.registry.values = {}
         self.root = self.new_folder()
         self.program = self.root / "Werkstatt – 修理 😀"
         self.add_files(self.program, *PROGRAM)
@@ -85,18 +127,10 @@ class SetupTest(ToolTest):
         return self.add_files(usual / folder, *names)
 
     def register(self, key, name, data, kind="REG_SZ"):
-        """Sets a value until the end of the test."""
-        run_windows("reg", "add", key, "/v", name, "/t", kind, "/d", str(data), "/f", "/reg:64")
-        self.addCleanup(run_windows, "reg", "delete", key, "/f", "/reg:64", check=False)
-
-    def register_bytes(self, key, name, data):
-        """Sets a text to these bytes, which need not be one, until the end of the test."""
-        file = self.new_folder() / "values.reg"
-        file.write_text("Windows Registry Editor Version 5.00\n\n"
-                        f"[{key.replace('HKLM', 'HKEY_LOCAL_MACHINE')}]\n"
-                        f'"{name}"=hex(1):{data.hex(",")}\n', "utf-16")
-        run_windows("reg", "import", windows_path(file))
-        self.addCleanup(run_windows, "reg", "delete", key, "/f", check=False)
+        """Sets a value until the end of the test, to a text or to bytes that need not be one."""
+        if isinstance(data, str):
+            data = (data + "\0").encode("utf-16-le")
+        self.registry.set(key, name, data, kind)
 
     def register_package(self, full_name, folder):
         """Registers an app of the Microsoft Store until the end of the test."""
@@ -111,6 +145,7 @@ class SetupTest(ToolTest):
 
     def start_here(self, *arguments, current_folder=None, program="qnrescue.exe", **environment):
         """Starts the program of this set-up, with the simulator's own devices."""
+        self.registry.write(self.new_folder())
         folder = current_folder or self.new_folder()
         process = Process([self.program / program, *arguments], folder,
                           {"MOBILEDEVICE_SIMULATOR_TRACE": str(folder / "trace"), **environment})

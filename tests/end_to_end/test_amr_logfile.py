@@ -2,7 +2,9 @@
 
 import unittest
 
-from harness import COMPLETE, ECID, ToolTest, device, report
+from harness import COMPLETE, ECID, ToolTest, device, report, side_by_side
+
+load_tests = side_by_side
 
 
 class AMRLogFile(ToolTest):

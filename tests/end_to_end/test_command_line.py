@@ -2,7 +2,9 @@
 
 import unittest
 
-from harness import ECID, ToolTest
+from harness import ECID, ToolTest, side_by_side
+
+load_tests = side_by_side
 
 HELP = """\
 Program options:

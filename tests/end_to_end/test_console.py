@@ -2,8 +2,10 @@
 
 import unittest
 
-from harness import BIN, TIME_LIMIT, Process, ToolTest
+from harness import BIN, TIME_LIMIT, Process, ToolTest, side_by_side
 from launcher_setup import windows_path
+
+load_tests = side_by_side
 
 UTF_8, WESTERN = 65001, 850
 INTERRUPTED = (0xC000013A, 0)  # Windows' status, Wine's

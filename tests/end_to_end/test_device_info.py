@@ -3,7 +3,9 @@
 import plistlib
 import unittest
 
-from harness import ECID, REGISTER, UNREGISTER, WARM_UP, ToolTest, arrival, device
+from harness import ECID, REGISTER, UNREGISTER, WARM_UP, ToolTest, arrival, device, side_by_side
+
+load_tests = side_by_side
 
 
 class DeviceInfo(ToolTest):

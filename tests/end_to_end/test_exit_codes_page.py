@@ -2,9 +2,12 @@
 
 import re
 import unittest
+from concurrent.futures import ThreadPoolExecutor
 
-from harness import DESCRIPTIONS, ToolTest, split_documents
+from harness import DESCRIPTIONS, ToolTest, side_by_side, split_documents
 from pages import ROOT, Session, code, sections, tables
+
+load_tests = side_by_side
 
 PAGE = (ROOT / "docs" / "exit-codes.md").read_text(encoding="utf-8")
 SECTIONS = sections(PAGE)
@@ -29,16 +32,22 @@ class ExitCodesPage(ToolTest):
         self.assertEqual(set(range(1, 9)), {row[0] for row in situations()})
 
     def test_situations(self):
+        with ThreadPoolExecutor() as pool:
+            for (number, reason, _, command), session in zip(
+                    situations(), pool.map(self.play, situations())):
+                with self.subTest(command):
+                    self.assertEqual(0 if number == 7 else number, session.status, session.stdout)
+                    self.assert_error(split_documents(session.stdout)[-1], number, reason)
+
+    def play(self, situation):
+        """Returns the session that shows the situation."""
+        *_, scenario, command = situation
         session = Session(self.new_folder())
         (session.folder / "empty.plist").touch()
-        for number, reason, scenario, command in situations():
-            with self.subTest(command):
-                folder = r"simulator\scenarios"
-                path = rf"{folder}\{scenario}" if scenario else ""
-                session.run(f"set MOBILEDEVICE_SIMULATOR_SCENARIO={path}")
-                session.run(command)
-                self.assertEqual(0 if number == 7 else number, session.status, session.stdout)
-                self.assert_error(split_documents(session.stdout)[-1], number, reason)
+        path = rf"simulator\scenarios\{scenario}" if scenario else ""
+        session.run(f"set MOBILEDEVICE_SIMULATOR_SCENARIO={path}")
+        session.run(command)
+        return session
 
     def test_a_library_error(self):
         session = Session(self.new_folder())

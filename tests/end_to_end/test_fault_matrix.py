@@ -31,7 +31,7 @@ class Sample(unittest.TestCase):
     def test_runs_are_as_expected(self):
         cells = fault_matrix.sample(fault_matrix.all_cells(), SAMPLE_SIZE)
         self.assertGreater(len(cells), 2 * len(FAILURES))
-        self.assertEqual([], list(fault_matrix.run_cells(cells, jobs=2).values()))
+        self.assertEqual([], list(fault_matrix.run_cells(cells, jobs=6).values()))
 
 
 class SetUp(ToolTest):

@@ -1,9 +1,11 @@
-"""The harness itself: it must refuse output that is not made of whole documents."""
+"""The harness itself: it refuses output that is not made of whole documents, and reports all that
+happens to tests that run side by side."""
 
 import plistlib
+import threading
 import unittest
 
-from harness import OutputFault, split_documents, split_lines
+from harness import OutputFault, side_by_side, split_documents, split_lines
 
 DOCUMENT = plistlib.dumps({"Type": "DeviceList", "Value": ["0000000000000001"]})
 
@@ -62,6 +64,72 @@ class SplitLines(unittest.TestCase):
         for text in (b"a", b"a\nb", b"a\r\n"):
             with self.assertRaises(OutputFault):
                 split_lines(text)
+
+
+class Samples(unittest.TestCase):
+    """Ends of tests."""
+
+    def succeed(self):
+        pass
+
+    def fail_here(self):
+        self.fail()
+
+    def raise_here(self):
+        raise ValueError
+
+    def skip_here(self):
+        self.skipTest("")
+
+    def fail_in_parts(self):
+        for number in range(3):
+            with self.subTest(number):
+                self.assertEqual(1, number)
+
+
+class Meeting(unittest.TestCase):
+    """Tests that wait for each other."""
+
+    MEMBERS = 2
+    barrier = threading.Barrier(MEMBERS)
+
+    def meet(self):
+        self.barrier.wait(30)
+
+
+class Alone(unittest.TestCase):
+    """Tests that no other test of their class may run beside."""
+
+    ONE_BY_ONE = True
+    lock = threading.Lock()
+
+    def hold(self):
+        self.assertTrue(self.lock.acquire(blocking=False))
+        threading.Event().wait(0.05)
+        self.lock.release()
+
+
+class SideBySideTests(unittest.TestCase):
+    def run_tests(self, *tests):
+        """Returns the result of these tests; those of unittest's own loader are nested like this."""
+        result = unittest.TestResult()
+        nested = unittest.TestSuite([unittest.TestSuite(tests)])
+        side_by_side(None, nested, None).run(result)
+        return result
+
+    def test_every_end_is_reported(self):
+        result = self.run_tests(*map(Samples, ("succeed", "fail_here", "raise_here", "skip_here",
+                                               "fail_in_parts")))
+        self.assertEqual((5, 3, 1, 1), (result.testsRun, len(result.failures), len(result.errors),
+                                        len(result.skipped)))
+        self.assertFalse(result.wasSuccessful())
+
+    def test_tests_run_at_the_same_time(self):
+        tests = [Meeting("meet") for _ in range(Meeting.MEMBERS)]
+        self.assertTrue(self.run_tests(*tests).wasSuccessful())
+
+    def test_some_run_one_by_one(self):
+        self.assertTrue(self.run_tests(*[Alone("hold") for _ in range(5)]).wasSuccessful())
 
 
 if __name__ == "__main__":

@@ -140,7 +140,7 @@ class HostileOptions(OptionsTest):
                 self.assertEqual(["RestoreStatus"], [each.type for each in run.documents])
 
 
-SIZE = 64 * MIB  # of a large value
+SIZE = 16 * MIB  # of a large value
 ESCAPED = b"x" * (SIZE - 1) + b"&lt;"
 WIDE = b"x" * (SIZE - 2) + "ö".encode()
 
@@ -149,7 +149,7 @@ def xml(element, content):
     return b"<plist><dict><key>k</key><%b>%b</%b></dict></plist>" % (element, content, element)
 
 
-# Each with what the value in the file needs, and how much the stand-in has twice while it reads.
+# Each with what the value in the file needs, and how much the simulator has twice while it reads.
 COSTS = {
     "binary, data": (
         lambda: plistlib.dumps({"k": bytes(SIZE)}, fmt=plistlib.FMT_BINARY), SIZE, 0),

@@ -10,8 +10,10 @@ import subprocess
 import sys
 import unittest
 
-from harness import BIN, RUNNER, TIME_LIMIT, ToolTest, split_documents
+from harness import BIN, RUNNER, TIME_LIMIT, ToolTest, side_by_side, split_documents
 from pages import ROOT, Session, blocks
+
+load_tests = side_by_side
 
 PAGE = (ROOT / "docs" / "integration.md").read_text(encoding="utf-8")
 RECOVERY = "001E2D4C0A91C026"

@@ -238,9 +238,9 @@ class Missing(FindingTest):
     def test_values_that_name_no_place(self):
         self.add_usual("Mobile Device Support", "MobileDevice.dll")
         for data, kind, fault in (
-                ("1", "REG_DWORD", "not a text"),
-                (r"C:\a\0C:\b", "REG_MULTI_SZ", "not a text"),
-                ("43003a005c00", "REG_BINARY", "not a text"),
+                (bytes([1, 0, 0, 0]), "REG_DWORD", "not a text"),
+                ("C:\\a\0C:\\b\0", "REG_MULTI_SZ", "not a text"),
+                ("C:\\", "REG_BINARY", "not a text"),
                 ("Apple", "REG_SZ", '"Apple" is not a full path'),
                 (r"\Apple", "REG_SZ", r'"\Apple" is not a full path'),
                 ("C:Apple", "REG_SZ", '"C:Apple" is not a full path'),
@@ -521,8 +521,8 @@ class Document(FindingTest):
     def test_is_well_formed_whatever_the_registry_holds(self):
         text = "a\x01\x1b<&>\ufffe\uffffz\ud800"
         self.add_usual("Mobile Device Support", "MobileDevice.dll")
-        self.register_bytes(SUPPORT_KEY, "InstallDir",
-                            (text + "\0").encode("utf-16-le", "surrogatepass"))
+        self.register(SUPPORT_KEY, "InstallDir",
+                      (text + "\0").encode("utf-16-le", "surrogatepass"))
         self.assertIn(f'  registry value {SUPPORT_VALUE}: "a\ufffd\ufffd<&>\ufffd\ufffdz\ufffd" is'
                       " not a full path", self.assert_refused())
 

@@ -2,7 +2,9 @@
 
 import unittest
 
-from harness import REGISTER, UNREGISTER, WARM_UP, ToolTest, arrival, device
+from harness import REGISTER, UNREGISTER, WARM_UP, ToolTest, arrival, device, side_by_side
+
+load_tests = side_by_side
 
 EMPTY_LIST = b"""\
 <?xml version="1.0" encoding="UTF-8"?>

@@ -2,7 +2,9 @@
 
 import unittest
 
-from harness import COMPLETE, ECID, ToolTest, device
+from harness import COMPLETE, ECID, ToolTest, device, side_by_side
+
+load_tests = side_by_side
 
 LONG = ("2147484", "4294968", "4294967295")
 

@@ -9,7 +9,9 @@ import random
 import time
 import unittest
 
-from harness import ToolTest, device
+from harness import ToolTest, device, side_by_side
+
+load_tests = side_by_side
 
 RESTORES = int(os.environ.get("QNRESCUE_RESTORES_AT_ONCE", "8"))
 LIMIT = 600  # far above what so many need on two processors

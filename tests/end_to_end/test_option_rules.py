@@ -2,7 +2,9 @@
 
 import unittest
 
-from harness import COMPLETE, ECID, ToolTest, device
+from harness import COMPLETE, ECID, ToolTest, device, side_by_side
+
+load_tests = side_by_side
 
 INVALID_ECID = (2, "Invalid ecid")
 NO_COMMAND = (3, "Invalid command option")

@@ -7,8 +7,10 @@ import subprocess
 import time
 import unittest
 
-from harness import (BIN, COMPLETE, DOCUMENT_END, ECID, RUNNER, TIME_LIMIT, ToolTest,
-                     device, report, split_documents)
+from harness import (BIN, COMPLETE, DOCUMENT_END, ECID, RUNNER, TIME_LIMIT, ToolTest, device,
+                     report, side_by_side, split_documents)
+
+load_tests = side_by_side
 
 # What abort() makes the exit status of a Windows process.
 ABORTED = 3

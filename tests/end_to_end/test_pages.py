@@ -4,8 +4,10 @@ examples, and the sample of a scenario can be played."""
 import re
 import unittest
 
-from harness import ToolTest
+from harness import ToolTest, side_by_side
 from pages import PAGES, ROOT, blocks, code, sections, tables
+
+load_tests = side_by_side
 
 README = (ROOT / "README.md").read_text(encoding="utf-8")
 BUILT_IN = ROOT / "simulator" / "MobileDevice" / "built_in_scenario.cpp"

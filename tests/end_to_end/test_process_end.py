@@ -8,7 +8,9 @@ import os
 import plistlib
 import unittest
 
-from harness import COMPLETE, ECID, ToolTest, device, report
+from harness import COMPLETE, ECID, ToolTest, device, report, side_by_side
+
+load_tests = side_by_side
 
 RUNS = int(os.environ.get("QNRESCUE_PROCESS_ENDS", "20"))
 OTHER, MISSING = "00000000000000FF", "0000000000000001"

@@ -14,13 +14,15 @@ from dataclasses import replace
 from unittest.mock import patch
 
 from harness import (BIN, COMPLETE, ECID, LOCALE, RUNNER, TIME_LIMIT, ToolTest, device, report,
-                     split_documents)
+                     side_by_side, split_documents)
 
 sys.path.append(str(pathlib.Path(__file__).resolve().parents[2] / "examples" / "python"))
 from qnrescue_client import (CommandSuccess, DeviceInfo, DeviceList, DocumentSplitter,
                              ErrorDetails, InternalError, Outcome, RestoreResult, RestoreStatus,
                              Silence, Tool, ToolFailure, UnknownDocument, UnreadableDocument,
                              parse_document)
+
+load_tests = side_by_side
 
 # What a stand-in for the tool has at hand.
 PRELUDE = """
@@ -367,6 +369,8 @@ class Restores(unittest.TestCase):
 
 class TheTool(ToolTest):
     """The client with the tool itself."""
+
+    ONE_BY_ONE = True  # they set variables of this process
 
     def use(self, scenario):
         """The tool, with a scripted bench of devices."""

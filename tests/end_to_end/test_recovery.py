@@ -2,7 +2,9 @@
 
 import unittest
 
-from harness import ECID, REGISTER, UNREGISTER, WARM_UP, ToolTest, arrival, device
+from harness import ECID, REGISTER, UNREGISTER, WARM_UP, ToolTest, arrival, device, side_by_side
+
+load_tests = side_by_side
 
 SET_AUTO_BOOT, REBOOT = "AMRecoveryModeDeviceSetAutoBoot", "AMRecoveryModeDeviceReboot"
 COMMANDS = ("exit-recovery", "no-exit-recovery")

@@ -4,7 +4,9 @@ import plistlib
 import unittest
 
 from harness import (COMPLETE, ECID, REGISTER, UNREGISTER, WARM_UP, ToolTest, arrival, device,
-                     report)
+                     report, side_by_side)
+
+load_tests = side_by_side
 
 BUILT_IN_RECOVERY_DEVICE = "001E2D4C0A91C026"
 BOOTING = 9

@@ -3,7 +3,9 @@
 import re
 import unittest
 
-from harness import COMPLETE, ECID, RUNNER, Process, ToolTest, report
+from harness import COMPLETE, ECID, RUNNER, Process, ToolTest, report, side_by_side
+
+load_tests = side_by_side
 
 COMMON = {
     "AutoBootDelay": 0,

@@ -5,7 +5,9 @@ import os
 import plistlib
 import unittest
 
-from harness import COMPLETE, ECID, ToolTest, device, report
+from harness import COMPLETE, ECID, ToolTest, device, report, side_by_side
+
+load_tests = side_by_side
 
 OPTIONS = {
     "AuthInstallRestoreBehavior": "Erase",

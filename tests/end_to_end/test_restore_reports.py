@@ -5,8 +5,10 @@ import plistlib
 import struct
 import unittest
 
-from harness import COMPLETE, ECID, ToolTest, device, report
+from harness import COMPLETE, ECID, ToolTest, device, report, side_by_side
 from restore_operations import OPERATIONS
+
+load_tests = side_by_side
 
 
 class Reports(ToolTest):

@@ -6,8 +6,10 @@ import re
 import shutil
 import unittest
 
-from harness import BIN, COMPLETE, ECID, RUNNER, ToolTest, device, report
+from harness import BIN, COMPLETE, ECID, RUNNER, ToolTest, device, report, side_by_side
 from pe import Image
+
+load_tests = side_by_side
 
 # Everything that means something in a document, and something of all the rest.
 MARKUP = ("</string></dict></plist>\n<plist><dict/></plist>&lt;&#x41;&unknown;"

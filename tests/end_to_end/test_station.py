@@ -10,13 +10,16 @@ import subprocess
 import sys
 import unittest
 
-from harness import BIN, COMPLETE, ECID, LOCALE, RUNNER, TIME_LIMIT, ToolTest, device, report
+from harness import (BIN, COMPLETE, ECID, LOCALE, RUNNER, TIME_LIMIT, ToolTest, device, report,
+                     side_by_side)
 
 try:
     import pty
     import rich
 except ImportError:
     pty = rich = None
+
+load_tests = side_by_side
 
 ROOT = pathlib.Path(__file__).resolve().parents[2]
 STATION = ROOT / "examples" / "python" / "station.py"
@@ -35,16 +38,15 @@ ALL_STEPS = [
 class StationTest(ToolTest):
     def start_station(self, *arguments, scenario, command=(*RUNNER, str(BIN / "qnrescue.exe")),
                       **how):
-        """Starts the station. The scenario is a dictionary, or the path of a file."""
-        if isinstance(scenario, dict):
-            path = self.new_folder() / "scenario.plist"
-            path.write_bytes(plistlib.dumps(scenario))
-            scenario = path
+        """Starts the station; the scenario is a dictionary."""
+        path = self.new_folder() / "scenario.plist"
+        path.write_bytes(plistlib.dumps(scenario))
+        environment = how.pop("environment", {})
         process = subprocess.Popen(
             [sys.executable, str(STATION), *arguments, "--", *command],
             stdin=subprocess.DEVNULL, stderr=subprocess.PIPE, cwd=self.new_folder(),
             env={**os.environ, **LOCALE, "PYTHONIOENCODING": "utf-8", "COLUMNS": "140",
-                 "TERM": "xterm", "MOBILEDEVICE_SIMULATOR_SCENARIO": str(scenario)},
+                 "TERM": "xterm", "MOBILEDEVICE_SIMULATOR_SCENARIO": str(path), **environment},
             **{"stdout": subprocess.PIPE, **how})
         self.addCleanup(process.kill)
         return process
@@ -74,10 +76,11 @@ class Restoring(StationTest):
         """One fails, one never finishes and one is unplugged on the way."""
         failing, hanging, unplugged = (f"000{number}2D4C0A91C026" for number in (7, 8, 9))
         good = [f"000{number}2D4C0A91C026" for number in range(2, 7)]
-        silence = 12
+        silence = 6
         lines = self.run_station(
             "restore", str(self.make_bundle()), "--detect-timeout", "1", "--silence-timeout",
-            str(silence), "--restore-timeout", str(TIME_LIMIT), scenario=BENCH, status=1)
+            str(silence), "--restore-timeout", str(TIME_LIMIT), status=1,
+            scenario={**plistlib.loads(BENCH.read_bytes()), "TimeScale": 0.5})
         lines, table = self.split_table(lines)
         self.assertEqual([*good, failing, hanging, unplugged], list(table))
         for ecid in good:
@@ -123,11 +126,10 @@ class Restoring(StationTest):
 
     def test_time_out_and_erasing(self):
         trace = self.new_folder() / "trace"
-        os.environ["MOBILEDEVICE_SIMULATOR_TRACE"] = str(trace)
-        self.addCleanup(os.environ.pop, "MOBILEDEVICE_SIMULATOR_TRACE")
         _, table = self.split_table(self.run_station(
             "restore", "x.ipsw", ECID, "--restore-timeout", "1", "--erase", status=1,
-            scenario={"Devices": [device(RestoreReports=[])]}))
+            scenario={"Devices": [device(RestoreReports=[])]},
+            environment={"MOBILEDEVICE_SIMULATOR_TRACE": str(trace)}))
         self.assertEqual("timed out", table[ECID][0])
         options = plistlib.loads(trace.with_name("trace.options.plist").read_bytes())
         self.assertEqual("Erase", options["AuthInstallRestoreBehavior"])
