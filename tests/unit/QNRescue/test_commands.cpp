@@ -82,7 +82,7 @@ TEST(ListDevices, InTheOrderOfTheirEcids) {
         clock.at(1h, [&, ecid] { run.notify(device_with(ecid)); });
     }
     for (auto const ecid : attached) { // in the last moment
-        clock.at(30h, [&, ecid] { run.notify(device_with(ecid)); });
+        clock.at(30h - 1ns, [&, ecid] { run.notify(device_with(ecid)); });
     }
     EXPECT_EQ(run.error(), (tool_error{0, ""}));
     EXPECT_EQ(clock.passed(), 30h);
