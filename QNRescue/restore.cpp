@@ -3,6 +3,7 @@
 #include "QNRescue/error_domain.hpp"
 #include "QNRescue/restore_report.hpp"
 #include "QNRescue/wait_in_slices.hpp"
+#include "platform/cf_strings.hpp"
 
 #include <atomic>
 #include <cstdint>

@@ -1,8 +1,8 @@
 #include "QNRescue/restore_report.hpp"
 
-#include "QNRescue/error_domain.hpp"
 #include "QNRescue/qnrescue.h"
 #include "QNRescue/sanitize_for_xml.hpp"
+#include "platform/cf_strings.hpp"
 
 namespace qnrescue {
 
