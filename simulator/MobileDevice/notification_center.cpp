@@ -18,7 +18,7 @@ void notification_center::add_client(int id, AMRestorableDeviceNotificationCallb
                                      std::span<raw_notification const> notifications) {
     std::lock_guard const lock{m_mutex};
     m_clients[id] = {callback, context};
-    batch const scripted{clock::now(), m_next_batch++};
+    batch const scripted{m_lifetime.time().now(), m_next_batch++};
     for (auto const & subject : devices) {
         auto const & description = subject->description();
         schedule(scripted, description.connect_after,
@@ -43,16 +43,15 @@ void notification_center::remove_client(int id) {
     m_clients.erase(id);
     std::erase_if(m_events, [id](event const & what) { return what.client == id; });
     if (std::this_thread::get_id() != m_thread) {
-        m_changed.wait(lock, [this, id] { return m_notified_client != id; });
+        m_lifetime.time().wait(m_changed, lock, [this, id] { return m_notified_client != id; });
     }
 }
 
 notification_center::absence notification_center::reappear(device & subject, double leaves_after,
                                                            appearance const & as,
-                                                           double returns_after,
-                                                           clock::time_point from) {
+                                                           double returns_after) {
     std::lock_guard const lock{m_mutex};
-    batch const both{from, m_next_batch++};
+    batch const both{m_lifetime.time().now(), m_next_batch++};
     m_absences.insert(both.number);
     schedule(both, leaves_after, {.what = kind::leaves, .subject = &subject});
     schedule(both, returns_after, {.what = kind::returns, .subject = &subject, .as = &as});
@@ -61,13 +60,13 @@ notification_center::absence notification_center::reappear(device & subject, dou
 
 void notification_center::wait_for_return(absence of) {
     std::unique_lock lock{m_mutex};
-    m_changed.wait(lock, [&] { return m_stopping || !m_absences.contains(of); });
+    m_lifetime.time().wait(m_changed, lock, [&] { return m_stopping || !m_absences.contains(of); });
 }
 
 void notification_center::stop() {
     std::lock_guard const lock{m_mutex};
     m_stopping = true;
-    m_changed.notify_all();
+    m_lifetime.time().notify(m_changed);
 }
 
 void notification_center::schedule(batch const & with, double after, event what) {
@@ -79,28 +78,29 @@ void notification_center::schedule(batch const & with, double after, event what)
     if (m_thread == std::thread::id{}) {
         m_thread = m_lifetime.start_thread([this] { run(); });
     }
-    m_changed.notify_all();
+    m_lifetime.time().notify(m_changed);
 }
 
 void notification_center::run() {
     std::unique_lock lock{m_mutex};
     while (!m_stopping) {
         if (m_events.empty()) {
-            m_changed.wait(lock);
+            m_lifetime.time().wait(m_changed, lock,
+                                   [this] { return m_stopping || !m_events.empty(); });
             continue;
         }
         auto const next = *m_events.begin();
         auto const overtaken = [&] {
             return m_stopping || m_events.empty() || m_events.begin()->order != next.order;
         };
-        if (!wait_until(m_changed, lock, next.due, overtaken)) {
+        if (!m_lifetime.time().wait_until(m_changed, lock, next.due, overtaken)) {
             m_events.erase(m_events.begin());
             lock.unlock();
             handle(next);
             lock.lock();
             if (next.what == kind::returns) {
                 m_absences.erase(next.batch);
-                m_changed.notify_all();
+                m_lifetime.time().notify(m_changed);
             }
         }
     }
@@ -157,7 +157,7 @@ void notification_center::notify(int id, AMRestorableDeviceRef object, int type)
     }
     lock.lock();
     m_notified_client = 0;
-    m_changed.notify_all();
+    m_lifetime.time().notify(m_changed);
 }
 
 std::vector<int> notification_center::addressees(event const & what) {

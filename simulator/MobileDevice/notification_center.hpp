@@ -41,7 +41,7 @@ public:
     // The device leaves a number of seconds from then on, and returns in another appearance later.
     // Tells all clients, unless the scenario has taken the device away meanwhile.
     absence reappear(device & subject, double leaves_after, appearance const & as,
-                     double returns_after, clock::time_point from = clock::now());
+                     double returns_after);
 
     // Returns once all clients know of the device's return, or there is no telling them any more.
     // Not for use inside a notification.

@@ -26,7 +26,8 @@ void restore::run() {
 }
 
 void restore::play() {
-    auto last = clock::now();
+    auto & time = m_around.shared.time();
+    auto last = time.now();
     for (auto const & planned : m_plan) {
         for (std::int64_t count = 0; count < planned.report.repeat; ++count) {
             if (!deliver(planned, last)) {
@@ -37,7 +38,7 @@ void restore::play() {
             auto const absence = m_around.center.reappear(
                 m_device, leaves_after_report, *planned.returns_as, returns_after_report);
             m_around.center.wait_for_return(absence);
-            last = clock::now();
+            last = time.now();
         }
     }
 }
@@ -47,8 +48,9 @@ bool restore::deliver(planned_report const & planned, clock::time_point & last) 
     if (!m_around.shared.pause_until(last + to_duration(after * m_around.time_scale))) {
         return false;
     }
-    last = clock::now();
-    m_around.log.write_step(m_device.description().ecid, status.get());
+    auto & time = m_around.shared.time();
+    last = time.now();
+    m_around.log.write_step(time.calendar_time(), m_device.description().ecid, status.get());
     if (m_callback) {
         m_callback(m_object.get(), status.get(), m_context);
     }

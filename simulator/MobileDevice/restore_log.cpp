@@ -3,8 +3,6 @@
 #include "simulator/MobileDevice/text.hpp"
 #include "simulator/MobileDevice/values.hpp"
 
-#include <ctime>
-
 #include <fmt/chrono.h>
 #include <fmt/format.h>
 
@@ -36,13 +34,13 @@ bool restore_log::open(std::string const & path) {
     return true;
 }
 
-void restore_log::write_step(std::uint64_t ecid, CFDictionaryRef status) {
+void restore_log::write_step(std::time_t when, std::uint64_t ecid, CFDictionaryRef status) {
     std::lock_guard const lock{m_mutex};
     if (m_file) {
-        m_file->write_line(fmt::format(
-            "{:%FT%TZ} device={} status={} operation={} progress={}",
-            fmt::gmtime(std::time(nullptr)), format_ecid(ecid), describe(status, CFSTR("Status")),
-            describe(status, CFSTR("Operation")), describe(status, CFSTR("Progress"))));
+        m_file->write_line(
+            fmt::format("{:%FT%TZ} device={} status={} operation={} progress={}", fmt::gmtime(when),
+                        format_ecid(ecid), describe(status, CFSTR("Status")),
+                        describe(status, CFSTR("Operation")), describe(status, CFSTR("Progress"))));
     }
 }
 

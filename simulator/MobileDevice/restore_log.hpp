@@ -5,6 +5,7 @@
 #include "simulator/MobileDevice/files.hpp"
 
 #include <cstdint>
+#include <ctime>
 #include <memory>
 #include <mutex>
 #include <string>
@@ -18,7 +19,7 @@ public:
     bool open(std::string const & path);
 
     // Appends a line for one report; the status may be null. Does nothing without a file.
-    void write_step(std::uint64_t ecid, CFDictionaryRef status);
+    void write_step(std::time_t when, std::uint64_t ecid, CFDictionaryRef status);
 
 private:
     std::mutex m_mutex;

@@ -70,9 +70,10 @@ void simulator::replace(std::unique_ptr<simulator> other) {
     std::unique_ptr<simulator> const old{current.exchange(other.release())};
 }
 
-simulator::simulator(scenario played)
+simulator::simulator(scenario played, clock & time)
     : m_scenario{std::move(played)}
     , m_devices{make_devices(m_scenario)}
+    , m_lifetime{time}
     , m_center{m_lifetime, m_scenario.time_scale} {}
 
 simulator::~simulator() {

@@ -30,7 +30,7 @@ public:
     // alone; null lets the next call read the environment again.
     static void replace(std::unique_ptr<simulator> other);
 
-    explicit simulator(scenario played);
+    explicit simulator(scenario played, clock & time = clock::system());
     simulator(simulator const &) = delete;
     simulator & operator=(simulator const &) = delete;
     ~simulator();
@@ -40,6 +40,7 @@ public:
     trace & calls() { return m_trace; }
     restore_log & log() { return m_log; }
     notification_center & center() { return m_center; }
+    clock & time() { return m_lifetime.time(); }
 
     // A restore that has not started yet; kept as long as the simulator.
     restore & add_restore(device & subject, CFDictionaryRef options);

@@ -4,10 +4,9 @@
 #include "platform/cf_strings.hpp"
 #include "simulator/MobileDevice/simulator.hpp"
 #include "simulator/MobileDevice/values.hpp"
+#include "tests/unit/simulator/MobileDevice/manual_clock.hpp"
 #include "tests/unit/simulator/MobileDevice/property_list_text.hpp"
 
-#include <chrono>
-#include <condition_variable>
 #include <map>
 #include <mutex>
 #include <string>
@@ -15,23 +14,24 @@
 
 #include <gtest/gtest.h>
 
-// Plays scenarios given as the XML of a root dictionary.
+// Plays scenarios given as the XML of a root dictionary. Their time passes with the test clock.
 class SimulatedPlatform : public testing::Test {
 protected:
     ~SimulatedPlatform() override { mobile_device::simulator::replace(nullptr); }
 
     mobile_device::simulator & play(std::string const & root) {
-        m_objects.clear();
+        objects.clear();
         auto const text = property_list::document(root);
-        mobile_device::simulator::replace(
-            std::make_unique<mobile_device::simulator>(mobile_device::parse_scenario(
-                {reinterpret_cast<std::uint8_t const *>(text.data()), text.size()})));
+        mobile_device::simulator::replace(std::make_unique<mobile_device::simulator>(
+            mobile_device::parse_scenario(
+                {reinterpret_cast<std::uint8_t const *>(text.data()), text.size()}),
+            test_clock()));
         return mobile_device::simulator::instance();
     }
 
     // An object of a device as it is at the start, which lives as long as the test.
     AMRestorableDeviceRef device(std::size_t index) {
-        auto & object = m_objects[index];
+        auto & object = objects[index];
         if (!object) {
             auto & of = *mobile_device::simulator::instance().devices().at(index);
             object = of.make_object(of.initial);
@@ -40,7 +40,7 @@ protected:
     }
 
 private:
-    std::map<std::size_t, mobile_device::cf_owner<AMRestorableDeviceRef>> m_objects;
+    std::map<std::size_t, mobile_device::cf_owner<AMRestorableDeviceRef>> objects;
 };
 
 struct notification {
@@ -69,17 +69,27 @@ public:
     notification_recorder & operator=(notification_recorder const &) = delete;
     ~notification_recorder() { AMRestorableDeviceUnregisterForNotifications(id); }
 
-    // What came until there were so many notifications, or until the limit.
-    std::vector<notification> wait_for(std::size_t count,
-                                       std::chrono::milliseconds limit = std::chrono::seconds{20}) {
-        std::unique_lock lock{m_mutex};
-        m_condition.wait_for(lock, limit, [&] { return m_received.size() >= count; });
-        return m_received;
+    // Returns what has come.
+    std::vector<notification> received() {
+        std::lock_guard const lock{mutex};
+        return notifications;
     }
 
-    std::vector<std::chrono::steady_clock::time_point> times() {
-        std::lock_guard const lock{m_mutex};
-        return m_times;
+    // Lets time pass until there are so many notifications, or no more; returns them.
+    std::vector<notification> wait_for(std::size_t count) {
+        test_clock().pass_until([&] { return received().size() >= count; });
+        return received();
+    }
+
+    // Lets time pass; returns what has come until its end.
+    std::vector<notification> wait(manual_clock::duration span) {
+        test_clock().pass(span);
+        return received();
+    }
+
+    std::vector<manual_clock::time_point> times() {
+        std::lock_guard const lock{mutex};
+        return moments;
     }
 
     int id = 0;
@@ -88,22 +98,21 @@ private:
     static void receive(AMRestorableDeviceRef object, AMRestorableDeviceNotificationType type,
                         void * context) {
         auto & self = *static_cast<notification_recorder *>(context);
-        notification received{mobile_device::retain(object), AMRestorableDeviceGetECID(object),
-                              AMRestorableDeviceGetState(object), type};
-        std::lock_guard const lock{self.m_mutex};
-        self.m_received.push_back(std::move(received));
-        self.m_times.push_back(std::chrono::steady_clock::now());
-        self.m_condition.notify_all();
+        notification latest{mobile_device::retain(object),
+                            AMRestorableDeviceGetECID(object), AMRestorableDeviceGetState(object),
+                            type};
+        std::lock_guard const lock{self.mutex};
+        self.notifications.push_back(std::move(latest));
+        self.moments.push_back(test_clock().now());
     }
 
-    std::mutex m_mutex;
-    std::condition_variable m_condition;
-    std::vector<notification> m_received;
-    std::vector<std::chrono::steady_clock::time_point> m_times;
+    std::mutex mutex;
+    std::vector<notification> notifications;
+    std::vector<manual_clock::time_point> moments;
 };
 
-// Gets the reports of restores and keeps their status dictionaries. There is no taking back a
-// callback, so it lets all activity end before it goes.
+// Gets the reports of restores and keeps their status dictionaries. A callback cannot be
+// unregistered, so the destructor first lets all activity end.
 class report_recorder {
 public:
     using status = mobile_device::cf_share<CFDictionaryRef>;
@@ -117,25 +126,36 @@ public:
         AMRestorableDeviceRestore(device, options, &report_recorder::receive, this);
     }
 
-    std::vector<status> wait_for(std::size_t count,
-                                 std::chrono::milliseconds limit = std::chrono::seconds{20}) {
-        std::unique_lock lock{m_mutex};
-        m_condition.wait_for(lock, limit, [&] { return m_received.size() >= count; });
-        return m_received;
+    // Returns what has come.
+    std::vector<status> received() {
+        std::lock_guard const lock{mutex};
+        return reports;
     }
 
-    // What came until the status text, or until the limit.
+    // Lets time pass until there are so many reports, or no more; returns them.
+    std::vector<status> wait_for(std::size_t count) {
+        test_clock().pass_until([&] { return received().size() >= count; });
+        return received();
+    }
+
+    // Lets time pass until a report has the status text, or none follows; returns what has come.
     std::vector<status> wait_for_status(std::string const & text) {
-        std::unique_lock lock{m_mutex};
-        m_condition.wait_for(lock, std::chrono::seconds{20}, [&] {
-            return !m_received.empty() && text_of(m_received.back(), "Status") == text;
+        test_clock().pass_until([&] {
+            auto const all = received();
+            return !all.empty() && text_of(all.back(), "Status") == text;
         });
-        return m_received;
+        return received();
     }
 
-    std::vector<std::chrono::steady_clock::time_point> times() {
-        std::lock_guard const lock{m_mutex};
-        return m_times;
+    // Lets time pass; returns what has come until its end.
+    std::vector<status> wait(manual_clock::duration span) {
+        test_clock().pass(span);
+        return received();
+    }
+
+    std::vector<manual_clock::time_point> times() {
+        std::lock_guard const lock{mutex};
+        return moments;
     }
 
     static std::string text_of(status const & from, char const * key) {
@@ -157,14 +177,12 @@ public:
 private:
     static void receive(AMRestorableDeviceRef, CFDictionaryRef borrowed, void * context) {
         auto & self = *static_cast<report_recorder *>(context);
-        std::lock_guard const lock{self.m_mutex};
-        self.m_received.push_back(mobile_device::retain(borrowed));
-        self.m_times.push_back(std::chrono::steady_clock::now());
-        self.m_condition.notify_all();
+        std::lock_guard const lock{self.mutex};
+        self.reports.push_back(mobile_device::retain(borrowed));
+        self.moments.push_back(test_clock().now());
     }
 
-    std::mutex m_mutex;
-    std::condition_variable m_condition;
-    std::vector<status> m_received;
-    std::vector<std::chrono::steady_clock::time_point> m_times;
+    std::mutex mutex;
+    std::vector<status> reports;
+    std::vector<manual_clock::time_point> moments;
 };

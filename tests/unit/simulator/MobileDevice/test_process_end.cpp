@@ -67,7 +67,7 @@ void copy_amid_a_report(AMRestorableDeviceRef device, CFDictionaryRef, void *) {
 void hold_a_copy(AMRestorableDeviceRef device, CFDictionaryRef, void *) {
     auto const serial_number = AMRestorableDeviceCopySerialNumber(device);
     ++reports;
-    std::this_thread::sleep_for(300ms);
+    std::this_thread::sleep_for(50ms);
     CFRelease(serial_number);
 }
 
@@ -250,7 +250,7 @@ TEST_F(ProcessEnd, DoesNotWaitForEver) {
 
 TEST_F(ProcessEnd, ComesSafelyWhileADeviceIsAwayForItsRestore) {
     use(document(dictionary(
-        {{"TimeScale", real(0.2)}, {"Devices", array({dictionary({{"ECID", text("1")}})})}})));
+        {{"TimeScale", real(0.05)}, {"Devices", array({dictionary({{"ECID", text("1")}})})}})));
     m_folder.write("BuildManifest.plist", "manifest");
     EXPECT_EXIT(exit_while_the_device_is_away(m_folder.utf8("")), testing::ExitedWithCode(0), "");
     EXPECT_EQ(last_line(), "live-objects 0");
