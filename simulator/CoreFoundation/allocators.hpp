@@ -1,4 +1,4 @@
-// Allocators. All objects come from one allocator whatever a caller names; only who frees the bytes
+// Allocators: all objects come from one allocator whatever a caller names; only who frees the bytes
 // of data created without a copy depends on it.
 #pragma once
 
@@ -13,7 +13,7 @@ struct __CFAllocator : cf::object {
 
 namespace cf {
 
-// The allocator that kCFAllocatorDefault, a null pointer, stands for.
+// The allocator that kCFAllocatorDefault, a null pointer, means.
 extern __CFAllocator system_allocator;
 
 } // namespace cf

@@ -1,4 +1,4 @@
-// Arrays inside.
+// How arrays are stored.
 #pragma once
 
 #include "simulator/CoreFoundation/element_callbacks.hpp"
@@ -27,7 +27,7 @@ inline std::span<void const * const> values_of(CFArrayRef array) {
     return array->values;
 }
 
-// A new array of objects that takes over the caller's reference to each of them.
+// Creates an array of objects that takes over the caller's reference to each of them.
 __CFArray * create_array_adopting(std::span<CFTypeRef const> objects, mutability wanted);
 
 } // namespace cf

@@ -67,7 +67,7 @@ void describe_data(object const & object, std::u16string & text) {
 
 writable_data create_data_to_fill(std::size_t length, mutability wanted) {
     auto * const data =
-        create_with_room<__CFData>(length, nullptr, static_cast<CFIndex>(length), false, wanted);
+        create_with_extra<__CFData>(length, nullptr, static_cast<CFIndex>(length), false, wanted);
     auto * const bytes = reinterpret_cast<UInt8 *>(data + 1);
     data->bytes = length == 0 && !data->is_mutable ? nullptr : bytes;
     return {data, bytes};

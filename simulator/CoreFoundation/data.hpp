@@ -1,4 +1,4 @@
-// Data inside.
+// How data is stored.
 #pragma once
 
 #include "simulator/CoreFoundation/runtime.hpp"
@@ -8,7 +8,7 @@
 #include <memory>
 #include <span>
 
-// The bytes follow the object, or belong to somebody else, or are freed with the object.
+// The bytes follow the object, or belong to the caller, or are freed with the object.
 struct __CFData : cf::object {
     static cf::object_type const class_type;
 
@@ -27,7 +27,7 @@ struct __CFData : cf::object {
 
 namespace cf {
 
-// New data, owned by the caller. Mutable data has a byte pointer even if it is empty.
+// Creates data, owned by the caller. Mutable data has a byte pointer even if it is empty.
 CFDataRef create_data(std::span<UInt8 const> bytes, mutability wanted = mutability::immutable);
 
 // New data whose bytes the caller still has to write.
@@ -37,7 +37,7 @@ struct writable_data {
 };
 writable_data create_data_to_fill(std::size_t length, mutability wanted = mutability::immutable);
 
-// Bytes that are to become data, of which there will be no more than was said before.
+// Bytes that become data, up to a number given before.
 class data_bytes {
 public:
     explicit data_bytes(std::size_t most);
@@ -45,7 +45,7 @@ public:
     void append(UInt8 byte) { memory[used++] = byte; }
     std::size_t size() const { return used; }
 
-    // No more memory than these bytes need; the caller has to free it.
+    // Returns the bytes in no more memory than they need, which the caller frees.
     UInt8 * release();
 
 private:
@@ -57,7 +57,7 @@ private:
     std::size_t used = 0;
 };
 
-// New data, owned by the caller, which has the memory of the bytes.
+// Creates data, owned by the caller, in the memory of the bytes.
 CFDataRef create_data(data_bytes bytes, mutability wanted);
 
 inline std::span<UInt8 const> bytes_of(CFDataRef data) {

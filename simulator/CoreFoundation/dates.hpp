@@ -1,4 +1,4 @@
-// Dates inside.
+// How dates are stored.
 #pragma once
 
 #include "simulator/CoreFoundation/runtime.hpp"

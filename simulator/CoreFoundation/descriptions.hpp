@@ -1,4 +1,4 @@
-// The texts that tell a programmer what an object is.
+// The texts that describe objects to a programmer.
 #pragma once
 
 #include "simulator/CoreFoundation/strings.hpp"
@@ -11,7 +11,7 @@ void append_address(std::u16string & text, void const * address);
 // Appends `<name address [address of the allocator]>`.
 void append_heading(std::u16string & text, object const & object, std::string_view name);
 
-// Appends what CFCopyDescription gives.
+// Appends what CFCopyDescription returns.
 void append_description(std::u16string & text, object const & object);
 
 // Appends the object as a message shows it: a string, a number, a boolean or the null object as its

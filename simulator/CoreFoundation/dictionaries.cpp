@@ -121,7 +121,7 @@ CFIndex CFDictionaryGetCount(CFDictionaryRef dictionary) {
     return static_cast<CFIndex>(cf::checked<__CFDictionary>(dictionary).entries.count());
 }
 
-// Looking for null among objects is a fault unless there are none.
+// Looking for null among objects is a fault unless the dictionary is empty.
 void const * CFDictionaryGetValue(CFDictionaryRef dictionary, void const * key) {
     auto const & entries = cf::checked<__CFDictionary>(dictionary).entries;
     if (entries.count() > 0) {

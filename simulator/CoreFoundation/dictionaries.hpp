@@ -1,4 +1,4 @@
-// Dictionaries inside.
+// How dictionaries are stored.
 #pragma once
 
 #include "simulator/CoreFoundation/hash_table.hpp"
@@ -25,7 +25,7 @@ void for_each_entry(CFDictionaryRef dictionary, Visit && visit) {
     dictionary->entries.for_each(std::forward<Visit>(visit));
 }
 
-// A new dictionary of objects with room for that many entries, to be filled with set_adopting.
+// Creates a dictionary of objects with space for that many entries, to be filled with set_adopting.
 CFMutableDictionaryRef create_object_dictionary(CFIndex room, mutability wanted);
 
 // Takes over the caller's references to key and value, also in an immutable dictionary: only for

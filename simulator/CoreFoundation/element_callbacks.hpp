@@ -14,7 +14,7 @@ struct element_callbacks {
     CFCollectionEqualCallBack equal_callback = nullptr;
     CFCollectionHashCallBack hash_callback = nullptr;
 
-    // From the public structure of a collection, which may be null.
+    // Returns the callbacks of a collection's public structure, which may be null.
     template <typename CallBacks>
     static element_callbacks from(CallBacks const * callbacks) {
         if (callbacks == nullptr) {
@@ -28,7 +28,7 @@ struct element_callbacks {
         return result;
     }
 
-    // True if the elements are CoreFoundation objects that the collection retains.
+    // Returns whether the elements are CoreFoundation objects that the collection retains.
     bool own_objects() const;
 
     // Traps in the name of `function` if this element is null and either callback is that of
@@ -43,7 +43,7 @@ struct element_callbacks {
     void describe(void const * element, std::u16string & text) const;
 };
 
-// The callbacks of collections that hold objects.
+// Returns the callbacks of collections that hold objects.
 element_callbacks const & object_callbacks();
 
 } // namespace cf

@@ -101,7 +101,7 @@ upper_half_table const * upper_half_for_decoding(CFStringEncoding encoding) {
     }
 }
 
-// Null: this encoding has no characters beyond ASCII or is not of 8 bits.
+// Returns null for an encoding without characters beyond ASCII or not of 8 bits.
 upper_half_table const * upper_half_for_encoding(CFStringEncoding encoding) {
     return encoding == kCFStringEncodingASCII ? nullptr : upper_half_for_decoding(encoding);
 }
@@ -127,7 +127,7 @@ std::uint32_t unit_at(std::string_view bytes, std::endian order) {
     return unit;
 }
 
-// Drops the byte-order mark and answers the order it tells; big-endian without a mark.
+// Drops the byte-order mark and returns the byte order that it means; big-endian without a mark.
 template <std::size_t Size>
 std::endian take_byte_order(std::string_view & bytes) {
     constexpr std::uint32_t mark = 0xfeff;
@@ -140,7 +140,7 @@ std::endian take_byte_order(std::string_view & bytes) {
     return std::endian::big;
 }
 
-// Calls visit(unit) for each whole unit while it answers true; an incomplete last one is dropped.
+// Calls visit(unit) for each whole unit while that returns true; an incomplete last one is dropped.
 template <std::size_t Size, typename Visit>
 bool for_each_unit(std::string_view bytes, std::endian order, Visit visit) {
     for (; bytes.size() >= Size; bytes.remove_prefix(Size)) {

@@ -17,28 +17,31 @@ inline constexpr CFStringEncoding utf32_encoding = 0x0c000100;
 inline constexpr CFStringEncoding utf32be_encoding = 0x18000100;
 inline constexpr CFStringEncoding utf32le_encoding = 0x1c000100;
 
-// True if every ASCII text is the same bytes in this encoding.
+// Returns whether every ASCII text has the same bytes in this encoding.
 bool extends_ascii(CFStringEncoding encoding);
 
-// The text in UTF-16; nothing if the bytes are invalid or the encoding is unknown. `external` bytes
-// may carry a byte-order mark that is not part of the text; UTF-8 loses its mark either way.
+// Returns the text in UTF-16; nothing if the bytes are invalid or the encoding is unknown.
+// `external` bytes may begin with a byte-order mark that is not part of the text; UTF-8 loses its
+// mark either way.
 std::optional<std::u16string> decode(std::string_view bytes, CFStringEncoding encoding,
                                      bool external);
 
-// The text in an 8-bit encoding; nothing if it cannot be expressed.
+// Returns the text in an 8-bit encoding; nothing if the encoding lacks one of its characters.
 std::optional<std::string> encode(string_contents text, CFStringEncoding encoding);
 
-// Returns the character of a byte in the NeXTSTEP encoding, U+FFFD for the two that have none.
+// Returns the character of a byte in the NeXTSTEP encoding, or U+FFFD for the two bytes without
+// one.
 char16_t next_step_character(unsigned char byte) noexcept;
 
-// How many units the text of UTF-8 bytes has; if they are invalid, at least as many as are decoded
-// before that shows.
+// Returns how many units the text of UTF-8 bytes has; if they are invalid, at least as many as are
+// decoded up to the first invalid byte.
 std::size_t utf16_length(std::string_view bytes) noexcept;
 
-// Writes the text of UTF-8 bytes; false if they are invalid. The units have room for their length.
+// Writes the text of UTF-8 bytes to the units, which utf16_length counts; returns false if the
+// bytes are invalid.
 bool decode_utf8(std::string_view bytes, char16_t * units) noexcept;
 
-// Appends the text of UTF-8 bytes; false if they are invalid.
+// Appends the text of UTF-8 bytes; returns false if they are invalid.
 bool append_utf8(std::u16string & text, std::string_view bytes);
 
 } // namespace cf

@@ -50,14 +50,15 @@ CFHashCode hash_error(object const & object) {
     return hash(*error.domain) + static_cast<CFHashCode>(error.code);
 }
 
-// The value in the user info, borrowed, or null.
+// Returns the value in the user info, borrowed, or null.
 object const * find(__CFError const & error, __CFString const & key) {
     auto const * const found =
         error.user_info != nullptr ? error.user_info->entries.find(&key) : nullptr;
     return found != nullptr ? static_cast<object const *>(found->value) : nullptr;
 }
 
-// The reason in the user info or, for a POSIX error, the C library's text; owned by the caller.
+// Returns the reason in the user info or, for a POSIX error, the C library's text; owned by the
+// caller.
 CFStringRef copy_failure_reason(__CFError const & error) {
     static constinit __CFString const posix_domain{"NSPOSIXErrorDomain"};
     if (auto const * const reason = find(error, failure_reason_key)) {
@@ -70,7 +71,7 @@ CFStringRef copy_failure_reason(__CFError const & error) {
     return nullptr;
 }
 
-// Appends the separator and the reason; false if there is none.
+// Appends the separator and the reason; returns false if the error has no reason.
 bool append_failure_reason(std::u16string & text, __CFError const & error,
                            std::string_view separator = {}) {
     auto const * const reason = copy_failure_reason(error);
@@ -107,7 +108,7 @@ std::u16string description_of(__CFError const & error) {
     return text;
 }
 
-// What a programmer wants to read first, and the debug description where it is not that.
+// Appends the text that says most to a programmer, and the debug description where that is another.
 void append_quoted_text(std::u16string & text, __CFError const & error) {
     auto const * const description = find(error, description_key);
     auto const * const debug_description = find(error, debug_description_key);
@@ -205,7 +206,7 @@ CFDictionaryRef CFErrorCopyUserInfo(CFErrorRef error) {
     return checked.user_info;
 }
 
-// The values of the user info are not checked: whatever stands for a text is given as it is.
+// The values of the user info are not checked: whatever is there in place of a text is returned.
 CFStringRef CFErrorCopyDescription(CFErrorRef error) {
     auto const & checked = cf::checked<__CFError>(error);
     if (auto const * const localized = cf::find(checked, cf::localized_description_key)) {

@@ -1,4 +1,4 @@
-// Errors inside.
+// How errors are stored.
 #pragma once
 
 #include "simulator/CoreFoundation/runtime.hpp"

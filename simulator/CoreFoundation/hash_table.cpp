@@ -18,7 +18,7 @@ constexpr bool is_full(std::size_t entries, std::size_t slots) {
 
 } // namespace
 
-// Mixes the bits, because some hashes are plain counts or addresses, and never answers 0.
+// Mixes the bits, because some hashes are plain counts or addresses, and never returns 0.
 CFHashCode hash_table::hash_of(void const * key) const {
     constexpr CFHashCode odd = 0x9e3779b97f4a7c15;
     constexpr CFHashCode in_use = CFHashCode{1} << 63;
@@ -27,7 +27,7 @@ CFHashCode hash_table::hash_of(void const * key) const {
     return (mixed ^ mixed >> 32) | in_use;
 }
 
-// The slot of the entry with this key or, without one, the free slot where it belongs.
+// Returns the index of the slot with this key or, without one, of the free slot where it belongs.
 std::size_t hash_table::locate(void const * key, CFHashCode hash) const {
     auto const mask = table.size() - 1;
     auto index = hash & mask;
@@ -46,7 +46,7 @@ hash_table::table_slot const * hash_table::find(void const * key) const {
     return slot.hash != 0 ? &slot : nullptr;
 }
 
-// The entry with this key, or a free slot that only lacks key and value; its hash tells which.
+// Returns the slot with this key, or a free one, and the key's hash.
 std::pair<hash_table::table_slot &, CFHashCode> hash_table::slot_for(void const * key) {
     if (is_full(taken + 1, table.size())) {
         resize(std::max(fewest_slots, table.size() * 2));

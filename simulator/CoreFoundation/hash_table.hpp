@@ -25,7 +25,7 @@ public:
     element_callbacks const & values() const { return value_callbacks; }
     std::size_t count() const { return taken; }
 
-    // The entry with an equal key, or null.
+    // Returns the entry with an equal key, or null.
     table_slot const * find(void const * key) const;
 
     // Retains key and value. `add` leaves an existing entry alone, `set` replaces its key and
@@ -36,10 +36,10 @@ public:
     // Takes over the caller's references; of equal keys the last one stays.
     void set_adopting(void const * key, void const * value);
 
-    // Makes room for that many entries; a hint, limited to what is sensible.
+    // Reserves space for that many entries, but not for more than is sensible.
     void reserve(CFIndex entries);
 
-    // Retains every key and value of a table with the same callbacks; the order stays.
+    // Copies and retains every key and value of a table with the same callbacks, in the same order.
     void copy_from(hash_table const & other);
 
     void release_all(doomed_objects & doomed);
@@ -62,11 +62,11 @@ private:
 
     element_callbacks key_callbacks;
     element_callbacks value_callbacks;
-    std::vector<table_slot> table; // a power of two of them, or none
+    std::vector<table_slot> table; // their number is a power of two, or 0
     std::size_t taken = 0;
 };
 
-// True if both tables have equal keys with equal values.
+// Returns whether both tables have equal keys with equal values.
 bool equal(hash_table const & left, hash_table const & right);
 
 } // namespace cf

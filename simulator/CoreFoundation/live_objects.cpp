@@ -1,6 +1,6 @@
 // Counts the live objects and writes their number as the trace's last line when the process ends.
-// Whoever keeps objects for the life of the process has to release them earlier: on Windows in the
-// process-detach of a DLL that depends on this one, elsewhere in an atexit handler or a static
+// Code that keeps objects for the life of the process has to release them earlier: on Windows in
+// the process-detach of a DLL that depends on this one, elsewhere in an atexit handler or a static
 // destructor, all of which run before a destructor function of this priority.
 #include "simulator/CoreFoundation/runtime.hpp"
 

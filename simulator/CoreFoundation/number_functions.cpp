@@ -10,7 +10,7 @@ namespace cf {
 
 namespace {
 
-// The kind that a number created as this type is stored as; 0 for an unknown type.
+// Returns the kind that a number created as this type is stored as; 0 for an unknown type.
 CFNumberType kind_of(CFNumberType type) {
     switch (type) {
     case kCFNumberSInt8Type:
@@ -56,7 +56,7 @@ void store(Value value, void * to) {
     }
 }
 
-// Stores the truncated integer; lossless if it lies between the type's minimum and `largest`.
+// Stores the truncated integer; lossless if it is between the type's minimum and `largest`.
 template <typename Integer>
 bool store_integer(std::int64_t value, std::int64_t largest, void * to) {
     store(static_cast<Integer>(value), to);
@@ -203,5 +203,5 @@ Boolean CFNumberGetValue(CFNumberRef number, CFNumberType type, void * value) {
                                     kind, value);
     }
     auto const lossless = cf::get_from_real(checked.real, kind, value);
-    return lossless || kind == checked.kind; // a number that is none equals nothing, itself neither
+    return lossless || kind == checked.kind; // a NaN equals nothing, not even itself
 }

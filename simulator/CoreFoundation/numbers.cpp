@@ -16,7 +16,7 @@ namespace cf {
 namespace {
 
 // Small integers are shared whatever kind they were created as. They are counted like other objects
-// but the table holds a reference of its own, which nobody may release.
+// but the table holds a reference, which nobody may release.
 constexpr std::int64_t first_shared = -1;
 constinit std::array<__CFNumber, 14> shared_integers{{
     {kCFNumberSInt32Type, std::int64_t{-1}},
@@ -44,7 +44,7 @@ constinit __CFNumber positive_infinity{kCFNumberFloat64Type,
 constinit __CFNumber negative_infinity{kCFNumberFloat64Type,
                                        -std::numeric_limits<double>::infinity(), immortal};
 
-// The shared object of this value, or null.
+// Returns the shared object of this value, or null.
 CFNumberRef shared_real(double value) {
     if (std::isnan(value)) {
         return &not_a_number;
@@ -139,7 +139,7 @@ int128 negated(int128 value) {
     return {static_cast<std::int64_t>(high), low};
 }
 
-// Divides in place and answers the remainder.
+// Divides in place and returns the remainder.
 std::uint32_t divide(std::array<std::uint32_t, 4> & big_endian_limbs, std::uint32_t divisor) {
     std::uint64_t remainder = 0;
     for (auto & limb : big_endian_limbs) {

@@ -1,4 +1,4 @@
-// Numbers inside: what is stored, and how it is written.
+// What is stored of numbers, and how they are written.
 #pragma once
 
 #include "simulator/CoreFoundation/runtime.hpp"
@@ -8,7 +8,7 @@
 namespace cf {
 
 // The type of integers beyond 64 bits. It has no public name: only property lists make such numbers
-// and CFNumberGetType answers kCFNumberSInt64Type for them.
+// and CFNumberGetType returns kCFNumberSInt64Type for them.
 inline constexpr CFNumberType wide_integer_type = 17;
 
 // A two's complement integer of 128 bits.
@@ -56,17 +56,17 @@ struct __CFNumber : cf::object {
 
 namespace cf {
 
-// New or shared numbers, owned by the caller.
+// Create numbers, or share existing ones; the caller owns the reference.
 CFNumberRef create_integer(std::int64_t value, CFNumberType kind = kCFNumberSInt64Type);
 CFNumberRef create_real(double value);
 CFNumberRef create_real(float value);
 CFNumberRef create_wide_integer(int128 value);
 
-// The number in decimal as property lists write it: an integer plainly, a real with up to 17
-// digits, `0.0`, `nan`, `+infinity` or `-infinity`.
+// Returns the number in decimal as property lists write it: an integer plainly, a real with up to
+// 17 digits, `0.0`, `nan`, `+infinity` or `-infinity`.
 std::string decimal_text(__CFNumber const & number);
 
-// The integer that a real is, if it is one of 128 bits; negative zero is none.
+// Returns the integer of 128 bits that equals the real, if there is one; negative zero equals none.
 std::optional<int128> exact_integer(double real);
 
 CFHashCode hash_of_integer(std::int64_t value) noexcept;

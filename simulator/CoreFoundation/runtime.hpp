@@ -1,4 +1,4 @@
-// What every object has in common: its type, its retain count, its creation and its end.
+// What all objects have in common: a type, a retain count, creation and destruction.
 //
 // A new type is a struct that derives from Object and has a `static Type const class_type`. Its
 // functions live in the file of its name.
@@ -34,8 +34,8 @@ struct object_type {
 // The retain count of an object that retain and release leave alone.
 inline constexpr std::int64_t immortal = 0x0fffffffffffffff;
 
-// The base of every object; it stands at the object's beginning and has no virtual functions, so
-// that constants need no construction at run time.
+// The base of every object. It is at the object's beginning and has no virtual functions, so that
+// constants need no construction at run time.
 struct object {
     object_type const * type;
     mutable std::atomic<std::int64_t> references;
@@ -52,8 +52,8 @@ struct object {
 // Writes the text and a plain line feed to standard error, on every platform.
 void write_error_line(std::string_view text);
 
-// What the body answers. An exception, which must not reach a caller in C, traps in the name of the
-// calling function.
+// Returns what the body returns. An exception, which must not reach a caller in C, traps in the
+// name of the calling function.
 template <typename Body>
 auto guarded(Body && body, char const * function = __builtin_FUNCTION()) {
     try {
@@ -63,23 +63,23 @@ auto guarded(Body && body, char const * function = __builtin_FUNCTION()) {
     }
 }
 
-// Memory for an object that counts as live until deallocate. Never null. What still lives when the
-// process ends is told in the trace.
+// Allocates memory for an object, which counts as live until deallocate; never returns null. The
+// trace says how many objects are live when the process ends.
 void * allocate(std::size_t size);
 void deallocate(void * memory) noexcept;
 
-// The same for an object that lives for ever and is never counted.
+// Allocates memory for an object that lives for ever and is never counted.
 void * allocate_uncounted(std::size_t size);
 
-// A new object with one reference and `room` bytes behind it in the same allocation.
+// Creates an object with one reference and `extra` bytes behind it in the same allocation.
 template <typename T, typename... Arguments>
-T * create_with_room(std::size_t room, Arguments &&... arguments) {
-    return ::new (allocate(sizeof(T) + room)) T{std::forward<Arguments>(arguments)...};
+T * create_with_extra(std::size_t extra, Arguments &&... arguments) {
+    return ::new (allocate(sizeof(T) + extra)) T{std::forward<Arguments>(arguments)...};
 }
 
 template <typename T, typename... Arguments>
 T * create(Arguments &&... arguments) {
-    return create_with_room<T>(0, std::forward<Arguments>(arguments)...);
+    return create_with_extra<T>(0, std::forward<Arguments>(arguments)...);
 }
 
 // An object_type::destroy for an object that holds no other objects.
@@ -96,8 +96,8 @@ inline void retain(object const & object) noexcept {
     }
 }
 
-// Gives up one reference; true if it was the last one. Whoever holds the only reference needs no
-// atomic subtraction.
+// Gives up one reference; returns whether it was the last one. Whoever holds the only reference
+// needs no atomic subtraction.
 inline bool drop_reference(object const & object) noexcept {
     auto const references = object.references.load(std::memory_order_acquire);
     if (references == immortal) {
@@ -111,7 +111,7 @@ inline bool drop_reference(object const & object) noexcept {
 class doomed_objects {
 public:
     void release(object const & object) noexcept;
-    object * next() noexcept; // null when none is left
+    object * next() noexcept; // null when no object is left
 
 private:
     object * first = nullptr;
@@ -134,8 +134,8 @@ bool is(CFTypeRef reference) {
 [[noreturn]] void trap_wrong_argument(CFTypeRef reference, object_type const & wanted,
                                       char const * function);
 
-// The object behind an argument; traps in the name of the calling function if it is null or of
-// another type.
+// Returns the object behind an argument; traps in the name of the calling function if it is null or
+// of another type.
 template <typename T>
 T const & checked(CFTypeRef reference, char const * function = __builtin_FUNCTION()) {
     if (reference == nullptr || !is<T>(reference)) [[unlikely]] {

@@ -1,4 +1,4 @@
-// Sets inside.
+// How sets are stored.
 #pragma once
 
 #include "simulator/CoreFoundation/hash_table.hpp"

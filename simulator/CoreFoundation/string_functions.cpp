@@ -16,7 +16,7 @@ CFStringRef create_from(std::string_view bytes, CFStringEncoding encoding, bool 
     return text ? create_string(*text) : nullptr;
 }
 
-// Leaves an empty text where there is no room for all of it and its terminator.
+// Leaves an empty text where the buffer is too small for all of it and its terminator.
 bool copy_terminated(std::string_view text, std::span<char> buffer) {
     bool const fits = text.size() < buffer.size();
     auto const length = fits ? text.copy(buffer.data(), text.size()) : 0;
@@ -24,7 +24,7 @@ bool copy_terminated(std::string_view text, std::span<char> buffer) {
     return fits;
 }
 
-// The most bytes that one UTF-16 unit can become.
+// Returns the most bytes that one UTF-16 unit can become.
 CFIndex bytes_per_unit(CFStringEncoding encoding) {
     switch (encoding) {
     case kCFStringEncodingUTF8:

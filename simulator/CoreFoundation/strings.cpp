@@ -108,9 +108,9 @@ CFStringRef create_utf8_string(std::string_view text, mutability wanted) {
         return create_ascii_string(text, wanted);
     }
     auto const length = utf16_length(text);
-    auto * const string = create_with_room<__CFString>(length * sizeof(char16_t), nullptr,
-                                                       static_cast<CFIndex>(length), true,
-                                                       wanted == mutability::is_mutable);
+    auto * const string = create_with_extra<__CFString>(length * sizeof(char16_t), nullptr,
+                                                        static_cast<CFIndex>(length), true,
+                                                        wanted == mutability::is_mutable);
     auto * const storage = reinterpret_cast<char16_t *>(string + 1);
     string->storage = storage;
     if (!decode_utf8(text, storage)) {

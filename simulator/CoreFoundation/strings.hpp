@@ -1,12 +1,12 @@
-// Strings inside: how they are stored, read and made.
+// How strings are stored, read and created.
 #pragma once
 
 #include "simulator/CoreFoundation/runtime.hpp"
 
 #include <span>
 
-// The text is stored in 8 bits a character exactly if it is all ASCII, else as UTF-16; so equal
-// texts are always stored alike. The storage follows the object or is a constant.
+// The text is stored in 8 bits a character if it is all ASCII, else as UTF-16, so that equal texts
+// are always stored alike. The storage follows the object or is a constant.
 struct __CFString : cf::object {
     static cf::object_type const class_type;
 
@@ -35,7 +35,7 @@ namespace cf {
 
 enum class mutability : bool { immutable, is_mutable };
 
-// A borrowed look at a string's text, or at text that may become one. Exactly one of the two views
+// A view of a string's text, or of text that may become one. Exactly one of the two views
 // holds it.
 class string_contents {
 public:
@@ -76,21 +76,21 @@ inline string_contents contents_of(CFStringRef string) {
     return string_contents{*string};
 }
 
-// The hash of a string with this text.
+// Returns the hash of a string with this text.
 CFHashCode hash_of_ascii(std::string_view text) noexcept;
 CFHashCode hash_of_utf16(std::u16string_view text) noexcept; // at least one unit is not ASCII
 
-// True if all characters are below 0x80.
+// Returns whether all characters are below 0x80.
 bool is_ascii(std::string_view text) noexcept;
 
-// New strings, owned by the caller. The text of the first must be ASCII; the second takes any code
-// units, lone surrogates too; the third answers null for invalid UTF-8 and drops no byte-order
+// Create strings, owned by the caller. The text of the first must be ASCII; the second takes any
+// code units, lone surrogates too; the third returns null for invalid UTF-8 and keeps a byte-order
 // mark.
 CFStringRef create_ascii_string(std::string_view text, mutability wanted = mutability::immutable);
 CFStringRef create_string(std::u16string_view text, mutability wanted = mutability::immutable);
 CFStringRef create_utf8_string(std::string_view text, mutability wanted = mutability::immutable);
 
-// An immortal string that is never counted.
+// Creates an immortal string that is never counted.
 CFStringRef create_constant_string(std::u16string_view text);
 
 // Appends the string's text, code unit by code unit.

@@ -24,7 +24,7 @@ std::string node::text() const {
     }
     auto result = whole_text(static_cast<CFStringRef>(m_value));
     if (!result) {
-        fail("is no valid Unicode text");
+        fail("is not valid Unicode text");
     }
     return *result;
 }
@@ -114,7 +114,7 @@ dictionary_node::dictionary_node(node const & self)
         auto const name =
             key.is_string() ? whole_text(static_cast<CFStringRef>(key.value())) : std::nullopt;
         if (!name) {
-            self.fail("has a key that is no valid text");
+            self.fail("has a key that is not valid text");
         }
         m_entries.push_back(
             {static_cast<CFStringRef>(keys[index]), *name, self.child(*name, values[index])});

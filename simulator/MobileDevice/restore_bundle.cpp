@@ -110,7 +110,7 @@ std::optional<bundle_fault> check_archive(std::string const & path) {
     }
     auto const directory = read_central_directory(file);
     if (!directory) {
-        return bundle_fault{amr_file_error, path + " is no ZIP archive"};
+        return bundle_fault{amr_file_error, path + " is not a ZIP archive"};
     }
     return lists_manifest(*directory) ? std::nullopt : std::optional{lacks_manifest(path)};
 }

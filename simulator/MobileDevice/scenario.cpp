@@ -224,7 +224,7 @@ scenario parse_scenario(std::span<std::uint8_t const> bytes) {
         kCFAllocatorDefault, data.get(), kCFPropertyListImmutable, &format, nullptr));
     if (!root ||
         (format != kCFPropertyListXMLFormat_v1_0 && format != kCFPropertyListBinaryFormat_v1_0)) {
-        throw scenario_fault{"is no property list in XML or binary form"};
+        throw scenario_fault{"is not a property list in XML or binary form"};
     }
     return read_scenario(root.get());
 }

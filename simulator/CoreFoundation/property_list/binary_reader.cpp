@@ -74,8 +74,8 @@ public:
     }
 
 private:
-    // How often the objects of a document may cover the same bytes before it counts as hostile:
-    // sound documents never do, but a few bytes could stand for any number of long objects.
+    // How often the objects of a document may share the same bytes before it counts as hostile:
+    // valid documents never do, but a few bytes could mean any number of long objects.
     static constexpr std::size_t most_overlap = 16;
 
     // An object and how many levels of containers it consists of. While it is being read there is
@@ -116,7 +116,7 @@ private:
         return static_cast<std::size_t>(offset);
     }
 
-    // Objects are known by their places, as several numbers may stand for the same place.
+    // Objects are known by their places, as several numbers may mean the same place.
     known_object const & read_object(std::uint64_t number, std::size_t levels_left) {
         auto const offset = offset_of(number);
         auto const [entry, is_new] = known_objects.try_emplace(offset);
@@ -252,7 +252,7 @@ private:
         }
     }
 
-    // The child that the reference at the index means; it belongs to known_objects.
+    // Returns the child that the reference at the index means; it belongs to known_objects.
     CFTypeRef child(byte_span references, std::size_t index, std::size_t levels_left,
                     known_object & parent) {
         auto const size = trailer.reference_size;
@@ -262,8 +262,8 @@ private:
         return known.reference.get();
     }
 
-    // A key or a member of a set: no container, for hashes of containers say little, and a hostile
-    // document could let the table of the collection compare them for ever.
+    // Returns a key or a member of a set, which cannot be a container: hashes of containers say
+    // little, and with a hostile document the table of the collection could compare them for ever.
     CFTypeRef hashed_child(byte_span references, std::size_t index, std::size_t levels_left,
                            known_object & parent) {
         auto const * const object = child(references, index, levels_left, parent);

@@ -8,7 +8,7 @@
 
 namespace cf {
 
-// The root object; null if the bytes are not a sound binary property list.
+// Returns the root object; null if the bytes are not a valid binary property list.
 owned_reference read_binary_property_list(std::span<UInt8 const> bytes,
                                           property_list_options options);
 

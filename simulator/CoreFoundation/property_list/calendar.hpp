@@ -17,12 +17,12 @@ struct utc_fields {
     int second = 0;
 };
 
-// The moment that the fields mean. They need not be in their ranges: what is too much counts on
-// into the next larger unit, and month 0 is month 1.
+// Returns the moment that the fields mean. They need not be in their ranges: what exceeds one
+// carries over into the next larger unit, and month 0 is month 1.
 CFAbsoluteTime absolute_time(utc_fields const & fields);
 
-// The moment as YYYY-MM-DDThh:mm:ssZ, rounded down to the second. What is no moment at all or too
-// far away is written as some date.
+// Returns the moment as YYYY-MM-DDThh:mm:ssZ, rounded down to the second; for a NaN, or a moment
+// too far away, some date.
 std::string utc_text(CFAbsoluteTime time);
 
 } // namespace cf

@@ -7,14 +7,14 @@
 
 namespace cf {
 
-// Thrown by the readers: what is wrong with the document. UTF-8, or Latin-1 where it quotes bytes
-// that are not.
+// Says what is wrong with a document; thrown by the readers. The text is UTF-8, or Latin-1 where it
+// quotes bytes that are not.
 struct property_list_syntax_error {
     std::string text;
 };
 
-// A new error of the Cocoa domain with a debugging text, owned by the caller. `old_style` is what
-// the old-style parser said, if it was asked too.
+// Creates an error of the Cocoa domain with a debugging text, owned by the caller. `old_style` is
+// the old-style reader's text, if it has read the document too.
 CFErrorRef create_property_list_error(CFIndex code, std::string const & text,
                                       std::optional<std::string> const & old_style = {});
 

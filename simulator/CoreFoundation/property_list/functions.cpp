@@ -19,17 +19,17 @@ struct read_result {
     CFPropertyListFormat format;
 };
 
-// Thrown when nothing could be read.
+// Thrown when no reader understands the document.
 struct unreadable {
     std::string text;
-    std::optional<std::string> old_style; // what the old-style parser said
+    std::optional<std::string> old_style; // the old-style reader's text
 };
 
 std::string_view characters_of(std::span<UInt8 const> bytes) {
     return {reinterpret_cast<char const *>(bytes.data()), bytes.size()};
 }
 
-// The whole document as UTF-16; throws property_list_syntax_error.
+// Returns the whole document as UTF-16; throws property_list_syntax_error.
 std::u16string decoded(std::string_view document, document_encoding const & encoding) {
     auto text = decode(document.substr(encoding.skipped), encoding.encoding, encoding.external);
     if (!text) {

@@ -47,7 +47,7 @@ std::optional<unsigned> hexadecimal_value(char16_t unit) {
     return {};
 }
 
-// What a letter behind a backslash stands for; any other unit stands for itself.
+// Returns what a letter behind a backslash means; any other unit means itself.
 constexpr char16_t escaped(char16_t unit) {
     switch (unit) {
     case 'a':
@@ -192,7 +192,7 @@ bool old_style_reader::begins_container() {
     return next_is('{') || next_is('(');
 }
 
-// The object that has to stand here.
+// Reads the object that has to be here.
 owned_reference old_style_reader::read_object() {
     if (begins_container() && depth == deepest_property_list) {
         fail("Too many nested arrays or dictionaries at line");
@@ -204,7 +204,7 @@ owned_reference old_style_reader::read_object() {
     return object;
 }
 
-// Null if no object stands here, or one that would nest too deeply.
+// Reads an object; returns null if there is none here, or one that would nest too deeply.
 owned_reference old_style_reader::read_optional_object() {
     if (begins_container()) {
         return depth == deepest_property_list ? nullptr : read_container();

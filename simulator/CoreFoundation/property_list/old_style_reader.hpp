@@ -6,7 +6,7 @@
 
 namespace cf {
 
-// The root object; a text of nothing but white space and comments is an empty dictionary. Throws
+// Returns the root object; a text of white space and comments alone is an empty dictionary. Throws
 // property_list_syntax_error.
 owned_reference read_old_style_property_list(string_contents text, property_list_options options);
 

@@ -1,4 +1,4 @@
-// What the options of CFPropertyListCreateWithData mean for the objects that a reader creates.
+// Returns which objects a reader creates mutable.
 #pragma once
 
 #include "simulator/CoreFoundation/strings.hpp"

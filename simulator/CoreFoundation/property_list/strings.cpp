@@ -47,7 +47,7 @@ void property_list_strings::grow() {
     table = std::move(larger);
 }
 
-// The slot that has the text, or is free for it.
+// Returns the slot that has the text, or the free one for it.
 template <typename Text>
 property_list_strings::string_slot & property_list_strings::slot_of(Text text, CFHashCode hash) {
     if (taken * 2 >= table.size()) {

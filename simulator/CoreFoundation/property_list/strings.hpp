@@ -1,4 +1,4 @@
-// The strings of one document: equal texts become one object, unless they are to be mutable.
+// The strings of one document: equal texts become one object, unless they are mutable.
 #pragma once
 
 #include "simulator/CoreFoundation/property_list/options.hpp"
@@ -15,8 +15,8 @@ public:
     property_list_strings & operator=(property_list_strings const &) = delete;
     ~property_list_strings();
 
-    // The string with this text, one reference of it owned by the caller; null if the text is not
-    // valid UTF-8.
+    // Returns the string with this text, one reference of it owned by the caller; null if the text
+    // is not valid UTF-8.
     CFStringRef from_utf8(std::string_view text);
     CFStringRef from_utf16(std::u16string_view text);
 

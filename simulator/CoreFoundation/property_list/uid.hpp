@@ -1,4 +1,4 @@
-// The object that a keyed archive refers to others with: a number of its own type.
+// The object with which a keyed archive refers to others: a number of a separate type.
 #pragma once
 
 #include "simulator/CoreFoundation/runtime.hpp"

@@ -9,7 +9,7 @@ namespace cf {
 // Appends one code point, which must not be a surrogate.
 void append_code_point(std::string & text, char32_t code_point);
 
-// Appends UTF-16 text; stops and answers false at a surrogate without its other half.
+// Appends UTF-16 text; stops and returns false at a surrogate without its other half.
 bool append_utf16(std::string & text, std::u16string_view units);
 
 constexpr bool is_high_surrogate(char32_t unit) {

@@ -28,7 +28,7 @@ bool is_leaf(CFTypeID type) {
            type == keyed_archiver_uid::class_type.id;
 }
 
-// Walks the containers with a stack of its own, so that no nesting is too deep.
+// Walks the containers with an explicit stack, so that no nesting is too deep.
 class validator {
 public:
     void check(CFPropertyListRef root) {

@@ -1,4 +1,4 @@
-// What may be written as a property list in XML.
+// Decides what may be written as a property list in XML.
 #pragma once
 
 #include "platform/CoreFoundation.h"
@@ -8,7 +8,7 @@
 
 namespace cf {
 
-// Returns what forbids to write the object in XML, or nothing.
+// Returns why the object cannot be written in XML, or nothing.
 std::optional<std::string> property_list_fault(CFPropertyListRef root);
 
 } // namespace cf

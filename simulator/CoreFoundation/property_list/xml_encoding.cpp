@@ -19,7 +19,7 @@ struct byte_order_mark {
     document_encoding encoding;
 };
 
-// A longer mark stands before the one that it begins with. That of UTF-32 is known only in
+// A longer mark comes before the one that it begins with. That of UTF-32 is known only in
 // little-endian order.
 constexpr byte_order_mark byte_order_marks[] = {
     {"\xef\xbb\xbf"sv, {kCFStringEncodingUTF8, 3, false}},
@@ -75,7 +75,7 @@ document_encoding named_encoding(std::string_view name) {
     throw property_list_syntax_error{"End of buffer while looking for encoding name"};
 }
 
-// The value of the attribute at the beginning of the text.
+// Returns the value of the attribute at the beginning of the text.
 document_encoding declared_encoding(std::string_view text) {
     text.remove_prefix(attribute.size());
     if (text.empty()) {
@@ -92,7 +92,7 @@ document_encoding declared_encoding(std::string_view text) {
     return named_encoding(text.substr(1, end - 1));
 }
 
-// The declaration is searched only where a whole attribute could still stand.
+// The declaration is searched only where there is still space for a whole attribute.
 document_encoding encoding_of_declaration(std::string_view document) {
     auto const end = document.find(declaration_end);
     if (document == declaration || end == document.size() - declaration_end.size()) {

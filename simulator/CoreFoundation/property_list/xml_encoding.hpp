@@ -1,4 +1,4 @@
-// In which encoding a document is.
+// Finds the encoding of a document.
 #pragma once
 
 #include "platform/CoreFoundation.h"
@@ -11,10 +11,10 @@ namespace cf {
 struct document_encoding {
     CFStringEncoding encoding;
     std::size_t skipped; // bytes before the text
-    bool external;       // whether the text begins with a byte-order mark of its own
+    bool external;       // whether the text begins with another byte-order mark
 };
 
-// Decided by the byte-order mark, else by zero bytes, else by the XML declaration, else UTF-8.
+// Decides by the byte-order mark, else by zero bytes, else by the XML declaration, else for UTF-8.
 // Throws property_list_syntax_error if the declaration names an unknown encoding or is too short.
 document_encoding find_encoding(std::string_view document);
 

@@ -50,8 +50,7 @@ bool is_container(element_kind kind) {
     return kind == element_kind::plist || kind == element_kind::array || kind == element_kind::dict;
 }
 
-// Keeps the containers under way on a stack of its own: the tag that plist is may nest without
-// limit.
+// Keeps open containers on an explicit stack, since plist tags may nest without limit.
 class xml_reader {
 public:
     xml_reader(std::string_view document, property_list_options wanted)
@@ -83,7 +82,7 @@ public:
     }
 
 private:
-    // A container under way; its children are the values from `first` on, those of a dict keys
+    // An open container; its children are the values from `first` on, those of a dict keys
     // and values in turn.
     struct container_frame {
         element_name const * name;
@@ -118,7 +117,7 @@ private:
     std::size_t depth = 0; // of array and dict
 };
 
-// Ends behind the "<" of the first element.
+// Stops behind the "<" of the first element.
 void xml_reader::skip_prolog() {
     for (;;) {
         scanner.skip_space();
@@ -180,7 +179,7 @@ bool xml_reader::awaits_value() const {
     return frame.name->kind == element_kind::dict && (values.size() - frame.first) % 2 == 1;
 }
 
-// The document ends, or its container does, where an element should stand.
+// The document ends, or its container does, where an element should be.
 void xml_reader::fail_without_element() {
     if (!frames.empty() && awaits_value()) {
         scanner.fail_on_line("Value missing for key inside <dict> at line");
@@ -188,7 +187,7 @@ void xml_reader::fail_without_element() {
     scanner.fail_at_end();
 }
 
-// Ends behind the "<" of an open tag, or before that of a close tag.
+// Stops behind the "<" of an open tag, or before that of a close tag.
 bool xml_reader::find_open_tag() {
     for (;;) {
         scanner.skip_space();
@@ -215,7 +214,7 @@ bool xml_reader::find_open_tag() {
     }
 }
 
-// The tag up to its first ">", even if that stands in the value of an attribute.
+// Reads the tag up to its first ">", even if that is in the value of an attribute.
 tag xml_reader::read_tag() {
     auto inside = scanner.take_until('>');
     if (scanner.at_end()) {
@@ -389,7 +388,7 @@ CFTypeRef xml_reader::create_dictionary(std::span<CFTypeRef const> keys_and_valu
     return dictionary;
 }
 
-// Hands a complete element to its parent.
+// Passes a complete element on to its parent.
 void xml_reader::add(CFTypeRef value, element_kind kind) {
     values.push_back(value);
     if (frames.empty()) {

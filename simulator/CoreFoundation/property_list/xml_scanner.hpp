@@ -1,4 +1,4 @@
-// The characters of an XML document: where the reader stands, and what is wrong there.
+// Goes through the characters of an XML document, and reports what is wrong with them.
 #pragma once
 
 #include <fmt/format.h>
@@ -34,7 +34,7 @@ public:
             ++current;
         }
     }
-    // The text before the character, which becomes the current one; or all the rest.
+    // Returns the text before the character, which becomes the current one; or all the rest.
     std::string_view take_until(char character) {
         auto const * const found =
             static_cast<char const *>(std::memchr(current, character, left()));
@@ -48,10 +48,10 @@ public:
         return character == ' ' || character == '\t' || character == '\n' || character == '\r';
     }
 
-    // The number of the current line, from 1.
+    // Returns the number of the current line, from 1.
     std::size_t line() const;
 
-    // The current character, for a message.
+    // Returns the current character, for a message.
     std::string character() const;
 
     // Throw property_list_syntax_error. The text of the second ends with the number of the current

@@ -1,4 +1,4 @@
-// What stands between an open tag and its close tag, for the elements without children.
+// Reads what is between an open tag and its close tag, for elements without children.
 #pragma once
 
 #include "simulator/CoreFoundation/property_list/strings.hpp"
@@ -8,7 +8,7 @@
 
 namespace cf {
 
-// The value of a digit of the base, or nothing.
+// Returns the value of a digit of the base, or nothing.
 inline std::optional<unsigned> digit_value(char character, unsigned base) {
     unsigned value = base;
     if (character >= '0' && character <= '9') {
@@ -21,7 +21,7 @@ inline std::optional<unsigned> digit_value(char character, unsigned base) {
     return value < base ? std::optional{value} : std::nullopt;
 }
 
-// Each reads up to the next tag and answers a new object, owned by the caller. They throw
+// Each reads up to the next tag and returns a new object, owned by the caller. They throw
 // property_list_syntax_error.
 CFStringRef read_xml_string(xml_scanner & scanner, property_list_strings & strings);
 CFDataRef read_xml_data(xml_scanner & scanner, property_list_options options);

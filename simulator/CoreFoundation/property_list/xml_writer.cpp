@@ -69,7 +69,7 @@ std::size_t chunk_length(std::u16string_view text) {
     return cuts_pair ? length - 1 : length;
 }
 
-// Walks the containers with a stack of its own, so that no nesting is too deep.
+// Walks the containers with an explicit stack, so that no nesting is too deep.
 class xml_writer {
 public:
     std::string write(CFPropertyListRef root) {
@@ -99,7 +99,7 @@ private:
         CFStringRef key;
         CFTypeRef value;
     };
-    // A container under way: an array's elements, or its part of entries for a dictionary.
+    // An open container: an array's elements, or its part of entries for a dictionary.
     struct container_frame {
         CFTypeRef container;
         bool is_dictionary;
@@ -255,7 +255,7 @@ private:
 
     std::string output;
     std::vector<container_frame> frames;
-    std::vector<dictionary_entry> entries; // of the dictionaries under way, each sorted by key
+    std::vector<dictionary_entry> entries; // of the open dictionaries, each sorted by key
 };
 
 } // namespace

@@ -7,7 +7,7 @@
 
 namespace cf {
 
-// The document. The root must have passed property_list_fault.
+// Returns the document. For the root, property_list_fault must return nothing.
 std::string write_xml_property_list(CFPropertyListRef root);
 
 } // namespace cf

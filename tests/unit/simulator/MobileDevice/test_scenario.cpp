@@ -374,7 +374,7 @@ TEST(Scenario, ABinaryFileIsRead) {
 }
 
 TEST(Scenario, OtherFilesAreFaults) {
-    constexpr auto fault = "is no property list in XML or binary form";
+    constexpr auto fault = "is not a property list in XML or binary form";
     EXPECT_EQ(fault_of(""), fault);
     EXPECT_EQ(fault_of("   \n"), fault);
     EXPECT_EQ(fault_of("{ TimeScale = 1; }"), fault);
