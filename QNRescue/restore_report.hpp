@@ -1,8 +1,8 @@
 #pragma once
 
-#include "platform/cf_ownership.hpp"
 #include "QNRescue/command_kind.hpp"
 #include "QNRescue/restore_vocabulary.hpp"
+#include "platform/cf_ownership.hpp"
 
 #include <cstdint>
 #include <optional>

@@ -26,20 +26,20 @@ constinit std::atomic<std::int64_t> live_object_count{0};
 class last_line {
 public:
     last_line()
-        : m_end{std::ranges::copy(prefix, m_text.data()).out} {
-        m_end = std::to_chars(m_end, m_text.end() - 1,
-                              live_object_count.load(std::memory_order_relaxed))
-                    .ptr;
-        *m_end++ = '\n';
+        : end{std::ranges::copy(prefix, characters.data()).out} {
+        end = std::to_chars(end, characters.end() - 1,
+                            live_object_count.load(std::memory_order_relaxed))
+                  .ptr;
+        *end++ = '\n';
     }
 
-    std::string_view text() const { return {m_text.data(), m_end}; }
+    std::string_view text() const { return {characters.data(), end}; }
 
 private:
     static constexpr std::string_view prefix = "live-objects ";
 
-    std::array<char, 64> m_text;
-    char * m_end;
+    std::array<char, 64> characters;
+    char * end;
 };
 
 } // namespace

@@ -42,7 +42,7 @@ void write_call(traced_call & call, std::string_view result) {
     simulator::instance().calls().write_line(call.result(result));
 }
 
-// One call that asks a device something; a null device has the answer of a default value.
+// Makes one call that reads something of a device; for a null device, returns a default value.
 template <typename Read>
 auto ask(char const * function, AMRestorableDeviceRef object, Read read) {
     simulator::instance();
@@ -54,7 +54,7 @@ auto ask(char const * function, AMRestorableDeviceRef object, Read read) {
     return answer;
 }
 
-// One call that asks for what the scenario says of a device.
+// Makes one call that returns what the scenario says of a device.
 template <typename Field>
 auto ask(char const * function, AMRestorableDeviceRef object, Field device_description::*field) {
     return ask(function, object,
@@ -68,7 +68,7 @@ CFStringRef copy_string(char const * function, AMRestorableDeviceRef object,
     });
 }
 
-// Null where registration succeeds.
+// Returns null where registration succeeds.
 cf_owner<CFErrorRef> registration_error(AMRestorableDeviceNotificationCallback callback) {
     if (!callback) {
         return make_error(CFSTR("AMRestoreErrorDomain"), amr_bad_argument, nullptr, nullptr);
@@ -89,13 +89,14 @@ int enable_file_logging(char const * path) {
 
 } // namespace
 
-int AMDeviceNotificationSubscribe(AMDeviceNotificationCallback, unsigned int minimumInterfaceSpeed,
-                                  unsigned int connectionType, void * context,
+int AMDeviceNotificationSubscribe(AMDeviceNotificationCallback,
+                                  unsigned int minimum_interface_speed,
+                                  unsigned int connection_type, void * context,
                                   AMDeviceNotificationRef * subscription) {
     static char subscribed;
     traced_call call{__func__};
-    call.argument("minimumInterfaceSpeed", fmt::to_string(minimumInterfaceSpeed))
-        .argument("connectionType", fmt::to_string(connectionType))
+    call.argument("minimumInterfaceSpeed", fmt::to_string(minimum_interface_speed))
+        .argument("connectionType", fmt::to_string(connection_type))
         .argument("context", format_presence(context));
     if (subscription) {
         *subscription = reinterpret_cast<AMDeviceNotificationRef>(&subscribed);
@@ -144,13 +145,13 @@ int AMRestorableDeviceRegisterForNotifications(AMRestorableDeviceNotificationCal
     return id;
 }
 
-int AMRestorableDeviceUnregisterForNotifications(int clientID) {
+int AMRestorableDeviceUnregisterForNotifications(int client_id) {
     auto & simulator = simulator::instance();
-    int const result = simulator.center().has_client(clientID) ? 0 : amr_bad_argument;
+    int const result = simulator.center().has_client(client_id) ? 0 : amr_bad_argument;
     traced_call call{__func__};
-    call.argument("clientID", fmt::to_string(clientID));
-    write_call(call, fmt::to_string(result)); // before those of a notification under way
-    simulator.center().remove_client(clientID);
+    call.argument("clientID", fmt::to_string(client_id));
+    write_call(call, fmt::to_string(result)); // before the calls of a running notification
+    simulator.center().remove_client(client_id);
     return result;
 }
 
@@ -212,16 +213,16 @@ AMRecoveryModeDeviceRef AMRestorableDeviceCopyRecoveryModeDevice(AMRestorableDev
     return has_one ? retain(shown->recovery_mode_device.get()).release() : nullptr;
 }
 
-AMRError AMRecoveryModeDeviceSetAutoBoot(AMRecoveryModeDeviceRef device, unsigned char autoBoot) {
+AMRError AMRecoveryModeDeviceSetAutoBoot(AMRecoveryModeDeviceRef device, unsigned char auto_boot) {
     simulator::instance();
     auto const subject = device::from(device, __func__);
     auto const result = subject ? subject->description().set_auto_boot_error : amr_bad_argument;
     if (subject && result == kAMRSuccess) {
-        subject->auto_boot = autoBoot != 0;
+        subject->auto_boot = auto_boot != 0;
     }
     traced_call call{__func__};
     call.argument("device", format_device(subject))
-        .argument("autoBoot", format_boolean(autoBoot != 0));
+        .argument("autoBoot", format_boolean(auto_boot != 0));
     write_call(call, fmt::to_string(result));
     return static_cast<AMRError>(result);
 }

@@ -1,4 +1,4 @@
-// The restore options that the platform gives where the user sets none.
+// The restore options of the platform.
 #pragma once
 
 #include "simulator/MobileDevice/values.hpp"

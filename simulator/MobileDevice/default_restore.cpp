@@ -16,7 +16,7 @@ struct step {
 
 constexpr int booting = 9;
 
-// The last of these is where a bundle that cannot be used shows.
+// A bundle that cannot be used fails at the last of these.
 constexpr step opening_steps[] = {
     {3, 1},   // Connecting to device
     {4, 2},   // Connected to device

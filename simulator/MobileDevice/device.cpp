@@ -13,8 +13,8 @@ void end_presence(CFAllocatorRef, void const * ending) {
     live_objects::instance().remove(target->object);
 }
 
-// An array with one element is what this library's objects are made of, as CoreFoundation lets
-// nobody add types.
+// The objects of this library are arrays with one element, as CoreFoundation has no public way to
+// add types.
 CFArrayCallBacks const one_presence{0, nullptr, end_presence, nullptr, nullptr};
 
 template <typename Object>
@@ -45,7 +45,7 @@ device::device(device_description const & description)
     , recovery{kAMRestorableDeviceStateRecovery, description.recovery_mode_device}
     , restore_os{kAMRestorableDeviceStateRestoreOS, false}
     , booted_os{kAMRestorableDeviceStateBootedOS, false}
-    , m_description{description} {}
+    , described{description} {}
 
 presence const * device::from(AMRestorableDeviceRef object, char const * function) {
     return presence_of(object, function);

@@ -1,4 +1,4 @@
-// Scripted devices and the CoreFoundation objects that stand for them.
+// Scripted devices and the CoreFoundation objects that represent them.
 #pragma once
 
 #include "platform/MobileDevice.h"
@@ -9,7 +9,7 @@
 
 namespace mobile_device {
 
-// How a device shows itself from one arrival to its departure.
+// The properties that a device has from its arrival to its departure.
 struct appearance {
     int state;
     bool recovery_mode_device;
@@ -17,12 +17,11 @@ struct appearance {
 
 class device;
 
-// What an object stands for, with which it goes: an object answers the same for as long as it is
-// held.
+// What an object represents. It is destroyed with the object, and never changes.
 struct presence {
     device & owner;
     int state = 0;
-    cf_owner<AMRecoveryModeDeviceRef> recovery_mode_device = {}; // null: it has none
+    cf_owner<AMRecoveryModeDeviceRef> recovery_mode_device = {}; // null: absent
     void const * object = nullptr;                               // borrowed
 };
 
@@ -33,18 +32,17 @@ public:
     device(device const &) = delete;
     device & operator=(device const &) = delete;
 
-    // What the object stands for; null for null. The use of an object after its last release ends
-    // the process in the name of the function.
+    // Return what the object represents; null for null. The use of an object after its last release
+    // ends the process in the name of the function.
     static presence const * from(AMRestorableDeviceRef object, char const * function);
     static device * from(AMRecoveryModeDeviceRef object, char const * function);
 
-    // Leaves it to CoreFoundation from now on what a late use of an object leads to, so that no
-    // lock is needed.
+    // Ends the check for the use of released objects, so that no lock is needed any more.
     static void stop_watching();
 
-    device_description const & description() const { return m_description; }
+    device_description const & description() const { return described; }
 
-    // A new object, as each arrival has one of its own.
+    // Creates an object, as each arrival has another one.
     cf_owner<AMRestorableDeviceRef> make_object(appearance const & as);
 
     std::atomic<bool> auto_boot = false;
@@ -54,14 +52,14 @@ public:
     appearance const restore_os;
     appearance const booted_os;
 
-    // Of the delivery thread alone: how the device shows itself, its object while it is attached,
-    // and whether the scenario has taken it away for good.
+    // For the delivery thread alone: the present properties, the object while the device is
+    // attached, and whether the scenario has unplugged it for good.
     appearance const * current = &initial;
     cf_owner<AMRestorableDeviceRef> attached;
     bool unplugged = false;
 
 private:
-    device_description const & m_description;
+    device_description const & described;
 };
 
 } // namespace mobile_device

@@ -72,11 +72,11 @@ std::unique_ptr<append_file> append_file::open(std::string const & path) {
 void append_file::write_line(std::string_view line) {
     auto const text = std::string{line} + '\n';
     DWORD written = 0;
-    WriteFile(m_handle, text.data(), static_cast<DWORD>(text.size()), &written, nullptr);
+    WriteFile(handle, text.data(), static_cast<DWORD>(text.size()), &written, nullptr);
 }
 
 append_file::~append_file() {
-    CloseHandle(m_handle);
+    CloseHandle(handle);
 }
 
 #else
@@ -93,11 +93,11 @@ std::unique_ptr<append_file> append_file::open(std::string const & path) {
 
 void append_file::write_line(std::string_view line) {
     auto const text = std::string{line} + '\n';
-    [[maybe_unused]] auto const written = ::write(m_handle, text.data(), text.size());
+    [[maybe_unused]] auto const written = ::write(handle, text.data(), text.size());
 }
 
 append_file::~append_file() {
-    ::close(m_handle);
+    ::close(handle);
 }
 
 #endif
@@ -137,19 +137,18 @@ void remove_file(std::string const & path) {
 
 input_file::input_file(std::filesystem::path const & path) {
     std::error_code error;
-    m_size = std::filesystem::file_size(path, error); // an error for a folder
+    length = std::filesystem::file_size(path, error); // an error for a folder
     if (!error) {
-        m_file.reset(open_stream(path, false));
+        stream.reset(open_stream(path, false));
     }
 }
 
-std::optional<std::vector<std::uint8_t>> input_file::read(std::uint64_t offset,
-                                                          std::size_t length) {
-    if (offset > m_size || length > m_size - offset || !seek(m_file.get(), offset)) {
+std::optional<std::vector<std::uint8_t>> input_file::read(std::uint64_t offset, std::size_t count) {
+    if (offset > length || count > length - offset || !seek(stream.get(), offset)) {
         return std::nullopt;
     }
-    std::vector<std::uint8_t> result(length);
-    if (std::fread(result.data(), 1, length, m_file.get()) != length) {
+    std::vector<std::uint8_t> result(count);
+    if (std::fread(result.data(), 1, count, stream.get()) != count) {
         return std::nullopt;
     }
     return result;

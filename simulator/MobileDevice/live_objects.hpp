@@ -1,4 +1,4 @@
-// Which of this library's objects have not been released for the last time.
+// The objects of this library that have not been destroyed.
 #pragma once
 
 #include <atomic>
@@ -9,7 +9,7 @@ namespace mobile_device {
 
 class live_objects {
 public:
-    // The one list of the process. Never destroyed, as objects may outlive everything else.
+    // Returns the one list of the process. Never destroyed, as objects may outlive everything else.
     static live_objects & instance();
 
     void add(void const * object);
@@ -17,12 +17,12 @@ public:
     bool contains(void const * object);
 
     // From now on nothing is listed, every object counts as live, and no lock is taken.
-    void stop() { m_stopped = true; }
+    void stop() { stopped = true; }
 
 private:
-    std::atomic<bool> m_stopped = false;
-    std::mutex m_mutex;
-    std::unordered_set<void const *> m_objects;
+    std::atomic<bool> stopped = false;
+    std::mutex mutex;
+    std::unordered_set<void const *> objects;
 };
 
 } // namespace mobile_device

@@ -10,19 +10,19 @@ namespace mobile_device {
 
 void node::fail(std::string_view fault) const {
     throw scenario_fault{
-        on_one_line(fmt::format("{}: {}", m_path.empty() ? "root" : m_path, fault))};
+        on_one_line(fmt::format("{}: {}", key_path.empty() ? "root" : key_path, fault))};
 }
 
 bool node::is_integer() const {
-    return CFGetTypeID(m_value) == CFNumberGetTypeID() &&
-           !CFNumberIsFloatType(static_cast<CFNumberRef>(m_value));
+    return CFGetTypeID(held) == CFNumberGetTypeID() &&
+           !CFNumberIsFloatType(static_cast<CFNumberRef>(held));
 }
 
 std::string node::text() const {
     if (!is_string()) {
         fail("must be a string");
     }
-    auto result = whole_text(static_cast<CFStringRef>(m_value));
+    auto result = whole_text(static_cast<CFStringRef>(held));
     if (!result) {
         fail("is not valid Unicode text");
     }
@@ -33,22 +33,22 @@ cf_owner<CFStringRef> node::string() const {
     if (!is_string()) {
         fail("must be a string");
     }
-    return retain(static_cast<CFStringRef>(m_value));
+    return retain(static_cast<CFStringRef>(held));
 }
 
 bool node::boolean() const {
-    if (CFGetTypeID(m_value) != CFBooleanGetTypeID()) {
+    if (CFGetTypeID(held) != CFBooleanGetTypeID()) {
         fail("must be a boolean");
     }
-    return CFBooleanGetValue(static_cast<CFBooleanRef>(m_value));
+    return CFBooleanGetValue(static_cast<CFBooleanRef>(held));
 }
 
 double node::amount() const {
-    if (CFGetTypeID(m_value) != CFNumberGetTypeID()) {
+    if (CFGetTypeID(held) != CFNumberGetTypeID()) {
         fail("must be a number");
     }
     double result = 0;
-    CFNumberGetValue(static_cast<CFNumberRef>(m_value), kCFNumberFloat64Type, &result);
+    CFNumberGetValue(static_cast<CFNumberRef>(held), kCFNumberFloat64Type, &result);
     if (!std::isfinite(result) || result < 0) {
         fail("must be finite and not negative");
     }
@@ -57,12 +57,12 @@ double node::amount() const {
 
 // A property list holds integers of up to 128 bits, and what is read as 64 bits is their low half.
 // An integer is that half, with or without a sign, exactly where they have the same floating-point
-// value: the value of a wider one lies a multiple of 2^64 away, which no rounding hides.
+// value: that of a wider integer differs by a multiple of 2^64, which no rounding hides.
 node::whole_number node::whole() const {
     if (!is_integer()) {
         fail("must be an integer");
     }
-    auto const number = static_cast<CFNumberRef>(m_value);
+    auto const number = static_cast<CFNumberRef>(held);
     std::int64_t low = 0;
     double rounded = 0;
     CFNumberGetValue(number, kCFNumberSInt64Type, &low);
@@ -86,21 +86,21 @@ std::vector<node> node::elements() const {
     if (!is_array()) {
         fail("must be an array");
     }
-    auto const array = static_cast<CFArrayRef>(m_value);
+    auto const array = static_cast<CFArrayRef>(held);
     std::vector<node> result;
     for (CFIndex index = 0; index < CFArrayGetCount(array); ++index) {
         result.emplace_back(CFArrayGetValueAtIndex(array, index),
-                            fmt::format("{}[{}]", m_path, index));
+                            fmt::format("{}[{}]", key_path, index));
     }
     return result;
 }
 
 node node::child(std::string_view key, CFTypeRef value) const {
-    return {value, m_path.empty() ? std::string{key} : fmt::format("{}.{}", m_path, key)};
+    return {value, key_path.empty() ? std::string{key} : fmt::format("{}.{}", key_path, key)};
 }
 
-dictionary_node::dictionary_node(node const & self)
-    : m_self{self} {
+dictionary_node::dictionary_node(node const & from)
+    : self{from} {
     if (!self.is_dictionary()) {
         self.fail("must be a dictionary");
     }
@@ -116,16 +116,16 @@ dictionary_node::dictionary_node(node const & self)
         if (!name) {
             self.fail("has a key that is not valid text");
         }
-        m_entries.push_back(
+        sorted.push_back(
             {static_cast<CFStringRef>(keys[index]), *name, self.child(*name, values[index])});
     }
-    std::ranges::sort(m_entries, {}, &entry::name);
+    std::ranges::sort(sorted, {}, &entry::name);
 }
 
-dictionary_node::dictionary_node(node const & self,
+dictionary_node::dictionary_node(node const & from,
                                  std::initializer_list<std::string_view> known_keys)
-    : dictionary_node{self} {
-    for (auto const & each : m_entries) {
+    : dictionary_node{from} {
+    for (auto const & each : sorted) {
         if (std::ranges::find(known_keys, each.name) == known_keys.end()) {
             each.value.fail("unknown key");
         }
@@ -133,14 +133,14 @@ dictionary_node::dictionary_node(node const & self,
 }
 
 std::optional<node> dictionary_node::find(std::string_view key) const {
-    auto const found = std::ranges::find(m_entries, key, &entry::name);
-    return found == m_entries.end() ? std::nullopt : std::optional{found->value};
+    auto const found = std::ranges::find(sorted, key, &entry::name);
+    return found == sorted.end() ? std::nullopt : std::optional{found->value};
 }
 
 node dictionary_node::at(std::string_view key) const {
     auto const found = find(key);
     if (!found) {
-        m_self.fail(fmt::format("the key {} is missing", key));
+        self.fail(fmt::format("the key {} is missing", key));
     }
     return *found;
 }

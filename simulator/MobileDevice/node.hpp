@@ -1,4 +1,4 @@
-// Typed access to the values of a scenario, each of which knows its key path.
+// Typed access to the values of a scenario, each with its key path.
 #pragma once
 
 #include "simulator/MobileDevice/values.hpp"
@@ -17,7 +17,7 @@
 
 namespace mobile_device {
 
-// A scenario that cannot be understood. The text is one line: the key path, a colon and the fault.
+// Says why a scenario is invalid. The text is one line: the key path, a colon and the fault.
 class scenario_fault : public std::runtime_error {
 public:
     using std::runtime_error::runtime_error;
@@ -28,25 +28,25 @@ public:
 class node {
 public:
     node(CFTypeRef value, std::string path)
-        : m_value{value}
-        , m_path{std::move(path)} {}
+        : held{value}
+        , key_path{std::move(path)} {}
 
-    CFTypeRef value() const { return m_value; }
+    CFTypeRef value() const { return held; }
     [[noreturn]] void fail(std::string_view fault) const;
 
-    bool is_string() const { return CFGetTypeID(m_value) == CFStringGetTypeID(); }
-    bool is_array() const { return CFGetTypeID(m_value) == CFArrayGetTypeID(); }
-    bool is_dictionary() const { return CFGetTypeID(m_value) == CFDictionaryGetTypeID(); }
+    bool is_string() const { return CFGetTypeID(held) == CFStringGetTypeID(); }
+    bool is_array() const { return CFGetTypeID(held) == CFArrayGetTypeID(); }
+    bool is_dictionary() const { return CFGetTypeID(held) == CFDictionaryGetTypeID(); }
     bool is_integer() const;
 
     std::string text() const;
     cf_owner<CFStringRef> string() const;
     bool boolean() const;
-    // Seconds or a factor: a real or an integer, finite and not negative.
+    // Returns seconds or a factor: a real or an integer, finite and not negative.
     double amount() const;
-    // An integer from -2^63 to 2^64-1, as its 64 bits.
+    // Returns an integer from -2^63 to 2^64-1, as its 64 bits.
     std::uint64_t bits() const { return whole().bits; }
-    // An integer without a sign, up to 64 bits.
+    // Returns an integer without a sign, up to 64 bits.
     std::uint64_t unsigned_integer() const;
     template <std::signed_integral T>
     T integer() const {
@@ -59,7 +59,7 @@ public:
         }
         return static_cast<T>(value);
     }
-    // The elements of an array, in order.
+    // Returns the elements of an array, in order.
     std::vector<node> elements() const;
 
     node child(std::string_view key, CFTypeRef value) const;
@@ -71,20 +71,20 @@ private:
     };
     whole_number whole() const;
 
-    CFTypeRef m_value;
-    std::string m_path;
+    CFTypeRef held;
+    std::string key_path;
 };
 
 // A dictionary of a scenario.
 class dictionary_node {
 public:
-    // Throws scenario_fault for a value that is no dictionary or has a key that is no string.
-    explicit dictionary_node(node const & self);
-    // Throws scenario_fault for a key that is not among the known ones, too.
-    dictionary_node(node const & self, std::initializer_list<std::string_view> known_keys);
+    // Throws scenario_fault for a value that is not a dictionary or has a key that is not a string.
+    explicit dictionary_node(node const & from);
+    // Throws scenario_fault for an unknown key, too.
+    dictionary_node(node const & from, std::initializer_list<std::string_view> known_keys);
 
     std::optional<node> find(std::string_view key) const;
-    // Throws scenario_fault where there is no such key.
+    // Returns the value; throws scenario_fault if the key is missing.
     node at(std::string_view key) const;
 
     struct entry {
@@ -92,12 +92,12 @@ public:
         std::string name;
         node value;
     };
-    // Sorted by name.
-    std::vector<entry> const & entries() const { return m_entries; }
+    // Returns the entries, sorted by name.
+    std::vector<entry> const & entries() const { return sorted; }
 
 private:
-    node m_self;
-    std::vector<entry> m_entries;
+    node self;
+    std::vector<entry> sorted;
 };
 
 } // namespace mobile_device

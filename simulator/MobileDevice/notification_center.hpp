@@ -20,9 +20,9 @@ namespace mobile_device {
 
 class notification_center {
 public:
-    notification_center(lifetime & shared, double time_scale)
-        : m_lifetime{shared}
-        , m_time_scale{time_scale} {}
+    notification_center(lifetime & threads, double scale)
+        : shared{threads}
+        , time_scale{scale} {}
 
     using absence = std::uint64_t;
 
@@ -34,20 +34,20 @@ public:
                     std::span<std::unique_ptr<device> const> devices,
                     std::span<raw_notification const> notifications);
 
-    // Once this has returned, the client is not called any more; a call under way is waited for,
-    // unless this is that very call.
+    // Removes the client, which is not called any more once this has returned; waits for a running
+    // call, unless called by it.
     void remove_client(int id);
 
-    // The device leaves a number of seconds from then on, and returns in another appearance later.
-    // Tells all clients, unless the scenario has taken the device away meanwhile.
+    // Lets the device leave a number of seconds from now, and return in another appearance later;
+    // notifies all clients, unless the scenario has unplugged the device meanwhile.
     absence reappear(device & subject, double leaves_after, appearance const & as,
                      double returns_after);
 
-    // Returns once all clients know of the device's return, or there is no telling them any more.
-    // Not for use inside a notification.
+    // Waits until all clients have been notified of the device's return, or nobody is notified any
+    // more. Not for use inside a notification.
     void wait_for_return(absence of);
 
-    // Lets the thread end as soon as no callback holds it up.
+    // Ends the thread as soon as no callback is running.
     void stop();
 
 private:
@@ -60,7 +60,7 @@ private:
         std::uint64_t order = 0; // of creation: keeps what is due together in order
         kind what = kind::raw;
         int client = 0;             // 0: all
-        device * subject = nullptr; // null: none
+        device * subject = nullptr; // null: no device
         appearance const * as = nullptr;
         int type = 0;
 
@@ -86,20 +86,20 @@ private:
     void notify(int id, AMRestorableDeviceRef object, int type);
     std::vector<int> addressees(event const & what);
 
-    lifetime & m_lifetime;
-    double const m_time_scale;
+    lifetime & shared;
+    double const time_scale;
 
-    std::mutex m_mutex;
-    std::condition_variable m_changed;
-    std::map<int, client> m_clients;
-    std::set<event> m_events;
-    std::set<absence> m_absences; // batches of devices that have not returned
-    std::uint64_t m_next_batch = 0;
-    std::uint64_t m_next_order = 0;
-    int m_next_id = 1;
-    int m_notified_client = 0; // the one whose callback is under way
-    bool m_stopping = false;
-    std::thread::id m_thread;
+    std::mutex mutex;
+    std::condition_variable changed;
+    std::map<int, client> clients;
+    std::set<event> events;
+    std::set<absence> absences; // batches of devices that have not returned
+    std::uint64_t next_batch = 0;
+    std::uint64_t next_order = 0;
+    int next_id = 1;
+    int notified_client = 0; // the one whose callback is running
+    bool stopping = false;
+    std::thread::id thread;
 };
 
 } // namespace mobile_device

@@ -11,7 +11,7 @@
 namespace mobile_device {
 namespace {
 
-// Runs while all threads live, so that callbacks under way can finish what they hold.
+// Runs while all threads live, so that running callbacks can release what they hold.
 [[maybe_unused]] void end_simulator() {
     auto const simulator = simulator::existing();
     if (simulator && simulator->end(std::chrono::seconds{2})) {
@@ -30,7 +30,7 @@ void prepare_for_process_end() {
     HMODULE self = nullptr;
     GetModuleHandleExW(GET_MODULE_HANDLE_EX_FLAG_FROM_ADDRESS | GET_MODULE_HANDLE_EX_FLAG_PIN,
                        reinterpret_cast<LPCWSTR>(&prepare_for_process_end), &self);
-#if defined(__MINGW32__) // elsewhere each DLL has a run-time library, and thus a list, of its own
+#if defined(__MINGW32__) // elsewhere each DLL has another run-time library, and thus another list
     _onexit([] {
         end_simulator();
         return 0;

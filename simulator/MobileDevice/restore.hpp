@@ -1,4 +1,4 @@
-// One restore: its reports, delivered on a thread of its own.
+// One restore, whose reports are delivered on a separate thread.
 #pragma once
 
 #include "platform/MobileDevice.h"
@@ -25,9 +25,9 @@ public:
         double time_scale;
     };
 
-    restore(surroundings around, device & subject, std::vector<planned_report> plan);
+    restore(surroundings within, device & subject, std::vector<planned_report> planned);
 
-    // Called once.
+    // Starts the thread; called once.
     void start(AMRestorableDeviceRef object, AMRestorableDeviceProgressCallback callback,
                void * context);
     void release_objects();
@@ -39,12 +39,12 @@ private:
     void play();
     bool deliver(planned_report const & planned, clock::time_point & last);
 
-    surroundings m_around;
-    device & m_device;
-    std::vector<planned_report> m_plan;
-    cf_owner<AMRestorableDeviceRef> m_object;
-    AMRestorableDeviceProgressCallback m_callback = nullptr;
-    void * m_context = nullptr;
+    surroundings around;
+    device & restored;
+    std::vector<planned_report> plan;
+    cf_owner<AMRestorableDeviceRef> held;
+    AMRestorableDeviceProgressCallback report_to = nullptr;
+    void * context_of_callback = nullptr;
 };
 
 } // namespace mobile_device

@@ -13,7 +13,7 @@ constexpr std::string_view manifest_name = "BuildManifest.plist";
 
 using bytes = std::vector<std::uint8_t>;
 
-// Numbers of a ZIP archive are little-endian; the caller knows that they lie inside.
+// Numbers of a ZIP archive are little-endian; the caller knows that they are inside.
 std::uint64_t number(bytes const & data, std::size_t offset, std::size_t width) {
     std::uint64_t result = 0;
     for (std::size_t index = width; index-- > 0;) {
@@ -50,7 +50,7 @@ std::optional<central_directory> find_zip64_directory(input_file & file, std::ui
     return central_directory{number(*record, 48, 8), number(*record, 40, 8)};
 }
 
-// The end record stands at the end of the file, but for a comment of up to 65535 bytes.
+// The end record is at the end of the file, but for a comment of up to 65535 bytes.
 std::optional<central_directory> find_central_directory(input_file & file) {
     constexpr std::uint64_t record_size = 22;
     auto const tail_size = std::min<std::uint64_t>(file.size(), record_size + 0xFFFF);

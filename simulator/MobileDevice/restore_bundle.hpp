@@ -1,4 +1,4 @@
-// What a restore needs of its bundle.
+// Checks the bundle that a restore is given.
 #pragma once
 
 #include <optional>
@@ -6,13 +6,14 @@
 
 namespace mobile_device {
 
-// Why a bundle cannot be restored from.
+// Says why a bundle cannot be restored from.
 struct bundle_fault {
     int error; // AMR error code
     std::string description;
 };
 
-// Nothing where the path (UTF-8) names a ZIP archive or a folder that holds BuildManifest.plist.
+// Returns nothing if the path (UTF-8) names a ZIP archive or a folder that holds
+// BuildManifest.plist.
 std::optional<bundle_fault> check_restore_bundle(std::string const & path);
 
 } // namespace mobile_device

@@ -25,19 +25,19 @@ std::string describe(CFDictionaryRef status, CFStringRef key) {
 } // namespace
 
 bool restore_log::open(std::string const & path) {
-    auto file = append_file::open(path);
-    if (!file) {
+    auto opened = append_file::open(path);
+    if (!opened) {
         return false;
     }
-    std::lock_guard const lock{m_mutex};
-    m_file = std::move(file);
+    std::lock_guard const lock{mutex};
+    file = std::move(opened);
     return true;
 }
 
 void restore_log::write_step(std::time_t when, std::uint64_t ecid, CFDictionaryRef status) {
-    std::lock_guard const lock{m_mutex};
-    if (m_file) {
-        m_file->write_line(
+    std::lock_guard const lock{mutex};
+    if (file) {
+        file->write_line(
             fmt::format("{:%FT%TZ} device={} status={} operation={} progress={}", fmt::gmtime(when),
                         format_ecid(ecid), describe(status, CFSTR("Status")),
                         describe(status, CFSTR("Operation")), describe(status, CFSTR("Progress"))));

@@ -14,16 +14,16 @@ namespace mobile_device {
 
 class restore_log {
 public:
-    // Opens the file for appending in place of an earlier one, and creates it if need be. Answers
-    // whether that worked; an earlier file stays otherwise.
+    // Opens the file for appending in place of an earlier one, and creates it if need be. Returns
+    // whether that worked; otherwise an earlier file stays in use.
     bool open(std::string const & path);
 
     // Appends a line for one report; the status may be null. Does nothing without a file.
     void write_step(std::time_t when, std::uint64_t ecid, CFDictionaryRef status);
 
 private:
-    std::mutex m_mutex;
-    std::unique_ptr<append_file> m_file;
+    std::mutex mutex;
+    std::unique_ptr<append_file> file;
 };
 
 } // namespace mobile_device

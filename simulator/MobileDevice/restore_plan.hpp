@@ -1,4 +1,4 @@
-// What a restore is going to report.
+// Plans the reports of a restore.
 #pragma once
 
 #include "simulator/MobileDevice/device.hpp"
@@ -13,8 +13,8 @@ struct planned_report {
     appearance const * returns_as = nullptr; // the device leaves and returns before what follows
 };
 
-// What a device's scenario, or else the default restore, does with these options (which may be
-// null).
+// Returns the reports of the device's scenario or, without them, of the default restore with these
+// options, which may be null.
 std::vector<planned_report> plan_restore(device & subject, CFDictionaryRef options);
 
 } // namespace mobile_device

@@ -1,4 +1,4 @@
-// What a scenario file says.
+// The content of a scenario.
 #pragma once
 
 #include "simulator/MobileDevice/node.hpp"
@@ -29,19 +29,19 @@ struct device_description {
     std::uint32_t product_type = 0;
     std::uint32_t fusing_info = 0;
     std::uint32_t location_id = 0;
-    cf_share<CFStringRef> serial_number;    // null: the device has none
-    cf_share<CFStringRef> product_string;   // null: the device has none
+    cf_share<CFStringRef> serial_number;    // null: absent
+    cf_share<CFStringRef> product_string;   // null: absent
     double connect_after = 0;               // seconds since registration
     std::optional<double> disconnect_after; // seconds since registration
     bool recovery_mode_device = false;
     int set_auto_boot_error = 0;
     int reboot_error = 0;
-    std::optional<std::vector<scripted_report>> restore_reports; // none: the default restore
+    std::optional<std::vector<scripted_report>> restore_reports; // absent: the default restore
 };
 
 struct raw_notification {
     double after = 0;                  // seconds since registration
-    std::optional<std::size_t> device; // index of the device; none: a null device
+    std::optional<std::size_t> device; // index of the device; absent: a null device
     int type = 0;
 };
 
@@ -51,11 +51,11 @@ struct scripted_failures {
     bool create_default_options = false;
 };
 
-// A call that the tool makes of a platform function and that fails.
+// A call of a platform function by the tool that fails.
 struct scripted_fault {
     std::string function;
-    std::optional<std::int64_t> call;   // counted from 1; none: every call
-    std::optional<std::int64_t> result; // none: null, false or 0, whatever the function answers
+    std::optional<std::int64_t> call;   // counted from 1; absent: every call
+    std::optional<std::int64_t> result; // absent: null, false or 0, as the function returns
 };
 
 struct scenario {
@@ -75,14 +75,15 @@ scenario parse_scenario(std::span<std::uint8_t const> bytes);
 // Reads a scenario file; the path is in UTF-8. Throws scenario_fault.
 scenario load_scenario(std::string const & path);
 
-// The scenario that the environment names, or the built-in one. Throws scenario_fault, whose text
-// then begins with the file, where it cannot be read or the caller's check throws.
+// Returns the scenario that the environment names, or the built-in one. Throws scenario_fault,
+// whose text then begins with the file, where it cannot be read or the caller's check throws.
 scenario chosen_scenario(void (*check)(scenario const &) = nullptr);
 
-// Ends the process with one line on standard error. To be called while no lock is held.
+// Ends the process with one line on standard error. The caller must hold no lock.
 [[noreturn]] void exit_for_faulty_scenario(std::string const & fault);
 
-// Four devices, one in each of the states Recovery, DFU, RestoreOS and BootedOS.
+// Returns a scenario of four devices, one in each of the states Recovery, DFU, RestoreOS and
+// BootedOS.
 scenario built_in_scenario();
 
 } // namespace mobile_device

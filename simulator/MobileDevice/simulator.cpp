@@ -15,7 +15,7 @@ void start(scenario played) {
     current.store(made.release(), std::memory_order_release);
 }
 
-// Answers what is wrong with the scenario that the environment names. An empty one is played then:
+// Returns what is wrong with the scenario that the environment names. Then an empty one is played:
 // functions that run at the exit may still call.
 std::optional<std::string> load() {
     try {
@@ -71,47 +71,47 @@ void simulator::replace(std::unique_ptr<simulator> other) {
 }
 
 simulator::simulator(scenario played, clock & time)
-    : m_scenario{std::move(played)}
-    , m_devices{make_devices(m_scenario)}
-    , m_lifetime{time}
-    , m_center{m_lifetime, m_scenario.time_scale} {}
+    : scripted{std::move(played)}
+    , scripted_devices{make_devices(scripted)}
+    , shared{time}
+    , notifications{shared, scripted.time_scale} {}
 
 simulator::~simulator() {
     end(std::chrono::hours{1});
-    for (auto each = m_latest_restore.load(); each;) {
+    for (auto each = latest_restore.load(); each;) {
         std::unique_ptr<restore> const done{each};
         each = each->next;
     }
 }
 
 restore & simulator::add_restore(device & subject, CFDictionaryRef options) {
-    restore::surroundings const around{m_lifetime, m_center, m_log, m_scenario.time_scale};
+    restore::surroundings const around{shared, notifications, recorded_steps, scripted.time_scale};
     auto const added = new restore{around, subject, plan_restore(subject, options)};
-    added->next = m_latest_restore.load();
-    while (!m_latest_restore.compare_exchange_weak(added->next, added)) {
+    added->next = latest_restore.load();
+    while (!latest_restore.compare_exchange_weak(added->next, added)) {
     }
     return *added;
 }
 
 bool simulator::end(clock::duration limit) {
-    m_center.stop();
-    bool const quiet = m_lifetime.end(limit);
-    m_trace.end();
+    notifications.stop();
+    bool const quiet = shared.end(limit);
+    recorded_calls.end();
     return quiet;
 }
 
 void simulator::release_objects() {
     device::stop_watching();
-    for (auto each = m_latest_restore.load(); each; each = each->next) {
+    for (auto each = latest_restore.load(); each; each = each->next) {
         each->release_objects();
     }
-    for (auto const & each : m_devices) {
+    for (auto const & each : scripted_devices) {
         each->attached = {};
     }
-    for (auto & description : m_scenario.devices) {
+    for (auto & description : scripted.devices) {
         release_objects_of(description);
     }
-    m_scenario.failures.register_for_notifications = {};
+    scripted.failures.register_for_notifications = {};
 }
 
 } // namespace mobile_device

@@ -18,16 +18,16 @@ namespace mobile_device {
 
 class simulator {
 public:
-    // Plays the scenario that the environment names, which the first call reads. One that cannot
-    // be understood ends the process with a line on standard error and status 70. Never destroyed,
+    // Returns the simulator of the scenario that the environment names, which the first call reads.
+    // An invalid one ends the process with a line on standard error and status 70. Never destroyed,
     // as threads may use it until the process is gone.
     static simulator & instance();
 
-    // Null before the first call.
+    // Returns the simulator; null before the first call.
     static simulator * existing();
 
-    // Puts another one in the place of the present one, whose threads are waited for. For tests
-    // alone; null lets the next call read the environment again.
+    // Replaces the present simulator, and waits for its threads. For tests alone; after null, the
+    // next call reads the environment again.
     static void replace(std::unique_ptr<simulator> other);
 
     explicit simulator(scenario played, clock & time = clock::system());
@@ -35,31 +35,31 @@ public:
     simulator & operator=(simulator const &) = delete;
     ~simulator();
 
-    scenario const & played() const { return m_scenario; }
-    std::vector<std::unique_ptr<device>> const & devices() const { return m_devices; }
-    trace & calls() { return m_trace; }
-    restore_log & log() { return m_log; }
-    notification_center & center() { return m_center; }
-    clock & time() { return m_lifetime.time(); }
+    scenario const & played() const { return scripted; }
+    std::vector<std::unique_ptr<device>> const & devices() const { return scripted_devices; }
+    trace & calls() { return recorded_calls; }
+    restore_log & log() { return recorded_steps; }
+    notification_center & center() { return notifications; }
+    clock & time() { return shared.time(); }
 
-    // A restore that has not started yet; kept as long as the simulator.
+    // Creates a restore, which has not started yet and is kept as long as the simulator.
     restore & add_restore(device & subject, CFDictionaryRef options);
 
-    // Ends all activity; answers whether no callback is left under way.
+    // Ends all activity; returns whether no callback is still running.
     bool end(clock::duration limit);
 
-    // Gives up every CoreFoundation object that the simulator holds. Only once nothing else can
-    // use them. Takes no lock: other threads may have been killed anywhere.
+    // Releases every CoreFoundation object that the simulator holds. Only once nothing else can use
+    // them. Takes no lock: other threads may have been killed anywhere.
     void release_objects();
 
 private:
-    scenario m_scenario;
-    std::vector<std::unique_ptr<device>> m_devices;
-    trace m_trace;
-    restore_log m_log;
-    lifetime m_lifetime;
-    notification_center m_center;
-    std::atomic<restore *> m_latest_restore = nullptr;
+    scenario scripted;
+    std::vector<std::unique_ptr<device>> scripted_devices;
+    trace recorded_calls;
+    restore_log recorded_steps;
+    lifetime shared;
+    notification_center notifications;
+    std::atomic<restore *> latest_restore = nullptr;
 };
 
 } // namespace mobile_device

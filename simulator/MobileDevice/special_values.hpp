@@ -1,4 +1,5 @@
-// Values that a property list cannot hold and a scenario spells as dictionaries with "$type".
+// Reads the values that no property list can hold, which a scenario writes as dictionaries with the
+// key "$type".
 #pragma once
 
 #include "simulator/MobileDevice/node.hpp"
@@ -6,13 +7,12 @@
 
 namespace mobile_device {
 
-// The status dictionary that a restore report carries, with every spelled-out value inside
-// replaced by what it stands for; null where the report carries a null pointer. Throws
-// scenario_fault.
+// Returns the status dictionary of a restore report, in which every dictionary with "$type" is
+// replaced by the value that it means; null if the report is a null pointer. Throws scenario_fault.
 cf_owner<CFDictionaryRef> read_status(node const & status);
 
-// The error that a dictionary of Domain, Code, Description and FailureReason describes; the last
-// two are optional. Throws scenario_fault.
+// Returns the error that a dictionary of Domain, Code, Description and FailureReason describes; the
+// last two are optional. Throws scenario_fault.
 cf_owner<CFErrorRef> read_error(dictionary_node const & description);
 
 } // namespace mobile_device

@@ -1,4 +1,4 @@
-// How values are written in the trace and in the log, and faults on standard error.
+// Formats values for the trace and the log, and writes faults to standard error.
 #pragma once
 
 #include <cstdint>
@@ -7,19 +7,19 @@
 
 namespace mobile_device {
 
-// 16 hexadecimal digits.
+// Returns 16 hexadecimal digits.
 std::string format_ecid(std::uint64_t ecid);
 
-// The text with control characters written as escapes, so that it stays on one line.
+// Returns the text on one line, with control characters as escapes.
 std::string on_one_line(std::string_view text);
 
-// In quotation marks and on one line; what is quoted is not escaped otherwise.
+// Returns the text in quotation marks and on one line; quotation marks inside are not escaped.
 std::string in_quotes(std::string_view text);
 
-// "true" or "false".
+// Returns "true" or "false".
 std::string format_boolean(bool value);
 
-// Whether the user gave a context: "set" or "null".
+// Returns "set" or "null", which says whether the user gave a context.
 std::string format_presence(void const * pointer);
 
 // Writes the text to standard error, as one line and with one call.

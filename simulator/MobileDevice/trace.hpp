@@ -22,30 +22,30 @@ public:
     void write_line(std::string_view line);
     // Writes the options of a restore beside the trace; they may be null. Does nothing after end().
     void write_options(CFDictionaryRef options);
-    // The file's last line is CoreFoundation's.
+    // Ends the trace; CoreFoundation writes the file's last line.
     void end();
 
 private:
-    std::string m_options_path;
-    std::unique_ptr<append_file> m_file;
-    std::mutex m_mutex;
-    bool m_ended = false;
+    std::string options_path;
+    std::unique_ptr<append_file> file;
+    std::mutex mutex;
+    bool ended = false;
 };
 
 // One line of the trace: built argument by argument, in their order.
 class traced_call {
 public:
     explicit traced_call(std::string_view function)
-        : m_line{function} {}
+        : line{function} {}
 
     traced_call & argument(std::string_view name, std::string_view value) {
-        m_line.append(" ").append(name).append("=").append(value);
+        line.append(" ").append(name).append("=").append(value);
         return *this;
     }
-    std::string result(std::string_view value) { return m_line.append(" -> ").append(value); }
+    std::string result(std::string_view value) { return line.append(" -> ").append(value); }
 
 private:
-    std::string m_line;
+    std::string line;
 };
 
 } // namespace mobile_device

@@ -5,7 +5,7 @@
 namespace mobile_device {
 
 // Ends the process as CoreFoundation does when it is misused: one line on standard error, a failing
-// exit, no handlers. To be called while no lock is held.
+// exit, no handlers. The caller must hold no lock.
 [[noreturn]] void trap(std::string_view function, std::string_view why);
 
 } // namespace mobile_device

@@ -3,7 +3,7 @@
 namespace mobile_device {
 namespace {
 
-// What a UTF-16 unit takes in UTF-8; a surrogate takes half of what its pair does.
+// Returns the bytes of a UTF-16 unit in UTF-8; a surrogate has half of those of its pair.
 std::size_t utf8_size(UniChar unit) {
     bool const surrogate = (unit & 0xF800) == 0xD800;
     return unit < 0x80 ? 1 : unit < 0x800 || surrogate ? 2 : 3;

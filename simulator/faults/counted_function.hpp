@@ -14,11 +14,11 @@ struct counted_function {
     char const * name;
     std::atomic<std::int64_t> calls{0};
 
-    // Counts the call that begins; answers the fault that it meets, or null.
+    // Counts a call, at its beginning; returns the fault that the call has, or null.
     mobile_device::scripted_fault const * begin_call();
 };
 
-// All of them.
+// Returns all of them.
 std::span<counted_function * const> counted_functions();
 
 } // namespace faults

@@ -1,4 +1,4 @@
-// One function for each that the tool imports: it fails where the scenario says so and hands every
+// One function for each that the tool imports: it fails where the scenario says so and passes every
 // other call on to the library.
 #include "platform/CoreFoundation.h"
 #include "platform/MobileDevice.h"

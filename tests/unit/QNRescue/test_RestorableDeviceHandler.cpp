@@ -1,8 +1,8 @@
+#include "tests/unit/QNRescue/notifier_devices.hpp"
 #include "tests/unit/helpers/assertion_text.hpp"
 #include "tests/unit/helpers/fake_clock.hpp"
-#include "tests/unit/helpers/simulated_devices.hpp"
 #include "tests/unit/helpers/notifier_run.hpp"
-#include "tests/unit/QNRescue/notifier_devices.hpp"
+#include "tests/unit/helpers/simulated_devices.hpp"
 
 #include "QNRescue/live_contexts.hpp"
 

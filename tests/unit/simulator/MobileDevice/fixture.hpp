@@ -98,9 +98,8 @@ private:
     static void receive(AMRestorableDeviceRef object, AMRestorableDeviceNotificationType type,
                         void * context) {
         auto & self = *static_cast<notification_recorder *>(context);
-        notification latest{mobile_device::retain(object),
-                            AMRestorableDeviceGetECID(object), AMRestorableDeviceGetState(object),
-                            type};
+        notification latest{mobile_device::retain(object), AMRestorableDeviceGetECID(object),
+                            AMRestorableDeviceGetState(object), type};
         std::lock_guard const lock{self.mutex};
         self.notifications.push_back(std::move(latest));
         self.moments.push_back(test_clock().now());
