@@ -92,24 +92,6 @@ TEST(Object, EqualsOnlyItsOwnType) {
     EXPECT_TRUE(CFEqual(kCFNull, kCFNull));
 }
 
-TEST(Date, KeepsItsTimeAndEqualsByIt) {
-    auto const date = adopt(CFDateCreate(nullptr, 700000000.25));
-    auto const same = adopt(CFDateCreate(nullptr, 700000000.25));
-    auto const other = adopt(CFDateCreate(nullptr, 700000000));
-    EXPECT_EQ(CFDateGetAbsoluteTime(date.get()), 700000000.25);
-    EXPECT_TRUE(CFEqual(date.get(), same.get()));
-    EXPECT_EQ(CFHash(date.get()), CFHash(same.get()));
-    EXPECT_FALSE(CFEqual(date.get(), other.get()));
-}
-
-TEST(Boolean, IsTrueOnlyAsTheTrueObject) {
-    auto const one = integer(1);
-    EXPECT_TRUE(CFBooleanGetValue(kCFBooleanTrue));
-    EXPECT_FALSE(CFBooleanGetValue(kCFBooleanFalse));
-    EXPECT_FALSE(CFBooleanGetValue(nullptr));
-    EXPECT_FALSE(CFBooleanGetValue(reinterpret_cast<CFBooleanRef>(one.get())));
-}
-
 TEST(Object, IsRetainedAndReleasedByManyThreads) {
     auto const text = string("shared");
     auto const list = array();

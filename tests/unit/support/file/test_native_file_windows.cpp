@@ -1,5 +1,4 @@
 #include "support/file/native_file.hpp"
-#include "support/file/openable_name.hpp"
 #include "support/file/read_exactly.hpp"
 #include "support/file/readable_file.hpp"
 #include "support/file/writable_file.hpp"
@@ -27,7 +26,6 @@ using QN::file::base;
 using QN::file::ec_wrapper;
 using QN::file::readable_file;
 using QN::file::writable_file;
-using QN::file::detail::openable_name;
 
 constexpr std::uint32_t limit = 1000;
 
@@ -406,36 +404,6 @@ TEST_F(file_with_long_path, is_found_from_the_current_directory) {
     auto const relative =
         filesystem::path(L"./" + deep.native().substr(folder.size() + 1) + L"/file");
     EXPECT_EQ(readable_file(relative).read_whole_file(limit).size(), 7U);
-}
-
-TEST(openable_name, leaves_short_paths_alone) {
-    for (std::wstring const path :
-         {LR"(C:\folder\file)", L"file", L"../folder/file", L"", L"NUL"}) {
-        EXPECT_EQ(openable_name(path), path);
-    }
-}
-
-TEST(openable_name, makes_long_paths_absolute_and_plain) {
-    std::wstring const part(150, L'x');
-    EXPECT_EQ(openable_name(LR"(C:\)" + part + LR"(\)" + part),
-              LR"(\\?\C:\)" + part + LR"(\)" + part);
-    EXPECT_EQ(openable_name(L"C:/" + part + L"/./y/../" + part),
-              LR"(\\?\C:\)" + part + LR"(\)" + part);
-    EXPECT_EQ(openable_name(LR"(\\server\share\)" + part + LR"(\)" + part),
-              LR"(\\?\UNC\server\share\)" + part + LR"(\)" + part);
-}
-
-TEST(openable_name, takes_long_paths_that_need_no_change) {
-    std::wstring const part(300, L'x');
-    for (auto const & path : {LR"(\\?\C:\)" + part, LR"(\\.\pipe\)" + part}) {
-        EXPECT_EQ(openable_name(path), path);
-    }
-}
-
-TEST(openable_name, starts_at_260_characters) {
-    auto const shorter = L"C:\\" + std::wstring(256, L'x');
-    EXPECT_EQ(openable_name(shorter), shorter);
-    EXPECT_EQ(openable_name(shorter + L'x'), LR"(\\?\)" + shorter + L'x');
 }
 
 } // namespace

@@ -1,4 +1,4 @@
-#include "tests/unit/simulator/CoreFoundation/property_lists.hpp"
+#include "tests/unit/simulator/CoreFoundation/property_list/property_lists.hpp"
 
 #include <gtest/gtest.h>
 
