@@ -16,6 +16,7 @@ import plistlib
 import re
 import shutil
 import zipfile
+from concurrent.futures import ThreadPoolExecutor
 
 from harness import BIN, DOCUMENT_END, TIME_LIMIT, Process
 
@@ -109,5 +110,7 @@ def played(text, folder):
 
 def refreshed(page, new_folder):
     """The page with the real output in its sessions; each session has a new folder."""
-    return re.sub(r"(?<=^```console\n).*?(?=^```$)", lambda match: played(match[0], new_folder()),
-                  page, flags=re.MULTILINE | re.DOTALL)
+    session = re.compile(r"(?<=^```console\n).*?(?=^```$)", re.MULTILINE | re.DOTALL)
+    with ThreadPoolExecutor() as pool:
+        outputs = pool.map(lambda text: played(text, new_folder()), session.findall(page))
+        return session.sub(lambda _: next(outputs), page)
