@@ -1,5 +1,5 @@
 """Makes each call of the platform that can fail do so, one run of the tool for each, and compares
-what the tool answers with fault_table.py. QNRESCUE_BIN is as in harness.py; the set-up whose calls
+what the tool prints with fault_table.py. QNRESCUE_BIN is as in harness.py; the set-up whose calls
 can be made to fail is the folder `faults` beside it."""
 
 import argparse

@@ -1,4 +1,4 @@
-"""What the tool answers when a platform function fails: one table, read by fault_matrix.py.
+"""What the tool prints when a platform function fails: one table, read by fault_matrix.py.
 
 FAILURES says how each function fails. COMMANDS are runs of the tool; `calls` lists, in the order of
 the calls, every call of such a function that the run makes, with what its failure changes.
@@ -14,7 +14,7 @@ from harness import COMPLETE, DESCRIPTIONS, ECID, device, report
 
 # --- The functions
 
-# The scenario's `Result` of each failure; None: null, false or 0, whatever the function answers.
+# The scenario's `Result` of each failure; None: null, false or 0, whatever the function returns.
 ERROR = 2009  # of the restore interface
 ERROR_TEXT = "USB device request error returned from request to iBoot"
 FAILURES = {
@@ -58,7 +58,7 @@ FAILURES = {
     "CFStringGetMaximumSizeForEncoding": [-1],  # not found: too long to be counted
 }
 
-# Functions that have no failure to answer, given objects that are there.
+# Functions that cannot fail where their objects are there.
 INFALLIBLE = {
     "CFArrayAppendValue", "CFArrayApplyFunction", "CFArrayGetCount", "CFArrayGetTypeID",
     "CFBooleanGetTypeID", "CFDataGetBytePtr", "CFDataGetLength", "CFDataGetTypeID",
@@ -79,11 +79,11 @@ class Expected:
     status: int
     documents: list  # of [type, value]; None where one is lost, EMPTY_LINE where that is left of it
     lines: list = field(default_factory=list)  # debug lines there must be, as regular expressions
-    waits: bool = False  # until a time-out that no test sees
+    waits: bool = False  # until a timeout that no test sees
 
 
 class Text:
-    """Stands for any text with this in it."""
+    """Equals any text with this in it."""
 
     def __init__(self, part):
         self.part = part
@@ -516,7 +516,7 @@ SUCCESSES = [
         [*RESTORE_BEGUN, *beginning(times_out(0)), *completing(0, times_out(0)), *ENDING],
         scenario=restored(COMPLETE)),
     Command(
-        "restore, time-out", RESTORE, [RESTORING_DOCUMENT, TIMED_OUT],
+        "restore, timeout", RESTORE, [RESTORING_DOCUMENT, TIMED_OUT],
         [*RESTORE_BEGUN, *beginning(times_out(0)), *restoring(0),
          *failing(7, 1), *ENDING],
         scenario=restored(RESTORING)),

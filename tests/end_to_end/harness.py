@@ -60,7 +60,7 @@ UNREGISTER = "AMRestorableDeviceUnregisterForNotifications clientID=1 -> 0"
 
 
 def arrival(ecid=ECID):
-    """The calls that a recovery device's arrival leads to."""
+    """Returns the calls that a recovery device's arrival leads to."""
     return (f"AMRestorableDeviceGetState device={ecid} -> 2",
             f"AMRestorableDeviceGetECID device={ecid} -> {ecid}")
 
@@ -104,7 +104,7 @@ def side_by_side(_loader, tests, _pattern):
 
 
 class OutputFault(AssertionError):
-    """What a program wrote is not what it may write."""
+    """What a program wrote is invalid."""
 
 
 @dataclass
@@ -115,7 +115,7 @@ class Document:
 
 
 def parse_document(text):
-    """The document in this text, which holds nothing else."""
+    """Returns the document in this text, which holds nothing else."""
     root = plistlib.loads(text, fmt=plistlib.FMT_XML)
     if not isinstance(root, dict) or set(root) != {"Type", "Value"}:
         raise OutputFault(f"not a dictionary of Type and Value: {root!r}")
@@ -125,7 +125,7 @@ def parse_document(text):
 
 
 def take_document(output):
-    """The first document of the output and what follows it; None while it is not complete."""
+    """Returns the first document of the output, None while it is not complete, and what follows."""
     if b"\r" in output:
         raise OutputFault(f"carriage return in {output!r}")
     if not output.startswith(DOCUMENT_START[: len(output)]):
@@ -140,7 +140,7 @@ def take_document(output):
 
 
 def split_documents(output):
-    """All documents; every byte of the output belongs to one or is the line feed after it."""
+    """Returns all documents; every byte of the output is in one or is the line feed after it."""
     documents = []
     while output:
         document, output = take_document(output)
@@ -190,7 +190,7 @@ class Run:
 
     @property
     def calls(self):
-        """The traced calls, without the last line."""
+        """Returns the traced calls, without the last line."""
         return self.trace[:-1]
 
     @property
@@ -229,7 +229,7 @@ class Process:
         return os.path.join(self._folder, name)
 
     def content(self, name):
-        """What the file of the run holds by now; None if there is none."""
+        """Returns what the file of the run holds by now; None where the file is missing."""
         try:
             with open(self._path(name), "rb") as file:
                 return file.read()
@@ -248,7 +248,7 @@ class Process:
         self._process.wait()
 
     def wait_for_text(self, name, text, limit=TIME_LIMIT):
-        """Waits until the text stands in this file of the run."""
+        """Waits until this file of the run holds the text."""
         end = time.monotonic() + limit
         while text.encode() not in (self.content(name) or b""):
             if not self.running() or time.monotonic() > end:
@@ -256,7 +256,7 @@ class Process:
             time.sleep(0.02)
 
     def next_document(self, limit=TIME_LIMIT):
-        """Waits for the document after the one that was read last."""
+        """Waits for the document after the one that was read last; returns it."""
         end = time.monotonic() + limit
         while time.monotonic() < end:
             ended = not self.running()
@@ -318,13 +318,13 @@ class ToolTest(unittest.TestCase):
         return process
 
     def run_tool(self, *arguments, limit=TIME_LIMIT, **how):
-        """A run to its orderly end, with the given status of `status` if there is one."""
+        """Runs the tool to its orderly end, with the status `status` if it is given."""
         expected = how.pop("status", None)
         return self.finish(self.start(*arguments, **how), limit, expected, arguments)
 
     def finish(self, process, limit=TIME_LIMIT, status=None, arguments=()):
-        """Waits for the orderly end: nothing leaks, documents are whole, and standard error is
-        silent unless the arguments ask for it."""
+        """Waits for the orderly end and returns the run: nothing leaks, documents are whole, and
+        standard error is silent unless the arguments ask for it."""
         run = process.wait(limit)
         shown = f"{arguments}: status {run.status}, {run.stdout!r}, {run.stderr!r}"
         self.assertEqual("live-objects 0", run.trace[-1] if run.trace else None, shown)
@@ -337,7 +337,7 @@ class ToolTest(unittest.TestCase):
         return run
 
     def restore(self, reports, *arguments, status=0, time_scale=0, **how):
-        """A restore of a device that makes these reports (None: the simulator's own steps)."""
+        """Restores a device that makes these reports (None: the simulator's own steps)."""
         properties = {} if reports is None else {"RestoreReports": reports}
         scenario = {"Devices": [device(**properties)], "TimeScale": time_scale}
         if "--restore" not in arguments:
@@ -345,7 +345,7 @@ class ToolTest(unittest.TestCase):
         return self.run_tool(*arguments, "--ecid", ECID, scenario=scenario, status=status, **how)
 
     def assert_error(self, document, code, reason):
-        """The document is a tool error; the reason is its exact text."""
+        """Checks that the document is a tool error; the reason is its exact text."""
         self.assertEqual("InternalError", document.type)
         self.assertEqual(
             {
@@ -358,7 +358,7 @@ class ToolTest(unittest.TestCase):
         )
 
     def assert_fails(self, code, reason, *arguments, **how):
-        """The run prints this one tool error, and nothing else, and ends with its code."""
+        """Checks that the run prints this one tool error alone, and ends with its code."""
         run = self.run_tool(*arguments, **how)
         self.assertEqual(code, run.status, run.stdout)
         self.assertEqual(1, len(run.documents), run.stdout)
@@ -366,13 +366,13 @@ class ToolTest(unittest.TestCase):
         return run
 
     def assert_lines(self, patterns, lines):
-        """Each line matches the pattern at its place, whole."""
+        """Checks that each line matches the pattern at its place, whole."""
         self.assertEqual(len(patterns), len(lines), lines)
         for pattern, line in zip(patterns, lines):
             self.assertRegex(line, rf"\A(?:{pattern})\Z", lines)
 
     def assert_goes_on_waiting(self, processes, call):
-        """After this call none of the processes ends, or says anything, while it is watched."""
+        """Checks that after this call no process ends or prints anything while it is watched."""
         for process in processes:
             process.wait_for_text("trace", f"{call} ")
         time.sleep(WATCH_SECONDS)
@@ -382,7 +382,7 @@ class ToolTest(unittest.TestCase):
             process.kill()
 
     def make_bundle(self, name="restore bundle.ipsw"):
-        """A ZIP archive that the default restore accepts."""
+        """Makes a ZIP archive that the default restore accepts; returns its path."""
         path = self.new_folder() / name
         with zipfile.ZipFile(path, "w", zipfile.ZIP_DEFLATED) as archive:
             archive.writestr("BuildManifest.plist", plistlib.dumps({"ProductVersion": "16.0"}))

@@ -1,5 +1,5 @@
-"""Set-ups of the program in folders of their own, and a Wine prefix whose registry and usual
-folders the tests may change."""
+"""Installs the program in new folders, and gives it a Wine prefix whose registry and usual folders
+the tests may change."""
 
 import os
 import pathlib
@@ -25,7 +25,7 @@ PREFIX_TIME_LIMIT = 300
 
 
 def make_prefix():
-    """To be called by setUpModule: the module's tests run in a Wine prefix of their own."""
+    """Lets the tests of a module run in a new Wine prefix; setUpModule calls it."""
     if not RUNNER:
         raise unittest.SkipTest("changes the registry of the machine")
     folder = tempfile.TemporaryDirectory(prefix="end_to_end.", ignore_cleanup_errors=True)
@@ -104,7 +104,7 @@ def copy_with(source, target, old, new):
 
 
 class SetupTest(ToolTest):
-    """Tests of programs in folders of their own."""
+    """Tests of the program in a new folder."""
 
     registry = Registry()
 
@@ -159,7 +159,7 @@ class SetupTest(ToolTest):
         return run
 
     def assert_refused(self, arguments=("--list-devices",), **how):
-        """The program does not call the tool; answers its reason, line by line."""
+        """Checks that the program does not call the tool; returns its reason, line by line."""
         run = self.start_here(*arguments, **how).wait()
         self.assertEqual((1, []), (run.status, run.calls), run.stderr)
         (document,) = run.documents

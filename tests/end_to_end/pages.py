@@ -7,7 +7,7 @@ command, what follows is what it prints:
     set NAME=VALUE          nothing; goes for the commands that follow, an empty value removes it
     echo %ERRORLEVEL%       the exit status of the command before
 
-A line "..." stands for the documents that are left out there. The sessions run in a folder with the
+A line "..." is for the documents that are left out there. The sessions run in a folder with the
 simulator's scenarios where the package has them, and a firmware bundle update.ipsw.
 """
 
@@ -26,18 +26,19 @@ LEFT_OUT = "...\n"
 
 
 def blocks(page, language):
-    """The texts of the page's blocks of this language."""
+    """Returns the texts of the page's blocks of this language."""
     return re.findall(rf"^```{language}\n(.*?)^```$", page, re.MULTILINE | re.DOTALL)
 
 
 def sections(page):
-    """The texts of the page's sections by their headings, without the sections within them."""
+    """Returns the texts of the page's sections by their headings, without sections within them."""
     parts = re.split(r"^#+ (.*)\n", page, flags=re.MULTILINE)
     return dict(zip(parts[1::2], parts[2::2]))
 
 
 def tables(text):
-    """The tables of a text, each as a list of rows without the heading, each row as its cells."""
+    """Returns the tables of a text, each as a list of rows without the heading, each row as its
+    cells."""
     lines = [re.split(r"(?<!\\)\|", line)[1:-1] if line.startswith("|") else None
              for line in text.splitlines()]
     result = []
@@ -50,7 +51,7 @@ def tables(text):
 
 
 def code(cell):
-    """What stands between the backticks of a cell."""
+    """Returns what is between the backticks of a cell."""
     return re.fullmatch(r"`(.*)`", cell)[1]
 
 
@@ -67,7 +68,7 @@ class Session:
             bundle.writestr("BuildManifest.plist", plistlib.dumps({"ProductVersion": "1.0"}))
 
     def run(self, command):
-        """What the command prints."""
+        """Runs a command; returns what it prints."""
         name, *arguments = command.split()
         if name == "set":
             variable, _, value = arguments[0].partition("=")
@@ -85,7 +86,7 @@ class Session:
 
 
 def abridged(output, shown):
-    """The output, with as many documents left out as in what is shown of an earlier run."""
+    """Returns the output, with as many documents left out as in what is shown of an earlier run."""
     before, left_out, after = shown.partition(LEFT_OUT)
     if not left_out:
         return output
@@ -98,7 +99,7 @@ def abridged(output, shown):
 
 
 def played(text, folder):
-    """The session with what its commands print now."""
+    """Returns the session with what its commands print now."""
     session = Session(folder)
     steps = re.split(r"^(?=> )", text, flags=re.MULTILINE)
     result = []
@@ -109,7 +110,7 @@ def played(text, folder):
 
 
 def refreshed(page, new_folder):
-    """The page with the real output in its sessions; each session has a new folder."""
+    """Returns the page with the real output in its sessions; each session has a new folder."""
     session = re.compile(r"(?<=^```console\n).*?(?=^```$)", re.MULTILINE | re.DOTALL)
     with ThreadPoolExecutor() as pool:
         outputs = pool.map(lambda text: played(text, new_folder()), session.findall(page))

@@ -1,4 +1,4 @@
-"""docs/documents.md tells what the documents hold, and every console session is real output.
+"""docs/documents.md says what the documents hold, and every console session is real output.
 
 With --update the sessions are written anew (see scripts/update-pages)."""
 

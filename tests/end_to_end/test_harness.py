@@ -111,7 +111,7 @@ class Alone(unittest.TestCase):
 
 class SideBySideTests(unittest.TestCase):
     def run_tests(self, *tests):
-        """Returns the result of these tests; those of unittest's own loader are nested like this."""
+        """Returns the result of these tests, which are nested as unittest's loader does."""
         result = unittest.TestResult()
         nested = unittest.TestSuite([unittest.TestSuite(tests)])
         side_by_side(None, nested, None).run(result)

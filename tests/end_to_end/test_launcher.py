@@ -443,7 +443,7 @@ class Dependencies(FindingTest):
 
 
 class InTheProcess(FindingTest):
-    """What a library finds when it runs in the process: the needy one tells."""
+    """What a library finds when it runs in the process: the needy one reports it."""
 
     NO_DIALOG_OF_FILES_OR_FAULTS = 0x0001 | 0x0002
 

@@ -1,4 +1,4 @@
-"""Time-outs that overflow where they are counted in milliseconds of 31 or 32 bits."""
+"""Timeouts that overflow where they are counted in milliseconds of 31 or 32 bits."""
 
 import unittest
 

@@ -1,4 +1,4 @@
-"""Many devices: each restored by a process of its own at the same time, and all in one list.
+"""Many devices: each restored by its own process at the same time, and all in one list.
 
 QNRESCUE_RESTORES_AT_ONCE says how many restores, 8 if it is not set; the list grows with it.
 """
@@ -51,8 +51,8 @@ class ManyAtOnce(ToolTest):
         scenario.write_bytes(plistlib.dumps(
             {"Devices": [device(f"{ecid:016X}") for ecid in ecids], "TimeScale": 0},
             fmt=plistlib.FMT_BINARY))
-        run = self.run_tool("--list-devices", "--detect-timeout", str(3 + DEVICES // 800), scenario=scenario,
-                            status=0)
+        run = self.run_tool("--list-devices", "--detect-timeout", str(3 + DEVICES // 800),
+                            scenario=scenario, status=0)
         self.assertEqual(["DeviceList"], [each.type for each in run.documents])
         self.assertEqual([f"{ecid:016X}" for ecid in sorted(ecids)], run.documents[0].value)
 

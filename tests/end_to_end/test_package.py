@@ -149,7 +149,7 @@ class Contents(Package):
             self.assertEqual({(2023, 11, 14, 22, 13, 20)},
                              {entry.date_time for entry in archive.infolist()})
 
-    @unittest.skipUnless(RUNNER, "the stand-in for git is a shell script")
+    @unittest.skipUnless(RUNNER, "the fake git is a shell script")
     def test_git_is_asked_once(self):
         folder = self.new_folder()
         git = folder / "git"

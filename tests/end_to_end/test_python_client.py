@@ -1,4 +1,4 @@
-"""The Python client of the examples: against the tool, and against stand-ins that misbehave."""
+"""The Python client of the examples: against the tool, and against fake tools that misbehave."""
 
 import os
 import pathlib
@@ -24,7 +24,7 @@ from qnrescue_client import (CommandSuccess, DeviceInfo, DeviceList, DocumentSpl
 
 load_tests = side_by_side
 
-# What a stand-in for the tool has at hand.
+# What a fake tool can use.
 PRELUDE = """
 import os, plistlib, subprocess, sys, time
 
@@ -43,8 +43,8 @@ def error(code, reason):
 FOREVER = "time.sleep(600)"
 
 
-def stand_in(*lines, silence_timeout=TIME_LIMIT):
-    """A tool that runs these lines of Python."""
+def fake_tool(*lines, silence_timeout=TIME_LIMIT):
+    """Returns a tool that runs these lines of Python."""
     return Tool([sys.executable, "-c", "\n".join([PRELUDE, *lines])],
                 silence_timeout=silence_timeout)
 
@@ -196,7 +196,7 @@ class Documents(unittest.TestCase):
 
 class Runs(unittest.TestCase):
     def start(self, *lines, **how):
-        run = stand_in(*lines, **how).start()
+        run = fake_tool(*lines, **how).start()
         self.addCleanup(run.__exit__)
         return run
 
@@ -262,10 +262,10 @@ class Runs(unittest.TestCase):
 
 class Questions(unittest.TestCase):
     def test_answer(self):
-        self.assertEqual(["A"], stand_in("document('DeviceList', ['A'])").list_devices())
+        self.assertEqual(["A"], fake_tool("document('DeviceList', ['A'])").list_devices())
 
     def test_arguments(self):
-        tool = stand_in("document('DeviceList', sys.argv[1:])")
+        tool = fake_tool("document('DeviceList', sys.argv[1:])")
         self.assertEqual(["--list-devices"], tool.list_devices())
         self.assertEqual(["--list-devices", "--detect-timeout", "7"],
                          replace(tool, detect_timeout=7).list_devices())
@@ -276,23 +276,23 @@ class Questions(unittest.TestCase):
         self.assertEqual(reason, str(caught.exception))
 
     def test_error(self):
-        self.assert_fails("the reason", lambda: stand_in(
+        self.assert_fails("the reason", lambda: fake_tool(
             "error(4, 'the reason')", "sys.exit(4)").device_info(ECID))
 
     def test_no_answer(self):
-        self.assert_fails("ended with status 70: the scenario", stand_in(
+        self.assert_fails("ended with status 70: the scenario", fake_tool(
             "print('the scenario', file=sys.stderr)", "sys.exit(70)").list_devices)
-        self.assert_fails("ended with status 0", stand_in("document('X', 1)").list_devices)
+        self.assert_fails("ended with status 0", fake_tool("document('X', 1)").list_devices)
 
     def test_silence(self):
         self.assert_fails("no report for 0.2 s",
-                          stand_in(FOREVER, silence_timeout=0.2).list_devices)
+                          fake_tool(FOREVER, silence_timeout=0.2).list_devices)
 
 
 class Restores(unittest.TestCase):
     def restore(self, *lines, **how):
-        """The events and the result of a restore by this stand-in, which must have ended then."""
-        with stand_in(*lines, **how).restore(ECID, "x.ipsw") as restore:
+        """Returns the events and the result of a restore by this fake tool, which then has ended."""
+        with fake_tool(*lines, **how).restore(ECID, "x.ipsw") as restore:
             events = list(restore)
             self.assertIsNotNone(restore.status)
         return events, restore.result
@@ -347,19 +347,19 @@ class Restores(unittest.TestCase):
                            "print('<plist>x</plist>')", "sys.stdout.flush()", "report()")
 
     def test_killed_by_another_thread(self):
-        with stand_in("report(5, 1)", FOREVER).restore(ECID, "x.ipsw") as restore:
+        with fake_tool("report(5, 1)", FOREVER).restore(ECID, "x.ipsw") as restore:
             for _ in restore:
                 threading.Thread(target=restore.kill).start()
         self.assertEqual(RestoreResult(Outcome.STOPPED), restore.result)
 
     def test_left_early(self):
-        with stand_in("report(5, 1)", FOREVER).restore(ECID, "x.ipsw") as restore:
+        with fake_tool("report(5, 1)", FOREVER).restore(ECID, "x.ipsw") as restore:
             next(iter(restore))
         self.assertEqual(RestoreResult(Outcome.STOPPED), restore.result)
         self.assertIsNotNone(restore.status)
 
     def test_arguments(self):
-        tool = stand_in("document('Arguments', sys.argv[1:])")
+        tool = fake_tool("document('Arguments', sys.argv[1:])")
         for how, further in (({}, []), ({"erase": True}, ["--erase"]),
                              ({"timeout": 9}, ["--restore-timeout", "9"])):
             with tool.restore(ECID, "x.ipsw", **how) as restore:
@@ -373,7 +373,7 @@ class TheTool(ToolTest):
     ONE_BY_ONE = True  # they set variables of this process
 
     def use(self, scenario):
-        """The tool, with a scripted bench of devices."""
+        """Returns the tool, with a scripted bench of devices."""
         path = self.new_folder() / "scenario.plist"
         path.write_bytes(plistlib.dumps(scenario, fmt=plistlib.FMT_BINARY))
         environment = patch.dict(os.environ, LOCALE, MOBILEDEVICE_SIMULATOR_SCENARIO=str(path))

@@ -86,7 +86,7 @@ class WholeRestore(ToolTest):
 
 
 class FailingRestore(ToolTest):
-    """A restore that fails never reports its completion, so the time-out ends the run."""
+    """A restore that fails never reports its completion, so the timeout ends the run."""
 
     def assert_restore_fails(self, path):
         run = self.restore(None, "--restore", str(path), "--restore-timeout", "2")

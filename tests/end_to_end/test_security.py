@@ -85,7 +85,7 @@ class LogFile(ToolTest):
             self.echo_into(log)
             self.assertEqual(content, log.read_bytes())
 
-    @unittest.skipUnless(RUNNER, "symbolic links need rights of their own")
+    @unittest.skipUnless(RUNNER, "symbolic links need special rights")
     def test_links(self):
         folder = self.new_folder()
         target = folder / "target.txt"

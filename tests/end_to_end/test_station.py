@@ -99,7 +99,7 @@ class Restoring(StationTest):
             self.assertEqual(steps, self.steps_of(ecid, lines))
             if result == "hung":
                 self.assertGreaterEqual(int(seconds), silence)
-        # The failure was not waited for, be it that of the device or of a time-out.
+        # The failure was not waited for, be it that of the device or of a timeout.
         self.assertLess(int(table[failing][1]), int(table[hanging][1]))
 
     def test_all_that_are_attached(self):
