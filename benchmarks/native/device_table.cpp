@@ -1,10 +1,11 @@
 // The device table: what a notification, a look-up and a list cost with few and with many devices.
-#include "benchmarks/native/bare_devices.hpp"
 #include "benchmarks/native/run.hpp"
+#include "tests/fake_device_library/fake_device_library.hpp"
 
 #include <benchmark/benchmark.h>
 
 #include <chrono>
+#include <random>
 #include <stdexcept>
 #include <vector>
 
@@ -18,11 +19,21 @@ void require(bool attached) {
     }
 }
 
+// Makes devices with scattered ECIDs in no order; the same ones in every run.
+std::vector<qnrescue::cf_owner<AMRestorableDeviceRef>> make_devices(std::size_t count) {
+    std::mt19937_64 ecids;
+    std::vector<qnrescue::cf_owner<AMRestorableDeviceRef>> devices;
+    while (devices.size() < count) {
+        devices.push_back(tests::make_device(ecids()));
+    }
+    return devices;
+}
+
 // A run to which this many devices are attached.
 class attached_devices {
 public:
     explicit attached_devices(benchmark::State const & state)
-        : devices(benchmarks::make_devices(static_cast<std::size_t>(state.range(0)))) {
+        : devices(make_devices(static_cast<std::size_t>(state.range(0)))) {
         for (auto const & device : devices) {
             notify(device, kAMRestorableDeviceConnected);
         }

@@ -2,8 +2,8 @@
 //   arrival/tool      in the tool;
 //   arrival/baseline  by a lock and a condition, the platform's calls, and a debug line before;
 //   arrival/bare      by a lock and a condition.
-#include "benchmarks/native/bare_devices.hpp"
 #include "benchmarks/native/run.hpp"
+#include "tests/fake_device_library/fake_device_library.hpp"
 
 #include <benchmark/benchmark.h>
 
@@ -42,7 +42,7 @@ private:
     }
 
     benchmarks::notifier_run run;
-    qnrescue::cf_owner<AMRestorableDeviceRef> device = benchmarks::make_device(0xA1);
+    qnrescue::cf_owner<AMRestorableDeviceRef> device = tests::make_device(0xA1);
     QN::ecid const ecid{0xA1};
 };
 
@@ -70,7 +70,7 @@ private:
         lines.print_debug(debug_line);
     }
 
-    qnrescue::cf_owner<AMRestorableDeviceRef> device = benchmarks::make_device(0xA1);
+    qnrescue::cf_owner<AMRestorableDeviceRef> device = tests::make_device(0xA1);
     qnrescue::cf_owner<AMRestorableDeviceRef> held;
     benchmarks::file_owner file = benchmarks::open_null_device();
     benchmarks::file_lines lines{file};

@@ -27,7 +27,7 @@ inline int share_of(int whole) {
     return std::max(1, static_cast<int>(static_cast<long long>(whole) * percent / 100));
 }
 
-// Stands in for the buffer of a stream and hands on each entry that the terminator ends, without
+// Replaces the buffer of a stream and passes on each entry that the terminator ends, without
 // it, so that a long run needs no memory.
 class entry_watcher : public std::streambuf {
 public:

@@ -1,5 +1,5 @@
 // Notifications and reports that arrive before the call that asks for them has returned.
-#include "tests/stress/stand_in_library.hpp"
+#include "tests/fake_device_library/fake_device_library.hpp"
 #include "tests/unit/helpers/notifier_run.hpp"
 #include "tests/unit/helpers/objects.hpp"
 
@@ -18,15 +18,15 @@ using report_list = std::vector<cf_owner<CFDictionaryRef>>;
 
 // Runs a restore, in which the starting call makes all reports before it returns.
 void restore(notifier_run & run, report_list const & reports) {
-    stand_in_library().on_restore = [&](AMRestorableDeviceProgressCallback callback,
-                                        void * context) {
+    fake_device_library().on_restore = [&](AMRestorableDeviceProgressCallback callback,
+                                           void * context) {
         for (auto const & each : reports) {
             callback(nullptr, each.get(), context);
         }
     };
     run.notifier.CreateDefaultRestoreOptions("x.ipsw", false);
     run.notifier.operateRestore(nullptr);
-    stand_in_library().on_restore = nullptr;
+    fake_device_library().on_restore = nullptr;
 }
 
 std::vector<std::string> types(notifier_run & run) {
@@ -86,13 +86,13 @@ TEST(EarlyReports, MayComeFromAnotherThread) {
     notifier_run run;
     run.notifier.restoreTimeout = 24h;
     auto const completion = status(0, 100);
-    stand_in_library().on_restore = [&](AMRestorableDeviceProgressCallback callback,
-                                        void * context) {
+    fake_device_library().on_restore = [&](AMRestorableDeviceProgressCallback callback,
+                                           void * context) {
         std::thread(callback, nullptr, completion.get(), context).join();
     };
     run.notifier.CreateDefaultRestoreOptions("x.ipsw", false);
     run.notifier.operateRestore(nullptr);
-    stand_in_library().on_restore = nullptr;
+    fake_device_library().on_restore = nullptr;
     EXPECT_EQ(types(run), strings{"RestoreStatus"});
 }
 
@@ -100,10 +100,10 @@ TEST(EarlyReports, MayComeFromAnotherThread) {
 
 // Lets the registering call make the notifications of a device.
 void attach_while_registering(AMRestorableDeviceRef device) {
-    stand_in_library().on_registration = [device](AMRestorableDeviceNotificationCallback callback,
-                                                  void * context) {
-        callback(device, kAMRestorableDeviceConnected, context);
-    };
+    fake_device_library().on_registration =
+        [device](AMRestorableDeviceNotificationCallback callback, void * context) {
+            callback(device, kAMRestorableDeviceConnected, context);
+        };
 }
 
 TEST(EarlyNotifications, AreListedWithoutWaiting) {
@@ -112,7 +112,7 @@ TEST(EarlyNotifications, AreListedWithoutWaiting) {
     notifier_run run;
     run.notifier.detectTimeout = 0s;
     run.notifier.waitForCompletion();
-    stand_in_library().on_registration = nullptr;
+    fake_device_library().on_registration = nullptr;
     auto const documents = run.output.documents();
     ASSERT_EQ(documents.size(), 1U);
     EXPECT_TRUE(equal(documents[0].value.get(),
@@ -127,7 +127,7 @@ TEST(EarlyNotifications, AreFoundWithoutWaiting) {
     run.notifier.operation = command_kind::device_info;
     run.notifier.ecid = QN::ecid(0xA);
     run.notifier.waitForCompletion();
-    stand_in_library().on_registration = nullptr;
+    fake_device_library().on_registration = nullptr;
     EXPECT_EQ(types(run), strings{"DeviceInfo"});
 }
 

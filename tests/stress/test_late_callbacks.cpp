@@ -1,5 +1,5 @@
 // Whole runs of the tool, whose library goes on calling to the very end of the process.
-#include "tests/stress/stand_in_library.hpp"
+#include "tests/fake_device_library/fake_device_library.hpp"
 #include "tests/unit/helpers/objects.hpp"
 
 #include <gtest/gtest.h>
@@ -84,8 +84,8 @@ void start_calling() {
 // Runs the tool, which ends the process.
 void run_tool(calling moment, std::vector<char const *> arguments) {
     when = moment;
-    stand_in_library().on_registration = [](AMRestorableDeviceNotificationCallback callback,
-                                            void * context) {
+    fake_device_library().on_registration = [](AMRestorableDeviceNotificationCallback callback,
+                                               void * context) {
         calls().notify = callback;
         calls().context = context;
         calls().make();
@@ -101,7 +101,7 @@ void run_tool(calling moment, std::vector<char const *> arguments) {
             }
         });
     };
-    stand_in_library().on_restore = [](AMRestorableDeviceProgressCallback callback, void *) {
+    fake_device_library().on_restore = [](AMRestorableDeviceProgressCallback callback, void *) {
         calls().report = callback;
     };
     arguments.insert(arguments.begin(), "qnrescue");

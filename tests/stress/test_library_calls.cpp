@@ -1,6 +1,6 @@
 // What the notifier has done by the time the library is called, and what it hands to the library.
 #include "QNRescue/live_contexts.hpp"
-#include "tests/stress/stand_in_library.hpp"
+#include "tests/fake_device_library/fake_device_library.hpp"
 #include "tests/unit/helpers/held_up_run.hpp"
 #include "tests/unit/helpers/notifier_run.hpp"
 
@@ -21,7 +21,7 @@ using namespace tests;
 
 class LibraryCalls : public testing::Test {
 protected:
-    ~LibraryCalls() override { stand_in_library() = {}; }
+    ~LibraryCalls() override { fake_device_library() = {}; }
 };
 
 TEST_F(LibraryCalls, TheWarmUpHandsBackWhatItGot) {
@@ -30,8 +30,8 @@ TEST_F(LibraryCalls, TheWarmUpHandsBackWhatItGot) {
     for (auto const handle : {reinterpret_cast<AMDeviceNotificationRef>(&subscribed),
                               AMDeviceNotificationRef{nullptr}}) {
         std::vector<AMDeviceNotificationRef> handed_back;
-        stand_in_library().on_subscription = [&] { return handle; };
-        stand_in_library().on_unsubscription = [&](AMDeviceNotificationRef subscription) {
+        fake_device_library().on_subscription = [&] { return handle; };
+        fake_device_library().on_unsubscription = [&](AMDeviceNotificationRef subscription) {
             handed_back.push_back(subscription);
         };
         notifier_run const run;
@@ -42,14 +42,14 @@ TEST_F(LibraryCalls, TheWarmUpHandsBackWhatItGot) {
 TEST_F(LibraryCalls, AreAnnouncedBeforeTheyAreMade) {
     output_capture output;
     auto const announced = [&](std::string_view line) { return output.streams.err.wait_for(line); };
-    stand_in_library().on_subscription = [&]() -> AMDeviceNotificationRef {
+    fake_device_library().on_subscription = [&]() -> AMDeviceNotificationRef {
         EXPECT_TRUE(announced("device_notifier_state: initializing"));
         return nullptr;
     };
-    stand_in_library().on_registration = [&](AMRestorableDeviceNotificationCallback, void *) {
+    fake_device_library().on_registration = [&](AMRestorableDeviceNotificationCallback, void *) {
         EXPECT_TRUE(announced("waitForCompletion: AMRestorableDeviceRegisterForNotifications()"));
     };
-    stand_in_library().on_unregistration = [&](int client) {
+    fake_device_library().on_unregistration = [&](int client) {
         EXPECT_EQ(client, registered_client);
         EXPECT_TRUE(announced("waitForCompletion: AMRestorableDeviceUnregisterForNotifications()"));
     };
@@ -62,7 +62,7 @@ TEST_F(LibraryCalls, AreAnnouncedBeforeTheyAreMade) {
 TEST_F(LibraryCalls, TheListIsPrintedWithTheTableLocked) {
     held_up_run run("waitForCompletion: AMRestorableDeviceRegisterForNotifications()");
     run.notifier->detectTimeout = 0s;
-    stand_in_library().on_registration = [&](AMRestorableDeviceNotificationCallback, void *) {
+    fake_device_library().on_registration = [&](AMRestorableDeviceNotificationCallback, void *) {
         run.wait_until_held_up();
     };
     auto listing = std::async(std::launch::async, [&] { run.notifier->waitForCompletion(); });
@@ -74,7 +74,7 @@ TEST_F(LibraryCalls, TheListIsPrintedWithTheTableLocked) {
 TEST_F(LibraryCalls, TheEndWaitsForANotificationThatHoldsTheTable) {
     std::promise<void> asked;
     std::promise<void> answer;
-    stand_in_library().on_question_for_state = [&] {
+    fake_device_library().on_question_for_state = [&] {
         asked.set_value();
         answer.get_future().wait();
     };

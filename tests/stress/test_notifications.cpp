@@ -1,7 +1,7 @@
 // Many threads notify at once, while others wait, list and tear down.
 #include "QNRescue/RestorableDeviceHandler.hpp"
 #include "platform/cf_strings.hpp"
-#include "tests/stress/stand_in_library.hpp"
+#include "tests/fake_device_library/fake_device_library.hpp"
 #include "tests/stress/stress.hpp"
 #include "tests/unit/helpers/output_capture.hpp"
 

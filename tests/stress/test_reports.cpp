@@ -1,6 +1,6 @@
 // Many threads report on restores at once, some of which are complete just when their time is up.
 #include "QNRescue/RestorableDeviceHandler.hpp"
-#include "tests/stress/stand_in_library.hpp"
+#include "tests/fake_device_library/fake_device_library.hpp"
 #include "tests/stress/stress.hpp"
 #include "tests/unit/helpers/objects.hpp"
 #include "tests/unit/helpers/output_capture.hpp"
@@ -118,7 +118,7 @@ private:
     complaints wrong;
 };
 
-// One restore after the other, with a time-out that is short or long in turn, until told to stop.
+// One restore after the other, with a timeout that is short or long in turn, until told to stop.
 class short_restores {
 public:
     std::atomic<void *> context = nullptr; // of the latest run, which may have gone
@@ -132,8 +132,8 @@ public:
                 notifier.emplace(output, std::nullopt, std::nullopt);
                 notifier->CreateDefaultRestoreOptions("x.ipsw", false);
                 notifier->restoreTimeout = time_outs[count % std::size(time_outs)];
-                stand_in_library().on_restore = [this](AMRestorableDeviceProgressCallback,
-                                                       void * latest) { context = latest; };
+                fake_device_library().on_restore = [this](AMRestorableDeviceProgressCallback,
+                                                          void * latest) { context = latest; };
                 notifier->operateRestore(nullptr);
                 notifier.reset();
                 ++count;
@@ -141,7 +141,7 @@ public:
         });
     }
 
-    // At most one time-out for each restore, and the reports of a thread in its order.
+    // At most one timeout for each restore, and the reports of a thread in its order.
     void expect_time_outs_and_order() const {
         std::size_t time_outs = 0;
         std::array<int, thread_count> latest;

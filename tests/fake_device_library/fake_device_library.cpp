@@ -1,4 +1,4 @@
-#include "tests/stress/stand_in_library.hpp"
+#include "tests/fake_device_library/fake_device_library.hpp"
 
 #include "platform/cf_collections.hpp"
 
@@ -22,7 +22,7 @@ properties properties_of(AMRestorableDeviceRef device) {
 
 } // namespace
 
-library_behaviour & stand_in_library() {
+library_behaviour & fake_device_library() {
     static auto & behaviour = *new library_behaviour;
     return behaviour;
 }
@@ -43,7 +43,7 @@ using namespace tests;
 int AMDeviceNotificationSubscribe(AMDeviceNotificationCallback, unsigned int, unsigned int, void *,
                                   AMDeviceNotificationRef * subscription) {
     *subscription = nullptr;
-    if (auto const & act = stand_in_library().on_subscription) {
+    if (auto const & act = fake_device_library().on_subscription) {
         *subscription = act();
         return *subscription == nullptr ? 1 : 0;
     }
@@ -51,7 +51,7 @@ int AMDeviceNotificationSubscribe(AMDeviceNotificationCallback, unsigned int, un
 }
 
 int AMDeviceNotificationUnsubscribe(AMDeviceNotificationRef subscription) {
-    if (auto const & act = stand_in_library().on_unsubscription) {
+    if (auto const & act = fake_device_library().on_unsubscription) {
         act(subscription);
     }
     return 0;
@@ -64,21 +64,21 @@ CFMutableDictionaryRef AMRestoreCreateDefaultOptions(CFAllocatorRef) {
 int AMRestorableDeviceRegisterForNotifications(AMRestorableDeviceNotificationCallback callback,
                                                void * context, CFErrorRef * error) {
     *error = nullptr;
-    if (auto const & act = stand_in_library().on_registration) {
+    if (auto const & act = fake_device_library().on_registration) {
         act(callback, context);
     }
     return registered_client;
 }
 
 int AMRestorableDeviceUnregisterForNotifications(int client) {
-    if (auto const & act = stand_in_library().on_unregistration) {
+    if (auto const & act = fake_device_library().on_unregistration) {
         act(client);
     }
     return 0;
 }
 
 AMRestorableDeviceState AMRestorableDeviceGetState(AMRestorableDeviceRef device) {
-    if (auto const & act = stand_in_library().on_question_for_state) {
+    if (auto const & act = fake_device_library().on_question_for_state) {
         act();
     }
     return properties_of(device).state;
@@ -90,7 +90,55 @@ uint64_t AMRestorableDeviceGetECID(AMRestorableDeviceRef device) {
 
 void AMRestorableDeviceRestore(AMRestorableDeviceRef, CFDictionaryRef,
                                AMRestorableDeviceProgressCallback callback, void * context) {
-    if (auto const & act = stand_in_library().on_restore) {
+    if (auto const & act = fake_device_library().on_restore) {
         act(callback, context);
     }
+}
+
+AMRError AMRestoreEnableFileLogging(char const *) {
+    return kAMRSuccess;
+}
+
+uint16_t AMRestorableDeviceGetProductID(AMRestorableDeviceRef) {
+    return 0;
+}
+
+uint32_t AMRestorableDeviceGetBoardID(AMRestorableDeviceRef) {
+    return 0;
+}
+
+uint32_t AMRestorableDeviceGetChipID(AMRestorableDeviceRef) {
+    return 0;
+}
+
+uint32_t AMRestorableDeviceGetProductType(AMRestorableDeviceRef) {
+    return 0;
+}
+
+uint32_t AMRestorableDeviceGetFusingInfo(AMRestorableDeviceRef) {
+    return 0;
+}
+
+uint32_t AMRestorableDeviceGetLocationID(AMRestorableDeviceRef) {
+    return 0;
+}
+
+CFStringRef AMRestorableDeviceCopySerialNumber(AMRestorableDeviceRef) {
+    return nullptr;
+}
+
+CFStringRef AMRestorableDeviceCopyProductString(AMRestorableDeviceRef) {
+    return nullptr;
+}
+
+AMRecoveryModeDeviceRef AMRestorableDeviceCopyRecoveryModeDevice(AMRestorableDeviceRef) {
+    return nullptr;
+}
+
+AMRError AMRecoveryModeDeviceSetAutoBoot(AMRecoveryModeDeviceRef, unsigned char) {
+    return kAMRSuccess;
+}
+
+AMRError AMRecoveryModeDeviceReboot(AMRecoveryModeDeviceRef) {
+    return kAMRSuccess;
 }
