@@ -1,6 +1,7 @@
 #include "tests/unit/helpers/simulated_devices.hpp"
 
 #include "platform/cf_ownership.hpp"
+#include "tests/unit/helpers/environment.hpp"
 #include "tests/unit/helpers/temporary_folder.hpp"
 
 #include <boost/filesystem/fstream.hpp>
@@ -14,22 +15,9 @@
 #include <mutex>
 #include <stdexcept>
 
-#ifdef _WIN32
-#include <windows.h>
-#endif
-
 namespace tests {
 
 namespace {
-
-void set_environment(char const * name, QN::filesystem::path const & value) {
-#ifdef _WIN32
-    std::wstring const wide_name(name, name + std::char_traits<char>::length(name));
-    SetEnvironmentVariableW(wide_name.c_str(), value.c_str());
-#else
-    setenv(name, value.c_str(), 1);
-#endif
-}
 
 // A function's, since scenarios are played while global variables are initialised.
 QN::filesystem::path & trace_file() {
@@ -93,8 +81,8 @@ bool play_scenario(std::string_view dictionary) {
     scenario_device_count = count(dictionary, "<key>ECID</key>");
     trace_file() = folder.path() / "trace.txt";
     write_file(trace_file(), "");
-    set_environment("MOBILEDEVICE_SIMULATOR_SCENARIO", scenario);
-    set_environment("MOBILEDEVICE_SIMULATOR_TRACE", trace_file());
+    set_environment("MOBILEDEVICE_SIMULATOR_SCENARIO", QN::path_to_utf8(scenario));
+    set_environment("MOBILEDEVICE_SIMULATOR_TRACE", QN::path_to_utf8(trace_file()));
     return true;
 }
 

@@ -1,7 +1,8 @@
 // What whole processes leave behind: exit statuses, and the trace's last line.
 #include "platform/MobileDevice.h"
+#include "tests/unit/helpers/environment.hpp"
+#include "tests/unit/helpers/temporary_folder.hpp"
 #include "tests/unit/simulator/MobileDevice/property_list_text.hpp"
-#include "tests/unit/simulator/MobileDevice/temporary_folder.hpp"
 
 #include <atomic>
 #include <cstdlib>
@@ -18,22 +19,23 @@ class ProcessEnd : public testing::Test {
 protected:
     ProcessEnd() {
         testing::FLAGS_gtest_death_test_style = "threadsafe";
-        set_environment("MOBILEDEVICE_SIMULATOR_TRACE", m_folder.utf8("trace.txt"));
+        tests::set_environment("MOBILEDEVICE_SIMULATOR_TRACE", m_folder.utf8("trace.txt"));
     }
     ~ProcessEnd() override {
-        set_environment("MOBILEDEVICE_SIMULATOR_TRACE", "");
-        set_environment("MOBILEDEVICE_SIMULATOR_SCENARIO", "");
+        tests::set_environment("MOBILEDEVICE_SIMULATOR_TRACE", "");
+        tests::set_environment("MOBILEDEVICE_SIMULATOR_SCENARIO", "");
     }
 
     void use(std::string const & bytes) const {
-        set_environment("MOBILEDEVICE_SIMULATOR_SCENARIO", m_folder.write("szenario.plist", bytes));
+        tests::set_environment("MOBILEDEVICE_SIMULATOR_SCENARIO",
+                               m_folder.write("szenario.plist", bytes));
     }
     std::string last_line() const {
-        auto const lines = read_lines(m_folder / "trace.txt");
+        auto const lines = tests::read_lines(m_folder / "trace.txt");
         return lines.empty() ? "" : lines.back();
     }
 
-    temporary_folder m_folder;
+    tests::temporary_folder m_folder{"MOBILEDEVICE_TEST_FOLDER"};
 };
 
 std::atomic<int> notifications = 0;
@@ -176,11 +178,11 @@ TEST_F(ProcessEnd, AFaultyScenarioEndsTheProcess) {
     EXPECT_EXIT(call_once(), testing::ExitedWithCode(70),
                 "szenario.plist: Devices\\[1\\].State: must be Unknown, DFU, Recovery, RestoreOS, "
                 "BootedOS or an integer");
-    EXPECT_EQ(read_text(m_folder / "trace.txt"), "live-objects 0\n");
+    EXPECT_EQ(tests::read_file(m_folder / "trace.txt"), "live-objects 0\n");
 }
 
 TEST_F(ProcessEnd, AScenarioThatCannotBeReadEndsTheProcess) {
-    set_environment("MOBILEDEVICE_SIMULATOR_SCENARIO", m_folder.utf8("missing.plist"));
+    tests::set_environment("MOBILEDEVICE_SIMULATOR_SCENARIO", m_folder.utf8("missing.plist"));
     EXPECT_EXIT(call_once(), testing::ExitedWithCode(70), "missing.plist: cannot be read");
 }
 
@@ -300,7 +302,7 @@ TEST_F(ProcessEnd, NothingFollowsTheLastLine) {
         },
         testing::ExitedWithCode(0), "");
     EXPECT_EQ(
-        read_lines(m_folder / "trace.txt"),
+        tests::read_lines(m_folder / "trace.txt"),
         (std::vector<std::string>{"AMRestorableDeviceRegisterForNotifications context=null -> 1",
                                   "live-objects 0"}));
 }

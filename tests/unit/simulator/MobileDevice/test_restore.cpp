@@ -1,8 +1,10 @@
 // Scripted restores, the default restore, its options and its log.
 #include "platform/cf_collections.hpp"
 #include "platform/cf_strings.hpp"
+#include "tests/unit/helpers/temporary_folder.hpp"
 #include "tests/unit/simulator/MobileDevice/fixture.hpp"
-#include "tests/unit/simulator/MobileDevice/temporary_folder.hpp"
+
+#include <boost/filesystem/operations.hpp>
 
 #include <algorithm>
 #include <atomic>
@@ -32,7 +34,7 @@ protected:
         return m_folder.utf8("");
     }
 
-    temporary_folder m_folder;
+    tests::temporary_folder m_folder;
 };
 
 std::string plain_device(std::string const & scale) {
@@ -270,7 +272,7 @@ TEST_F(Restore, TheDefaultOneTakesAboutAQuarterOfASecondForAStep) {
 
 TEST_F(Restore, TheDefaultOneFailsWithoutAUsableBundle) {
     auto const no_archive = m_folder.write("file.ipsw", "no archive");
-    std::filesystem::create_directory(m_folder / "empty");
+    QN::filesystem::create_directory(m_folder / "empty");
     struct {
         cf_owner<CFMutableDictionaryRef> options;
         int error;
@@ -346,17 +348,17 @@ TEST_F(Restore, ALogFileIsOpenedAtOnceAndAppendedTo) {
                           dictionary({{"Status", dictionary({{"$type", text("null")}})}})}));
     auto const fresh = m_folder.utf8("neu 記録.log");
     EXPECT_EQ(AMRestoreEnableFileLogging(fresh.c_str()), kAMRSuccess);
-    ASSERT_TRUE(std::filesystem::exists(m_folder / "neu 記録.log"));
-    EXPECT_EQ(read_text(m_folder / "neu 記録.log"), "");
+    ASSERT_TRUE(QN::filesystem::exists(m_folder / "neu 記録.log"));
+    EXPECT_EQ(tests::read_file(m_folder / "neu 記録.log"), "");
 
     auto const used = m_folder.write("used.log", "command line\n");
     EXPECT_EQ(AMRestoreEnableFileLogging(used.c_str()), kAMRSuccess);
-    EXPECT_EQ(read_text(m_folder / "used.log"), "command line\n");
+    EXPECT_EQ(tests::read_file(m_folder / "used.log"), "command line\n");
 
     report_recorder recorder;
     recorder.restore(device(0));
     recorder.wait_for(3);
-    auto const lines = read_lines(m_folder / "used.log");
+    auto const lines = tests::read_lines(m_folder / "used.log");
     ASSERT_EQ(lines.size(), 4U);
     EXPECT_EQ(lines[0], "command line");
     auto const time = fmt::format("{:%FT%TZ} ", fmt::gmtime(test_clock().calendar_time()));
@@ -366,7 +368,7 @@ TEST_F(Restore, ALogFileIsOpenedAtOnceAndAppendedTo) {
     EXPECT_TRUE(lines[1].ends_with(end_of_step)) << lines[1];
     EXPECT_TRUE(lines[2].ends_with(end_of_step)) << lines[2];
     EXPECT_TRUE(lines[3].ends_with(" status=null operation=null progress=null")) << lines[3];
-    EXPECT_EQ(read_text(m_folder / "neu 記録.log"), "");
+    EXPECT_EQ(tests::read_file(m_folder / "neu 記録.log"), "");
 }
 
 TEST_F(Restore, ALogFileThatCannotBeOpenedIsAnError) {
@@ -382,5 +384,5 @@ TEST_F(Restore, ALogFileThatCannotBeOpenedIsAnError) {
 TEST_F(Restore, LoggingFailsAsScripted) {
     play(dictionary({{"Failures", dictionary({{"EnableFileLogging", integer(16)}})}}));
     EXPECT_EQ(static_cast<int>(AMRestoreEnableFileLogging(m_folder.utf8("x.log").c_str())), 16);
-    EXPECT_FALSE(std::filesystem::exists(m_folder / "x.log"));
+    EXPECT_FALSE(QN::filesystem::exists(m_folder / "x.log"));
 }

@@ -1,9 +1,11 @@
 // What counts as a bundle that can be restored from.
 #include "simulator/MobileDevice/restore_bundle.hpp"
-#include "tests/unit/simulator/MobileDevice/temporary_folder.hpp"
+#include "tests/unit/helpers/temporary_folder.hpp"
 
 #include <algorithm>
 #include <cstdint>
+
+#include <boost/filesystem/operations.hpp>
 
 #include <gtest/gtest.h>
 
@@ -59,7 +61,7 @@ protected:
         return fault ? fault->error : 0;
     }
 
-    temporary_folder m_folder;
+    tests::temporary_folder m_folder;
     std::string const m_manifest = central_entry("BuildManifest.plist");
 };
 
@@ -105,7 +107,7 @@ TEST_F(RestoreBundle, NoByteOfAnArchiveCanDoHarm) {
 }
 
 TEST_F(RestoreBundle, AFolderNeedsTheManifest) {
-    std::filesystem::create_directory(m_folder / "Bündel");
+    QN::filesystem::create_directory(m_folder / "Bündel");
     auto const path = m_folder.utf8("Bündel");
     ASSERT_TRUE(check_restore_bundle(path));
     EXPECT_EQ(check_restore_bundle(path)->error, 11);

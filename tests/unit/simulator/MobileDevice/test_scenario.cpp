@@ -3,8 +3,8 @@
 #include "platform/cf_strings.hpp"
 #include "simulator/MobileDevice/scenario.hpp"
 #include "simulator/MobileDevice/values.hpp"
+#include "tests/unit/helpers/temporary_folder.hpp"
 #include "tests/unit/simulator/MobileDevice/property_list_text.hpp"
-#include "tests/unit/simulator/MobileDevice/temporary_folder.hpp"
 
 #include <gtest/gtest.h>
 
@@ -351,7 +351,7 @@ TEST(Scenario, TheExamplesAreUnderstood) {
 }
 
 TEST(Scenario, AFileWithAnyLettersInItsPathIsRead) {
-    temporary_folder const folder;
+    tests::temporary_folder const folder;
     auto const path = folder.write("szenario 設定.plist", document(with_ecid(text("1"))));
     EXPECT_EQ(load_scenario(path).devices.size(), 1U);
     EXPECT_THROW(load_scenario(folder.utf8("missing.plist")), scenario_fault);

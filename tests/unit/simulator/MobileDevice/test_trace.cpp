@@ -1,6 +1,9 @@
 // The line that each call leaves in the trace.
+#include "tests/unit/helpers/environment.hpp"
+#include "tests/unit/helpers/temporary_folder.hpp"
 #include "tests/unit/simulator/MobileDevice/fixture.hpp"
-#include "tests/unit/simulator/MobileDevice/temporary_folder.hpp"
+
+#include <boost/filesystem/operations.hpp>
 
 #include <thread>
 
@@ -13,13 +16,16 @@ namespace {
 class Trace : public SimulatedPlatform {
 protected:
     Trace() {
-        set_environment("MOBILEDEVICE_SIMULATOR_TRACE", m_folder.utf8("aufzeichnung 記.txt"));
+        tests::set_environment("MOBILEDEVICE_SIMULATOR_TRACE",
+                               m_folder.utf8("aufzeichnung 記.txt"));
     }
-    ~Trace() override { set_environment("MOBILEDEVICE_SIMULATOR_TRACE", ""); }
+    ~Trace() override { tests::set_environment("MOBILEDEVICE_SIMULATOR_TRACE", ""); }
 
-    std::vector<std::string> lines() const { return read_lines(m_folder / "aufzeichnung 記.txt"); }
+    std::vector<std::string> lines() const {
+        return tests::read_lines(m_folder / "aufzeichnung 記.txt");
+    }
 
-    temporary_folder m_folder;
+    tests::temporary_folder m_folder{"MOBILEDEVICE_TEST_FOLDER"};
 };
 
 void ignore_notification(AMRestorableDeviceRef, AMRestorableDeviceNotificationType, void *) {}
@@ -117,7 +123,7 @@ TEST_F(Trace, FailuresHaveTheirLines) {
 
 TEST_F(Trace, RegisteringComesBeforeTheCallsOfItsNotifications) {
     for (int round = 0; round < 20; ++round) {
-        std::filesystem::remove(m_folder / "aufzeichnung 記.txt");
+        QN::filesystem::remove(m_folder / "aufzeichnung 記.txt");
         play(two_devices());
         int id = 0;
         {
@@ -151,7 +157,7 @@ TEST_F(Trace, HoldsTheOptionsOfARestoreAsAPropertyList) {
     auto const options = make_mutable_dictionary();
     CFDictionarySetValue(options.get(), CFSTR("RestoreBundlePath"), make_cfstring("ü.ipsw").get());
     AMRestorableDeviceRestore(device(0), options.get(), nullptr, nullptr);
-    auto const written = read_text(m_folder / "aufzeichnung 記.txt.options.plist");
+    auto const written = tests::read_file(m_folder / "aufzeichnung 記.txt.options.plist");
     EXPECT_TRUE(written.starts_with("<?xml version=\"1.0\" encoding=\"UTF-8\"?>")) << written;
     EXPECT_NE(written.find("<dict>\n\t<key>RestoreBundlePath</key>\n\t<string>ü.ipsw</string>\n"
                            "</dict>\n</plist>\n"),
@@ -162,7 +168,7 @@ TEST_F(Trace, HoldsTheOptionsOfARestoreAsAPropertyList) {
 TEST_F(Trace, OptionsOfAnEarlierRunAreRemoved) {
     m_folder.write("aufzeichnung 記.txt.options.plist", "earlier");
     play(two_devices());
-    EXPECT_FALSE(std::filesystem::exists(m_folder / "aufzeichnung 記.txt.options.plist"));
+    EXPECT_FALSE(QN::filesystem::exists(m_folder / "aufzeichnung 記.txt.options.plist"));
 }
 
 TEST_F(Trace, NothingIsWrittenAfterItsEnd) {
@@ -170,7 +176,7 @@ TEST_F(Trace, NothingIsWrittenAfterItsEnd) {
     simulator.end(20s);
     AMRestorableDeviceRestore(device(0), make_mutable_dictionary().get(), nullptr, nullptr);
     EXPECT_TRUE(lines().empty());
-    EXPECT_FALSE(std::filesystem::exists(m_folder / "aufzeichnung 記.txt.options.plist"));
+    EXPECT_FALSE(QN::filesystem::exists(m_folder / "aufzeichnung 記.txt.options.plist"));
 }
 
 TEST_F(Trace, LinesOfSeveralThreadsDoNotMix) {
@@ -195,7 +201,7 @@ TEST_F(Trace, LinesOfSeveralThreadsDoNotMix) {
 
 TEST_F(Trace, ThatCannotBeOpenedIsReportedOnce) {
     auto const path = m_folder.utf8("no/such/folder.txt");
-    set_environment("MOBILEDEVICE_SIMULATOR_TRACE", path);
+    tests::set_environment("MOBILEDEVICE_SIMULATOR_TRACE", path);
     testing::internal::CaptureStderr();
     play("<dict/>");
     AMRestorableDeviceGetState(nullptr);
