@@ -1,8 +1,8 @@
-"""How the command line is parsed: before any rule that combines options."""
+"""What is printed for help, for a dump and for a command line that cannot be parsed."""
 
 import unittest
 
-from harness import ECID, ToolTest, side_by_side
+from harness import ToolTest, side_by_side
 
 load_tests = side_by_side
 
@@ -30,22 +30,6 @@ Program options:
   --enter-restore-mode  Attempt to put a recovery mode device into restore mode
   --output-pipe arg     Send formatted output to a specific pipe
 """
-
-SWITCHES = (
-    "--debug",
-    "--debug-dump",
-    "--help",
-    "--no-cleanup",
-    "--list-devices",
-    "--device-info",
-    "--exit-recovery",
-    "--no-exit-recovery",
-    "--erase",
-    "--enter-restore-mode",
-)
-STRINGS = ("--amr-logfile", "--ecid", "--restore", "--restore-plist")
-UNSIGNED = ("--detect-timeout", "--restore-timeout")
-NUMBERS = (*UNSIGNED, "--output-pipe")
 
 
 class CommandLineTest(ToolTest):
@@ -117,126 +101,12 @@ class Refused(CommandLineTest):
             with self.subTest(option):
                 self.assert_not_parsed(3, f"unrecognised option '{option}'", option)
 
-    def test_switches_given_twice(self):
-        for switch in SWITCHES:
-            with self.subTest(switch):
-                self.assert_not_parsed(3, f"Option '{switch}' may only be specified once",
-                                       switch, switch)
-
-    def test_values_given_twice(self):
-        for option in (*STRINGS, *NUMBERS):
-            with self.subTest(option):
-                self.assert_not_parsed(3, f"Option '{option}' may only be specified once",
-                                       option, "1", option, "2")
-
-    def test_given_twice_under_a_short_name(self):
-        self.assert_not_parsed(3, "Option '--ecid' may only be specified once",
-                               "--ecid", ECID, "--ec", ECID)
-
-    def test_missing_value(self):
-        for option in (*STRINGS, *NUMBERS):
-            with self.subTest(option):
-                self.assert_not_parsed(
-                    1, f"the required argument for option '{option}' is missing", option)
-
-    def test_nothing_after_the_equal_sign(self):
-        self.assert_not_parsed(
-            1, "the argument for option '--restore' should follow immediately after the equal sign",
-            "--restore=", "--ecid", ECID)
-
-    def test_value_for_a_switch(self):
-        self.assert_not_parsed(1, "option '--list-devices' does not take any arguments",
-                               "--list-devices=1")
-
-    def test_ambiguous_names(self):
-        for name, candidates in (
-            ("--re", "'--restore', '--restore-plist', and '--restore-timeout'"),
-            ("--restore-", "'--restore-plist', and '--restore-timeout'"),
-            ("--deb", "'--debug', and '--debug-dump'"),
-            ("--no", "'--no-cleanup', and '--no-exit-recovery'"),
-        ):
-            with self.subTest(name):
-                self.assert_not_parsed(
-                    1, f"option '{name}' is ambiguous and matches {candidates}", name, "x")
-
-    def test_numbers(self):
-        bad = ("abc", " ", "1 ", " 1", "1.5", "1e3", "0x10", "12a", "ü", "１")
-        too_large = {
-            "--detect-timeout": ("4294967296", "-4294967296", "99999999999999999999"),
-            "--restore-timeout": ("4294967296", "18446744073709551617"),
-            "--output-pipe": ("2147483648", "-2147483649", "4294967296"),
-        }
-        for option in NUMBERS:
-            for value in (*(bad if option == "--detect-timeout" else bad[:2]), *too_large[option]):
-                with self.subTest(option, value=value):
-                    self.assert_not_parsed(
-                        2, f"the argument ('{value}') for option '{option}' is invalid",
-                        option, value)
-
-    def test_empty_numbers(self):
-        for option in NUMBERS:
-            with self.subTest(option):
-                self.assert_not_parsed(2, f"the argument for option '{option}' is invalid",
-                                       option, "")
-
     def test_the_document_of_a_parse_error_does_not_go_to_the_pipe(self):
         self.assert_not_parsed(3, "unrecognised option '--frobnicate'",
                                "--output-pipe", "99999", "--frobnicate")
 
     def test_debugging_is_not_on_yet(self):
         self.assert_not_parsed(3, "unrecognised option '--frobnicate'", "--debug", "--frobnicate")
-
-    def test_restore_without_value(self):
-        self.assert_not_parsed(1, "the required argument for option '--restore' is missing",
-                               "--ecid", ECID, "--restore")
-
-
-class Accepted(CommandLineTest):
-    """What parses is seen from what the rules say of it."""
-
-    NO_COMMAND = (3, "Invalid command option")
-
-    def test_no_arguments(self):
-        self.assert_fails(*self.NO_COMMAND, scenario={})
-
-    def test_names_cut_short(self):
-        self.assert_fails(3, "Option --device-info requires --ecid", "--dev", scenario={})
-        self.assert_fails(3, "Option --list-devices not compatible with --ecid",
-                          "--li", "--ec", ECID, scenario={})
-        self.assert_fails(3, "Option --no-exit-recovery requires --ecid", "--no-e", scenario={})
-
-    def test_exact_name_that_begins_others(self):
-        self.assert_fails(3, "Option --restore requires --ecid", "--restore", "x", scenario={})
-
-    def test_values_after_an_equal_sign(self):
-        self.assert_fails(3, "Option --list-devices not compatible with --ecid",
-                          "--list-devices", f"--ecid={ECID}", scenario={})
-
-    def test_value_that_looks_like_an_option(self):
-        self.assert_fails(3, "Option --restore requires --ecid", "--restore", "--ecid", ECID,
-                          scenario={})
-
-    def test_words_that_belong_to_no_option_are_passed_over(self):
-        self.assert_fails(*self.NO_COMMAND, "list-devices", "漢字", "", scenario={})
-        self.assert_fails(*self.NO_COMMAND, "--", "--list-devices", scenario={})
-
-    def test_largest_and_smallest_numbers(self):
-        for arguments in (
-            ("--detect-timeout", "4294967295"),
-            ("--detect-timeout", "0"),
-            ("--detect-timeout", "+3"),
-            ("--detect-timeout", "007"),
-            ("--output-pipe", "-2147483648", "--help"),
-            ("--output-pipe", "2147483647", "--help"),
-        ):
-            with self.subTest(arguments):
-                if "--help" in arguments:
-                    self.run_tool(*arguments, scenario={}, status=0)
-                else:
-                    self.assert_fails(*self.NO_COMMAND, *arguments, scenario={})
-
-    def test_no_cleanup_changes_nothing(self):
-        self.assert_fails(*self.NO_COMMAND, "--no-cleanup", scenario={})
 
 
 if __name__ == "__main__":

@@ -1,7 +1,7 @@
 #include "QNRescue/MobileDeviceDebug.hpp"
 
+#include "tests/unit/QNRescue/expected_restore_texts.hpp"
 #include "tests/unit/helpers/assertion_text.hpp"
-#include "tests/unit/helpers/expected_restore_texts.hpp"
 #include "tests/unit/helpers/objects.hpp"
 #include "tests/unit/helpers/output_capture.hpp"
 

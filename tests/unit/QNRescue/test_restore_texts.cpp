@@ -2,7 +2,7 @@
 
 #include "platform/cf_ownership.hpp"
 #include "platform/cf_strings.hpp"
-#include "tests/unit/helpers/expected_restore_texts.hpp"
+#include "tests/unit/QNRescue/expected_restore_texts.hpp"
 
 #include <gtest/gtest.h>
 

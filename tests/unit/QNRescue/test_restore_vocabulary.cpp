@@ -1,7 +1,5 @@
 #include "QNRescue/restore_vocabulary.hpp"
 
-#include "tests/unit/helpers/expected_restore_texts.hpp"
-
 #include <gtest/gtest.h>
 
 #include <limits>
@@ -37,11 +35,10 @@ TEST(NotificationTypeFormatter, PrintsWordsAndOtherNumbers) {
     EXPECT_EQ(format<AMRestorableDeviceNotificationType>(-1), "<invalid notification type -1>");
 }
 
-TEST(ErrorFormatter, PrintsTheTextOfEachCode) {
-    for (auto const & [code, text] : tests::expected_error_texts) {
-        EXPECT_EQ(fmt::formatter<AMRError>::get_error_str(static_cast<AMRError>(code)), text);
-        EXPECT_EQ(format<AMRError>(code), text);
-    }
+TEST(ErrorFormatter, PrintsTheTextOfACode) {
+    EXPECT_EQ(fmt::formatter<AMRError>::get_error_str(static_cast<AMRError>(1)), "Bad argument");
+    EXPECT_EQ(format<AMRError>(1), "Bad argument");
+    EXPECT_EQ(format<AMRError>(3600), "HTTP internal server error");
 }
 
 TEST(ErrorFormatter, PrintsCodesWithoutAText) {
@@ -56,10 +53,9 @@ TEST(ErrorFormatter, FallsBackForWholeTextsOnly) {
               "Unrecognized bbupdater error");
 }
 
-TEST(OperationFormatter, PrintsTheTextOfEachCode) {
-    for (auto const & [code, text] : tests::expected_operation_texts) {
-        EXPECT_EQ(format<qnrescue::operation_type>(code), text);
-    }
+TEST(OperationFormatter, PrintsTheTextOfACode) {
+    EXPECT_EQ(format<qnrescue::operation_type>(2), "DFU download");
+    EXPECT_EQ(format<qnrescue::operation_type>(213), "Regenerating dyld shared cache");
 }
 
 TEST(OperationFormatter, PrintsCodesWithoutAText) {

@@ -112,6 +112,7 @@ TEST(RunProgramMain, EraseGoesWithRestoreAlone) {
     auto const reason = "Option --erase only compatible with --restore";
     expect_error({"--erase"}, 3, reason);
     expect_error({"--erase", "--list-devices"}, 3, reason);
+    expect_error({"--erase", "--device-info", "--ecid", some_ecid}, 3, reason);
     expect_error({"--erase", "--restore-plist", "o.plist", "--ecid", some_ecid}, 3, reason);
     expect_error({"--erase", "--restore-timeout", "5"}, 3, reason);
 }
@@ -144,6 +145,9 @@ TEST(RunProgramMain, TheOtherCommandsRequireAnEcid) {
 
 TEST(RunProgramMain, ARestoreNeedsAPath) {
     expect_error({"--restore", "", "--ecid", some_ecid}, 3, "Missing restore IPSW path");
+    expect_error({"--restore", "", "--ecid", some_ecid, "--erase", "--restore-timeout", "600",
+                  "--enter-restore-mode"},
+                 3, "Missing restore IPSW path");
 }
 
 TEST(RunProgramMain, TheFirstCommandOfTheTableWins) {

@@ -26,7 +26,7 @@ inline std::string line_number(std::string const & message) {
 }
 
 // The action is to break the assertion with this message, which has "LINE" for the line number.
-// Answers the number.
+// Returns the number.
 template <typename Action>
 std::string expect_assertion(std::string const & message, Action && action) {
     try {

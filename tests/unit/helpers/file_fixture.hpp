@@ -15,7 +15,7 @@ namespace file_tests {
 
 namespace filesystem = QN::filesystem;
 
-// Each test has a folder of its own, which is removed with all that is in it.
+// Gives each test a folder, which is removed with all that is in it.
 class file_test : public testing::Test {
 protected:
     file_test();
@@ -45,7 +45,7 @@ bool is_inherited(QN::file::native_handle handle);
 // Bytes without a short period.
 std::string pattern(std::size_t size);
 
-// What an exception tells: the context, and the code's own text and name.
+// Returns the text of an exception: the context, and the code's own text and name.
 std::string text_of(std::string const & context, boost::system::error_code const & code);
 
 // Numbers of the system's errors.
