@@ -1,11 +1,13 @@
-# QNRESCUE_SANITIZE: the sanitizers for the whole build, as in -fsanitize=.
+# QNRESCUE_SANITIZE: the sanitizers of the whole build, as -fsanitize= takes them.
 set(QNRESCUE_SANITIZE "" CACHE STRING "Sanitizers, for example address,undefined or thread")
 
 if(QNRESCUE_SANITIZE)
-  add_compile_options(-fsanitize=${QNRESCUE_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer)
-  # GCC warns of uninitialised values in instrumented code of the standard library.
-  add_compile_options($<$<CXX_COMPILER_ID:GNU>:-Wno-maybe-uninitialized>)
-  # The thread sanitizer does not know Asio's fences; nothing here depends on them.
-  add_compile_options($<$<CXX_COMPILER_ID:GNU>:-Wno-tsan>)
-  add_link_options(-fsanitize=${QNRESCUE_SANITIZE})
+  target_compile_options(qnrescue_settings INTERFACE
+    -fsanitize=${QNRESCUE_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer
+    # GCC takes instrumented code of the standard library for uses of uninitialised values.
+    $<$<CXX_COMPILER_ID:GNU>:-Wno-maybe-uninitialized>
+    # The thread sanitizer does not know the fences of Asio, which synchronise nothing here.
+    $<$<CXX_COMPILER_ID:GNU>:-Wno-tsan>
+  )
+  target_link_options(qnrescue_settings INTERFACE -fsanitize=${QNRESCUE_SANITIZE})
 endif()

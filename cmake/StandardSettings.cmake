@@ -1,4 +1,5 @@
-# Sets the language level, visibility, output folders and the definitions that every target shares.
+# Sets the language level, visibility and output folders; adds qnrescue_settings, which every target
+# links: the include folder, definitions and options that all share.
 set(CMAKE_CXX_STANDARD 20)
 set(CMAKE_CXX_STANDARD_REQUIRED ON)
 set(CMAKE_CXX_EXTENSIONS OFF)
@@ -12,11 +13,13 @@ endif()
 # Programs and the DLLs that they load are in one folder.
 set(CMAKE_RUNTIME_OUTPUT_DIRECTORY "${CMAKE_BINARY_DIR}/bin")
 
-include_directories("${CMAKE_SOURCE_DIR}")
-add_compile_definitions(
+add_library(qnrescue_settings INTERFACE)
+target_include_directories(qnrescue_settings INTERFACE "${CMAKE_SOURCE_DIR}")
+target_compile_definitions(qnrescue_settings INTERFACE
   BOOST_DISABLE_CURRENT_LOCATION # exception texts must not name paths of the building machine
   BOOST_ALL_NO_LIB
 )
-add_compile_options(
+target_compile_options(qnrescue_settings INTERFACE
   $<$<COMPILE_LANG_AND_ID:CXX,GNU,Clang>:-ffile-prefix-map=${CMAKE_SOURCE_DIR}=.>
 )
+link_libraries(qnrescue_settings)

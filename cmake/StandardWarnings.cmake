@@ -1,4 +1,4 @@
-# Warnings for every target of this project; errors if QNRESCUE_WARNINGS_AS_ERRORS is on.
+# Adds qnrescue_warnings, which every target links: the warnings of this project, errors if QNRESCUE_WARNINGS_AS_ERRORS is on.
 option(QNRESCUE_WARNINGS_AS_ERRORS "Treat compiler warnings as errors" OFF)
 
 if(CMAKE_CXX_COMPILER_ID MATCHES "GNU|Clang")
@@ -14,4 +14,6 @@ if(CMAKE_CXX_COMPILER_ID MATCHES "GNU|Clang")
 elseif(MSVC)
   set(warnings /W4 /utf-8 /permissive- $<$<BOOL:${QNRESCUE_WARNINGS_AS_ERRORS}>:/WX>)
 endif()
-add_compile_options("$<$<COMPILE_LANGUAGE:CXX>:${warnings}>")
+add_library(qnrescue_warnings INTERFACE)
+target_compile_options(qnrescue_warnings INTERFACE "$<$<COMPILE_LANGUAGE:CXX>:${warnings}>")
+link_libraries(qnrescue_warnings)

@@ -2,11 +2,40 @@
 option(BUILD_TESTING "Build the tests" ON)
 set(QNRESCUE_TEST_PREFIX "" CACHE STRING "What the name of every test starts with")
 
+# What only the full run of the tests needs, beside all: `cmake --build … --target all full`.
+add_custom_target(full)
+
+# qnrescue_test_settings(target): compiles tests and their helpers fast, several files at a time and
+# without optimisation.
+function(qnrescue_test_settings target)
+  set_target_properties(${target} PROPERTIES UNITY_BUILD ON)
+  target_compile_options(${target} PRIVATE
+    $<$<CXX_COMPILER_ID:GNU,Clang>:-O0>
+    # It holds a class from another file that has a base in an unnamed namespace to be a mistake.
+    $<$<CXX_COMPILER_ID:GNU>:-Wno-subobject-linkage>
+  )
+endfunction()
+
+# qnrescue_label_tests(label test...): adds a label: `full` for what only the full run has, others
+# for the presets of CTest.
+function(qnrescue_label_tests label)
+  list(TRANSFORM ARGN PREPEND "${QNRESCUE_TEST_PREFIX}" OUTPUT_VARIABLE names)
+  set_property(TEST ${names} APPEND PROPERTY LABELS ${label})
+endfunction()
+
+# qnrescue_stress_tests(test...): labels tests that run longer where the environment asks for it.
+function(qnrescue_stress_tests)
+  qnrescue_label_tests(stress ${ARGN})
+  list(TRANSFORM ARGN PREPEND "${QNRESCUE_TEST_PREFIX}" OUTPUT_VARIABLE names)
+  set_property(TEST ${names} PROPERTY TIMEOUT 3600)
+endfunction()
+
 # qnrescue_unit_test(name SOURCES file... LINK library...): adds a GoogleTest program as one test of
 # CTest (starting Wine once for each case would take most of the time).
 function(qnrescue_unit_test name)
   cmake_parse_arguments(PARSE_ARGV 1 unit "" "" "SOURCES;LINK")
   add_executable(${name} ${unit_SOURCES})
+  qnrescue_test_settings(${name})
   target_link_libraries(${name} PRIVATE ${unit_LINK} GTest::gtest_main Threads::Threads)
   add_test(NAME "${QNRESCUE_TEST_PREFIX}${name}" COMMAND ${name} --gtest_brief=1)
   set_tests_properties("${QNRESCUE_TEST_PREFIX}${name}" PROPERTIES

@@ -4,9 +4,10 @@ if(NOT WIN32)
 endif()
 enable_language(RC)
 
-add_compile_definitions(_WIN32_WINNT=0x0A00 WINVER=0x0A00 UNICODE _UNICODE NOMINMAX WIN32_LEAN_AND_MEAN)
+target_compile_definitions(qnrescue_settings INTERFACE
+  _WIN32_WINNT=0x0A00 WINVER=0x0A00 UNICODE _UNICODE NOMINMAX WIN32_LEAN_AND_MEAN)
 if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
-  add_link_options(
+  target_link_options(qnrescue_settings INTERFACE
     -static # no DLL of the compiler is needed
     -Wl,--no-insert-timestamp # the same sources give the same file
     -Wl,--dynamicbase,--high-entropy-va,--nxcompat
@@ -16,5 +17,5 @@ if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
 elseif(MSVC)
   set(CMAKE_MSVC_RUNTIME_LIBRARY "MultiThreaded$<$<CONFIG:Debug>:Debug>")
   # The program's manifest is a resource; one from the linker would conflict with it.
-  add_link_options(/DYNAMICBASE /HIGHENTROPYVA /NXCOMPAT /MANIFEST:NO)
+  target_link_options(qnrescue_settings INTERFACE /DYNAMICBASE /HIGHENTROPYVA /NXCOMPAT /MANIFEST:NO)
 endif()

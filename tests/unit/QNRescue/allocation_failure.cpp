@@ -1,9 +1,11 @@
 #include "tests/unit/QNRescue/allocation_failure.hpp"
 
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <exception>
 #include <new>
+#include <string>
 
 #include <sys/wait.h>
 #include <unistd.h>
@@ -112,9 +114,19 @@ bool trial::completes(std::function<void()> const & action) {
     return came_to_end;
 }
 
+namespace {
+
+std::size_t allocation_step() {
+    auto const text = std::getenv("QNRESCUE_ALLOCATION_STEP");
+    return text == nullptr ? 1 : std::max(std::stoul(text), 1UL);
+}
+
+} // namespace
+
 trial_counts fail_each_allocation(std::function<bool(trial & run)> const & function) {
     trial_counts counts;
-    for (std::size_t number = 1;; ++number) {
+    auto const step = allocation_step();
+    for (std::size_t number = 1;; number += step) {
         switch (run_in_process(number, function)) {
         case no_failure_met:
             return counts;
