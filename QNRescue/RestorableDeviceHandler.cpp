@@ -19,7 +19,7 @@ namespace qnrescue {
 
 namespace {
 
-constexpr auto source_unit = "QNRescue/RestorableDeviceHandler";
+constexpr auto this_unit = "QNRescue/RestorableDeviceHandler";
 
 } // namespace
 
@@ -31,7 +31,7 @@ device_notifier_state::device_notifier_state(std::shared_ptr<output_str_state> o
                                              wait_clock & time)
     : outputter(std::move(output))
     , clock(time) {
-    assert_that(outputter != nullptr, source_unit, __func__, "this->outputter");
+    assert_that(outputter != nullptr, this_unit, __func__, "this->outputter");
     debug("{}: initializing", __func__);
     scratchLocation = scratch && !scratch->empty() ? *std::move(scratch) : new_scratch_location();
     warmUp();
@@ -58,7 +58,7 @@ void device_notifier_state::warmUp() {
 
 device_notifier_state::~device_notifier_state() noexcept(false) {
     live_contexts::instance().remove(this);
-    assert_that(!scratchLocation.empty(), source_unit, __func__, "!scratchLocation.empty()");
+    assert_that(!scratchLocation.empty(), this_unit, __func__, "!scratchLocation.empty()");
     if (auto const error = remove_scratch_folder(scratchLocation)) {
         try {
             debug("{}: Failed to clean scratch location ({})", __func__, error.message());
@@ -74,7 +74,7 @@ device_notifier_state::~device_notifier_state() noexcept(false) {
 void device_notifier_state::deviceNotificationCallback(AMRestorableDeviceRef device,
                                                        AMRestorableDeviceNotificationType type,
                                                        void * context) {
-    assert_that(context != nullptr, source_unit, __func__, "context");
+    assert_that(context != nullptr, this_unit, __func__, "context");
     if (live_contexts::visit const visit(context); visit) {
         static_cast<device_notifier_state *>(context)->handleNotification(device, type);
     }
@@ -82,7 +82,7 @@ void device_notifier_state::deviceNotificationCallback(AMRestorableDeviceRef dev
 
 void device_notifier_state::restoreCallback(AMRestorableDeviceRef /*device*/,
                                             CFDictionaryRef statusDict, void * context) {
-    assert_that(context != nullptr, source_unit, __func__, "context");
+    assert_that(context != nullptr, this_unit, __func__, "context");
     if (live_contexts::visit const visit(context); visit) {
         static_cast<device_notifier_state *>(context)->handleReport(statusDict);
     }
@@ -167,7 +167,7 @@ void device_notifier_state::commandRecoveryDevice(AMRestorableDeviceRef device) 
 }
 
 void device_notifier_state::operateOnRecoveryDevice(AMRecoveryModeDeviceRef recoveryDevice) {
-    assert_that(recoveryDevice != nullptr, source_unit, __func__, "recoveryDevice != nullptr");
+    assert_that(recoveryDevice != nullptr, this_unit, __func__, "recoveryDevice != nullptr");
     bool const exits = operation == command_kind::exit_recovery;
     if (!exits && operation != command_kind::no_exit_recovery) {
         return;

@@ -23,7 +23,7 @@ using namespace qnrescue;
 using namespace std::chrono_literals;
 using namespace tests;
 
-constexpr int thread_count = 4;
+constexpr int reporting_threads = 4;
 constexpr int report_count = 100'000;
 constexpr int reports_per_restore = 20; // the last of them is the completion
 
@@ -93,7 +93,7 @@ public:
     void operator()(std::string_view beginning) {
         auto const found = std::string(beginning) + std::string(end_of_document);
         int const thread = number_of(found, "Thread");
-        if (thread < 0 || thread >= thread_count) {
+        if (thread < 0 || thread >= reporting_threads) {
             wrong.add(found);
             return;
         }
@@ -114,7 +114,7 @@ public:
 private:
     document_pattern const step{false};
     document_pattern const completion{true};
-    std::array<int, thread_count> next{};
+    std::array<int, reporting_threads> next{};
     complaints wrong;
 };
 
@@ -144,7 +144,7 @@ public:
     // At most one timeout for each restore, and the reports of a thread in its order.
     void expect_time_outs_and_order() const {
         std::size_t time_outs = 0;
-        std::array<int, thread_count> latest;
+        std::array<int, reporting_threads> latest;
         latest.fill(-1);
         for (auto const & each : parse_documents(text)) {
             if (each.type == "InternalError") {
@@ -177,7 +177,7 @@ private:
 };
 
 TEST(Stress, Reports) {
-    int const count = share_of(report_count) / thread_count;
+    int const count = share_of(report_count) / reporting_threads;
     document_check check;
     short_restores short_ones;
     {
@@ -187,7 +187,7 @@ TEST(Stress, Reports) {
         device_notifier_state notifier(output, std::nullopt, std::nullopt);
         std::atomic<bool> ended = false;
         std::thread restoring([&] { short_ones.go_on_until(ended); });
-        thread_team reporting(thread_count, [&](int thread) {
+        thread_team reporting(reporting_threads, [&](int thread) {
             for (int number = 0; number < count; ++number) {
                 auto const report = numbered_report(thread, number, completes(number));
                 device_notifier_state::restoreCallback(nullptr, report.get(), &notifier);
@@ -202,7 +202,7 @@ TEST(Stress, Reports) {
         writer.finish();
         EXPECT_EQ(documents.rest(), "");
     }
-    fmt::print("{} reports of each of {} threads\n", count, thread_count);
+    fmt::print("{} reports of each of {} threads\n", count, reporting_threads);
     check.expect_all(count);
     short_ones.expect_time_outs_and_order();
 }

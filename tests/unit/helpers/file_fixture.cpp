@@ -36,6 +36,10 @@ file_test::~file_test() {
     filesystem::remove_all(folder, ignored);
 }
 
+std::string as_text(std::vector<std::uint8_t> const & bytes) {
+    return {bytes.begin(), bytes.end()};
+}
+
 std::string content_of(filesystem::path const & path) {
     std::ifstream stream(standard(path), std::ios::binary);
     EXPECT_TRUE(stream.is_open());

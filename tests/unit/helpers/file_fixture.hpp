@@ -9,6 +9,7 @@
 #include <cstdint>
 #include <string>
 #include <string_view>
+#include <vector>
 
 // What the tests of files need of the system, by means other than those under test.
 namespace file_tests {
@@ -23,6 +24,8 @@ protected:
 
     filesystem::path const folder;
 };
+
+std::string as_text(std::vector<std::uint8_t> const & bytes);
 
 std::string content_of(filesystem::path const & path);
 void make_file(filesystem::path const & path, std::string_view content);

@@ -27,8 +27,8 @@ protected:
     }
 
     std::string obstacle() const {
-        return launcher::load_obstacle(library, {[this](std::string const & name) {
-                                                     auto const found = loaded.find(name);
+        return launcher::load_obstacle(library, {[this](std::string const & needed) {
+                                                     auto const found = loaded.find(needed);
                                                      return found == loaded.end()
                                                                 ? QN::filesystem::path()
                                                                 : found->second;

@@ -12,12 +12,9 @@
 namespace {
 
 using boost::system::error_code;
+using file_tests::as_text;
 using file_tests::pattern;
 using QN::file::errc;
-
-std::string as_text(std::vector<std::uint8_t> const & bytes) {
-    return {bytes.begin(), bytes.end()};
-}
 
 // Has only so much at hand for each request, and keeps the sizes that it is asked for.
 struct recording_stream {

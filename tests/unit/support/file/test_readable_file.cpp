@@ -34,10 +34,6 @@ protected:
     filesystem::path const path = folder / "file";
 };
 
-std::string as_text(std::vector<std::uint8_t> const & bytes) {
-    return {bytes.begin(), bytes.end()};
-}
-
 void expect_thrown(std::function<void()> const & call, error_code const & code,
                    std::string const & context) {
     try {

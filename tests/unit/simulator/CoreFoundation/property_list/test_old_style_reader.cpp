@@ -10,7 +10,7 @@ using namespace std::string_view_literals;
 
 namespace {
 
-struct Row {
+struct old_style_row {
     std::string_view document;
     std::string_view expected; // the notation of the root, or the debugging text of the error
 };
@@ -27,7 +27,7 @@ std::vector<std::string> forms(std::string_view document) {
     return all;
 }
 
-void expect_roots(std::vector<Row> const & rows) {
+void expect_old_style_roots(std::vector<old_style_row> const & rows) {
     for (auto const & row : rows) {
         for (auto const & document : forms(row.document)) {
             auto const reading = read(document);
@@ -39,7 +39,7 @@ void expect_roots(std::vector<Row> const & rows) {
     }
 }
 
-void expect_failures(std::vector<Row> const & rows) {
+void expect_old_style_failures(std::vector<old_style_row> const & rows) {
     for (auto const & row : rows) {
         for (auto const & document : forms(row.document)) {
             auto const reading = read(document);
@@ -52,7 +52,7 @@ void expect_failures(std::vector<Row> const & rows) {
 }
 
 TEST(OldStyleReading, ReadsNothingAsAnEmptyDictionary) {
-    expect_roots({
+    expect_old_style_roots({
         {" ", "{}"},
         {"\n", "{}"},
         {" \t\r\n \n", "{}"},
@@ -69,9 +69,9 @@ TEST(OldStyleReading, ReadsAWordAsAString) {
     for (auto const word :
          {"hello"sv, "x"sv, "123"sv, "-5"sv, "1.5"sv, "/usr/local/bin"sv, "http://a.b/c"sv,
           "HTTP/1.1"sv, "true"sv, "null"sv, "bplist00"sv, "a_$b"sv}) {
-        expect_roots({{word, '"' + std::string{word} + '"'}});
+        expect_old_style_roots({{word, '"' + std::string{word} + '"'}});
     }
-    expect_roots({
+    expect_old_style_roots({
         {"hello\n", "\"hello\""},
         {"hello // c", "\"hello\""},
         {"\xef\xbb\xbfhello", "\"hello\""},
@@ -88,7 +88,7 @@ TEST(OldStyleReading, ReadsAWordAsAString) {
 
 TEST(OldStyleReading, RefusesOtherText) {
     constexpr auto no_entry = "Expected ';' or '=' after key at line 1"sv;
-    expect_failures({
+    expect_old_style_failures({
         {"not a plist", no_entry},
         {"key: value", no_entry},
         {"a@b", no_entry},
@@ -116,7 +116,7 @@ TEST(OldStyleReading, RefusesOtherText) {
 }
 
 TEST(OldStyleReading, ReadsEscapes) {
-    expect_roots({
+    expect_old_style_roots({
         {"\"a\\n\\t\\U00e9\\101\\\\\"", "\"a\n\t\xc3\xa9"
                                         "A\\\""},
         {"'\\a\\b\\f\\r\\v\\\"\\'\\q'", "\"\a\b\f\r\v\"'q\""},
@@ -130,7 +130,7 @@ TEST(OldStyleReading, ReadsEscapes) {
 }
 
 TEST(OldStyleReading, ReadsOctalEscapesAsNextStepLetters) {
-    expect_roots({
+    expect_old_style_roots({
         {"'\\177'", "\"\x7f\""},
         {"'\\200'", "\"\xc2\xa0\""},
         {"'\\240'", "\"\xc2\xa9\""},
@@ -145,12 +145,12 @@ TEST(OldStyleReading, ReadsOctalEscapesAsNextStepLetters) {
 }
 
 TEST(OldStyleReading, ReadsData) {
-    expect_roots({
+    expect_old_style_roots({
         {"<48656c6c6f>", "<48656c6c6f>"},
         {"<48 656C\n6c6F >", "<48656c6c6f>"},
         {"<>", "<>"},
     });
-    expect_failures({
+    expect_old_style_failures({
         {"<486>", "Malformed data byte group at line 1; uneven length"},
         {"<48 6 56>", "Malformed data byte group at line 1; uneven length"},
         {"<zz>", "Malformed data byte group at line 1; invalid hex"},
@@ -160,7 +160,7 @@ TEST(OldStyleReading, ReadsData) {
 }
 
 TEST(OldStyleReading, ReadsStringsFiles) {
-    expect_roots({
+    expect_old_style_roots({
         {"a = b;", "{\"a\": \"b\"}"},
         {"a;", "{\"a\": \"a\"}"},
         {"/* c */ \"k1\" = \"v1\"; k2 = v2; // end", "{\"k1\": \"v1\", \"k2\": \"v2\"}"},
@@ -172,7 +172,7 @@ TEST(OldStyleReading, ReadsStringsFiles) {
         {"a = b; <zz> c", "{\"a\": \"b\"}"},
         {"a = b; c; @ d", "{\"a\": \"b\", \"c\": \"c\"}"},
     });
-    expect_failures({
+    expect_old_style_failures({
         {"a = b", "Missing ';' on line 1"},
         {"a=b", "Missing ';' on line 1"},
         {"a = b;\nc = d", "Missing ';' on line 2"},
@@ -183,7 +183,7 @@ TEST(OldStyleReading, ReadsStringsFiles) {
 }
 
 TEST(OldStyleReading, ReadsContainers) {
-    expect_roots({
+    expect_old_style_roots({
         {"{ a = b; }", "{\"a\": \"b\"}"},
         {"{}", "{}"},
         {"()", "[]"},
@@ -195,7 +195,7 @@ TEST(OldStyleReading, ReadsContainers) {
         {"{ n = 5; r = 1.5; t = true; }", "{\"n\": \"5\", \"r\": \"1.5\", \"t\": \"true\"}"},
         {"{ /* c */ a /* c */ = // c\n b; }", "{\"a\": \"b\"}"},
     });
-    expect_failures({
+    expect_old_style_failures({
         {"{ a = b }", "Missing ';' on line 1"},
         {"{ a = b;", "Expected terminating '}' for dictionary at line 1"},
         {"(a, b", "Expected terminating ')' for array at line 1"},
@@ -214,7 +214,7 @@ TEST(OldStyleReading, LimitsTheDepth) {
     EXPECT_NE(read(nest("(", ")", 512)).root, nullptr);
     EXPECT_NE(read(nest("{x=", ";}", 512)).root, nullptr);
     for (std::size_t const depth : {513U, 100'000U}) {
-        expect_failures({
+        expect_old_style_failures({
             {nest("(", ")", depth), "Expected terminating ')' for array at line 1"},
             {nest("{x=", ";}", depth), "Too many nested arrays or dictionaries at line 1"},
         });
@@ -224,7 +224,7 @@ TEST(OldStyleReading, LimitsTheDepth) {
 // Without a mark, text with zero bytes at its beginning is taken for UTF-16 of which the first
 // character is lost.
 TEST(OldStyleReading, GuessesUtf16) {
-    expect_roots({
+    expect_old_style_roots({
         {"h\0i\0"sv, "\"i\""},
         {"\xff\xfeh\0i\0"sv, "\"hi\""},
         {"\xfe\xff\0h\0i"sv, "\"hi\""},

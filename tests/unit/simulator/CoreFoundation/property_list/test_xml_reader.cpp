@@ -10,12 +10,12 @@ using namespace std::string_view_literals;
 
 namespace {
 
-struct Row {
+struct xml_row {
     std::string document;
     std::string_view expected; // the notation of the root, or the debugging text of the error
 };
 
-void expect_roots(std::vector<Row> const & rows) {
+void expect_xml_roots(std::vector<xml_row> const & rows) {
     for (auto const & row : rows) {
         auto const reading = read(row.document);
         EXPECT_EQ(notation(reading.root.get()), row.expected)
@@ -25,7 +25,7 @@ void expect_roots(std::vector<Row> const & rows) {
     }
 }
 
-void expect_failures(std::vector<Row> const & rows) {
+void expect_xml_failures(std::vector<xml_row> const & rows) {
     for (auto const & row : rows) {
         auto const reading = read(row.document);
         EXPECT_EQ(reading.root, nullptr) << row.document;
@@ -79,7 +79,7 @@ constexpr auto unexpected_end = "Encountered unexpected EOF"sv;
 TEST(XmlReading, AcceptsAnyEnvelope) {
     std::string const dict = "<dict><key>a</key><string>b</string></dict>";
     auto const meaning = "{\"a\": \"b\"}"sv;
-    std::vector<Row> rows = {
+    std::vector<xml_row> rows = {
         {std::string{xml_opening} + dict + "</plist>\n", meaning},
         {dict, meaning},
         {in_plist(dict), meaning},
@@ -98,11 +98,11 @@ TEST(XmlReading, AcceptsAnyEnvelope) {
         {"<string>b</string>", "\"b\""},
         {"<string>a\r\nb</string>", "\"a\r\nb\""},
     };
-    expect_roots(rows);
+    expect_xml_roots(rows);
 }
 
 TEST(XmlReading, RefusesBrokenEnvelopes) {
-    expect_failures({
+    expect_xml_failures({
         {"<plist><dict><key>a</key><string>b</string></dict>", unexpected_end},
         {"<plist><dict><key>a</key><string>b</string>", unexpected_end},
         {"<plist><array><true/>", unexpected_end},
@@ -137,13 +137,13 @@ TEST(XmlReading, RefusesBrokenEnvelopes) {
 TEST(XmlReading, WantsRoomBehindAShortDeclaration) {
     auto const short_one = std::string{declaration} + "<foo/>";
     ASSERT_EQ(short_one.size(), 27U);
-    expect_failures({
+    expect_xml_failures({
         {short_one, "End of buffer while looking for encoding name"},
         {short_one + " ", "Encountered unknown tag foo on line 1"},
         {"<?xml version=\"1.0\" encoding=\"UTF", "End of buffer while looking for encoding name"},
     });
     EXPECT_EQ(read(short_one).old_style_text(), "");
-    expect_roots({{std::string{declaration} + "<true/>", "true"}});
+    expect_xml_roots({{std::string{declaration} + "<true/>", "true"}});
 }
 
 TEST(XmlReading, UnderstandsEncodings) {
@@ -151,7 +151,7 @@ TEST(XmlReading, UnderstandsEncodings) {
         return fmt::format("<?xml version=\"1.0\" encoding=\"{}\"?><string>{}</string>", encoding,
                            text);
     };
-    expect_roots({
+    expect_xml_roots({
         {"\xef\xbb\xbf<string>\xc3\xa9</string>", "\"\xc3\xa9\""},
         {utf16(u"\ufeff<string>\u00e9\U0001f600</string>", false), "\"\xc3\xa9\xf0\x9f\x98\x80\""},
         {utf16(u"\ufeff<string>\u00e9\U0001f600</string>", true), "\"\xc3\xa9\xf0\x9f\x98\x80\""},
@@ -164,7 +164,7 @@ TEST(XmlReading, UnderstandsEncodings) {
         {"<?xml version='1.0' encoding='ISO-8859-1'?><string>\xe9</string>", "\"\xc3\xa9\""},
         {utf16(u"\ufeff<?xml version=\"1.0\" encoding=\"UTF-16\"?><true/>", false), "true"},
     });
-    expect_failures({
+    expect_xml_failures({
         {declared("foo", "x"), "Encountered unknown encoding (foo)"},
         {declared("macintosh", "x"), "Encountered unknown encoding (macintosh)"},
     });
@@ -184,7 +184,7 @@ TEST(XmlReading, UnderstandsEncodings) {
 TEST(XmlReading, RefusesInvalidUtf8) {
     for (auto const bytes : {"\xff"sv, "\x80"sv, "\xc3"sv, "\xe2\x82"sv, "\xc0\x80"sv,
                              "\xed\xa0\x80"sv, "\xf4\x90\x80\x80"sv, "\xf8\x88\x80\x80\x80"sv}) {
-        expect_failures({
+        expect_xml_failures({
             {element("string", bytes), "Unable to convert string to correct encoding"},
             {fmt::format("<dict><key>{}</key><true/></dict>", bytes),
              "Unable to convert string to correct encoding"},
@@ -193,7 +193,7 @@ TEST(XmlReading, RefusesInvalidUtf8) {
 }
 
 TEST(XmlReading, ChecksTags) {
-    expect_failures({
+    expect_xml_failures({
         {"<String>x</String>", "Encountered unknown tag String on line 1"},
         {"<plist>\n<foo a='b'/></plist>", "Encountered unknown tag foo on line 2"},
         {"<plist>\n<\xff/></plist>", "Encountered unknown tag \xc3\xbf on line 2"},
@@ -209,7 +209,7 @@ TEST(XmlReading, ChecksTags) {
         {"<plist>\n<!-->", "Unterminated comment started on line 2"},
     });
     EXPECT_EQ(read("<plist><![CDATA[x]]></plist>").root, nullptr);
-    expect_roots({
+    expect_xml_roots({
         {"<string a='b'>x</string >", "\"x\""},
         {"<string a='>'>x</string>", "\"'>x\""},
         {"<array><!----><!-- a -- b --><?pi?><true/><!-- c --></array>", "[true]"},
@@ -217,7 +217,7 @@ TEST(XmlReading, ChecksTags) {
 }
 
 TEST(XmlReading, ReadsStrings) {
-    expect_roots({
+    expect_xml_roots({
         {"<string>  two\n\tlines  </string>", "\"  two\n\tlines  \""},
         {"<string/>", "\"\""},
         {"<string />", "\"\""},
@@ -229,7 +229,7 @@ TEST(XmlReading, ReadsStrings) {
         {"<key>a</key>", "\"a\""},
         {"<array><key>a</key></array>", "[\"a\"]"},
     });
-    expect_failures({
+    expect_xml_failures({
         {"<plist><string>a<!-- c -->b</string></plist>",
          "Encountered improper CDATA opening at line 1"},
         {"<plist><string>a<b/></string></plist>",
@@ -245,7 +245,7 @@ TEST(XmlReading, ReadsStrings) {
 // However it is written, and in whatever encoding; only one, and only at the beginning.
 TEST(XmlReading, DropsAMarkAtTheBeginningOfAText) {
     constexpr auto mark = "\xef\xbb\xbf"sv;
-    expect_roots({
+    expect_xml_roots({
         {fmt::format("<string>{}a</string>", mark), "\"a\""},
         {fmt::format("<string>{}</string>", mark), "\"\""},
         {fmt::format("<string>{}\xc3\xa9</string>", mark), "\"\xc3\xa9\""},
@@ -262,7 +262,7 @@ TEST(XmlReading, DropsAMarkAtTheBeginningOfAText) {
 }
 
 TEST(XmlReading, ReadsEntities) {
-    expect_roots({
+    expect_xml_roots({
         {"<string>&amp;&lt;&gt;&quot;&apos;</string>", "\"&<>\"'\""},
         {"<string>&#65;&#x41;&#xe9;&#xE9;</string>", "\"AA\xc3\xa9\xc3\xa9\""},
         {"<string>&#x1F600;&#128512;</string>", "\"\xf0\x9f\x98\x80\xf0\x9f\x98\x80\""},
@@ -279,10 +279,10 @@ TEST(XmlReading, ReadsEntities) {
          {"&#000000065;", "&#x000000041;", "&#X41;", "&#xd800;", "&#xdfff;", "&#xd83d;&#xde00;",
           "&#x110000;", "&#99999999;", "&#-1;", "&#6 5;", "&", "& ", "&foo;", "&nbsp;", "&amp ",
           "&AMP;"}) {
-        expect_failures({{in_plist(element("string", entity)),
-                          "Encountered unknown ampersand-escape sequence at line 1"}});
+        expect_xml_failures({{in_plist(element("string", entity)),
+                              "Encountered unknown ampersand-escape sequence at line 1"}});
     }
-    expect_failures({
+    expect_xml_failures({
         {"<string>&am", unexpected_end},
         {"<string>&", unexpected_end},
         {"<string>&#6", unexpected_end},
@@ -290,7 +290,7 @@ TEST(XmlReading, ReadsEntities) {
 }
 
 TEST(XmlReading, ReadsDictionaries) {
-    expect_roots({
+    expect_xml_roots({
         {"<dict></dict>", "{}"},
         {"<dict/>", "{}"},
         {"<dict><key></key><true/></dict>", "{\"\": true}"},
@@ -305,7 +305,7 @@ TEST(XmlReading, ReadsDictionaries) {
         {"<dict><key>CF$UID</key><integer>7</integer><key>a</key><true/></dict>",
          "{\"CF$UID\": 7, \"a\": true}"},
     });
-    expect_failures({
+    expect_xml_failures({
         {"<plist>\n<dict><key>a</key></dict></plist>",
          "Value missing for key inside <dict> at line 2"},
         {"<plist><dict><key>a</key><key>b</key><string>c</string></dict></plist>",
@@ -318,7 +318,7 @@ TEST(XmlReading, ReadsDictionaries) {
 }
 
 TEST(XmlReading, ReadsArrays) {
-    expect_roots({
+    expect_xml_roots({
         {"<array></array>", "[]"},
         {"<array/>", "[]"},
         {"<array> <true/> <array><false/></array> </array>", "[true, [false]]"},
@@ -326,7 +326,7 @@ TEST(XmlReading, ReadsArrays) {
 }
 
 TEST(XmlReading, ReadsIntegers) {
-    Row const rows[] = {
+    xml_row const rows[] = {
         {"0", "0"},
         {"+5", "5"},
         {"-5", "-5"},
@@ -344,7 +344,7 @@ TEST(XmlReading, ReadsIntegers) {
         {"-0x8000000000000000", "-9223372036854775808"},
     };
     for (auto const & row : rows) {
-        expect_roots({{element("integer", row.document), row.expected}});
+        expect_xml_roots({{element("integer", row.document), row.expected}});
     }
     struct {
         std::string_view text;
@@ -363,7 +363,7 @@ TEST(XmlReading, ReadsIntegers) {
 }
 
 TEST(XmlReading, RefusesOtherIntegers) {
-    Row const rows[] = {
+    xml_row const rows[] = {
         {"7 ", "Unknown character ' ' (0x20) in <integer> on line 1"},
         {"abc", "Unknown character 'a' (0x61) in <integer> on line 1"},
         {"1.5", "Unknown character '.' (0x2e) in <integer> on line 1"},
@@ -381,9 +381,9 @@ TEST(XmlReading, RefusesOtherIntegers) {
         {"-99999999999999999999", "Integer underflow in <integer> on line 1"},
     };
     for (auto const & row : rows) {
-        expect_failures({{in_plist(element("integer", row.document)), row.expected}});
+        expect_xml_failures({{in_plist(element("integer", row.document)), row.expected}});
     }
-    expect_failures(
+    expect_xml_failures(
         {{"<integer/>", "Encountered empty <integer> on line 1"}, {"<integer>12", unexpected_end}});
 }
 
@@ -432,7 +432,7 @@ TEST(XmlReading, ReadsReals) {
         EXPECT_EQ(CFNumberGetType(number), kCFNumberFloat64Type);
     }
     for (auto const * const text : {"nan", "NaN", "NAN"}) {
-        expect_roots({{element("real", text), "real nan"}});
+        expect_xml_roots({{element("real", text), "real nan"}});
     }
 }
 
@@ -440,10 +440,10 @@ TEST(XmlReading, RefusesOtherReals) {
     for (auto const * const text :
          {"1.5 ", "", "abc", "0x10", "1,5", "1e", "e5", ".", "-", "+", "+-1", "--1", "nan(1)",
           "infinit", "1.5f", "1 2", "&#49;", "\xc3\xa9"}) {
-        expect_failures(
+        expect_xml_failures(
             {{in_plist(element("real", text)), "Encountered misformatted real on line 1"}});
     }
-    expect_failures(
+    expect_xml_failures(
         {{"<real/>", "Encountered empty <real> on line 1"}, {"<real>1.5", unexpected_end}});
 }
 
@@ -457,13 +457,13 @@ TEST(XmlReading, ReadsBackRealsExactly) {
 }
 
 TEST(XmlReading, ReadsBooleans) {
-    expect_roots({
+    expect_xml_roots({
         {"<true/>", "true"},
         {"<true></true>", "true"},
         {"<false />", "false"},
         {"<false></false>", "false"},
     });
-    expect_failures({
+    expect_xml_failures({
         {"<true> </true>", "Encountered non-empty <true> on line 1"},
         {"<false>x</false>", "Encountered non-empty <false> on line 1"},
         {"<true><true/></true>", "Encountered non-empty <true> on line 1"},
@@ -503,14 +503,14 @@ TEST(XmlReading, RefusesOtherDates) {
           " 2001-01-01T00:00:00Z", "2001-01-01T00:00:00Z ", "2001-1-01T00:00:00Z", "2001-01-01", "",
           "2001-01-01 00:00:00Z", "+2001-01-01T00:00:00Z", "-", "--1-01-01T00:00:00Z",
           "2001-01-01t00:00:00Z", "2001-01-01T00:00:00z"}) {
-        expect_failures(
+        expect_xml_failures(
             {{in_plist(element("date", text)), "Could not interpret <date> at line 1"}});
     }
-    expect_failures({{"<date/>", "Encountered empty <date> on line 1"}});
+    expect_xml_failures({{"<date/>", "Encountered empty <date> on line 1"}});
 }
 
 TEST(XmlReading, ReadsData) {
-    expect_roots({
+    expect_xml_roots({
         {"<data>SGVsbG8=</data>", "<48656c6c6f>"},
         {"<data>\n\tSGVs\n\tbG8=\n</data>", "<48656c6c6f>"},
         {"<data>S!G\"V#s.b,G:8;=</data>", "<48656c6c6f>"},
@@ -524,7 +524,7 @@ TEST(XmlReading, ReadsData) {
         {"<data>+/+/</data>", "<fbffbf>"},
     });
     EXPECT_NE(CFDataGetBytePtr(static_cast<CFDataRef>(read("<data></data>").root.get())), nullptr);
-    expect_failures({
+    expect_xml_failures({
         {"<plist>\n<data>\nSG\xc3\xa9Vs</data></plist>",
          "Could not interpret <data> on line 3 (invalid character 0xC3)"},
         {"<data/>", "Encountered empty <data> on line 1"},
@@ -630,10 +630,10 @@ TEST(XmlReading, LimitsTheDepth) {
     constexpr auto too_deep = "Too many nested arrays or dictionaries, failing on line 1"sv;
     for (auto const inner : {""sv, "<array/>"sv, "<true/>"sv}) {
         EXPECT_NE(read(nest("<array>", inner, "</array>", 512)).root, nullptr);
-        expect_failures({{nest("<array>", inner, "</array>", 513), too_deep}});
+        expect_xml_failures({{nest("<array>", inner, "</array>", 513), too_deep}});
     }
     EXPECT_NE(read(nest("<dict><key/>", "<true/>", "</dict>", 512)).root, nullptr);
-    expect_failures({{nest("<dict><key/>", "<true/>", "</dict>", 513), too_deep}});
+    expect_xml_failures({{nest("<dict><key/>", "<true/>", "</dict>", 513), too_deep}});
     for (std::size_t const depth : {1'000U, 100'000U, 1'000'000U}) {
         EXPECT_EQ(read(nest("<array>", "", "</array>", depth)).text(), too_deep);
         EXPECT_EQ(read(repeated("<array>", depth)).text(), too_deep);
