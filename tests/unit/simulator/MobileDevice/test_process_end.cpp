@@ -10,6 +10,10 @@
 
 #include <gtest/gtest.h>
 
+#if defined(_WIN32)
+#include <windows.h>
+#endif
+
 using namespace property_list;
 using namespace std::chrono_literals;
 
