@@ -1,8 +1,4 @@
-# Finds Python3::Interpreter, which runs the end-to-end tests and the benchmarks, and packs the ZIP.
-if(NOT WIN32 AND NOT QNRESCUE_BENCHMARKS)
-  return()
-endif()
-
+# Finds Python3::Interpreter, which runs tests and benchmarks, and packs the ZIP.
 # Debian's packages of Python libraries are for Debian's interpreter.
 if(NOT DEFINED Python3_ROOT_DIR)
   set(Python3_ROOT_DIR /usr)

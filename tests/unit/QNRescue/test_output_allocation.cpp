@@ -59,20 +59,21 @@ TEST(OutputChannel, TakesTextsOverWithoutACopy) {
 
 // --- Values that are looked at
 
-// An array whose members take the validator this much memory, at the last of its growth.
+// An array whose members are containers, which take the validator this much memory, at the last of its growth.
 constexpr std::size_t member_count = 1000;
 constexpr std::size_t members_size = 1024 * sizeof(CFTypeRef);
 
-cf_owner<CFTypeRef> long_array() {
+cf_owner<CFTypeRef> array_of_arrays() {
+    auto const member = make_mutable_array();
     auto array = make_mutable_array();
     for (std::size_t i = 0; i < member_count; ++i) {
-        CFArrayAppendValue(array.get(), kCFBooleanTrue);
+        CFArrayAppendValue(array.get(), member.get());
     }
     return array;
 }
 
 TEST(PropertyListValidation, IsFalseWithoutMemoryAndRightAgainAfterwards) {
-    auto const array = long_array();
+    auto const array = array_of_arrays();
     auto const dictionary = tests::make_dictionary({{CFSTR("key"), array.get()}});
     for (auto const value : {array.get(), static_cast<CFTypeRef>(dictionary.get())}) {
         {
@@ -87,7 +88,7 @@ TEST(PropertyListValidation, IsFalseWithoutMemoryAndRightAgainAfterwards) {
 
 // A document that is lost would look like a value that is wrong.
 TEST(OutputChannel, SaysThatThereIsNoMemoryToLookAtAValue) {
-    auto const array = long_array();
+    auto const array = array_of_arrays();
     tests::output_capture output;
     {
         allocation_hook const hook(members_size, [] { throw std::bad_alloc(); });
