@@ -22,4 +22,4 @@ target_compile_definitions(qnrescue_settings INTERFACE
 target_compile_options(qnrescue_settings INTERFACE
   $<$<COMPILE_LANG_AND_ID:CXX,GNU,Clang>:-ffile-prefix-map=${CMAKE_SOURCE_DIR}=.>
 )
-link_libraries(qnrescue_settings)
+link_libraries($<BUILD_INTERFACE:qnrescue_settings>)

@@ -59,7 +59,8 @@ TEST(OutputChannel, TakesTextsOverWithoutACopy) {
 
 // --- Values that are looked at
 
-// An array whose members are containers, which take the validator this much memory, at the last of its growth.
+// An array whose members are containers, which take the validator this much memory, at the last of
+// its growth.
 constexpr std::size_t member_count = 1000;
 constexpr std::size_t members_size = 1024 * sizeof(CFTypeRef);
 

@@ -71,9 +71,9 @@ TEST_F(load_obstacle_test, missing) {
     EXPECT_EQ(quoted(library) + " is missing", obstacle());
     make(library, {{{"near.dll", {}}}});
     EXPECT_EQ(needed("near.dll", library) + "is missing", obstacle());
-    auto const near = installed / "near.dll";
-    make(near, {{{"gone.dll", {}}}});
-    EXPECT_EQ(needed("gone.dll", near) + "is missing", obstacle());
+    auto const near_library = installed / "near.dll";
+    make(near_library, {{{"gone.dll", {}}}});
+    EXPECT_EQ(needed("gone.dll", near_library) + "is missing", obstacle());
     loaded = {{"near.dll", system / "near.dll"}};
     EXPECT_EQ("", obstacle());
 }

@@ -29,14 +29,14 @@ using QN::file::writable_file;
 
 constexpr std::uint32_t limit = 1000;
 
-struct mode {
+struct way_to_open {
     char const * name;
     ACCESS_MASK access; // that the handle grants
     bool takes_existing;
     std::function<base(filesystem::path const &, error_code &)> open;
 };
 
-std::vector<mode> const modes{
+std::vector<way_to_open> const ways_to_open{
     {"read", FILE_GENERIC_READ, true,
      [](auto & path, auto & ec) { return readable_file(path, ec); }},
     {"append", FILE_APPEND_DATA | FILE_READ_ATTRIBUTES | SYNCHRONIZE, true,
@@ -50,8 +50,8 @@ std::vector<mode> const modes{
 class file_on_windows : public file_test {
 protected:
     // Runs the check once for each mode, with a file opened that way.
-    void with_each_mode(std::function<void(mode const &, base &)> const & check) {
-        for (auto const & by : modes) {
+    void with_each_mode(std::function<void(way_to_open const &, base &)> const & check) {
+        for (auto const & by : ways_to_open) {
             SCOPED_TRACE(by.name);
             filesystem::remove(path);
             if (by.takes_existing) {
@@ -64,7 +64,7 @@ protected:
         }
     }
 
-    error_code error_of(mode const & by) {
+    error_code error_of(way_to_open const & by) {
         error_code ec;
         EXPECT_FALSE(by.open(path, ec).handle.is_open());
         return ec;
@@ -134,7 +134,7 @@ TEST_F(file_on_windows, refuses_what_another_process_writes_or_keeps_to_itself) 
     make_file(path, "content");
     for (auto const how : {writing, exclusively}) {
         other_process const holder(how, path.native());
-        for (auto const & by : modes) {
+        for (auto const & by : ways_to_open) {
             auto const expected = by.takes_existing ? ERROR_SHARING_VIOLATION : ERROR_FILE_EXISTS;
             EXPECT_EQ(error_of(by), system_error(expected)) << by.name;
         }
@@ -159,7 +159,7 @@ TEST_F(file_on_windows, asks_for_no_more_access_than_it_needs) {
     auto const function = reinterpret_cast<query>(
         reinterpret_cast<void *>(GetProcAddress(GetModuleHandleW(L"ntdll.dll"), "NtQueryObject")));
     ASSERT_NE(function, nullptr);
-    with_each_mode([&](mode const & by, base & file) {
+    with_each_mode([&](way_to_open const & by, base & file) {
         PUBLIC_OBJECT_BASIC_INFORMATION info{};
         EXPECT_EQ(function(file.handle.native_handle(), ObjectBasicInformation, &info, sizeof info,
                            nullptr),
@@ -184,7 +184,7 @@ TEST_F(file_on_windows, opens_for_overlapped_and_sequential_reading) {
     constexpr int mode_information = 16;
     constexpr ULONG sequential_only = 0x04;
     constexpr ULONG synchronous = 0x10 | 0x20;
-    with_each_mode([&](mode const & by, base & file) {
+    with_each_mode([&](way_to_open const & by, base & file) {
         IO_STATUS_BLOCK status{};
         ULONG flags = 0;
         EXPECT_EQ(
@@ -312,7 +312,7 @@ TEST_F(file_on_windows, closes_a_handle_that_is_not_for_overlapped_use) {
 TEST_F(file_on_windows, refuses_a_folder) {
     auto const access_denied = system_error(ERROR_ACCESS_DENIED);
     filesystem::create_directory(path);
-    for (auto const & by : modes) {
+    for (auto const & by : ways_to_open) {
         auto const code = error_of(by);
         EXPECT_EQ(code, by.takes_existing ? access_denied : system_error(ERROR_FILE_EXISTS))
             << by.name;
@@ -338,7 +338,7 @@ TEST_F(read_only_file, is_not_written) {
     if (error_of_second_open(path, GENERIC_WRITE, share_all) == ERROR_SUCCESS) {
         GTEST_SKIP() << "this user may write to files that are read-only";
     }
-    for (auto const & by : modes) {
+    for (auto const & by : ways_to_open) {
         if (by.access != FILE_GENERIC_READ) {
             auto const expected = by.takes_existing ? ERROR_ACCESS_DENIED : ERROR_FILE_EXISTS;
             EXPECT_EQ(error_of(by), system_error(expected)) << by.name;
