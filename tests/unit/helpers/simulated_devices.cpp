@@ -4,7 +4,6 @@
 #include "tests/unit/helpers/environment.hpp"
 #include "tests/unit/helpers/temporary_folder.hpp"
 
-#include <boost/filesystem/fstream.hpp>
 #include <boost/filesystem/operations.hpp>
 
 #include <chrono>
@@ -13,6 +12,7 @@
 #include <map>
 #include <memory>
 #include <mutex>
+#include <sstream>
 #include <stdexcept>
 
 namespace tests {
@@ -96,8 +96,7 @@ call_trace::call_trace()
     : beginning_of_trace(QN::filesystem::file_size(trace_file())) {}
 
 std::vector<std::string> call_trace::calls(std::string_view beginning) const {
-    QN::filesystem::ifstream stream(trace_file(), std::ios::binary);
-    stream.seekg(static_cast<std::streamoff>(beginning_of_trace));
+    std::istringstream stream(read_file(trace_file()).substr(beginning_of_trace));
     std::vector<std::string> found;
     for (std::string line; std::getline(stream, line);) {
         if (line.starts_with(beginning)) {
