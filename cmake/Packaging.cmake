@@ -21,7 +21,7 @@ install(FILES cmake/QNRescueConfig.cmake "${PROJECT_BINARY_DIR}/QNRescueConfigVe
   DESTINATION ${package_folder})
 
 # With the simulator's two DLLs beside it, the program uses simulated devices.
-foreach(target qnrescue qnrescuelib devforwardmin simulator_CoreFoundation simulator_MobileDevice)
+foreach(target qnrescue qnrescuelib devforwardmin simulator_core_foundation simulator_mobile_device)
   install(PROGRAMS $<TARGET_FILE:${target}> DESTINATION simulator)
 endforeach()
 install(DIRECTORY simulator/scenarios DESTINATION simulator)

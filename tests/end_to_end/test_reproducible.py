@@ -11,7 +11,7 @@ PARTS = [
     "bin/libdevforwardmin.dll",
     "bin/pipe_host.exe",
     "platform/libdevforwardmin.dll.a",
-    "platform/libQNMath.a",
+    "platform/libqn_math.a",
     "launcher/CMakeFiles/qnrescue.dir/qnrescue.rc.res",
     "launcher/CMakeFiles/qnrescue.dir/qnrescue_version.rc.res",
     "QNRescue/CMakeFiles/qnrescuelib.dir/main.cpp.obj",

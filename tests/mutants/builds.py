@@ -19,7 +19,7 @@ SETTINGS = {
 }
 # What the tests of whole programs run.
 PROGRAMS = ("qnrescue", "faults_setup", "pipe_host", "library_host", "console_host",
-            "needy_MobileDevice")
+            "needy_mobile_device")
 MODULES = "end_to_end."
 
 
