@@ -23,14 +23,14 @@
 
 namespace qnrescue {
 
-// One run of the tool: the attached restorable devices, the command, its target and time-outs, and
-// the scratch directory, which is removed with this object. The caller sets the public members
-// before waitForCompletion().
+// Carries out one run of the tool. Holds the attached restorable devices, the command, its target
+// and timeouts, and the scratch folder, which is removed with this object. The caller sets the
+// public members before waitForCompletion().
 class device_notifier_state {
 public:
-    // An empty or absent scratch makes the run choose a directory of its own; it is not created.
+    // Chooses a scratch folder if the given one is empty or absent; does not create it.
     // Throws std::invalid_argument for a null output, QN::filesystem::filesystem_error where the
-    // system has no temporary directory or no random digits.
+    // system has no temporary folder or no random digits.
     device_notifier_state(std::shared_ptr<output_str_state> output,
                           std::optional<QN::filesystem::path> amrLogFile,
                           std::optional<QN::filesystem::path> scratch,
@@ -46,16 +46,16 @@ public:
     // thrown.
     void waitForCompletion();
 
-    // The device with this ECID, or null if it is not there within detectTimeout.
+    // Waits for the device with this ECID and returns it, or null if detectTimeout passes first.
     std::shared_ptr<_AMRestorableDevice> waitForDevice(QN::ecid const & ecid);
 
     // Sets the restore options for an IPSW. Throws std::runtime_error where the library gives no
     // default options or cannot hold the paths.
     void CreateDefaultRestoreOptions(QN::filesystem::path const & restoreBundle, bool erase);
 
-    // Restores the device and waits for the end. A time-out is printed, not thrown; error_owner is
-    // thrown where there are no options. Once for each notifier: late reports would count for the
-    // next restore.
+    // Restores the device and waits for the end. Prints a timeout and does not throw it; throws
+    // error_owner where there are no options. Call it once for each notifier: late reports would
+    // count for the next restore.
     void operateRestore(AMRestorableDeviceRef device);
 
     // Carries out exit_recovery or no_exit_recovery. Throws error_owner where the device refuses,

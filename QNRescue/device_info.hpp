@@ -23,7 +23,7 @@ struct device_info {
     std::uint32_t locationID;
     std::optional<QN::serial_number> serialNumber;
     std::optional<std::string> productString;
-    std::optional<std::string> description; // nothing fills it yet
+    std::optional<std::string> description; // never set
 };
 
 // Returns the properties of the device, which has this ECID.

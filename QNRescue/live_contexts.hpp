@@ -27,7 +27,7 @@ public:
         visit(visit const &) = delete;
         visit & operator=(visit const &) = delete;
 
-        // Returns whether the object lives, which it then does until the visit ends.
+        // Returns whether the object is alive. If so, it stays alive until the visit ends.
         explicit operator bool() const { return alive; }
 
     private:

@@ -43,8 +43,8 @@ public:
     // Turns debug lines on or off, including those that are queued already.
     void set_debug(bool on);
 
-    // Queues a text without a line feed at its end. The text is lost where there is no memory for
-    // it, and after loop() has returned.
+    // Queues a text, to which loop() adds a line feed. Drops it and throws
+    // std::bad_alloc if memory is short. A text queued after loop() has returned is never written.
     void print(std::string text);
     void print_debug(std::string text);
 

@@ -2,8 +2,8 @@
 
 namespace qnrescue {
 
-// Prepares a run: its standard streams; its standard handles, which no process started later
-// inherits; and abort(), which ends the process with status 3, without a report or a message box.
+// Prepares the process: sets up its standard streams, keeps later processes from inheriting its
+// standard handles, and makes abort() end it with status 3, without a report or a message box.
 void prepare_process();
 
 // Makes standard output and standard error write bytes unchanged, line feeds included, and only

@@ -15,7 +15,7 @@ namespace qnrescue {
 // The restore step that a status report carries.
 enum class operation_type : int {};
 
-// The texts of other restore libraries for a code that has no text.
+// How texts begin that other restore libraries return for a code without a text.
 inline constexpr std::array error_fall_backs{"Unrecognized error", "Unrecognized server error"};
 inline constexpr std::array operation_fall_backs{"Unrecognized operation"};
 

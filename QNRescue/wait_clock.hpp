@@ -7,7 +7,7 @@
 
 namespace qnrescue {
 
-// The clock by which the tool waits for devices and restores. Tests have one of their own, on which
+// The clock by which the tool waits for devices and restores. Tests use another one, on which
 // hours pass at once.
 class wait_clock {
 public:
@@ -16,15 +16,15 @@ public:
     // Returns the time.
     virtual time_point now() const = 0;
 
-    // Blocks the calling thread until the time is there, not less.
+    // Blocks the calling thread until the time has come; never returns earlier.
     virtual void sleep_until(time_point end) = 0;
 
-    // Waits with the lock released until the condition is notified or the time is there. May return
-    // earlier, as any wait on a condition.
+    // Waits with the lock released until the condition is notified or the time has come. May return
+    // earlier, like any wait on a condition.
     virtual void wait_until(std::condition_variable & condition,
                             std::unique_lock<std::mutex> & lock, time_point end) = 0;
 
-    // Waits until the future is ready or the time is there. Returns whether it is ready.
+    // Waits until the future is ready or the time has come. Returns whether it is ready.
     virtual bool wait_until(std::future<void> const & future, time_point end) = 0;
 
 protected:

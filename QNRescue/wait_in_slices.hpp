@@ -7,9 +7,9 @@
 
 namespace qnrescue {
 
-// Waits for at most the timeout by calling wait(slice_end), which waits until that time of the
-// clock and returns whether what it waits for has come. Returns whether it came in time.
-// Windows counts a wait in 32 bits of milliseconds and cuts a longer one, hence the slices.
+// Waits for an event, but no longer than the timeout, and returns whether it came in time. Calls
+// wait(slice_end) as often as needed, which waits until that time of the clock at most and returns
+// whether the event has come. Windows cuts a wait to 32 bits of milliseconds, hence the slices.
 template <typename Wait>
 bool wait_in_slices(wait_clock const & clock, std::chrono::nanoseconds timeout, Wait && wait) {
     constexpr auto longest_slice = std::chrono::hours(1);

@@ -50,7 +50,7 @@ tool_main load_tool(place const & program) {
     } catch (std::runtime_error const & error) { // load_error or win32_error
         throw std::runtime_error(
             fmt::format("{}\nqnrescue.exe, libqnrescuelib.dll and libdevforwardmin.dll belong in "
-                        "one folder: unpack all of the package again.",
+                        "one folder: unpack the whole package again.",
                         error.what()));
     }
 }

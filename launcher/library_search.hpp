@@ -8,7 +8,7 @@
 
 namespace launcher {
 
-// What a place has where a library could be.
+// What was found in a place that may have a library.
 enum class finding { nothing, library, refusal };
 
 struct searched_place {
@@ -33,7 +33,7 @@ struct search_result {
     std::string report(std::string const & fault) const;
 };
 
-// Returns places to search. Called only if the search comes to it, as the registry takes time.
+// Returns places to search. Called only when the search gets there, since the registry is slow.
 using place_source = std::function<std::vector<place>()>;
 
 enum class search_extent { until_found, everywhere };

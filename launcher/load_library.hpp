@@ -19,10 +19,10 @@ public:
     unsigned long code; // a Win32 error number
 };
 
-// Loads the library of this full path and keeps it loaded to the end of the process: the tool's
-// threads may still run in it when main returns. What it needs is taken from its own folder and
-// those that the process searches, which `searched` repeats for messages; never from the current
-// one. Throws load_error.
+// Loads the library at this full path and keeps it loaded to the end of the process: the tool's
+// threads may still run in it when main returns. Takes what it needs from its own folder and those
+// that the process searches, never from the current folder. `searched` lists the folders that the
+// process searches, for messages. Throws load_error.
 QN::win::win32_module const & load_library(QN::filesystem::path const & path,
                                            std::vector<QN::filesystem::path> const & searched);
 

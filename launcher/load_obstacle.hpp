@@ -17,7 +17,7 @@ struct dependency_search {
     QN::filesystem::path system_folder;
 };
 
-// Returns, in a sentence for people without a full stop, why a 64-bit program cannot load this
+// Returns a sentence for people, without its full stop, on why a 64-bit program cannot load this
 // library: it or one that it needs, directly or not, is missing, cannot be read, is not a library,
 // is for another kind of processor, or lacks a function that is needed. Empty if the files show no
 // reason. Loads nothing.

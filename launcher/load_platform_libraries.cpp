@@ -21,16 +21,16 @@ constexpr auto advice =
     "Both libraries come with \"Apple Mobile Device Support\" for 64-bit Windows. The classic "
     "installer of iTunes for Windows (iTunes64Setup.exe, not the app from the Microsoft Store) "
     "brings it as AppleMobileDeviceSupport64.msi. Or copy all DLLs of a folder that has both "
-    "libraries into the program's folder, which is looked in first.";
+    "libraries into the program's folder, which is searched first.";
 
 constexpr auto refusal_note =
-    "Windows denies access to a library. It does so for an app of the Microsoft Store, whose "
-    "libraries other programs may not load: another installation or a copy is needed.\n";
+    "Windows denies access to a library. Other programs may not load the libraries of an app from "
+    "the Microsoft Store: use another installation, or a copy.\n";
 
 std::string note_on_32_bit() {
     auto const folder = installation_of_32_bit();
     return folder.empty() ? std::string()
-                          : fmt::format("The installation in \"{}\" is for 32-bit programs, this "
+                          : fmt::format("The installation in \"{}\" is for 32-bit programs; this "
                                         "one needs 64-bit libraries.\n",
                                         QN::path_to_utf8(folder));
 }

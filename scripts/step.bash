@@ -1,4 +1,4 @@
-# Sourced by the scripts that take long, which set steps to how many there are.
+# Sourced by the scripts that take long, which set `steps` to their number of steps.
 
 step=0
 

@@ -51,7 +51,7 @@ struct scripted_failures {
     bool create_default_options = false;
 };
 
-// A call of a platform function by the tool that fails.
+// A call of the tool to a platform function, made to fail.
 struct scripted_fault {
     std::string function;
     std::optional<std::int64_t> call;   // counted from 1; absent: every call

@@ -5,7 +5,7 @@
 
 namespace QN::file {
 
-// The failures of files that no call of the system reports.
+// File errors that do not come from a system call.
 enum class errc { success = 0, too_large = 1, out_of_memory = 2, not_locked = 3 };
 
 // Returns the category of these errors, whose name is "QN::file".

@@ -7,8 +7,8 @@
 
 namespace QN::file::detail {
 
-// Opens a file and reports a failure with the path, in UTF-8, in the place that the context has for
-// it. The handle is the caller's.
+// Opens a file and returns its handle, which the caller owns. Reports a failure with the context,
+// whose placeholder becomes the path in UTF-8.
 native_handle open_or_report(filesystem::path const & path, open_mode mode,
                              fmt::format_string<std::string> context, asio_helpers::ec_wrapper ec);
 

@@ -19,7 +19,7 @@ concept identifier = std::same_as<Type, ecid> || std::same_as<Type, udid> ||
 template <typename Type, typename Kind>
 concept other_identifier = identifier<Type> && !std::same_as<Type, Kind>;
 
-// All kinds but device_id convert to text, by which one kind could be compared with another.
+// Deleted, since all kinds except device_id convert to text and could be compared with each other.
 template <identifier Left, other_identifier<Left> Right>
 bool operator==(Left const & left, Right const & right) = delete;
 template <identifier Left, other_identifier<Left> Right>

@@ -17,7 +17,7 @@ bool is_udid(std::string_view text);
 // its eighth that newer devices write; letter case is kept and counts.
 class udid {
 public:
-    // Throws std::invalid_argument unless is_udid of the text, its dash included.
+    // Throws std::invalid_argument unless is_udid(text).
     explicit udid(std::string identifier);
     explicit udid(std::string_view identifier);
     template <other_identifier<udid> Other>

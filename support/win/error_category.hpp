@@ -6,15 +6,15 @@
 
 namespace QN::win {
 
-// The category of Win32 error numbers; its name is "Win32 Error". Its texts are the system's, and
-// it knows which portable condition an error number stands for.
+// Returns the category of Win32 error numbers; its name is "Win32 Error". Its texts are the
+// system's, and it knows the portable condition of an error number.
 std::error_category const & win32_category() noexcept;
 
 std::error_code make_error_code(long code) noexcept;
 
 namespace hresult {
 
-// The category of HRESULTs; its name is "HRESULT Error".
+// Returns the category of HRESULTs; its name is "HRESULT Error".
 std::error_category const & hresult_category() noexcept;
 
 std::error_code make_error_code(long code) noexcept;

@@ -5,16 +5,16 @@
 
 namespace QN::win {
 
-// The system's text for a Win32 error number, in UTF-8 and without the white space at its end.
-// Empty where the system has none.
+// Returns the system's text for a Win32 error number, in UTF-8 and without the white space at its
+// end; empty where the system has no text.
 std::string get_error_string(unsigned long code);
 
-// The same for this thread's last error.
+// Returns the same for this thread's last error.
 std::string get_last_error_string();
 
 namespace detail {
 
-// A text, or else the error number of the look-up that found none.
+// A text, or the error number of the look-up if it found no text.
 struct looked_up_text {
     std::string text;
     unsigned long error = 0;

@@ -22,9 +22,8 @@ public:
     win32_module & operator=(win32_module && other) noexcept;
     ~win32_module();
 
-    // Returns the address of a function or variable that the module exports; throws win32_error
-    // where it exports none of this name. An ordinal (MAKEINTRESOURCEA) is a name too, and null is
-    // that of 0.
+    // Returns the address of a function or variable that the module exports, or throws
+    // win32_error. The name may be an ordinal (MAKEINTRESOURCEA); null is ordinal 0.
     void * internal_get_proc_address(char const * proc) const;
     // Returns the same, but null where there is no such export; the last error says why.
     void * find_proc_address(char const * proc) const noexcept;

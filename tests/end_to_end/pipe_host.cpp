@@ -31,25 +31,25 @@ constexpr DWORD time_to_end = 3000; // milliseconds
 class handle {
 public:
     explicit handle(HANDLE value)
-        : m_value(value) {
+        : held(value) {
         if (value == INVALID_HANDLE_VALUE || value == nullptr) {
             throw std::runtime_error("no handle: " + std::to_string(GetLastError()));
         }
     }
     handle(handle && other) noexcept
-        : m_value(std::exchange(other.m_value, nullptr)) {}
+        : held(std::exchange(other.held, nullptr)) {}
     ~handle() { close(); }
 
-    HANDLE get() const { return m_value; }
+    HANDLE get() const { return held; }
 
     void close() {
-        if (m_value) {
-            CloseHandle(std::exchange(m_value, nullptr));
+        if (held) {
+            CloseHandle(std::exchange(held, nullptr));
         }
     }
 
 private:
-    HANDLE m_value;
+    HANDLE held;
 };
 
 SECURITY_ATTRIBUTES inheritable{sizeof(SECURITY_ATTRIBUTES), nullptr, TRUE};

@@ -14,9 +14,9 @@ FORWARDERS = pathlib.Path(__file__).parents[2] / "platform/libdevforwardmin/libd
 ADVICE = ('Both libraries come with "Apple Mobile Device Support" for 64-bit Windows. The classic'
           " installer of iTunes for Windows (iTunes64Setup.exe, not the app from the Microsoft Store)"
           " brings it as AppleMobileDeviceSupport64.msi. Or copy all DLLs of a folder that has both"
-          " libraries into the program's folder, which is looked in first.")
-REFUSED = ("Windows denies access to a library. It does so for an app of the Microsoft Store, whose"
-           " libraries other programs may not load: another installation or a copy is needed.")
+          " libraries into the program's folder, which is searched first.")
+REFUSED = ("Windows denies access to a library. Other programs may not load the libraries of an app from the"
+           " Microsoft Store: use another installation, or a copy.")
 USUAL_FOLDER = r"C:\Program Files\Common Files\Apple"
 NO_PACKAGES = "  Store packages AppleInc.AppleDevices and AppleInc.iTunes: not installed"
 DEVICES_PACKAGE = "AppleInc.AppleDevices_1.1.5.0_x64__nzyj5cx40ttqa"
@@ -265,13 +265,13 @@ class Missing(FindingTest):
                 fault, advice = self.assert_refused()
                 self.assertEqual(expected, fault)
                 self.assertEqual("qnrescue.exe, libqnrescuelib.dll and libdevforwardmin.dll belong"
-                                 " in one folder: unpack all of the package again.", advice)
+                                 " in one folder: unpack the whole package again.", advice)
                 self.add_files(self.program, name)
         # Another library under its name.
         shutil.copy(self.program / "libdevforwardmin.dll", self.program / "libqnrescuelib.dll")
         fault, advice = self.assert_refused()
         self.assertTrue(fault.startswith(f'GetProcAddress("{path}", "main"): '), fault)
-        self.assertTrue(advice.endswith("unpack all of the package again."), advice)
+        self.assertTrue(advice.endswith("unpack the whole package again."), advice)
 
 
 class Unusable(FindingTest):
@@ -385,7 +385,7 @@ class ThirtyTwoBit(FindingTest):
     def test_installation_is_named(self):
         self.add_usual("Mobile Device Support", "MobileDevice.dll", usual=USUAL_FOLDER_OF_32_BIT)
         self.assertEqual([r'The installation in "C:\Program Files (x86)\Common Files\Apple\Mobile'
-                          r' Device Support" is for 32-bit programs, this one needs 64-bit'
+                          r' Device Support" is for 32-bit programs; this one needs 64-bit'
                           " libraries.", ADVICE], self.assert_refused()[-2:])
 
 

@@ -20,7 +20,7 @@
 
 namespace tests {
 
-// The share of the whole that this run does: QNRESCUE_STRESS_PERCENT, 5 if unset.
+// Returns how much of the whole this run does, in per cent: QNRESCUE_STRESS_PERCENT, 5 if unset.
 inline int share_of(int whole) {
     auto const text = std::getenv("QNRESCUE_STRESS_PERCENT");
     int const percent = text == nullptr ? 5 : std::stoi(text);
@@ -42,7 +42,7 @@ public:
     entry_watcher(entry_watcher const &) = delete;
     entry_watcher & operator=(entry_watcher const &) = delete;
 
-    // What has come after the last whole entry.
+    // Returns what has come after the last whole entry.
     std::string const & rest() const { return pending; }
 
 protected:
@@ -80,7 +80,7 @@ public:
     channel_writer(channel_writer const &) = delete;
     channel_writer & operator=(channel_writer const &) = delete;
 
-    // Whatever the channel has been given is written by then.
+    // Ends the channel, after everything queued has been written.
     void finish() {
         if (thread.joinable()) {
             channel.quit();
@@ -93,7 +93,7 @@ private:
     std::thread thread;
 };
 
-// Whatever has come through a pipe when the action, which is given the pipe's channel, is done.
+// Runs the action with the channel of a pipe and returns what has come through the pipe.
 template <typename Action>
 std::string text_through_pipe(Action const & action) {
     overlapped_pipe pipe;

@@ -16,7 +16,7 @@ public:
     outside_the_tool & operator=(outside_the_tool const &) = delete;
 };
 
-// How many bytes the tool's code of this thread has allocated so far, freed ones included.
+// Returns how many bytes the tool's code of this thread has allocated so far, freed ones included.
 std::size_t allocated_bytes();
 
 // Runs one action, one of whose allocations fails.
@@ -25,7 +25,8 @@ public:
     explicit trial(std::size_t number)
         : failing(number) {}
 
-    // To be called once. Answers whether the action came to its end; else it threw std::bad_alloc.
+    // Runs the action and returns whether it came to its end; else it threw std::bad_alloc. Call it
+    // once.
     bool completes(std::function<void()> const & action);
 
     // Whether the action made enough allocations for one to fail.

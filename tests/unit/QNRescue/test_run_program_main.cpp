@@ -51,8 +51,12 @@ struct program_run {
 void expect_error(std::vector<std::string> const & arguments, int code,
                   std::string const & reason) {
     SCOPED_TRACE(::testing::PrintToString(arguments));
+    call_trace const trace;
     program_run run(arguments);
     EXPECT_EQ(run.status, code);
+    if (code == 2 || code == 3) {
+        EXPECT_EQ(trace.calls("AMRestorableDevice"), std::vector<std::string>());
+    }
     auto const documents = run.output.documents();
     ASSERT_EQ(documents.size(), 1U);
     EXPECT_EQ(documents[0].type, "InternalError");

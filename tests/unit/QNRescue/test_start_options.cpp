@@ -146,6 +146,7 @@ TEST(StartOptions, SecondsAreUnsigned) {
     EXPECT_EQ(result.options.restore_timeout, 4294967295U);
     EXPECT_EQ(parse({"--detect-timeout", "4294967296"}).code(), 2);
     EXPECT_EQ(parse({"--restore-timeout", "4294967296"}).code(), 2);
+    EXPECT_EQ(parse({"--restore-timeout", "18446744073709551617"}).code(), 2);
     EXPECT_EQ(parse({"--detect-timeout", "+3"}).options.detect_timeout, 3U);
     EXPECT_EQ(parse({"--detect-timeout", "007"}).options.detect_timeout, 7U);
 }
@@ -163,6 +164,7 @@ TEST(StartOptions, ThePipeIsASignedNumber) {
     EXPECT_EQ(parse({"--output-pipe", "-2147483648"}).options.output_pipe, -2147483647 - 1);
     EXPECT_EQ(parse({"--output-pipe", "2147483648"}).code(), 2);
     EXPECT_EQ(parse({"--output-pipe", "-2147483649"}).code(), 2);
+    EXPECT_EQ(parse({"--output-pipe", "4294967296"}).code(), 2);
 }
 
 TEST(StartOptions, AllAtOnce) {
@@ -257,7 +259,7 @@ TEST(StartOptions, ASwitchTakesNoValue) {
 }
 
 TEST(StartOptions, WordsThatBelongToNoOptionAreIgnored) {
-    auto result = parse({"list-devices", "--debug", "surplus"});
+    auto result = parse({"list-devices", "", "--debug", "surplus", "漢字"});
     EXPECT_EQ(result.code(), 0);
     EXPECT_TRUE(result.options.debug);
     result.options.debug = false;

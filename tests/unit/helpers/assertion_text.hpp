@@ -15,7 +15,7 @@ inline bool is_number(std::string_view text) {
            std::ranges::all_of(text, [](char c) { return c >= '0' && c <= '9'; });
 }
 
-// The line number in the message; empty where it has none.
+// Returns the line number in the message; empty if it has none.
 inline std::string line_number(std::string const & message) {
     auto const first = message.find(':') + 1;
     auto const length = message.find(':', first) - first;
@@ -25,7 +25,7 @@ inline std::string line_number(std::string const & message) {
     return message.substr(first, length);
 }
 
-// The action is to break the assertion with this message, which has "LINE" for the line number.
+// Expects the action to break the assertion with this message, in which "LINE" is the line number.
 // Returns the number.
 template <typename Action>
 std::string expect_assertion(std::string const & message, Action && action) {

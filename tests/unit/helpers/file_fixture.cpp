@@ -26,16 +26,6 @@ std::filesystem::path standard(filesystem::path const & path) {
 
 } // namespace
 
-file_test::file_test()
-    : folder(filesystem::temp_directory_path() / filesystem::unique_path("file_test.%%%%%%%%")) {
-    filesystem::create_directory(folder);
-}
-
-file_test::~file_test() {
-    boost::system::error_code ignored;
-    filesystem::remove_all(folder, ignored);
-}
-
 std::string as_text(std::vector<std::uint8_t> const & bytes) {
     return {bytes.begin(), bytes.end()};
 }

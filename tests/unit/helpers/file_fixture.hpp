@@ -2,6 +2,7 @@
 
 #include "support/file/fd_type.hpp"
 #include "support/filesystem.hpp"
+#include "tests/unit/helpers/temporary_folder.hpp"
 
 #include <boost/system/error_code.hpp>
 #include <gtest/gtest.h>
@@ -18,11 +19,10 @@ namespace filesystem = QN::filesystem;
 
 // Gives each test a folder, which is removed with all that is in it.
 class file_test : public testing::Test {
-protected:
-    file_test();
-    ~file_test() override;
+    tests::temporary_folder const temporary;
 
-    filesystem::path const folder;
+protected:
+    filesystem::path const & folder = temporary.path();
 };
 
 std::string as_text(std::vector<std::uint8_t> const & bytes);

@@ -28,13 +28,13 @@ struct held_up_run {
 
     void wait_until_held_up() { reader.reached.get_future().wait(); }
 
-    // Whether somebody takes the lock of the table within half a minute and keeps it.
+    // Returns whether somebody takes the lock of the table within half a minute and keeps it.
     bool table_stays_locked() {
         auto const deadline = std::chrono::steady_clock::now() + std::chrono::seconds(30);
         while (!table_is_locked() && std::chrono::steady_clock::now() < deadline) {
             std::this_thread::yield();
         }
-        std::this_thread::sleep_for(std::chrono::milliseconds(50));
+        std::this_thread::sleep_for(std::chrono::milliseconds(10));
         return table_is_locked();
     }
 

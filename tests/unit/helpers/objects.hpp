@@ -14,9 +14,9 @@ namespace tests {
 
 using qnrescue::cf_owner;
 
-// The property list in these bytes; null where there is none.
+// Returns the property list in these bytes; null if they are not one.
 cf_owner<CFTypeRef> read_plist(std::string_view bytes);
-// The value that the element of an XML property list stands for, such as "<array/>". Throws
+// Returns the value of an element of an XML property list, such as "<array/>". Throws
 // std::invalid_argument for one that cannot be read.
 cf_owner<CFTypeRef> plist(std::string_view element);
 // The same for an element that is a dictionary.

@@ -22,7 +22,7 @@ namespace tests {
 class shared_buffer : public std::streambuf {
 public:
     std::string text() const;
-    // Whether the text is written within half a minute.
+    // Returns whether the text is written within half a minute.
     bool wait_for(std::string_view sought) const;
     int flush_count() const { return flushes; }
 
@@ -56,7 +56,7 @@ private:
     bool held = false;
 };
 
-// Stands in for the standard streams, set up as the program sets them up, as long as it lives. One
+// Replaces the standard streams, set up as the program sets them up, as long as it lives. One
 // at a time.
 class captured_streams {
 public:

@@ -16,12 +16,12 @@ public:
     overlapped_pipe(overlapped_pipe const &) = delete;
     overlapped_pipe & operator=(overlapped_pipe const &) = delete;
 
-    // The writing end. Whoever is given it closes it.
+    // Returns the writing end, which the caller closes.
     std::int32_t writing_end() const { return static_cast<std::int32_t>(writer); }
 
     // Reads on a thread of its own until the writing end is closed.
     void start_reading();
-    // What was read, once the writing end is closed.
+    // Returns what was read, once the writing end is closed.
     std::string read_to_end();
     // Makes all further writes fail.
     void close_reading_end();

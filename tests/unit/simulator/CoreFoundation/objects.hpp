@@ -60,12 +60,12 @@ inline cf_owner<CFNumberRef> real(double value) {
 
 // An integer of 128 bits, whose type has no public name.
 inline cf_owner<CFNumberRef> wide_integer(std::int64_t high, std::uint64_t low) {
-    constexpr CFNumberType kCFNumberSInt128Type = 17;
+    constexpr CFNumberType wide_integer_type = 17;
     struct {
         std::int64_t high;
         std::uint64_t low;
     } const value{high, low};
-    return number(kCFNumberSInt128Type, value);
+    return number(wide_integer_type, value);
 }
 
 inline cf_owner<CFMutableDictionaryRef> dictionary() {

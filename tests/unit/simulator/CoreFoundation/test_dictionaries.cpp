@@ -15,7 +15,7 @@ auto count_of(CFTypeRef object) {
     return CFGetRetainCount(object);
 }
 
-struct Pair {
+struct value_pair {
     cf_owner<CFStringRef> k1 = string("the key");
     cf_owner<CFStringRef> k2 = string("the key");
     cf_owner<CFStringRef> v1 = string("value 1");
@@ -26,24 +26,24 @@ struct Pair {
     }
 };
 
-using Counts = std::vector<CFIndex>;
+using callback_counts = std::vector<CFIndex>;
 
 TEST(Dictionary, ReplacesTheKeyWithTheValue) {
-    Pair const pair;
+    value_pair const pair;
     auto map = dictionary();
     CFDictionarySetValue(map.get(), pair.k1.get(), pair.v1.get());
-    EXPECT_EQ(pair.counts(), (Counts{2, 1, 2, 1}));
+    EXPECT_EQ(pair.counts(), (callback_counts{2, 1, 2, 1}));
     CFDictionarySetValue(map.get(), pair.k2.get(), pair.v2.get());
-    EXPECT_EQ(pair.counts(), (Counts{1, 2, 1, 2}));
+    EXPECT_EQ(pair.counts(), (callback_counts{1, 2, 1, 2}));
     EXPECT_EQ(CFDictionaryGetCount(map.get()), 1);
     CFDictionarySetValue(map.get(), pair.k2.get(), pair.v2.get());
-    EXPECT_EQ(pair.counts(), (Counts{1, 2, 1, 2}));
+    EXPECT_EQ(pair.counts(), (callback_counts{1, 2, 1, 2}));
     map.reset();
-    EXPECT_EQ(pair.counts(), (Counts{1, 1, 1, 1}));
+    EXPECT_EQ(pair.counts(), (callback_counts{1, 1, 1, 1}));
 }
 
 TEST(Dictionary, TakesTheFirstOfEqualKeysWhenCreated) {
-    Pair const pair;
+    value_pair const pair;
     void const * keys[] = {pair.k1.get(), CFSTR("b"), pair.k2.get()};
     void const * values[] = {pair.v1.get(), CFSTR("2"), pair.v2.get()};
     auto const map =
@@ -51,7 +51,7 @@ TEST(Dictionary, TakesTheFirstOfEqualKeysWhenCreated) {
                                  &kCFTypeDictionaryValueCallBacks));
     EXPECT_EQ(CFDictionaryGetCount(map.get()), 2);
     EXPECT_EQ(CFDictionaryGetValue(map.get(), pair.k2.get()), pair.v1.get());
-    EXPECT_EQ(pair.counts(), (Counts{2, 1, 2, 1}));
+    EXPECT_EQ(pair.counts(), (callback_counts{2, 1, 2, 1}));
 }
 
 TEST(Dictionary, FindsByEquality) {

@@ -6,9 +6,9 @@
 
 namespace {
 
-using Entries = std::vector<std::pair<char const *, char const *>>;
+using error_entries = std::vector<std::pair<char const *, char const *>>;
 
-cf_owner<CFErrorRef> error(char const * domain, CFIndex code, Entries const & entries = {}) {
+cf_owner<CFErrorRef> error(char const * domain, CFIndex code, error_entries const & entries = {}) {
     auto const info = dictionary();
     for (auto const & [key, value] : entries) {
         CFDictionarySetValue(info.get(), string(key).get(), string(value).get());
@@ -28,7 +28,7 @@ std::string reason_of(cf_owner<CFErrorRef> const & fault) {
 
 TEST(Error, ComposesItsTexts) {
     struct {
-        Entries info;
+        error_entries info;
         char const * text;
         char const * reason;
         char const * description; // with one entry; more stand in any order

@@ -1,51 +1,13 @@
 // The trace's last line, which a process writes when it ends.
+#include "tests/unit/helpers/environment.hpp"
+#include "tests/unit/helpers/temporary_folder.hpp"
 #include "tests/unit/simulator/CoreFoundation/objects.hpp"
 
 #include <gtest/gtest.h>
 
 #include <cstdlib>
-#include <filesystem>
-#include <fstream>
-#include <iterator>
 
 namespace {
-
-constexpr auto variable = "MOBILEDEVICE_SIMULATOR_TRACE";
-
-// A trace file of this test, which the processes that the test starts write to.
-class Trace {
-public:
-    explicit Trace(std::u8string_view name)
-        : path_{std::filesystem::temp_directory_path() / name} {
-        std::filesystem::remove(path_);
-#ifdef _WIN32
-        _wputenv_s(L"MOBILEDEVICE_SIMULATOR_TRACE", path_.c_str());
-#else
-        setenv(variable, path_.c_str(), 1);
-#endif
-    }
-    Trace(Trace const &) = delete;
-    Trace & operator=(Trace const &) = delete;
-    ~Trace() {
-#ifdef _WIN32
-        _putenv_s(variable, "");
-#else
-        unsetenv(variable);
-#endif
-        std::filesystem::remove(path_);
-    }
-
-    std::string text() const {
-        std::ifstream file{path_, std::ios::binary};
-        return {std::istreambuf_iterator{file}, {}};
-    }
-    void write(std::string const & text) const {
-        std::ofstream{path_, std::ios::binary} << text;
-    }
-
-private:
-    std::filesystem::path path_;
-};
 
 void clean_up_everything() {
     auto const map = dictionary();
@@ -81,10 +43,13 @@ void clean_up_everything() {
 }
 
 void expect_at_exit(void (*leave)(), std::string const & line) {
-    Trace const trace{u8"live objects \u00e9.txt"};
-    trace.write("a line before\n");
+    // The process that is to exit runs this test too, and has to find the same folder.
+    tests::temporary_folder const folder("QNRESCUE_TEST_FOLDER");
+    tests::set_environment("MOBILEDEVICE_SIMULATOR_TRACE",
+                           folder.write("trace.txt", "a line before\n"));
     EXPECT_EXIT(leave(), testing::ExitedWithCode(0), "");
-    EXPECT_EQ(trace.text(), "a line before\n" + line);
+    tests::set_environment("MOBILEDEVICE_SIMULATOR_TRACE", "");
+    EXPECT_EQ(tests::read_file(folder / "trace.txt"), "a line before\n" + line);
 }
 
 TEST(LiveObjectsDeathTest, AreNoneAfterCleaningUp) {

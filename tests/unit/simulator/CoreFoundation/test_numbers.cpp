@@ -55,7 +55,7 @@ TEST(Number, IsAConstantForSomeReals) {
     EXPECT_NE(real(2.0), real(2.0));
 }
 
-struct Conversion {
+struct number_conversion {
     cf_owner<CFNumberRef> from;
     CFNumberType to;
     bool lossless;
@@ -83,7 +83,7 @@ double value_of(CFNumberType type, void const * bytes) {
     }
 }
 
-void expect(Conversion const & conversion) {
+void expect(number_conversion const & conversion) {
     SCOPED_TRACE(description(conversion.from.get()) + " as " + std::to_string(conversion.to));
     unsigned char bytes[16];
     std::memset(bytes, 0xaa, sizeof bytes);
@@ -102,7 +102,7 @@ TEST(Number, ConvertsIntegers) {
     auto const short_of = [](int value) {
         return number(kCFNumberSInt16Type, static_cast<std::int16_t>(value));
     };
-    Conversion const rows[] = {
+    number_conversion const rows[] = {
         {integer(127), as_8, true, 127},
         {integer(128), as_8, true, -128},
         {integer(255), as_8, true, -1},
@@ -146,7 +146,7 @@ TEST(Number, ConvertsReals) {
     constexpr auto as_64 = CFNumberType{kCFNumberSInt64Type};
     constexpr auto as_float = CFNumberType{kCFNumberFloat32Type};
     constexpr auto as_double = CFNumberType{kCFNumberFloat64Type};
-    Conversion const rows[] = {
+    number_conversion const rows[] = {
         {real(1.5), as_8, false, 1},
         {real(1.5), as_16, false, 1},
         {real(1.5), as_32, false, 1},

@@ -42,14 +42,14 @@ CFMutableArrayRef half_an_array(bool retains) {
     return CFArrayCreateMutable(nullptr, 0, &callbacks);
 }
 
-struct Trap {
+struct trap_call {
     char const * line; // what standard error shows, behind the library's name
     void (*misuse)();
 };
 
 void const * nothing[] = {nullptr};
 
-Trap const traps[] = {
+trap_call const traps[] = {
     {"CFRetain: the object is null", [] { CFRetain(nullptr); }},
     {"CFRelease: the object is null", [] { CFRelease(nullptr); }},
     {"CFHash: the object is null", [] { CFHash(nullptr); }},

@@ -29,7 +29,7 @@ protected:
         return mobile_device::simulator::instance();
     }
 
-    // An object of a device as it is at the start, which lives as long as the test.
+    // Returns an object of a device as it is at the start; it lives as long as the test.
     AMRestorableDeviceRef device(std::size_t index) {
         auto & object = objects[index];
         if (!object) {

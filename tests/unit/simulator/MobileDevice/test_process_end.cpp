@@ -23,7 +23,7 @@ class ProcessEnd : public testing::Test {
 protected:
     ProcessEnd() {
         testing::FLAGS_gtest_death_test_style = "threadsafe";
-        tests::set_environment("MOBILEDEVICE_SIMULATOR_TRACE", m_folder.utf8("trace.txt"));
+        tests::set_environment("MOBILEDEVICE_SIMULATOR_TRACE", folder.utf8("trace.txt"));
     }
     ~ProcessEnd() override {
         tests::set_environment("MOBILEDEVICE_SIMULATOR_TRACE", "");
@@ -32,14 +32,14 @@ protected:
 
     void use(std::string const & bytes) const {
         tests::set_environment("MOBILEDEVICE_SIMULATOR_SCENARIO",
-                               m_folder.write("szenario.plist", bytes));
+                               folder.write("scenario.plist", bytes));
     }
     std::string last_line() const {
-        auto const lines = tests::read_lines(m_folder / "trace.txt");
+        auto const lines = tests::read_lines(folder / "trace.txt");
         return lines.empty() ? "" : lines.back();
     }
 
-    tests::temporary_folder m_folder{"MOBILEDEVICE_TEST_FOLDER"};
+    tests::temporary_folder folder{"MOBILEDEVICE_TEST_FOLDER"};
 };
 
 std::atomic<int> notifications = 0;
@@ -180,13 +180,13 @@ TEST_F(ProcessEnd, AFaultyScenarioEndsTheProcess) {
         {{"Devices", array({dictionary({{"ECID", text("1")}}),
                             dictionary({{"ECID", text("2")}, {"State", text("?")}})})}})));
     EXPECT_EXIT(call_once(), testing::ExitedWithCode(70),
-                "szenario.plist: Devices\\[1\\].State: must be Unknown, DFU, Recovery, RestoreOS, "
+                "scenario.plist: Devices\\[1\\].State: must be Unknown, DFU, Recovery, RestoreOS, "
                 "BootedOS or an integer");
-    EXPECT_EQ(tests::read_file(m_folder / "trace.txt"), "live-objects 0\n");
+    EXPECT_EQ(tests::read_file(folder / "trace.txt"), "live-objects 0\n");
 }
 
 TEST_F(ProcessEnd, AScenarioThatCannotBeReadEndsTheProcess) {
-    tests::set_environment("MOBILEDEVICE_SIMULATOR_SCENARIO", m_folder.utf8("missing.plist"));
+    tests::set_environment("MOBILEDEVICE_SIMULATOR_SCENARIO", folder.utf8("missing.plist"));
     EXPECT_EXIT(call_once(), testing::ExitedWithCode(70), "missing.plist: cannot be read");
 }
 
@@ -197,7 +197,7 @@ TEST_F(ProcessEnd, FunctionsAtTheExitMayCallDespiteAFaultyScenario) {
             std::atexit(call_once);
             call_once();
         },
-        testing::ExitedWithCode(70), "szenario.plist: root: must be a dictionary");
+        testing::ExitedWithCode(70), "scenario.plist: root: must be a dictionary");
 }
 
 TEST_F(ProcessEnd, ATidyUserLeavesNothing) {
@@ -257,8 +257,8 @@ TEST_F(ProcessEnd, DoesNotWaitForEver) {
 TEST_F(ProcessEnd, ComesSafelyWhileADeviceIsAwayForItsRestore) {
     use(document(dictionary(
         {{"TimeScale", real(0.05)}, {"Devices", array({dictionary({{"ECID", text("1")}})})}})));
-    m_folder.write("BuildManifest.plist", "manifest");
-    EXPECT_EXIT(exit_while_the_device_is_away(m_folder.utf8("")), testing::ExitedWithCode(0), "");
+    folder.write("BuildManifest.plist", "manifest");
+    EXPECT_EXIT(exit_while_the_device_is_away(folder.utf8("")), testing::ExitedWithCode(0), "");
     EXPECT_EQ(last_line(), "live-objects 0");
 }
 
@@ -306,7 +306,7 @@ TEST_F(ProcessEnd, NothingFollowsTheLastLine) {
         },
         testing::ExitedWithCode(0), "");
     EXPECT_EQ(
-        tests::read_lines(m_folder / "trace.txt"),
+        tests::read_lines(folder / "trace.txt"),
         (std::vector<std::string>{"AMRestorableDeviceRegisterForNotifications context=null -> 1",
                                   "live-objects 0"}));
 }

@@ -30,11 +30,11 @@ protected:
 
     // A folder that can be restored from.
     std::string bundle() const {
-        m_folder.write("BuildManifest.plist", "manifest");
-        return m_folder.utf8("");
+        folder.write("BuildManifest.plist", "manifest");
+        return folder.utf8("");
     }
 
-    tests::temporary_folder m_folder;
+    tests::temporary_folder folder;
 };
 
 std::string plain_device(std::string const & scale) {
@@ -271,17 +271,17 @@ TEST_F(Restore, TheDefaultOneTakesAboutAQuarterOfASecondForAStep) {
 }
 
 TEST_F(Restore, TheDefaultOneFailsWithoutAUsableBundle) {
-    auto const no_archive = m_folder.write("file.ipsw", "no archive");
-    QN::filesystem::create_directory(m_folder / "empty");
+    auto const no_archive = folder.write("file.ipsw", "no archive");
+    QN::filesystem::create_directory(folder / "empty");
     struct {
         cf_owner<CFMutableDictionaryRef> options;
         int error;
     } const cases[] = {
         {{}, 1},
         {make_mutable_dictionary(), 1},
-        {options_for(m_folder.utf8("missing.ipsw")), 17},
+        {options_for(folder.utf8("missing.ipsw")), 17},
         {options_for(no_archive), 11},
-        {options_for(m_folder.utf8("empty")), 11},
+        {options_for(folder.utf8("empty")), 11},
     };
     for (auto const & [options, code] : cases) {
         play(plain_device(integer(0)));
@@ -346,19 +346,19 @@ TEST_F(Restore, ALogFileIsOpenedAtOnceAndAppendedTo) {
     play(scripted_device(integer(0),
                          {dictionary({{"Status", step(13)}, {"Repeat", integer(2)}}),
                           dictionary({{"Status", dictionary({{"$type", text("null")}})}})}));
-    auto const fresh = m_folder.utf8("neu 記録.log");
+    auto const fresh = folder.utf8("new 記録.log");
     EXPECT_EQ(AMRestoreEnableFileLogging(fresh.c_str()), kAMRSuccess);
-    ASSERT_TRUE(QN::filesystem::exists(m_folder / "neu 記録.log"));
-    EXPECT_EQ(tests::read_file(m_folder / "neu 記録.log"), "");
+    ASSERT_TRUE(QN::filesystem::exists(folder / "new 記録.log"));
+    EXPECT_EQ(tests::read_file(folder / "new 記録.log"), "");
 
-    auto const used = m_folder.write("used.log", "command line\n");
+    auto const used = folder.write("used.log", "command line\n");
     EXPECT_EQ(AMRestoreEnableFileLogging(used.c_str()), kAMRSuccess);
-    EXPECT_EQ(tests::read_file(m_folder / "used.log"), "command line\n");
+    EXPECT_EQ(tests::read_file(folder / "used.log"), "command line\n");
 
     report_recorder recorder;
     recorder.restore(device(0));
     recorder.wait_for(3);
-    auto const lines = tests::read_lines(m_folder / "used.log");
+    auto const lines = tests::read_lines(folder / "used.log");
     ASSERT_EQ(lines.size(), 4U);
     EXPECT_EQ(lines[0], "command line");
     auto const time = fmt::format("{:%FT%TZ} ", fmt::gmtime(test_clock().calendar_time()));
@@ -368,21 +368,21 @@ TEST_F(Restore, ALogFileIsOpenedAtOnceAndAppendedTo) {
     EXPECT_TRUE(lines[1].ends_with(end_of_step)) << lines[1];
     EXPECT_TRUE(lines[2].ends_with(end_of_step)) << lines[2];
     EXPECT_TRUE(lines[3].ends_with(" status=null operation=null progress=null")) << lines[3];
-    EXPECT_EQ(tests::read_file(m_folder / "neu 記録.log"), "");
+    EXPECT_EQ(tests::read_file(folder / "new 記録.log"), "");
 }
 
 TEST_F(Restore, ALogFileThatCannotBeOpenedIsAnError) {
     play("<dict/>");
-    EXPECT_EQ(static_cast<int>(AMRestoreEnableFileLogging(m_folder.utf8("no/such/folder").c_str())),
+    EXPECT_EQ(static_cast<int>(AMRestoreEnableFileLogging(folder.utf8("no/such/folder").c_str())),
               12);
-    EXPECT_EQ(static_cast<int>(AMRestoreEnableFileLogging(m_folder.utf8("").c_str())), 12);
-    auto const no_utf8 = m_folder.utf8("no/such/folder/") + "\xFF";
+    EXPECT_EQ(static_cast<int>(AMRestoreEnableFileLogging(folder.utf8("").c_str())), 12);
+    auto const no_utf8 = folder.utf8("no/such/folder/") + "\xFF";
     EXPECT_EQ(static_cast<int>(AMRestoreEnableFileLogging(no_utf8.c_str())), 12);
     EXPECT_NE(AMRestoreEnableFileLogging(nullptr), kAMRSuccess);
 }
 
 TEST_F(Restore, LoggingFailsAsScripted) {
     play(dictionary({{"Failures", dictionary({{"EnableFileLogging", integer(16)}})}}));
-    EXPECT_EQ(static_cast<int>(AMRestoreEnableFileLogging(m_folder.utf8("x.log").c_str())), 16);
-    EXPECT_FALSE(QN::filesystem::exists(m_folder / "x.log"));
+    EXPECT_EQ(static_cast<int>(AMRestoreEnableFileLogging(folder.utf8("x.log").c_str())), 16);
+    EXPECT_FALSE(QN::filesystem::exists(folder / "x.log"));
 }

@@ -57,22 +57,22 @@ class RestoreBundle : public testing::Test {
 protected:
     // The AMR error of a file with this content; 0 where it can be restored from.
     int error_of(std::string const & content) const {
-        auto const fault = check_restore_bundle(m_folder.write("bundle 束.ipsw", content));
+        auto const fault = check_restore_bundle(folder.write("bundle 束.ipsw", content));
         return fault ? fault->error : 0;
     }
 
-    tests::temporary_folder m_folder;
-    std::string const m_manifest = central_entry("BuildManifest.plist");
+    tests::temporary_folder folder;
+    std::string const manifest = central_entry("BuildManifest.plist");
 };
 
 } // namespace
 
 TEST_F(RestoreBundle, AnArchiveWithTheManifestIsOne) {
-    EXPECT_EQ(error_of(archive(m_manifest)), 0);
-    EXPECT_EQ(error_of(archive(central_entry("Firmware/x", "extra", "comment") + m_manifest)), 0);
-    EXPECT_EQ(error_of(archive(m_manifest, "a comment at the end")), 0);
-    EXPECT_EQ(error_of(archive(m_manifest, std::string(0xFFFF, 'x'))), 0);
-    EXPECT_EQ(error_of(large_archive(central_entry("first") + m_manifest)), 0);
+    EXPECT_EQ(error_of(archive(manifest)), 0);
+    EXPECT_EQ(error_of(archive(central_entry("Firmware/x", "extra", "comment") + manifest)), 0);
+    EXPECT_EQ(error_of(archive(manifest, "a comment at the end")), 0);
+    EXPECT_EQ(error_of(archive(manifest, std::string(0xFFFF, 'x'))), 0);
+    EXPECT_EQ(error_of(large_archive(central_entry("first") + manifest)), 0);
 }
 
 TEST_F(RestoreBundle, AnArchiveWithoutTheManifestIsNone) {
@@ -89,7 +89,7 @@ TEST_F(RestoreBundle, ABrokenArchiveIsNone) {
     EXPECT_EQ(error_of(std::string(100000, 'x')), 11);
     EXPECT_EQ(error_of(end_record(100, 0)), 11);
     EXPECT_EQ(error_of(end_record(0xFFFFFFFF, 0xFFFFFFFF)), 11);
-    for (auto const & whole : {archive(m_manifest), large_archive(m_manifest)}) {
+    for (auto const & whole : {archive(manifest), large_archive(manifest)}) {
         for (std::size_t size = 0; size < whole.size(); ++size) {
             ASSERT_EQ(error_of(whole.substr(0, size)), 11) << size;
         }
@@ -97,7 +97,7 @@ TEST_F(RestoreBundle, ABrokenArchiveIsNone) {
 }
 
 TEST_F(RestoreBundle, NoByteOfAnArchiveCanDoHarm) {
-    auto const whole = large_archive(central_entry("first", "x") + m_manifest);
+    auto const whole = large_archive(central_entry("first", "x") + manifest);
     for (std::size_t index = 0; index < whole.size(); ++index) {
         auto changed = whole;
         changed[index] = static_cast<char>(~changed[index]);
@@ -107,16 +107,16 @@ TEST_F(RestoreBundle, NoByteOfAnArchiveCanDoHarm) {
 }
 
 TEST_F(RestoreBundle, AFolderNeedsTheManifest) {
-    QN::filesystem::create_directory(m_folder / "Bündel");
-    auto const path = m_folder.utf8("Bündel");
+    QN::filesystem::create_directory(folder / "Bündel");
+    auto const path = folder.utf8("Bündel");
     ASSERT_TRUE(check_restore_bundle(path));
     EXPECT_EQ(check_restore_bundle(path)->error, 11);
-    m_folder.write("Bündel/BuildManifest.plist", "");
+    folder.write("Bündel/BuildManifest.plist", "");
     EXPECT_FALSE(check_restore_bundle(path));
 }
 
 TEST_F(RestoreBundle, WhatDoesNotExistIsNone) {
-    auto const fault = check_restore_bundle(m_folder.utf8("missing"));
+    auto const fault = check_restore_bundle(folder.utf8("missing"));
     ASSERT_TRUE(fault);
     EXPECT_EQ(fault->error, 17);
     EXPECT_NE(fault->description.find("missing"), std::string::npos);
@@ -125,7 +125,7 @@ TEST_F(RestoreBundle, WhatDoesNotExistIsNone) {
 }
 
 TEST_F(RestoreBundle, WhatCannotBeAPathIsNone) {
-    auto const path = m_folder.write("bundle.ipsw", archive(m_manifest));
+    auto const path = folder.write("bundle.ipsw", archive(manifest));
     for (auto const & no_path :
          {path + '\0' + "x", path + '\0', path + "\xFF", std::string{"\xC3"}}) {
         auto const fault = check_restore_bundle(no_path);

@@ -16,16 +16,15 @@ namespace {
 class Trace : public SimulatedPlatform {
 protected:
     Trace() {
-        tests::set_environment("MOBILEDEVICE_SIMULATOR_TRACE",
-                               m_folder.utf8("aufzeichnung 記.txt"));
+        tests::set_environment("MOBILEDEVICE_SIMULATOR_TRACE", folder.utf8("aufzeichnung 記.txt"));
     }
     ~Trace() override { tests::set_environment("MOBILEDEVICE_SIMULATOR_TRACE", ""); }
 
     std::vector<std::string> lines() const {
-        return tests::read_lines(m_folder / "aufzeichnung 記.txt");
+        return tests::read_lines(folder / "aufzeichnung 記.txt");
     }
 
-    tests::temporary_folder m_folder{"MOBILEDEVICE_TEST_FOLDER"};
+    tests::temporary_folder folder{"MOBILEDEVICE_TEST_FOLDER"};
 };
 
 void ignore_notification(AMRestorableDeviceRef, AMRestorableDeviceNotificationType, void *) {}
@@ -51,7 +50,7 @@ TEST_F(Trace, EveryCallHasItsLine) {
     AMDeviceNotificationSubscribe(nullptr, 0, 1, nullptr, &subscription);
     AMDeviceNotificationSubscribe(nullptr, 7, 2, &context, &subscription);
     AMDeviceNotificationUnsubscribe(subscription);
-    AMRestoreEnableFileLogging(m_folder.utf8("x.log").c_str());
+    AMRestoreEnableFileLogging(folder.utf8("x.log").c_str());
     AMRestoreEnableFileLogging(nullptr);
     CFRelease(AMRestoreCreateDefaultOptions(kCFAllocatorDefault));
     AMRestorableDeviceGetState(device(0));
@@ -78,7 +77,7 @@ TEST_F(Trace, EveryCallHasItsLine) {
         "AMDeviceNotificationSubscribe minimumInterfaceSpeed=0 connectionType=1 context=null -> 0",
         "AMDeviceNotificationSubscribe minimumInterfaceSpeed=7 connectionType=2 context=set -> 0",
         "AMDeviceNotificationUnsubscribe -> 0",
-        "AMRestoreEnableFileLogging path=\"" + m_folder.utf8("x.log") + "\" -> 0",
+        "AMRestoreEnableFileLogging path=\"" + folder.utf8("x.log") + "\" -> 0",
         "AMRestoreEnableFileLogging path=null -> 1",
         "AMRestoreCreateDefaultOptions -> set",
         "AMRestorableDeviceGetState device=0000000000ABCDEF -> 2",
@@ -123,7 +122,7 @@ TEST_F(Trace, FailuresHaveTheirLines) {
 
 TEST_F(Trace, RegisteringComesBeforeTheCallsOfItsNotifications) {
     for (int round = 0; round < 20; ++round) {
-        QN::filesystem::remove(m_folder / "aufzeichnung 記.txt");
+        QN::filesystem::remove(folder / "aufzeichnung 記.txt");
         play(two_devices());
         int id = 0;
         {
@@ -145,7 +144,7 @@ TEST_F(Trace, RegisteringComesBeforeTheCallsOfItsNotifications) {
 }
 
 TEST_F(Trace, GrowsOverSeveralRuns) {
-    m_folder.write("aufzeichnung 記.txt", "earlier\n");
+    folder.write("aufzeichnung 記.txt", "earlier\n");
     play("<dict/>");
     AMRestorableDeviceGetState(nullptr);
     EXPECT_EQ(lines(),
@@ -157,7 +156,7 @@ TEST_F(Trace, HoldsTheOptionsOfARestoreAsAPropertyList) {
     auto const options = make_mutable_dictionary();
     CFDictionarySetValue(options.get(), CFSTR("RestoreBundlePath"), make_cfstring("ü.ipsw").get());
     AMRestorableDeviceRestore(device(0), options.get(), nullptr, nullptr);
-    auto const written = tests::read_file(m_folder / "aufzeichnung 記.txt.options.plist");
+    auto const written = tests::read_file(folder / "aufzeichnung 記.txt.options.plist");
     EXPECT_TRUE(written.starts_with("<?xml version=\"1.0\" encoding=\"UTF-8\"?>")) << written;
     EXPECT_NE(written.find("<dict>\n\t<key>RestoreBundlePath</key>\n\t<string>ü.ipsw</string>\n"
                            "</dict>\n</plist>\n"),
@@ -166,9 +165,9 @@ TEST_F(Trace, HoldsTheOptionsOfARestoreAsAPropertyList) {
 }
 
 TEST_F(Trace, OptionsOfAnEarlierRunAreRemoved) {
-    m_folder.write("aufzeichnung 記.txt.options.plist", "earlier");
+    folder.write("aufzeichnung 記.txt.options.plist", "earlier");
     play(two_devices());
-    EXPECT_FALSE(QN::filesystem::exists(m_folder / "aufzeichnung 記.txt.options.plist"));
+    EXPECT_FALSE(QN::filesystem::exists(folder / "aufzeichnung 記.txt.options.plist"));
 }
 
 TEST_F(Trace, NothingIsWrittenAfterItsEnd) {
@@ -176,7 +175,7 @@ TEST_F(Trace, NothingIsWrittenAfterItsEnd) {
     simulator.end(20s);
     AMRestorableDeviceRestore(device(0), make_mutable_dictionary().get(), nullptr, nullptr);
     EXPECT_TRUE(lines().empty());
-    EXPECT_FALSE(QN::filesystem::exists(m_folder / "aufzeichnung 記.txt.options.plist"));
+    EXPECT_FALSE(QN::filesystem::exists(folder / "aufzeichnung 記.txt.options.plist"));
 }
 
 TEST_F(Trace, LinesOfSeveralThreadsDoNotMix) {
@@ -200,7 +199,7 @@ TEST_F(Trace, LinesOfSeveralThreadsDoNotMix) {
 }
 
 TEST_F(Trace, ThatCannotBeOpenedIsReportedOnce) {
-    auto const path = m_folder.utf8("no/such/folder.txt");
+    auto const path = folder.utf8("no/such/folder.txt");
     tests::set_environment("MOBILEDEVICE_SIMULATOR_TRACE", path);
     testing::internal::CaptureStderr();
     play("<dict/>");

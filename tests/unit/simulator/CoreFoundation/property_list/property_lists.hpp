@@ -129,7 +129,7 @@ inline std::string debug_text(CFErrorRef error, bool of_old_style = false) {
         static_cast<CFStringRef>(CFDictionaryGetValue(info.get(), CFSTR("NSDebugDescription"))));
 }
 
-struct Reading {
+struct reading_result {
     cf_owner<CFPropertyListRef> root;
     CFPropertyListFormat format = -1;
     cf_owner<CFErrorRef> error;
@@ -138,8 +138,9 @@ struct Reading {
     std::string old_style_text() const { return debug_text(error.get(), true); }
 };
 
-inline Reading read(std::string_view document, CFOptionFlags options = kCFPropertyListImmutable) {
-    Reading reading;
+inline reading_result read(std::string_view document,
+                           CFOptionFlags options = kCFPropertyListImmutable) {
+    reading_result reading;
     CFErrorRef error = nullptr;
     reading.root = adopt(CFPropertyListCreateWithData(kCFAllocatorDefault, data_of(document).get(),
                                                       options, &reading.format, &error));
@@ -151,14 +152,15 @@ inline std::string read_notation(std::string_view document) {
     return notation(read(document).root.get());
 }
 
-struct Writing {
+struct writing_result {
     cf_owner<CFDataRef> document;
     cf_owner<CFErrorRef> error;
 
     std::string text() const { return debug_text(error.get()); }
 };
 
-inline Writing write(CFTypeRef root, CFPropertyListFormat format = kCFPropertyListXMLFormat_v1_0) {
+inline writing_result write(CFTypeRef root,
+                            CFPropertyListFormat format = kCFPropertyListXMLFormat_v1_0) {
     CFErrorRef error = nullptr;
     auto * const document = CFPropertyListCreateData(kCFAllocatorDefault, root, format, 0, &error);
     return {adopt(document), adopt(error)};
@@ -169,7 +171,7 @@ inline constexpr std::string_view xml_opening =
     "1.0//EN\" \"http://www.apple.com/DTDs/PropertyList-1.0.dtd\">\n<plist version=\"1.0\">\n";
 inline constexpr std::string_view xml_closing = "</plist>\n";
 
-// What stands between the opening and the closing, or all if they are not there.
+// Returns what is between the opening and the closing; all of the text without them.
 inline std::string xml_body(CFTypeRef root) {
     auto const writing = write(root);
     if (writing.document == nullptr) {

@@ -332,13 +332,13 @@ TEST(BinaryReading, ReadsAPlaceOnceHoweverManyNumbersItHas) {
     EXPECT_EQ(CFArrayGetValueAtIndex(elements, 0), CFArrayGetValueAtIndex(elements, 1));
 }
 
-CFMutableDictionaryRef root_dictionary(Reading const & reading) {
+CFMutableDictionaryRef root_dictionary(reading_result const & reading) {
     return const_cast<CFMutableDictionaryRef>(static_cast<CFDictionaryRef>(reading.root.get()));
 }
-CFMutableArrayRef root_array(Reading const & reading) {
+CFMutableArrayRef root_array(reading_result const & reading) {
     return const_cast<CFMutableArrayRef>(static_cast<CFArrayRef>(reading.root.get()));
 }
-CFMutableSetRef root_set(Reading const & reading) {
+CFMutableSetRef root_set(reading_result const & reading) {
     return const_cast<CFMutableSetRef>(static_cast<CFSetRef>(reading.root.get()));
 }
 

@@ -10,7 +10,7 @@
 
 namespace {
 
-struct FaultRow {
+struct fault_row {
     cf_owner<CFTypeRef> root;
     std::string_view fault;
 };
@@ -29,7 +29,7 @@ TEST(Writing, RefusesWhatIsNoPropertyList) {
     auto const recursive = adopt(CFArrayCreateMutable(kCFAllocatorDefault, 0, nullptr));
     CFArrayAppendValue(recursive.get(), recursive.get());
 
-    FaultRow const rows[] = {
+    fault_row const rows[] = {
         {cf_owner<CFTypeRef>{CFRetain(set.get())},
          "property lists cannot contain objects of type 'CFSet'"},
         {array_of(set.get()), "property lists cannot contain objects of type 'CFSet'"},

@@ -65,14 +65,14 @@ TEST(XmlWriting, LeavesTheErrorAloneOnSuccess) {
     EXPECT_EQ(error, preset);
 }
 
-struct StringRow {
+struct string_row {
     std::u16string text;
     std::string_view written;
 };
 
 TEST(XmlWriting, EscapesOnlyWhatItMust) {
     using namespace std::string_view_literals;
-    StringRow const rows[] = {
+    string_row const rows[] = {
         {u"", ""},
         {u"a&b<c>d\"e'f", "a&amp;b&lt;c&gt;d\"e'f"},
         {u"x]]>y", "x]]&gt;y"},
@@ -103,7 +103,7 @@ TEST(XmlWriting, LosesTextAfterALoneSurrogate) {
     std::string const all{letters.begin(), letters.end()};
     letters[10] = 0xd800;
     auto const first_64 = all.substr(0, 10);
-    StringRow const rows[] = {
+    string_row const rows[] = {
         {{u'a', 0xd800, u'b'}, "a"},
         {{u'a', 0xdc00, u'b'}, "a"},
         {{u'a', 0xd800}, "a"},

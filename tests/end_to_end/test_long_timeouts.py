@@ -9,7 +9,7 @@ load_tests = side_by_side
 LONG = ("2147484", "4294968", "4294967295")
 
 
-class LongTimeOuts(ToolTest):
+class LongTimeouts(ToolTest):
     def test_list_waits(self):
         self.assert_goes_on_waiting([
             self.start("--list-devices", "--detect-timeout", seconds, scenario={})
