@@ -86,7 +86,8 @@ void write(std::FILE * stream, std::string const & text) {
 
 #ifdef __GNUC__
 extern "C" {
-// NOLINTNEXTLINE(clang-diagnostic-reserved-identifier,readability-identifier-naming): the name is the C library's
+// The name is the C library's.
+// NOLINTNEXTLINE(clang-diagnostic-reserved-identifier,readability-identifier-naming)
 int _dowildcard = 0; // arguments are not patterns of file names
 }
 #endif

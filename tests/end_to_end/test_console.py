@@ -12,6 +12,8 @@ INTERRUPTED = (0xC000013A, 0)  # Windows' status, Wine's
 
 
 class Console(ToolTest):
+    ONE_BY_ONE = True  # Control-C concerns everybody in a console
+
     def run_in_console(self, *arguments, code_page=WESTERN, options=()):
         """What the console shows, the program's status and the code page that it leaves."""
         report = self.new_folder() / "report"

@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include <shellapi.h>
+
 #include <array>
 #include <cstdint>
 #include <string>
@@ -21,18 +23,18 @@ std::wstring number_of(HANDLE handle) {
     return std::to_wstring(reinterpret_cast<std::intptr_t>(handle));
 }
 
-HANDLE handle_of(char const * number) {
+HANDLE handle_of(wchar_t const * number) {
     // NOLINTNEXTLINE(performance-no-int-to-ptr): a handle crosses processes as a number
     return reinterpret_cast<HANDLE>(static_cast<std::intptr_t>(std::stoll(number)));
 }
 
 // The other process: holds the file until the event is set.
-int hold_file(other_process::hold how, char const * path, HANDLE ready, HANDLE done) {
+int hold_file(other_process::hold how, wchar_t const * path, HANDLE ready, HANDLE done) {
     using enum other_process::hold;
     constexpr DWORD all = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
     auto const access = how == writing ? GENERIC_READ | GENERIC_WRITE : GENERIC_READ;
     auto const file =
-        CreateFileA(path, access, how == exclusively ? 0 : all, nullptr, OPEN_EXISTING, 0, nullptr);
+        CreateFileW(path, access, how == exclusively ? 0 : all, nullptr, OPEN_EXISTING, 0, nullptr);
     if (file == INVALID_HANDLE_VALUE || (how == locked && !LockFile(file, 0, 0, MAXDWORD, 0))) {
         return 1;
     }
@@ -76,8 +78,11 @@ other_process::~other_process() {
 
 int main(int argc, char ** argv) {
     if (argc == 6 && argv[1] == holder_option) {
-        return hold_file(static_cast<other_process::hold>(std::stoi(argv[2])), argv[3],
-                         handle_of(argv[4]), handle_of(argv[5]));
+        // The name of the file may have letters that no code page has.
+        int count = 0;
+        auto const wide = CommandLineToArgvW(GetCommandLineW(), &count);
+        return hold_file(static_cast<other_process::hold>(std::stoi(wide[2])), wide[3],
+                         handle_of(wide[4]), handle_of(wide[5]));
     }
     testing::InitGoogleTest(&argc, argv);
     return RUN_ALL_TESTS();

@@ -9,10 +9,11 @@
 #include <chrono>
 #include <condition_variable>
 #include <cstdlib>
+#include <filesystem>
+#include <fstream>
 #include <map>
 #include <memory>
 #include <mutex>
-#include <sstream>
 #include <stdexcept>
 
 namespace tests {
@@ -96,7 +97,8 @@ call_trace::call_trace()
     : beginning_of_trace(QN::filesystem::file_size(trace_file())) {}
 
 std::vector<std::string> call_trace::calls(std::string_view beginning) const {
-    std::istringstream stream(read_file(trace_file()).substr(beginning_of_trace));
+    std::ifstream stream(std::filesystem::path(trace_file().native()), std::ios::binary);
+    stream.seekg(static_cast<std::streamoff>(beginning_of_trace));
     std::vector<std::string> found;
     for (std::string line; std::getline(stream, line);) {
         if (line.starts_with(beginning)) {
