@@ -3,6 +3,7 @@
 import os
 import pathlib
 import subprocess
+import sys
 
 from harness import BIN
 
@@ -40,3 +41,16 @@ def run(*command, **environment):
     if done.returncode != 0:
         raise AssertionError(f"{command}: status {done.returncode}\n{done.stdout}")
     return done.stdout
+
+
+def pack(folder, **environment):
+    """The path of the ZIP, which is made in this folder."""
+    run(CPACK, "--config", BUILD / "CPackConfig.cmake", "-B", folder, **environment)
+    (package,) = folder.glob("*.zip")
+    return package
+
+
+def make_release(package, folder, **environment):
+    """Makes in this folder what is handed out beside the ZIP."""
+    run(sys.executable, "-B", SOURCE / "packaging/release.py", package,
+        BUILD / "linked_libraries.json", folder, **environment)

@@ -12,7 +12,7 @@ import xml.etree.ElementTree
 import zipfile
 
 import pe
-from build_folder import BUILD, CACHE, CMAKE, COMPILER, CPACK, SOURCE, run, same_setting
+from build_folder import BUILD, CACHE, CMAKE, COMPILER, SOURCE, pack, run, same_setting
 from harness import ECID, RUNNER, TIME_LIMIT, Process, ToolTest, device, report
 from launcher_setup import SetupTest, make_prefix
 
@@ -71,13 +71,6 @@ EXPORTS = [
 ]
 
 MICROSOFT = "http://schemas.microsoft.com/SMI"
-
-
-def pack(folder, **environment):
-    """The path of the ZIP, which is made in this folder."""
-    run(CPACK, "--config", BUILD / "CPackConfig.cmake", "-B", folder, **environment)
-    (package,) = folder.glob("*.zip")
-    return package
 
 
 def setUpModule():
