@@ -39,23 +39,6 @@ int read_state(node const & value) {
     return found->state;
 }
 
-std::uint64_t read_ecid(node const & value) {
-    if (value.is_integer()) {
-        return value.unsigned_integer();
-    }
-    if (!value.is_string()) {
-        value.fail("must be a string of hexadecimal digits or an integer");
-    }
-    auto const digits = value.text();
-    std::uint64_t ecid = 0;
-    auto const last = digits.data() + digits.size();
-    auto const [end, error] = std::from_chars(digits.data(), last, ecid, 16);
-    if (error != std::errc{} || end != last || digits.size() > 16) {
-        value.fail("must be 1 to 16 hexadecimal digits");
-    }
-    return ecid;
-}
-
 std::int64_t read_repeat(node const & value) {
     auto const count = value.integer<std::int64_t>();
     if (count < 0) {
@@ -121,6 +104,7 @@ void read_conduct(dictionary_node const & device, device_description & result) {
     read_if_present(device, "SetAutoBootError", result.set_auto_boot_error, error);
     read_if_present(device, "RebootError", result.reboot_error, error);
     read_if_present(device, "RestoreReports", result.restore_reports, read_reports);
+    read_if_present(device, "AfterInterruption", result.after_interruption, amount);
 }
 
 device_description read_device(node const & value) {
@@ -128,7 +112,8 @@ device_description read_device(node const & value) {
                                  {"ECID", "State", "ProductID", "BoardID", "ChipID", "ProductType",
                                   "FusingInfo", "LocationID", "SerialNumber", "ProductString",
                                   "ConnectAfter", "DisconnectAfter", "RecoveryModeDevice",
-                                  "SetAutoBootError", "RebootError", "RestoreReports"}};
+                                  "SetAutoBootError", "RebootError", "RestoreReports",
+                                  "AfterInterruption"}};
     device_description result;
     read_identity(device, result);
     read_conduct(device, result);
@@ -188,6 +173,23 @@ scripted_fault read_fault(node const & value) {
 
 } // namespace
 
+std::uint64_t read_ecid(node const & value) {
+    if (value.is_integer()) {
+        return value.unsigned_integer();
+    }
+    if (!value.is_string()) {
+        value.fail("must be a string of hexadecimal digits or an integer");
+    }
+    auto const digits = value.text();
+    std::uint64_t ecid = 0;
+    auto const last = digits.data() + digits.size();
+    auto const [end, error] = std::from_chars(digits.data(), last, ecid, 16);
+    if (error != std::errc{} || end != last || digits.size() > 16) {
+        value.fail("must be 1 to 16 hexadecimal digits");
+    }
+    return ecid;
+}
+
 scenario read_scenario(CFPropertyListRef root) {
     dictionary_node const dictionary{
         node{root, ""}, {"Devices", "Notifications", "Failures", "Faults", "TimeScale"}};
@@ -217,13 +219,8 @@ scenario read_scenario(CFPropertyListRef root) {
 }
 
 scenario parse_scenario(std::span<std::uint8_t const> bytes) {
-    auto const data =
-        adopt(CFDataCreate(kCFAllocatorDefault, bytes.data(), static_cast<CFIndex>(bytes.size())));
-    CFPropertyListFormat format = 0;
-    auto const root = adopt(CFPropertyListCreateWithData(
-        kCFAllocatorDefault, data.get(), kCFPropertyListImmutable, &format, nullptr));
-    if (!root ||
-        (format != kCFPropertyListXMLFormat_v1_0 && format != kCFPropertyListBinaryFormat_v1_0)) {
+    auto const root = parse_property_list(bytes);
+    if (!root) {
         throw scenario_fault{"is not a property list in XML or binary form"};
     }
     return read_scenario(root.get());

@@ -37,6 +37,7 @@ struct device_description {
     int set_auto_boot_error = 0;
     int reboot_error = 0;
     std::optional<std::vector<scripted_report>> restore_reports; // absent: the default restore
+    double after_interruption = 10; // seconds since the end of the restoring process, in a world
 };
 
 struct raw_notification {
@@ -65,6 +66,9 @@ struct scenario {
     std::vector<scripted_fault> faults;
     double time_scale = 1;
 };
+
+// Reads the ECID of a device. Throws scenario_fault.
+std::uint64_t read_ecid(node const & value);
 
 // Reads the root of a scenario. Throws scenario_fault.
 scenario read_scenario(CFPropertyListRef root);

@@ -28,6 +28,17 @@ cf_owner<CFNumberRef> make_number(std::int64_t value) {
     return adopt(CFNumberCreate(kCFAllocatorDefault, kCFNumberSInt64Type, &value));
 }
 
+cf_owner<CFPropertyListRef> parse_property_list(std::span<std::uint8_t const> bytes) {
+    auto const data =
+        adopt(CFDataCreate(kCFAllocatorDefault, bytes.data(), static_cast<CFIndex>(bytes.size())));
+    CFPropertyListFormat format = 0;
+    auto root = adopt(CFPropertyListCreateWithData(kCFAllocatorDefault, data.get(),
+                                                   kCFPropertyListImmutable, &format, nullptr));
+    bool const known =
+        format == kCFPropertyListXMLFormat_v1_0 || format == kCFPropertyListBinaryFormat_v1_0;
+    return known ? std::move(root) : cf_owner<CFPropertyListRef>{};
+}
+
 cf_owner<CFErrorRef> make_error(CFStringRef domain, CFIndex code, CFStringRef description,
                                 CFStringRef failure_reason) {
     auto const info = make_mutable_dictionary();

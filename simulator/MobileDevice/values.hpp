@@ -7,6 +7,7 @@
 
 #include <cstdint>
 #include <optional>
+#include <span>
 #include <string>
 
 namespace mobile_device {
@@ -26,6 +27,9 @@ std::optional<std::string> whole_text(CFStringRef string);
 
 // Returns a new number.
 cf_owner<CFNumberRef> make_number(std::int64_t value);
+
+// Returns the root of an XML or binary property list; null where the bytes are none.
+cf_owner<CFPropertyListRef> parse_property_list(std::span<std::uint8_t const> bytes);
 
 // Returns a new error, whose user info holds those of the two texts that are not null.
 cf_owner<CFErrorRef> make_error(CFStringRef domain, CFIndex code, CFStringRef description,

@@ -3,12 +3,11 @@
 
 #include "QNRescue/output_state.hpp"
 #include "QNRescue/start_options.hpp"
+#include "tests/stress/share.hpp"
 #include "tests/unit/helpers/overlapped_pipe.hpp"
 
 #include <boost/asio/io_context.hpp>
 
-#include <algorithm>
-#include <cstdlib>
 #include <functional>
 #include <ostream>
 #include <streambuf>
@@ -19,13 +18,6 @@
 #include <vector>
 
 namespace tests {
-
-// Returns how much of the whole this run does, in per cent: QNRESCUE_STRESS_PERCENT, 5 if unset.
-inline int share_of(int whole) {
-    auto const text = std::getenv("QNRESCUE_STRESS_PERCENT");
-    int const percent = text == nullptr ? 5 : std::stoi(text);
-    return std::max(1, static_cast<int>(static_cast<long long>(whole) * percent / 100));
-}
 
 // Replaces the buffer of a stream and passes on each entry that the terminator ends, without
 // it, so that a long run needs no memory.
