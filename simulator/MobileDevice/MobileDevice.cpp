@@ -136,8 +136,7 @@ int AMRestorableDeviceRegisterForNotifications(AMRestorableDeviceNotificationCal
     call.argument("context", format_presence(context));
     write_call(call, fmt::to_string(id)); // before the calls that a notification brings about
     if (!failure) {
-        simulator.center().add_client(id, callback, context, simulator.devices(),
-                                      simulator.played().notifications);
+        simulator.add_client(id, callback, context);
     }
     if (error) {
         *error = failure.release();
@@ -214,11 +213,11 @@ AMRecoveryModeDeviceRef AMRestorableDeviceCopyRecoveryModeDevice(AMRestorableDev
 }
 
 AMRError AMRecoveryModeDeviceSetAutoBoot(AMRecoveryModeDeviceRef device, unsigned char auto_boot) {
-    simulator::instance();
+    auto & simulator = simulator::instance();
     auto const subject = device::from(device, __func__);
     auto const result = subject ? subject->description().set_auto_boot_error : amr_bad_argument;
     if (subject && result == kAMRSuccess) {
-        subject->auto_boot = auto_boot != 0;
+        simulator.set_auto_boot(*subject, auto_boot != 0);
     }
     traced_call call{__func__};
     call.argument("device", format_device(subject))
@@ -235,8 +234,7 @@ AMRError AMRecoveryModeDeviceReboot(AMRecoveryModeDeviceRef device) {
     call.argument("device", format_device(subject));
     write_call(call, fmt::to_string(result));
     if (subject && result == kAMRSuccess) {
-        auto const & next = subject->auto_boot ? subject->booted_os : subject->recovery;
-        simulator.center().reappear(*subject, leaves_after_reboot, next, returns_after_reboot);
+        simulator.reboot(*subject, leaves_after_reboot, returns_after_reboot);
     }
     return static_cast<AMRError>(result);
 }

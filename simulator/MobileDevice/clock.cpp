@@ -13,8 +13,8 @@ clock::time_point clock::now() {
     return std::chrono::steady_clock::now();
 }
 
-std::time_t clock::calendar_time() {
-    return std::time(nullptr);
+std::chrono::system_clock::time_point clock::calendar_now() {
+    return std::chrono::system_clock::now();
 }
 
 void clock::notify(std::condition_variable & changed) {

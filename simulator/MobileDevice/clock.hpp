@@ -26,8 +26,11 @@ public:
 
     virtual time_point now();
 
+    // Returns the time of day, which all processes share.
+    virtual std::chrono::system_clock::time_point calendar_now();
+
     // Returns the time to write into a log.
-    virtual std::time_t calendar_time();
+    std::time_t calendar_time() { return std::chrono::system_clock::to_time_t(calendar_now()); }
 
     // Wakes all that wait for the condition. The caller holds the condition's mutex.
     virtual void notify(std::condition_variable & changed);

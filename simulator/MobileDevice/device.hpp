@@ -58,6 +58,11 @@ public:
     cf_owner<AMRestorableDeviceRef> attached;
     bool unplugged = false;
 
+    // In a world, for the notification center alone: the latest steps of which the notification has
+    // begun, and has been given.
+    std::int64_t begun_step = 0;
+    std::int64_t shown_step = 0;
+
 private:
     device_description const & described;
 };

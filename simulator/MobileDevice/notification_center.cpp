@@ -1,5 +1,7 @@
 #include "simulator/MobileDevice/notification_center.hpp"
 
+#include <utility>
+
 namespace mobile_device {
 
 int notification_center::new_client_id() {
@@ -29,10 +31,53 @@ void notification_center::add_client(int id, AMRestorableDeviceNotificationCallb
         }
     }
     for (auto const & raw : notifications) {
-        auto const subject = raw.device ? devices[*raw.device].get() : nullptr;
-        schedule(scripted, raw.after,
-                 {.what = kind::raw, .client = id, .subject = subject, .type = raw.type});
+        schedule_raw(scripted, id, devices, raw);
     }
+}
+
+void notification_center::add_client_in_world(int id,
+                                              AMRestorableDeviceNotificationCallback callback,
+                                              void * context,
+                                              std::span<std::unique_ptr<device> const> devices,
+                                              std::span<raw_notification const> notifications,
+                                              clock::time_point world_began) {
+    std::lock_guard const lock{mutex};
+    auto const now = shared.time().now();
+    clients[id] = {callback, context, devices};
+    schedule({now, next_batch++}, 0, {.what = kind::greeting, .client = id});
+    batch const scripted{world_began, next_batch++};
+    for (auto const & raw : notifications) {
+        if (world_began + to_duration(raw.after * time_scale) > now) {
+            schedule_raw(scripted, id, devices, raw);
+        }
+    }
+}
+
+void notification_center::follow(device & subject, std::span<planned_step const> steps) {
+    std::lock_guard const lock{mutex};
+    std::erase_if(events, [&subject](event const & each) {
+        return each.what == kind::step && each.subject == &subject;
+    });
+    auto const now = shared.time().now();
+    auto const number = next_batch++;
+    for (std::size_t index = 0; index < steps.size(); ++index) {
+        auto const & step = steps[index];
+        bool const missed =
+            subject.begun_step == 0 && index + 1 < steps.size() && steps[index + 1].due <= now;
+        if (!missed && step.number > subject.begun_step) {
+            add({.due = step.due,
+                 .batch = number,
+                 .what = kind::step,
+                 .subject = &subject,
+                 .as = step.as,
+                 .number = step.number});
+        }
+    }
+}
+
+void notification_center::wait_for_step(device & subject, std::int64_t number) {
+    std::unique_lock lock{mutex};
+    shared.time().wait(changed, lock, [&] { return stopping || subject.shown_step >= number; });
 }
 
 void notification_center::remove_client(int id) {
@@ -69,10 +114,22 @@ void notification_center::stop() {
     shared.time().notify(changed);
 }
 
+void notification_center::schedule_raw(batch const & with, int id,
+                                       std::span<std::unique_ptr<device> const> devices,
+                                       raw_notification const & raw) {
+    auto const subject = raw.device ? devices[*raw.device].get() : nullptr;
+    schedule(with, raw.after,
+             {.what = kind::raw, .client = id, .subject = subject, .type = raw.type});
+}
+
 void notification_center::schedule(batch const & with, double after, event what) {
     what.due = with.base + to_duration(after * time_scale);
     what.batch = with.number;
     what.after = after;
+    add(what);
+}
+
+void notification_center::add(event what) {
     what.order = next_order++;
     events.insert(what);
     if (thread == std::thread::id{}) {
@@ -94,11 +151,17 @@ void notification_center::run() {
         };
         if (!shared.time().wait_until(changed, lock, next.due, overtaken)) {
             events.erase(events.begin());
+            if (next.what == kind::step) {
+                next.subject->begun_step = next.number;
+            }
             lock.unlock();
             handle(next);
             lock.lock();
             if (next.what == kind::returns) {
                 absences.erase(next.batch);
+                shared.time().notify(changed);
+            } else if (next.what == kind::step) {
+                next.subject->shown_step = next.number;
                 shared.time().notify(changed);
             }
         }
@@ -106,6 +169,14 @@ void notification_center::run() {
 }
 
 void notification_center::handle(event const & what) {
+    if (what.what == kind::step) {
+        show_step(what);
+        return;
+    }
+    if (what.what == kind::greeting) {
+        greet(what.client);
+        return;
+    }
     auto const subject = what.subject;
     bool stays = subject && subject->attached;
     switch (what.what) {
@@ -125,6 +196,8 @@ void notification_center::handle(event const & what) {
         stays = what.what == kind::returns;
         break;
     case kind::raw:
+    case kind::step:
+    case kind::greeting:
         break;
     }
     bool const departure = what.what == kind::unplugged || what.what == kind::leaves;
@@ -142,13 +215,48 @@ void notification_center::handle(event const & what) {
     }
 }
 
+void notification_center::show_step(event const & what) {
+    auto & subject = *what.subject;
+    if (subject.attached) {
+        notify_all(subject, kAMRestorableDeviceDisconnected);
+        subject.attached = {};
+    }
+    if (what.as) {
+        subject.current = what.as;
+        subject.attached = subject.make_object(*what.as);
+        notify_all(subject, kAMRestorableDeviceConnected);
+    }
+}
+
+void notification_center::greet(int id) {
+    std::unique_lock lock{mutex};
+    auto const found = clients.find(id);
+    if (found == clients.end()) {
+        return;
+    }
+    auto const devices = std::exchange(found->second.unseen, {});
+    lock.unlock();
+    for (auto const & each : devices) {
+        if (each->attached) {
+            notify(id, each->attached.get(), kAMRestorableDeviceConnected);
+        }
+    }
+}
+
+void notification_center::notify_all(device & subject, int type) {
+    for (auto const id : addressees({.subject = &subject})) {
+        notify(id, subject.attached.get(), type);
+    }
+}
+
 void notification_center::notify(int id, AMRestorableDeviceRef object, int type) {
     std::unique_lock lock{mutex};
     auto const found = clients.find(id);
     if (found == clients.end()) {
         return;
     }
-    auto const [callback, context] = found->second;
+    auto const callback = found->second.callback;
+    auto const context = found->second.context;
     notified_client = id;
     lock.unlock();
     if (!shared.has_ended()) {
@@ -166,8 +274,10 @@ std::vector<int> notification_center::addressees(event const & what) {
     std::lock_guard const lock{mutex};
     std::vector<int> result;
     result.reserve(clients.size());
-    for (auto const & each : clients) {
-        result.push_back(each.first);
+    for (auto const & [id, each] : clients) {
+        if (each.unseen.empty()) {
+            result.push_back(id);
+        }
     }
     return result;
 }

@@ -18,6 +18,13 @@
 
 namespace mobile_device {
 
+// In a world, a device's arrival in an appearance, or its departure.
+struct planned_step {
+    std::int64_t number; // rises from step to step, from 1 on
+    clock::time_point due;
+    appearance const * as; // null: the device leaves
+};
+
 class notification_center {
 public:
     notification_center(lifetime & threads, double scale)
@@ -33,6 +40,21 @@ public:
     void add_client(int id, AMRestorableDeviceNotificationCallback callback, void * context,
                     std::span<std::unique_ptr<device> const> devices,
                     std::span<raw_notification const> notifications);
+
+    // In a world: starts to notify the client, first of the devices that are attached, and then of
+    // what follow plans and the scenario scripts, counted from when the world began.
+    void add_client_in_world(int id, AMRestorableDeviceNotificationCallback callback,
+                             void * context, std::span<std::unique_ptr<device> const> devices,
+                             std::span<raw_notification const> notifications,
+                             clock::time_point world_began);
+
+    // In a world: replaces what is planned for a device, and notifies all clients in time. Steps
+    // that have begun are left out, and, at the first time, all that are over but the last.
+    void follow(device & subject, std::span<planned_step const> steps);
+
+    // Waits until all clients have been notified of the step, or nobody is notified any more. Not
+    // for use inside a notification.
+    void wait_for_step(device & subject, std::int64_t number);
 
     // Removes the client, which is not called any more once this has returned; waits for a running
     // call, unless called by it.
@@ -51,7 +73,7 @@ public:
     void stop();
 
 private:
-    enum class kind { plugged, unplugged, raw, leaves, returns };
+    enum class kind { plugged, unplugged, raw, leaves, returns, step, greeting };
 
     struct event {
         clock::time_point due = {};
@@ -63,6 +85,7 @@ private:
         device * subject = nullptr; // null: no device
         appearance const * as = nullptr;
         int type = 0;
+        std::int64_t number = 0; // of a step
 
         bool operator<(event const & other) const {
             return std::tie(due, batch, after, order) <
@@ -73,6 +96,8 @@ private:
     struct client {
         AMRestorableDeviceNotificationCallback callback;
         void * context;
+        // In a world: those of which it is to be notified first.
+        std::span<std::unique_ptr<device> const> unseen = {};
     };
 
     struct batch {
@@ -80,9 +105,15 @@ private:
         std::uint64_t number;
     };
 
+    void schedule_raw(batch const & with, int id, std::span<std::unique_ptr<device> const> devices,
+                      raw_notification const & raw);
     void schedule(batch const & with, double after, event what);
+    void add(event what);
     void run();
     void handle(event const & what);
+    void show_step(event const & what);
+    void greet(int id);
+    void notify_all(device & subject, int type);
     void notify(int id, AMRestorableDeviceRef object, int type);
     std::vector<int> addressees(event const & what);
 

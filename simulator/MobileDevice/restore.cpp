@@ -1,6 +1,14 @@
 #include "simulator/MobileDevice/restore.hpp"
 
 namespace mobile_device {
+namespace {
+
+bool says_how_it_ended(cf_share<CFDictionaryRef> const & status) {
+    auto const text = status ? CFDictionaryGetValue(status.get(), CFSTR("Status")) : nullptr;
+    return text && (CFEqual(text, CFSTR("Successful")) || CFEqual(text, CFSTR("Failed")));
+}
+
+} // namespace
 
 restore::restore(surroundings within, device & subject, std::vector<planned_report> planned)
     : around{within}
@@ -12,6 +20,9 @@ void restore::start(AMRestorableDeviceRef object, AMRestorableDeviceProgressCall
     held = retain(object);
     report_to = callback;
     context_of_callback = context;
+    if (around.world) {
+        around.world->begin_restore(restored);
+    }
     around.shared.start_thread([this] { run(); });
 }
 
@@ -29,32 +40,50 @@ void restore::play() {
     auto & time = around.shared.time();
     auto last = time.now();
     for (auto const & planned : plan) {
-        for (std::int64_t count = 0; count < planned.report.repeat; ++count) {
-            if (!deliver(planned, last)) {
+        bool ended = false;
+        for (auto left = planned.report.repeat; left > 0; --left) {
+            if (!around.shared.pause_until(last +
+                                           to_duration(planned.report.after * around.time_scale))) {
                 return;
             }
+            ended = left == 1 && end_in_world(planned);
+            last = time.now();
+            report(planned.report.status.get());
         }
-        if (planned.returns_as) {
-            auto const absence = around.center.reappear(restored, leaves_after_report,
-                                                        *planned.returns_as, returns_after_report);
-            around.center.wait_for_return(absence);
+        if (planned.returns_as && !ended) {
+            await_return(*planned.returns_as);
             last = time.now();
         }
     }
 }
 
-bool restore::deliver(planned_report const & planned, clock::time_point & last) {
-    auto const & [after, status, repeat] = planned.report;
-    if (!around.shared.pause_until(last + to_duration(after * around.time_scale))) {
+// Before the last report, as the process may end during it. Returns whether the world now knows of
+// the end. A restore whose reports end otherwise goes on, silently, as long as the process.
+bool restore::end_in_world(planned_report const & planned) {
+    if (!around.world || &planned != &plan.back() || !says_how_it_ended(planned.report.status)) {
         return false;
     }
-    auto & time = around.shared.time();
-    last = time.now();
-    around.log.write_step(time.calendar_time(), restored.description().ecid, status.get());
-    if (report_to) {
-        report_to(held.get(), status.get(), context_of_callback);
-    }
+    around.world->end_restore(restored, leaves_after_report, planned.returns_as,
+                              returns_after_report);
     return true;
+}
+
+void restore::await_return(appearance const & as) {
+    if (around.world) {
+        around.center.wait_for_step(restored, around.world->reappear(restored, leaves_after_report,
+                                                                     as, returns_after_report));
+    } else {
+        around.center.wait_for_return(
+            around.center.reappear(restored, leaves_after_report, as, returns_after_report));
+    }
+}
+
+void restore::report(CFDictionaryRef status) {
+    around.log.write_step(around.shared.time().calendar_time(), restored.description().ecid,
+                          status);
+    if (report_to) {
+        report_to(held.get(), status, context_of_callback);
+    }
 }
 
 } // namespace mobile_device

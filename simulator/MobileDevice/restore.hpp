@@ -7,6 +7,7 @@
 #include "simulator/MobileDevice/notification_center.hpp"
 #include "simulator/MobileDevice/restore_log.hpp"
 #include "simulator/MobileDevice/restore_plan.hpp"
+#include "simulator/MobileDevice/shared_world.hpp"
 
 #include <vector>
 
@@ -23,6 +24,7 @@ public:
         notification_center & center;
         restore_log & log;
         double time_scale;
+        shared_world * world; // null: the process has the devices to itself
     };
 
     restore(surroundings within, device & subject, std::vector<planned_report> planned);
@@ -37,7 +39,9 @@ public:
 private:
     void run();
     void play();
-    bool deliver(planned_report const & planned, clock::time_point & last);
+    bool end_in_world(planned_report const & planned);
+    void await_return(appearance const & as);
+    void report(CFDictionaryRef status);
 
     surroundings around;
     device & restored;

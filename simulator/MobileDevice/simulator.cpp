@@ -9,8 +9,8 @@ namespace {
 
 std::atomic<simulator *> current = nullptr;
 
-void start(scenario played) {
-    auto made = std::make_unique<simulator>(std::move(played));
+void start(scenario played, std::optional<std::string> const & world_path = {}) {
+    auto made = std::make_unique<simulator>(std::move(played), clock::system(), world_path);
     prepare_for_process_end();
     current.store(made.release(), std::memory_order_release);
 }
@@ -19,7 +19,7 @@ void start(scenario played) {
 // functions that run at the exit may still call.
 std::optional<std::string> load() {
     try {
-        start(chosen_scenario());
+        start(chosen_scenario(), environment_variable("MOBILEDEVICE_SIMULATOR_WORLD"));
         return std::nullopt;
     } catch (scenario_fault const & fault) {
         start({});
@@ -70,11 +70,18 @@ void simulator::replace(std::unique_ptr<simulator> other) {
     std::unique_ptr<simulator> const old{current.exchange(other.release())};
 }
 
-simulator::simulator(scenario played, clock & time)
+simulator::simulator(scenario played, clock & time, std::optional<std::string> const & world_path)
     : scripted{std::move(played)}
     , scripted_devices{make_devices(scripted)}
     , shared{time}
-    , notifications{shared, scripted.time_scale} {}
+    , notifications{shared, scripted.time_scale} {
+    if (world_path) {
+        world = std::make_unique<shared_world>(
+            *world_path, shared_world::surroundings{shared, notifications, scripted_devices,
+                                                    scripted.time_scale});
+        world->start();
+    }
+}
 
 simulator::~simulator() {
     end(std::chrono::hours{1});
@@ -84,8 +91,36 @@ simulator::~simulator() {
     }
 }
 
+void simulator::add_client(int id, AMRestorableDeviceNotificationCallback callback,
+                           void * context) {
+    if (world) {
+        notifications.add_client_in_world(id, callback, context, scripted_devices,
+                                          scripted.notifications, world->began());
+    } else {
+        notifications.add_client(id, callback, context, scripted_devices, scripted.notifications);
+    }
+}
+
+void simulator::set_auto_boot(device & subject, bool value) {
+    if (world) {
+        world->set_auto_boot(subject, value);
+    } else {
+        subject.auto_boot = value;
+    }
+}
+
+void simulator::reboot(device & subject, double leaves_after, double returns_after) {
+    if (world) {
+        world->reboot(subject, leaves_after, returns_after);
+    } else {
+        auto const & next = subject.auto_boot ? subject.booted_os : subject.recovery;
+        notifications.reappear(subject, leaves_after, next, returns_after);
+    }
+}
+
 restore & simulator::add_restore(device & subject, CFDictionaryRef options) {
-    restore::surroundings const around{shared, notifications, recorded_steps, scripted.time_scale};
+    restore::surroundings const around{shared, notifications, recorded_steps, scripted.time_scale,
+                                       world.get()};
     auto const added = new restore{around, subject, plan_restore(subject, options)};
     added->next = latest_restore.load();
     while (!latest_restore.compare_exchange_weak(added->next, added)) {

@@ -8,6 +8,7 @@
 #include "simulator/MobileDevice/restore.hpp"
 #include "simulator/MobileDevice/restore_log.hpp"
 #include "simulator/MobileDevice/scenario.hpp"
+#include "simulator/MobileDevice/shared_world.hpp"
 #include "simulator/MobileDevice/trace.hpp"
 
 #include <atomic>
@@ -30,7 +31,9 @@ public:
     // next call reads the environment again.
     static void replace(std::unique_ptr<simulator> other);
 
-    explicit simulator(scenario played, clock & time = clock::system());
+    // Joins the world of the file, if one is named. Throws scenario_fault if that is broken.
+    explicit simulator(scenario played, clock & time = clock::system(),
+                       std::optional<std::string> const & world_path = {});
     simulator(simulator const &) = delete;
     simulator & operator=(simulator const &) = delete;
     ~simulator();
@@ -41,6 +44,14 @@ public:
     restore_log & log() { return recorded_steps; }
     notification_center & center() { return notifications; }
     clock & time() { return shared.time(); }
+
+    // Notifies a client, from now on.
+    void add_client(int id, AMRestorableDeviceNotificationCallback callback, void * context);
+
+    void set_auto_boot(device & subject, bool value);
+
+    // Lets the device leave and return, as its auto-boot says.
+    void reboot(device & subject, double leaves_after, double returns_after);
 
     // Creates a restore, which has not started yet and is kept as long as the simulator.
     restore & add_restore(device & subject, CFDictionaryRef options);
@@ -59,6 +70,7 @@ private:
     restore_log recorded_steps;
     lifetime shared;
     notification_center notifications;
+    std::unique_ptr<shared_world> world; // null: this process has the devices to itself
     std::atomic<restore *> latest_restore = nullptr;
 };
 

@@ -22,4 +22,13 @@ void trap(std::string_view function, std::string_view why) {
     std::abort();
 }
 
+void end_process(std::string_view line, int status) {
+    write_error_line(line);
+    std::fflush(stderr);
+#ifdef _WIN32
+    TerminateProcess(GetCurrentProcess(), static_cast<UINT>(status));
+#endif
+    std::_Exit(status);
+}
+
 } // namespace mobile_device

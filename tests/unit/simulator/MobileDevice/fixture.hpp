@@ -19,14 +19,20 @@ class SimulatedPlatform : public testing::Test {
 protected:
     ~SimulatedPlatform() override { mobile_device::simulator::replace(nullptr); }
 
-    mobile_device::simulator & play(std::string const & root) {
+    mobile_device::simulator & play(std::string const & root,
+                                    std::optional<std::string> const & world = {}) {
         objects.clear();
+        mobile_device::simulator::replace(make_simulator(root, world));
+        return mobile_device::simulator::instance();
+    }
+
+    static std::unique_ptr<mobile_device::simulator>
+    make_simulator(std::string const & root, std::optional<std::string> const & world) {
         auto const text = property_list::document(root);
-        mobile_device::simulator::replace(std::make_unique<mobile_device::simulator>(
+        return std::make_unique<mobile_device::simulator>(
             mobile_device::parse_scenario(
                 {reinterpret_cast<std::uint8_t const *>(text.data()), text.size()}),
-            test_clock()));
-        return mobile_device::simulator::instance();
+            test_clock(), world);
     }
 
     // Returns an object of a device as it is at the start; it lives as long as the test.

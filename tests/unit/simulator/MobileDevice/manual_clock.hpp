@@ -17,8 +17,10 @@ public:
     }
 
     // 1970-01-01 at the start.
-    std::time_t calendar_time() override {
-        return std::chrono::duration_cast<std::chrono::seconds>(now().time_since_epoch()).count();
+    std::chrono::system_clock::time_point calendar_now() override {
+        return std::chrono::system_clock::time_point{
+            std::chrono::duration_cast<std::chrono::system_clock::duration>(
+                now().time_since_epoch())};
     }
 
     void notify(std::condition_variable & condition) override {
