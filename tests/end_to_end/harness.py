@@ -301,11 +301,11 @@ class ToolTest(unittest.TestCase):
         self.addCleanup(folder.cleanup)
         return pathlib.Path(folder.name)
 
-    def start(self, *arguments, scenario=None, program=("qnrescue.exe",)):
+    def start(self, *arguments, scenario=None, program=("qnrescue.exe",), environment=()):
         """Starts a run; without a scenario it has the simulator's own devices. The scenario is a
         dictionary, or the path of a file."""
         folder = self.new_folder()
-        environment = {"MOBILEDEVICE_SIMULATOR_TRACE": str(folder / "trace")}
+        environment = {"MOBILEDEVICE_SIMULATOR_TRACE": str(folder / "trace"), **dict(environment)}
         if isinstance(scenario, dict):
             path = folder / "scenario.plist"
             path.write_bytes(plistlib.dumps(scenario))
