@@ -58,13 +58,9 @@ void notification_center::follow(device & subject, std::span<planned_step const>
     std::erase_if(events, [&subject](event const & each) {
         return each.what == kind::step && each.subject == &subject;
     });
-    auto const now = shared.time().now();
     auto const number = next_batch++;
-    for (std::size_t index = 0; index < steps.size(); ++index) {
-        auto const & step = steps[index];
-        bool const missed =
-            subject.begun_step == 0 && index + 1 < steps.size() && steps[index + 1].due <= now;
-        if (!missed && step.number > subject.begun_step) {
+    for (auto const & step : steps) {
+        if (step.number > subject.begun_step) {
             add({.due = step.due,
                  .batch = number,
                  .what = kind::step,

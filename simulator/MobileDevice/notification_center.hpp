@@ -48,8 +48,8 @@ public:
                              std::span<raw_notification const> notifications,
                              clock::time_point world_began);
 
-    // In a world: replaces what is planned for a device, and notifies all clients in time. Steps
-    // that have begun are left out, and, at the first time, all that are over but the last.
+    // In a world: replaces what is planned for a device, except steps that have begun, and notifies
+    // all clients in time.
     void follow(device & subject, std::span<planned_step const> steps);
 
     // Waits until all clients have been notified of the step, or nobody is notified any more. Not

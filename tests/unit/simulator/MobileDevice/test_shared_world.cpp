@@ -68,14 +68,15 @@ world_restore lost_restore(world_time alive) {
 TEST_F(SharedWorld, ARebootIsSeenByOthersAtTheSameMoments) {
     play_twice(one_device());
     notification_recorder recorder;
-    recorder.wait_for(1);
+    recorder.wait(10ms);
     auto const start = test_clock().now();
     other->set_auto_boot(*other->devices()[0], true);
     other->reboot(*other->devices()[0], 0.1, 0.6);
-    EXPECT_EQ(recorder.wait_for(3), (std::vector<notification>{{{}, 1, in_recovery_mode, arrives},
-                                                               {{}, 1, in_recovery_mode, departs},
-                                                               {{}, 1, booted, arrives}}));
+    EXPECT_EQ(recorder.wait(1s), (std::vector<notification>{{{}, 1, in_recovery_mode, arrives},
+                                                            {{}, 1, in_recovery_mode, departs},
+                                                            {{}, 1, booted, arrives}}));
     auto const times = recorder.times();
+    ASSERT_EQ(times.size(), 3U);
     EXPECT_LE(abs(times[1] - start - 100ms), 1ms);
     EXPECT_LE(abs(times[2] - start - 600ms), 1ms);
 }
@@ -83,11 +84,12 @@ TEST_F(SharedWorld, ARebootIsSeenByOthersAtTheSameMoments) {
 TEST_F(SharedWorld, ChangesThatAreOverAreSeenWithin100Milliseconds) {
     play_twice(one_device());
     notification_recorder recorder;
-    recorder.wait_for(1);
+    recorder.wait(10ms);
     test_clock().pass(13ms);
     auto const start = test_clock().now();
     other->reboot(*other->devices()[0], 0, 0);
-    recorder.wait_for(3);
+    recorder.wait(1s);
+    ASSERT_EQ(recorder.times().size(), 3U);
     EXPECT_LE(recorder.times().at(2) - start, 100ms);
 }
 
@@ -146,7 +148,7 @@ TEST_F(SharedWorld, ARestoreByAnotherProcessIsSeenInEachOfItsPhases) {
                          make_cfstring(folder.utf8("bundle")).get());
     play_twice(one_device());
     notification_recorder recorder;
-    recorder.wait_for(1);
+    recorder.wait(10ms);
     restore_in(*other, options.get());
     EXPECT_TRUE(content().devices.at(0).restore);
     EXPECT_EQ(recorder.wait(20s), (std::vector<notification>{{{}, 1, in_recovery_mode, arrives},
@@ -156,6 +158,7 @@ TEST_F(SharedWorld, ARestoreByAnotherProcessIsSeenInEachOfItsPhases) {
                                                              {{}, 1, booted, arrives}}));
     EXPECT_FALSE(content().devices.at(0).restore);
     auto const times = recorder.times();
+    ASSERT_EQ(times.size(), 5U);
     EXPECT_LE(abs(times[2] - times[1] - 500ms), 51ms);
     EXPECT_GE(times[3] - times[2], 2s);
 }
@@ -173,23 +176,22 @@ TEST_F(SharedWorld, ARestoreThatFailsHasEndedAndOneThatFallsSilentHasNot) {
 }
 
 TEST_F(SharedWorld, ARestoreWhoseProcessIsGoneEndsInRecovery) {
-    auto const root = one_device(with("AfterInterruption", integer(4)));
-    play(root, path);
-    notification_recorder recorder;
-    recorder.wait_for(1);
     auto const start = test_clock().now();
+    play(one_device(with("AfterInterruption", integer(4))), path);
+    notification_recorder recorder;
+    recorder.wait(10ms);
     world_file{path}.update([](world & in) {
         auto & device = in.devices.at(0);
         auto const now = device.course.back().at;
         device.change_from(now + 1ms, {{now + 1ms, phase::away}, {now + 2ms, phase::restore_os}});
         device.restore = lost_restore(now);
     });
-    EXPECT_EQ(recorder.wait_for(5),
-              (std::vector<notification>{{{}, 1, in_recovery_mode, arrives},
-                                         {{}, 1, in_recovery_mode, departs},
-                                         {{}, 1, in_restore_os, arrives},
-                                         {{}, 1, in_restore_os, departs},
-                                         {{}, 1, in_recovery_mode, arrives}}));
+    EXPECT_EQ(recorder.wait(10s), (std::vector<notification>{{{}, 1, in_recovery_mode, arrives},
+                                                             {{}, 1, in_recovery_mode, departs},
+                                                             {{}, 1, in_restore_os, arrives},
+                                                             {{}, 1, in_restore_os, departs},
+                                                             {{}, 1, in_recovery_mode, arrives}}));
+    ASSERT_EQ(recorder.times().size(), 5U);
     EXPECT_LE(abs(recorder.times().at(4) - start - 4s), 1ms);
     EXPECT_FALSE(content().devices.at(0).restore);
 }
