@@ -2,6 +2,9 @@
 
 #include <windows.h>
 
+#include <fcntl.h>
+#include <io.h>
+
 #include <cstdlib>
 
 namespace launcher {
@@ -41,6 +44,12 @@ void show_utf8_on_consoles() {
     // call it at the end, so it could not be tested.
     std::atexit(restore_code_page);
     SetConsoleCtrlHandler(restore_code_page_on_interrupt, TRUE);
+}
+
+void write_text(std::FILE * stream, std::string const & text) {
+    _setmode(_fileno(stream), _O_BINARY);
+    std::fwrite(text.data(), 1, text.size(), stream);
+    std::fflush(stream);
 }
 
 } // namespace launcher

@@ -4,15 +4,9 @@
 #include "launcher/load_library.hpp"
 #include "launcher/load_platform_libraries.hpp"
 #include "launcher/printable_text.hpp"
+#include "launcher/process_setup.hpp"
 #include "launcher/windows_places.hpp"
 #include "support/filesystem.hpp"
-#include "support/win/standard_handles.hpp"
-#include "support/win/win32_error.hpp"
-
-#include <windows.h>
-
-#include <fcntl.h>
-#include <io.h>
 
 #include <fmt/format.h>
 
@@ -30,19 +24,6 @@ using namespace launcher;
 
 using tool_main = int (*)(int argc, char const ** argv);
 
-// A program that drives this one would wait for ever behind a dialog about a bad library or a
-// fault.
-void raise_no_dialogs() {
-    SetErrorMode(GetErrorMode() | SEM_FAILCRITICALERRORS | SEM_NOGPFAULTERRORBOX);
-}
-
-void restrict_library_search() {
-    if (!SetDefaultDllDirectories(LOAD_LIBRARY_SEARCH_DEFAULT_DIRS)) {
-        auto const error = GetLastError();
-        throw QN::win::win32_error("SetDefaultDllDirectories", error);
-    }
-}
-
 tool_main load_tool(place const & program) {
     try {
         auto const & tool = load_library(program.folder / L"libqnrescuelib.dll", {});
@@ -56,9 +37,7 @@ tool_main load_tool(place const & program) {
 }
 
 int run_tool(std::span<wchar_t *> words) {
-    raise_no_dialogs();
-    QN::win::keep_standard_handles(); // before there is a library that could start a process
-    restrict_library_search();
+    prepare_process();
     auto const program = program_place();
     load_platform_libraries(program);
     auto const run = load_tool(program);
@@ -74,12 +53,6 @@ int run_tool(std::span<wchar_t *> words) {
     }
     argv.push_back(nullptr);
     return run(static_cast<int>(arguments.size()), argv.data());
-}
-
-void write(std::FILE * stream, std::string const & text) {
-    _setmode(_fileno(stream), _O_BINARY);
-    std::fwrite(text.data(), 1, text.size(), stream);
-    std::fflush(stream);
 }
 
 } // namespace
@@ -99,8 +72,8 @@ extern "C" int wmain(int argc, wchar_t ** argv) {
         show_utf8_on_consoles();
         return run_tool({argv, static_cast<std::size_t>(argc)});
     } catch (std::exception const & exception) {
-        write(stdout, internal_error_document(exception.what()));
-        write(stderr, fmt::format("qnrescue: {}\n", printable(exception.what())));
+        write_text(stdout, internal_error_document(exception.what()));
+        write_text(stderr, fmt::format("qnrescue: {}\n", printable(exception.what())));
         return EXIT_FAILURE;
     }
 }

@@ -1,5 +1,6 @@
 #include "launcher/load_platform_libraries.hpp"
 
+#include "launcher/installation_advice.hpp"
 #include "launcher/load_library.hpp"
 #include "support/win/win32_error.hpp"
 
@@ -16,12 +17,6 @@
 namespace launcher {
 
 namespace {
-
-constexpr auto advice =
-    "Both libraries come with \"Apple Mobile Device Support\" for 64-bit Windows. The classic "
-    "installer of iTunes for Windows (iTunes64Setup.exe, not the app from the Microsoft Store) "
-    "brings it as AppleMobileDeviceSupport64.msi. Or copy all DLLs of a folder that has both "
-    "libraries into the program's folder, which is searched first.";
 
 constexpr auto refusal_note =
     "Windows denies access to a library. Other programs may not load the libraries of an app from "
@@ -71,7 +66,7 @@ std::string report_if_not_found(search_result const & search) {
 
 void throw_if(std::string const & faults) {
     if (!faults.empty()) {
-        throw std::runtime_error(faults + advice);
+        throw std::runtime_error(faults + installation_advice);
     }
 }
 
@@ -111,12 +106,17 @@ void load_platform_libraries(place const & program) {
     throw_if(load(mobile_device, library::MobileDevice, searched));
 }
 
-std::vector<QN::filesystem::path> add_dependency_folders(platform_search const & libraries,
-                                                         place const & program) {
+std::vector<QN::filesystem::path> dependency_folders(platform_search const & libraries,
+                                                     place const & program) {
     auto folders = library_folders(libraries, program);
-    std::ranges::for_each(folders, add_folder);
     folders.insert(folders.begin(), program.folder);
     return folders;
+}
+
+std::vector<QN::filesystem::path> add_dependency_folders(platform_search const & libraries,
+                                                         place const & program) {
+    std::ranges::for_each(library_folders(libraries, program), add_folder);
+    return dependency_folders(libraries, program);
 }
 
 std::vector<char const *> missing_names(QN::win::win32_module const & module, library owner) {

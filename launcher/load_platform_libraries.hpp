@@ -14,10 +14,13 @@ namespace launcher {
 // to install; win32_error where Windows refuses a folder.
 void load_platform_libraries(place const & program);
 
-// Lets the process look for what the libraries need in the folders where they were found: that of
-// MobileDevice, and Application Support only if CoreFoundation is from there, since Windows looks
-// in several in no certain order. Returns all folders that are searched besides each library's own,
-// the program's first. Throws win32_error.
+// Returns the folders in which the libraries find what they need, besides each library's own: the
+// program's, that of MobileDevice, and Application Support only if CoreFoundation is from there.
+std::vector<QN::filesystem::path> dependency_folders(platform_search const & libraries,
+                                                     place const & program);
+
+// Lets the process look in these folders, of which there are few, since Windows looks in several in
+// no certain order. Returns them. Throws win32_error.
 std::vector<QN::filesystem::path> add_dependency_folders(platform_search const & libraries,
                                                          place const & program);
 

@@ -12,7 +12,7 @@ PARTS = [
     "bin/pipe_host.exe",
     "platform/libdevforwardmin.dll.a",
     "platform/libqn_math.a",
-    "launcher/CMakeFiles/qnrescue.dir/qnrescue.rc.res",
+    "launcher/CMakeFiles/qnrescue.dir/qnrescue_manifest.rc.res",
     "launcher/CMakeFiles/qnrescue.dir/qnrescue_version.rc.res",
     "QNRescue/CMakeFiles/qnrescuelib.dir/main.cpp.obj",
     # This one names its own source file.
