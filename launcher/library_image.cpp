@@ -11,7 +11,7 @@ namespace {
 
 struct damaged {};
 
-enum class directory : std::size_t { exports = 0, imports = 1 };
+enum class directory : std::size_t { exports = 0, imports = 1, resources = 2 };
 
 struct section {
     std::uint32_t address;
@@ -166,6 +166,58 @@ std::vector<std::string> exports_of(image_reader & image) {
     return exports;
 }
 
+constexpr std::uint32_t version_resource = 16;
+
+// Returns what an entry of a table of resources leads to, by its offset from the first table: the
+// entry of this kind, or the first of all. The highest bit says that it is another table.
+std::uint32_t resource_in(image_reader & image, std::size_t table,
+                          std::optional<std::uint32_t> kind) {
+    auto const count =
+        std::size_t{image.at<std::uint16_t>(table + 12)} + image.at<std::uint16_t>(table + 14);
+    for (std::size_t i = 0; i < count; ++i) {
+        constexpr std::size_t size = 8;
+        image.count_entry(size);
+        auto const entry = table + 16 + size * i;
+        if (!kind || image.at<std::uint32_t>(entry) == kind) {
+            return image.at<std::uint32_t>(entry + 4);
+        }
+    }
+    throw damaged();
+}
+
+// Returns the offset in the file of the first version resource.
+std::size_t version_resource_of(image_reader & image) {
+    auto const root = image.offset_of(image.address_of(directory::resources));
+    constexpr std::uint32_t is_table = 0x80000000;
+    auto found = resource_in(image, root, version_resource);
+    for (int level = 0; level < 2; ++level) { // its names, and its languages
+        if ((found & is_table) == 0) {
+            throw damaged();
+        }
+        found = resource_in(image, root + (found & ~is_table), {});
+    }
+    return image.offset_of(image.at<std::uint32_t>(root + found));
+}
+
+file_version read_version(image_reader & image) {
+    constexpr std::size_t length_of_key = 40; // of VS_VERSION_INFO, with what is before it
+    auto const fixed = version_resource_of(image) + length_of_key;
+    if (image.at<std::uint32_t>(fixed) != 0xFEEF04BD) {
+        throw damaged();
+    }
+    return {image.at<std::uint16_t>(fixed + 10), image.at<std::uint16_t>(fixed + 8),
+            image.at<std::uint16_t>(fixed + 14), image.at<std::uint16_t>(fixed + 12)};
+}
+
+// A library without a version, or with a damaged one, can be used all the same.
+std::optional<file_version> version_of(image_reader & image) {
+    try {
+        return read_version(image);
+    } catch (damaged const &) {
+        return std::nullopt;
+    }
+}
+
 struct close_file {
     void operator()(std::FILE * file) const { std::fclose(file); }
 };
@@ -184,7 +236,8 @@ file_owner open_file(QN::filesystem::path const & file) {
 std::optional<library_image> parse_library_image(std::string_view bytes) {
     try {
         image_reader image(bytes);
-        return library_image{image.machine, imports_of(image), exports_of(image)};
+        return library_image{image.machine, imports_of(image), exports_of(image),
+                             version_of(image)};
     } catch (damaged const &) {
         return std::nullopt;
     }

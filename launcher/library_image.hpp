@@ -2,6 +2,7 @@
 
 #include "support/filesystem.hpp"
 
+#include <array>
 #include <cstdint>
 #include <optional>
 #include <string>
@@ -16,11 +17,15 @@ struct imported_library {
     std::vector<std::string> functions;
 };
 
+// The version of a file, as Windows shows it.
+using file_version = std::array<std::uint16_t, 4>;
+
 // What Windows reads in a program or library when it loads it.
 struct library_image {
     std::uint16_t machine = 0; // one of those below, or another
     std::vector<imported_library> imports;
     std::vector<std::string> exports;
+    std::optional<file_version> version{}; // no value without a version resource that can be read
 };
 
 constexpr std::uint16_t machine_x86 = 0x014C;

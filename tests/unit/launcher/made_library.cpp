@@ -67,6 +67,30 @@ std::uint32_t add_exports(section_writer & section, std::vector<std::string> con
     return table;
 }
 
+// A table of resources with one entry: of a kind, or a name or language.
+std::uint32_t add_resource_table(section_writer & section, std::uint32_t kind) {
+    auto const table = section.add_zeros(23);
+    section.set(table + 14, std::uint16_t{1});
+    section.set(table + 16, kind);
+    return table;
+}
+
+std::uint32_t add_version(section_writer & section, launcher::file_version const & version) {
+    auto const data = section.add_zeros(92);
+    section.set(data + 40, 0xFEEF04BD);
+    section.set(data + 48, std::uint32_t{version[0]} << 16 | version[1]);
+    section.set(data + 52, std::uint32_t{version[2]} << 16 | version[3]);
+    auto const kinds = add_resource_table(section, 16);
+    auto const names = add_resource_table(section, 1);
+    auto const languages = add_resource_table(section, 0x409);
+    auto const entry = section.add_zeros(16);
+    section.set(kinds + 20, (names - kinds) | 0x80000000);
+    section.set(names + 20, (languages - kinds) | 0x80000000);
+    section.set(languages + 20, entry - kinds);
+    section.set(entry, data);
+    return kinds;
+}
+
 template <typename Number>
 void put(std::string & file, std::size_t offset, Number number) {
     std::memcpy(file.data() + offset, &number, sizeof number);
@@ -94,6 +118,9 @@ std::string made_library(library_parts const & parts) {
     }
     if (!parts.imports.empty()) {
         put(file, directories + 8, add_imports(section, parts));
+    }
+    if (parts.version) {
+        put(file, directories + 16, add_version(section, *parts.version));
     }
     auto const entry = optional + optional_size;
     put(file, entry + 12, section_address);

@@ -2,6 +2,7 @@
 
 #include "launcher/library_image.hpp"
 
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -13,6 +14,7 @@ struct library_parts {
     std::vector<std::string> exports{};
     std::uint16_t machine = launcher::machine_x64;
     bool is_64_bit = true;
+    std::optional<launcher::file_version> version{};
 };
 
 // Returns the bytes of a library file: headers and one section with its tables.

@@ -45,6 +45,26 @@ TEST(library_image, of_a_32_bit_library) {
     expect_some_parts(*image);
 }
 
+TEST(library_image, with_a_version) {
+    EXPECT_EQ(std::nullopt, parse_library_image(made_library(some_parts))->version);
+    auto parts = some_parts;
+    parts.version = {1, 2, 30, 0xFFFF};
+    EXPECT_EQ(parts.version, parse_library_image(made_library(parts))->version);
+    parts.is_64_bit = false;
+    EXPECT_EQ(parts.version, parse_library_image(made_library(parts))->version);
+}
+
+TEST(library_image, with_a_damaged_version) {
+    auto parts = some_parts;
+    parts.version = {1, 2, 3, 4};
+    auto bytes = made_library(parts);
+    bytes[bytes.find("\xBD\x04\xEF\xFE")] = '\0';
+    auto const image = parse_library_image(bytes);
+    ASSERT_TRUE(image);
+    EXPECT_EQ(std::nullopt, image->version);
+    expect_some_parts(*image);
+}
+
 TEST(library_image, without_tables) {
     auto const image = parse_library_image(made_library({}));
     ASSERT_TRUE(image);
@@ -70,7 +90,9 @@ TEST(library_image, of_a_library_that_breaks_off) {
 
 // The sanitizers see what is read outside the file.
 TEST(library_image, of_a_library_with_a_wrong_byte) {
-    auto const whole = made_library(some_parts);
+    auto parts = some_parts;
+    parts.version = {1, 2, 3, 4};
+    auto const whole = made_library(parts);
     std::size_t other = 0;
     for (std::size_t at = 0; at < whole.size(); ++at) {
         for (char const wrong : {'\x01', '\x7F', '\x80', '\xFF'}) {
