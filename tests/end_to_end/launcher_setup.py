@@ -17,6 +17,11 @@ USUAL_FOLDER_OF_32_BIT = "drive_c/Program Files (x86)/Common Files/Apple"
 PACKAGES_KEY = (r"HKCR\Local Settings\Software\Microsoft\Windows\CurrentVersion\AppModel"
                 r"\PackageRepository\Packages")
 
+DEVICES_PACKAGE = "AppleInc.AppleDevices_1.1.5.0_x64__nzyj5cx40ttqa"
+ITUNES_PACKAGE = "AppleInc.iTunes_12132.1.57021.0_x64__nzyj5cx40ttqa"
+# Libraries that need one library more.
+NEEDY = BIN.parent / "needy"
+
 PROGRAM = ("qnrescue.exe", "libqnrescuelib.dll", "libdevforwardmin.dll")
 LIBRARIES = ("CoreFoundation.dll", "MobileDevice.dll")
 
@@ -101,6 +106,15 @@ def copy_with(source, target, old, new):
     content = source.read_bytes()
     assert old in content and len(old) == len(new)
     target.write_bytes(content.replace(old, new))
+
+
+def make_32_bit(library):
+    """Lets a library be taken for one of 32 bits: its processor and the size of its addresses."""
+    content = bytearray(library.read_bytes())
+    header = int.from_bytes(content[0x3C:0x40], "little")
+    content[header + 4 : header + 6] = (0x014C).to_bytes(2, "little")
+    content[header + 24 : header + 26] = (0x010B).to_bytes(2, "little")
+    library.write_bytes(content)
 
 
 class SetupTest(ToolTest):

@@ -7,8 +7,9 @@ import shutil
 import unittest
 
 from harness import BIN, split_documents
-from launcher_setup import (LIBRARIES, MOBILE_DEVICE_KEY, SUPPORT_KEY, USUAL_FOLDER_OF_32_BIT,
-                            SetupTest, copy_with, make_prefix, windows_path)
+from launcher_setup import (DEVICES_PACKAGE, ITUNES_PACKAGE, LIBRARIES, MOBILE_DEVICE_KEY, NEEDY,
+                            SUPPORT_KEY, USUAL_FOLDER_OF_32_BIT, SetupTest, copy_with, make_32_bit,
+                            make_prefix, windows_path)
 
 FORWARDERS = pathlib.Path(__file__).parents[2] / "platform/libdevforwardmin/libdevforwardmin.def"
 ADVICE = ('Both libraries come with "Apple Mobile Device Support" for 64-bit Windows. The classic'
@@ -19,24 +20,12 @@ REFUSED = ("Windows denies access to a library. Other programs may not load the 
            " Microsoft Store: use another installation, or a copy.")
 USUAL_FOLDER = r"C:\Program Files\Common Files\Apple"
 NO_PACKAGES = "  Store packages AppleInc.AppleDevices and AppleInc.iTunes: not installed"
-DEVICES_PACKAGE = "AppleInc.AppleDevices_1.1.5.0_x64__nzyj5cx40ttqa"
-ITUNES_PACKAGE = "AppleInc.iTunes_12132.1.57021.0_x64__nzyj5cx40ttqa"
-NEEDY = BIN.parent / "needy"
 # A file that Linux lets nobody read, not even root.
 UNREADABLE = "/proc/sys/net/ipv4/route/flush"
 # A folder that is closed to other users, and in a container to root.
 CLOSED_FOLDER = "/proc/1/root"
 
 setUpModule = make_prefix
-
-
-def make_32_bit(library):
-    """Lets a library be taken for one of 32 bits: its processor and the size of its addresses."""
-    content = bytearray(library.read_bytes())
-    header = int.from_bytes(content[0x3C:0x40], "little")
-    content[header + 4 : header + 6] = (0x014C).to_bytes(2, "little")
-    content[header + 24 : header + 26] = (0x010B).to_bytes(2, "little")
-    library.write_bytes(content)
 
 
 def full_name(key, value):

@@ -1,0 +1,36 @@
+#include "doctor/tool_finding.hpp"
+
+#include <fmt/format.h>
+
+namespace doctor {
+
+namespace {
+
+bool lists_a_device(std::string const & output) {
+    constexpr auto before_first_value = "<key>Value</key>\n\t<array>\n";
+    return output.find(before_first_value) != std::string::npos;
+}
+
+} // namespace
+
+finding tool_finding(tool_run const & run) {
+    constexpr auto command = "qnrescue.exe --list-devices";
+    if (!run.fault.empty()) {
+        return {id::device_list, verdict::problem,
+                fmt::format("{} did not run: {}\n{}", command, run.fault, run.output),
+                "Unpack all of the package again."};
+    }
+    auto const text =
+        fmt::format("{} ended with status {} and printed:\n{}", command, run.status, run.output);
+    if (run.status != 0) {
+        return {id::device_list, verdict::problem, text,
+                "Look up the error in docs/exit-codes.md."};
+    }
+    if (!lists_a_device(run.output)) {
+        return {id::device_list, verdict::warning, text,
+                "Attach a device in DFU or Recovery mode."};
+    }
+    return {id::device_list, verdict::ok, text};
+}
+
+} // namespace doctor
