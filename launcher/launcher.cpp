@@ -22,6 +22,8 @@ namespace {
 
 using namespace launcher;
 
+constexpr auto last_line = "To find out more, run qnrescue-doctor.exe";
+
 using tool_main = int (*)(int argc, char const ** argv);
 
 tool_main load_tool(place const & program) {
@@ -72,8 +74,9 @@ extern "C" int wmain(int argc, wchar_t ** argv) {
         show_utf8_on_consoles();
         return run_tool({argv, static_cast<std::size_t>(argc)});
     } catch (std::exception const & exception) {
-        write_text(stdout, internal_error_document(exception.what()));
-        write_text(stderr, fmt::format("qnrescue: {}\n", printable(exception.what())));
+        auto const reason = fmt::format("{}\n{}", exception.what(), last_line);
+        write_text(stdout, internal_error_document(reason));
+        write_text(stderr, fmt::format("qnrescue: {}\n", printable(reason)));
         return EXIT_FAILURE;
     }
 }

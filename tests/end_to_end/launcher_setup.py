@@ -173,11 +173,14 @@ class SetupTest(ToolTest):
         return run
 
     def assert_refused(self, arguments=("--list-devices",), **how):
-        """Checks that the program does not call the tool; returns its reason, line by line."""
+        """Checks that the program does not call the tool; returns its reason, line by line without
+        the last one, which leads to the doctor."""
         run = self.start_here(*arguments, **how).wait()
         self.assertEqual((1, []), (run.status, run.calls), run.stderr)
         (document,) = run.documents
         reason = document.value["FailureReason"]
         self.assert_error(document, 1, reason)
         self.assertEqual(f"qnrescue: {reason}\n", run.stderr.decode())
-        return reason.split("\n")
+        *lines, last = reason.split("\n")
+        self.assertEqual("To find out more, run qnrescue-doctor.exe", last)
+        return lines
