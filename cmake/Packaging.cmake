@@ -12,6 +12,7 @@ install(TARGETS qnrescue qnrescuelib devforwardmin
   ARCHIVE DESTINATION lib
   INCLUDES DESTINATION include
 )
+install(TARGETS qnrescue_doctor RUNTIME DESTINATION bin)
 install(FILES QNRescue/qnrescue.h platform/CoreFoundation.h DESTINATION include/QNRescue)
 
 install(EXPORT QNRescueTargets NAMESPACE QNRescue:: DESTINATION ${package_folder})
@@ -21,7 +22,9 @@ install(FILES cmake/QNRescueConfig.cmake "${PROJECT_BINARY_DIR}/QNRescueConfigVe
   DESTINATION ${package_folder})
 
 # With the simulator's two DLLs beside it, the program uses simulated devices.
-foreach(target qnrescue qnrescuelib devforwardmin simulator_core_foundation simulator_mobile_device)
+foreach(target
+    qnrescue qnrescue_doctor qnrescuelib devforwardmin
+    simulator_core_foundation simulator_mobile_device)
   install(PROGRAMS $<TARGET_FILE:${target}> DESTINATION simulator)
 endforeach()
 install(DIRECTORY simulator/scenarios DESTINATION simulator)

@@ -16,7 +16,9 @@ from build_folder import BUILD, CACHE, CMAKE, COMPILER, SOURCE, pack, run, same_
 from harness import ECID, RUNNER, TIME_LIMIT, Process, ToolTest, device, report
 from launcher_setup import SetupTest, make_prefix
 
-PROGRAM_AND_LIBRARIES = ["libdevforwardmin.dll", "libqnrescuelib.dll", "qnrescue.exe"]
+PROGRAM_AND_LIBRARIES = ["libdevforwardmin.dll", "libqnrescuelib.dll", "qnrescue-doctor.exe",
+                         "qnrescue.exe"]
+PROGRAMS = ["qnrescue-doctor.exe", "qnrescue.exe"]
 SIMULATOR = ["CoreFoundation.dll", "MobileDevice.dll"]
 
 FILES = {
@@ -187,7 +189,7 @@ class Licenses(Package):
 
 class Binaries(Package):
     def test_imports(self):
-        self.assertEqual(8, len(self.binaries))
+        self.assertEqual(10, len(self.binaries))
         for name, image in self.binaries.items():
             with self.subTest(name):
                 imported = set(image.imported_libraries)
@@ -203,7 +205,8 @@ class Binaries(Package):
         for folder in ("bin", "simulator"):
             self.assertEqual(EXPORTS,
                              self.binaries[f"{folder}/libqnrescuelib.dll"].exported_functions)
-            self.assertEqual([], self.binaries[f"{folder}/qnrescue.exe"].exported_functions)
+            for program in PROGRAMS:
+                self.assertEqual([], self.binaries[f"{folder}/{program}"].exported_functions)
 
     def test_version(self):
         numbers = (*(int(number) for number in self.version.split(".")), 0)
@@ -219,9 +222,9 @@ class Binaries(Package):
         self.assertIn(f'set(PACKAGE_VERSION "{self.version}")', text)
 
     def test_manifest(self):
-        for folder in ("bin", "simulator"):
+        for program in (f"{folder}/{name}" for folder in ("bin", "simulator") for name in PROGRAMS):
             manifest = xml.etree.ElementTree.fromstring(
-                self.binaries[f"{folder}/qnrescue.exe"].resource(pe.MANIFEST_RESOURCE))
+                self.binaries[program].resource(pe.MANIFEST_RESOURCE))
             identity = manifest.find("{urn:schemas-microsoft-com:asm.v1}assemblyIdentity")
             self.assertEqual(f"{self.version}.0", identity.get("version"))
             settings = {each.tag: each.text for each in manifest.iter()}
@@ -282,6 +285,11 @@ class InstalledLibraries(SetupTest, Package):
 
     def test_not_installed(self):
         self.assertIn("iTunes for Windows", "\n".join(self.assert_refused()))
+
+    def test_doctor(self):
+        run = self.start_here(program="qnrescue-doctor.exe").wait()
+        self.assertEqual((1, b""), (run.status, run.stderr))
+        self.assertIn(b"problem  MobileDevice.dll was not found\n", run.stdout)
 
 
 class HostExample(Package):
