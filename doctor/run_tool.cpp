@@ -1,5 +1,6 @@
 #include "doctor/run_tool.hpp"
 
+#include "doctor/temporary_file_name.hpp"
 #include "support/win/win32_error.hpp"
 
 #include <windows.h>
@@ -28,8 +29,7 @@ using handle_owner = std::unique_ptr<void, close_handle>;
 
 // A file and not a pipe: a process that the tool leaves behind could keep that open.
 handle_owner create_output_file() {
-    auto const path = QN::filesystem::temp_directory_path() /
-                      QN::filesystem::unique_path("qnrescue-doctor.%%%%%%");
+    auto const path = QN::filesystem::temp_directory_path() / temporary_file_name();
     SECURITY_ATTRIBUTES inherited{sizeof inherited, nullptr, TRUE};
     auto * const file =
         CreateFileW(path.c_str(), GENERIC_READ | GENERIC_WRITE | DELETE, FILE_SHARE_DELETE,

@@ -1,5 +1,6 @@
 #include "doctor/try_temporary_folder.hpp"
 
+#include "doctor/temporary_file_name.hpp"
 #include "support/filesystem.hpp"
 
 #include <boost/filesystem/operations.hpp>
@@ -34,7 +35,7 @@ temporary_folder try_temporary_folder() {
     if (error) {
         return {QN::path_to_utf8(folder), error.message()};
     }
-    auto const file = folder / QN::filesystem::unique_path("qnrescue-doctor.%%%%%%");
+    auto const file = folder / temporary_file_name();
     auto fault = create_file(file);
     if (fault.empty() && !QN::filesystem::remove(file, error)) {
         fault = error.message();
