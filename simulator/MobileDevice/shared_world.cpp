@@ -198,9 +198,9 @@ bool shared_world::has_news() {
 void shared_world::poll() {
     in_whole_world([this] {
         std::lock_guard const lock{mutex};
-        auto changed = file.read_change();
+        auto const changed = file.read_change();
         if (changed) {
-            latest = *std::move(changed);
+            latest = *changed;
         }
         bool const news = has_news();
         if (news) {
@@ -220,6 +220,7 @@ void shared_world::follow() {
             continue;
         }
         std::vector<planned_step> steps;
+        steps.reserve(subject->course.size());
         for (auto const & step : subject->course) {
             steps.push_back({step.number, due(step.at), appearance_in(step.as, *each)});
         }

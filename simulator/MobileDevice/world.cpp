@@ -161,6 +161,9 @@ std::int64_t world_device::change_from(world_time from, std::initializer_list<ch
 }
 
 void world_device::interrupt_restore(world_time after, world_time away) {
+    if (!restore) {
+        return;
+    }
     auto const back = restore->alive + after;
     auto const leaves = std::max(restore->alive, back - away);
     change_from(leaves, {{leaves, phase::away}, {back, phase::recovery}});

@@ -54,8 +54,8 @@ struct world_device {
     // unplugged before. Returns the number of the last change; 0 where that is left out.
     std::int64_t change_from(world_time from, std::initializer_list<change> changes);
 
-    // Ends the restore as the end of its process does: the device is in Recovery so long after its
-    // last sign of life, and away just before.
+    // Ends the restore, if there is one, as the end of its process does: the device is in Recovery
+    // so long after its last sign of life, and away just before.
     void interrupt_restore(world_time after, world_time away);
 
     // Removes the steps that no process needs any more.
