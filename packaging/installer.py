@@ -64,14 +64,14 @@ def add_files(product, files):
     folders = {pathlib.PurePath("."): add(programs, "Directory", Id="INSTALLDIR", Name="QNRescue")}
     feature = add(product, "Feature", Id="Complete", Title="QNRescue", Level="1")
 
-    def directory(path):
+    def element_of(path):
         if path not in folders:
-            folders[path] = add(directory(path.parent), "Directory", Id=identifier("D", path),
+            folders[path] = add(element_of(path.parent), "Directory", Id=identifier("D", path),
                                 Name=path.name)
         return folders[path]
 
     for path in files:
-        component = add(directory(path.parent), "Component", Id=identifier("C", path),
+        component = add(element_of(path.parent), "Component", Id=identifier("C", path),
                         Guid=guid(f"component {path.as_posix()}"), Win64="yes")
         add(component, "File", Id=identifier("F", path), Name=path.name, KeyPath="yes",
             Source=str(path))
@@ -153,7 +153,7 @@ def complete(tables, paths, version, digest, date):
         return rows
 
     def summary(rows):
-        new = {"9": guid(f"package {digest}"), "12": date, "13": date}
+        new = {"9": guid(f"package {digest} {date}"), "12": date, "13": date}
         return [[key, new.get(key, value)] for key, value in rows]
 
     tables.rewrite("File", files)

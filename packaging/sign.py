@@ -1,5 +1,5 @@
 """sign.py FILE_OR_FOLDER...: signs these files, and the programs and DLLs in these folders, with
-the command that QNRESCUE_SIGN names; does nothing where it names none.
+the command that QNRESCUE_SIGN names; does nothing without such a command.
 
 The command gets the path of one file as its last argument and has to sign the file in place. Files
 with the same content are signed once.

@@ -118,8 +118,14 @@ class Files(Release):
         make_release(dated, again / "release")
         package = again / "release" / f"{self.name}.msi"
         self.assertNotEqual(self.files[f"{self.name}.msi"], package.read_bytes())
-        self.assertIn("2023/11/14 22:13:20",
-                      [row["Value"] for row in table(package, "_SummaryInformation")])
+        summary = [row["Value"] for row in table(package, "_SummaryInformation")]
+        self.assertIn("2023/11/14 22:13:20", summary)
+        first = self.folder / f"{self.name}.msi"
+        # Windows knows a package by its code, so two packages must not share one.
+        (code,) = (row["Value"] for row in table(first, "_SummaryInformation")
+                   if row["PropertyId"] == "9")
+        self.assertNotIn(code, summary)
+        self.assertEqual(table(first, "Property"), table(package, "Property"))
 
 
 class InstallerTables(Release):
@@ -130,9 +136,9 @@ class InstallerTables(Release):
         """The long names of files or folders, by their keys; short ones are 8.3."""
         names = {}
         for row in self.table(name):
-            short, bar, long = row[column].partition("|")
+            short, separator, long = row[column].partition("|")
             self.assertRegex(short, r"^([\w-]{1,8}(\.\w{1,3})?|\.|SourceDir)$")
-            names[row[key]] = long if bar else short
+            names[row[key]] = long if separator else short
         return names
 
     def installed_paths(self):
