@@ -15,7 +15,7 @@ QN::filesystem::path folder_of(packaging_functions const & windows, wchar_t cons
     if (windows.path_of_package(full_name, &length, path.data()) != ERROR_SUCCESS) {
         return {};
     }
-    return path.c_str();
+    return QN::filesystem::path(path.c_str());
 }
 
 std::vector<std::wstring> packages_of(packaging_functions const & windows, wchar_t const * family) {

@@ -45,6 +45,7 @@ finding package_finding(store_package const & package, QN::filesystem::path cons
 std::vector<finding> store_findings(std::vector<store_package> const & packages,
                                     QN::filesystem::path const & mobile_device) {
     std::vector<finding> findings;
+    findings.reserve(packages.size());
     for (auto const & each : packages) {
         findings.push_back(package_finding(each, mobile_device));
     }
