@@ -7,7 +7,7 @@ import os
 import shutil
 import socket
 import time
-from collections.abc import Callable, Iterator
+from collections.abc import Iterator, Sequence
 from dataclasses import replace
 from pathlib import Path
 from types import TracebackType
@@ -18,12 +18,6 @@ from qnrescue.jobs import Job, JobOrder
 from qnrescue.journal import Journal
 from qnrescue.places import BenchFolder, JobFolder, bench_folder
 from qnrescue.supervisor import ensure_supervisor
-
-# How often a viewer looks for news, in seconds.
-_POLL_SECONDS = 0.1
-# How often a viewer makes sure that somebody supervises, in seconds.
-_ENSURE_SECONDS = 1.0
-
 
 def who_asks() -> str:
     """Returns the user, the process and the machine, for people."""
@@ -70,57 +64,70 @@ class Desk:
         """Returns where the files of the job are."""
         return self.folder.job(job_id)
 
-    def changes(self, job_ids: set[str], timeout: float | None = None) -> Iterator[Job]:
+    def follower(self, *job_ids: str) -> Follower:
+        """Returns what follows these jobs. Raises KeyError if one of them is not there."""
+        return Follower(self, job_ids)
+
+    def changes(self, *job_ids: str, timeout: float | None = None) -> Iterator[Job]:
         """Yields each of the jobs as it is now, and again at each change, until all have ended or
-        `timeout` seconds are over."""
+        `timeout` seconds are over. Raises KeyError if one of them is not there."""
+        follower = self.follower(*job_ids)
         limit = None if timeout is None else time.monotonic() + timeout
-        waiting = set(job_ids)
-        revision = 0
-        ensure = _Regularly(_ENSURE_SECONDS, lambda: ensure_supervisor(self.folder))
-        while waiting:
-            for job in self.journal.changes_since(revision):
-                revision = job.revision
-                if job.id in job_ids:
-                    yield job
-                    if job.state.is_end:
-                        waiting.discard(job.id)
-            if not waiting or (limit is not None and time.monotonic() >= limit):
+        while True:
+            yield from follower.news()
+            if follower.is_over or (limit is not None and time.monotonic() >= limit):
                 return
-            ensure()
-            time.sleep(_POLL_SECONDS)
+            time.sleep(follower.POLL_SECONDS)
 
     def wait(self, job_id: str, timeout: float | None = None) -> Job:
         """Waits for the end of the job, up to `timeout` seconds, and returns it as it is then."""
-        for _ in self.changes({job_id}, timeout):
+        for _ in self.changes(job_id, timeout=timeout):
             pass
         return self.journal.job(job_id)
 
     def events(self, job_id: str) -> Iterator[Event]:
         """Yields the events of the job from its beginning, as they come, until it has ended."""
+        follower = self.follower(job_id)
         reader = DocumentsFile(self.files(job_id).documents)
-        ensure = _Regularly(_ENSURE_SECONDS, lambda: ensure_supervisor(self.folder))
         while True:
-            has_ended = self.journal.job(job_id).state.is_end  # before reading
+            follower.news()  # before reading, so that nothing is missed
             yield from reader.read()
-            if has_ended:
+            if follower.is_over:
                 return
-            ensure()
-            time.sleep(_POLL_SECONDS)
+            time.sleep(follower.POLL_SECONDS)
 
 
-class _Regularly:
-    """Calls a function at most once in a number of seconds."""
+class Follower:
+    """Follows jobs until they have ended, and makes sure that somebody supervises them."""
 
-    def __init__(self, seconds: float, function: Callable[[], None]) -> None:
-        self._seconds = seconds
-        self._function = function
-        self._latest = -seconds
+    POLL_SECONDS = 0.1  # how often to ask for news
+    _ENSURE_SECONDS = 1.0
 
-    def __call__(self) -> None:
-        now = time.monotonic()
-        if now - self._latest >= self._seconds:
-            self._latest = now
-            self._function()
+    def __init__(self, desk: Desk, job_ids: Sequence[str]) -> None:
+        for job_id in job_ids:
+            desk.journal.job(job_id)
+        self._desk = desk
+        self._job_ids = frozenset(job_ids)
+        self._waiting = set(job_ids)
+        self._revision = 0
+        self._ensured = time.monotonic() - self._ENSURE_SECONDS
+
+    @property
+    def is_over(self) -> bool:
+        """Returns whether all the jobs have ended."""
+        return not self._waiting
+
+    def news(self) -> list[Job]:
+        """Returns the jobs that have changed since the last time; at first all of them."""
+        changed = self._desk.journal.changes_since(self._revision)
+        if changed:
+            self._revision = changed[-1].revision
+        mine = [job for job in changed if job.id in self._job_ids]
+        self._waiting -= {job.id for job in mine if job.state.is_end}
+        if self._waiting and time.monotonic() - self._ensured >= self._ENSURE_SECONDS:
+            self._ensured = time.monotonic()
+            ensure_supervisor(self._desk.folder)
+        return mine
 
 
 def _resolved(order: JobOrder) -> JobOrder:

@@ -177,7 +177,8 @@ class Journal:
     def jobs(self, *states: JobState, device: str | None = None,
              limit: int | None = None) -> list[Job]:
         """Returns the jobs in these states, or all, the newest first."""
-        conditions, values = ["1"], []
+        conditions = ["1"]
+        values: list[str | int] = []
         if states:
             conditions.append(f"state IN ({', '.join('?' * len(states))})")
             values += list(states)

@@ -2,14 +2,15 @@
 
 from __future__ import annotations
 
+import contextlib
 import os
 import subprocess
 import sys
 import time
-from collections.abc import Mapping, Sequence
+from collections.abc import Callable, Sequence
 from dataclasses import dataclass
 from pathlib import Path
-from typing import IO
+from typing import IO, Any
 
 import psutil
 
@@ -78,52 +79,52 @@ def end(identity: ProcessIdentity, timeout: float = 10.0) -> bool:
     return not is_running(identity)
 
 
-def start_detached(words: Sequence[str], folder: Path, output: IO[bytes] | int,
-                   errors: IO[bytes] | int,
-                   environment: Mapping[str, str] | None = None) -> subprocess.Popen[bytes]:
-    """Starts a process that neither Control-C in this terminal nor its end reaches. Raises OSError
-    if that fails."""
-    def start(**how: int) -> subprocess.Popen[bytes]:
-        return subprocess.Popen(list(words), cwd=folder, stdin=subprocess.DEVNULL, stdout=output,
-                                stderr=errors, env=environment, close_fds=True, **how)
-
-    if sys.platform == "win32":
-        return _start_on_windows(start)
-    return start(start_new_session=True)
-
-
 # Values of Windows; the module subprocess has them only there.
 CREATE_NEW_PROCESS_GROUP = 0x00000200
 CREATE_BREAKAWAY_FROM_JOB = 0x01000000
 CREATE_NO_WINDOW = 0x08000000
 
 
-def _start_on_windows(start):  # type: ignore[no-untyped-def]
-    flags = CREATE_NEW_PROCESS_GROUP | CREATE_NO_WINDOW
+def _ways_to_detach(platform: str) -> list[dict[str, Any]]:
+    """Returns how to start a process detached: what to try first, and what if Windows refuses."""
+    if platform != "win32":
+        return [{"start_new_session": True}]
     # A terminal may end all processes of its job when it closes. Not every job lets one leave.
-    try:
-        return start(creationflags=flags | CREATE_BREAKAWAY_FROM_JOB)
-    except PermissionError:
-        return start(creationflags=flags)
+    alone = CREATE_NEW_PROCESS_GROUP | CREATE_NO_WINDOW
+    return [{"creationflags": alone | CREATE_BREAKAWAY_FROM_JOB}, {"creationflags": alone}]
 
 
-def find_by_arguments(*wanted: str) -> list[ProcessIdentity]:
-    """Returns the running processes whose arguments have these next to each other, without those
-    that were started by another one of them."""
+def start_detached(words: Sequence[str], folder: Path, output: IO[bytes] | int,
+                   errors: IO[bytes] | int) -> subprocess.Popen[bytes]:
+    """Starts a process that neither Control-C in this terminal nor the terminal's end reaches.
+    Raises OSError if that fails."""
+    *others, last = _ways_to_detach(sys.platform)
+    for way in others:
+        with contextlib.suppress(PermissionError):
+            return _start(words, folder, output, errors, way)
+    return _start(words, folder, output, errors, last)
+
+
+def _start(words: Sequence[str], folder: Path, output: IO[bytes] | int, errors: IO[bytes] | int,
+           way: dict[str, Any]) -> subprocess.Popen[bytes]:
+    return subprocess.Popen(list(words), cwd=folder, stdin=subprocess.DEVNULL, stdout=output,
+                            stderr=errors, **way)
+
+
+def find(matches: Callable[[Sequence[str]], bool]) -> list[ProcessIdentity]:
+    """Returns the other running processes whose words match, as far as the system shows them to
+    this user, without those that one of them has started."""
     found: dict[int, tuple[ProcessIdentity, int]] = {}
     for process in psutil.process_iter():
-        if process.pid == os.getpid():
-            continue
-        try:
-            words = process.cmdline()
-            if _has_run(words, wanted) and (identity := identify(process.pid)):
-                found[process.pid] = identity, process.ppid()
-        except psutil.Error:
-            continue
+        with contextlib.suppress(psutil.Error):
+            if process.pid != os.getpid() and matches(process.cmdline()):
+                if identity := identify(process.pid):
+                    found[process.pid] = identity, process.ppid()
     return [identity for identity, parent in found.values() if parent not in found]
 
 
-def _has_run(words: Sequence[str], wanted: Sequence[str]) -> bool:
+def follow_each_other(words: Sequence[str], *wanted: str) -> bool:
+    """Returns whether these are among the words, one right after the other."""
     size = len(wanted)
-    return any(tuple(words[start:start + size]) == tuple(wanted)
+    return any(tuple(words[start:start + size]) == wanted
                for start in range(len(words) - size + 1))

@@ -138,8 +138,9 @@ class Supervisor:
         """Returns the process of a job that was claimed: it may be about to start."""
         limit = time.monotonic() + _SEARCH_SECONDS
         while True:
-            found = processes.find_by_arguments("--amr-logfile",
-                                                str(self._folder.job(job.id).log))
+            log_file = str(self._folder.job(job.id).log)
+            found = processes.find(lambda words: processes.follow_each_other(
+                words, "--amr-logfile", log_file))
             if found or time.monotonic() >= limit:
                 return found[0] if found else None
             time.sleep(_TICK)

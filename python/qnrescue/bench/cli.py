@@ -27,7 +27,7 @@ def restore(desk: Desk, options: argparse.Namespace) -> int:
 
 
 def watch(desk: Desk, job_ids: Sequence[str]) -> int:
-    for job in desk.changes(set(job_ids)):
+    for job in desk.changes(*job_ids):
         print(describe(job), flush=True)
     states = {desk.journal.job(job_id).state for job_id in job_ids}
     return 0 if states == {JobState.SUCCEEDED} else 1
