@@ -1,4 +1,4 @@
-// The least with which threads hand over lines to one that writes them.
+// The least with which threads pass lines to one that writes them.
 #pragma once
 
 #include <condition_variable>

@@ -1,4 +1,4 @@
-"""What the measurements tell on standard error while they run."""
+"""What the measurements report on standard error while they run."""
 
 import sys
 import time

@@ -205,8 +205,8 @@ class Table(unittest.TestCase):
 
 
 class Steps(unittest.TestCase):
-    def test_steps_are_told_when_nothing_was_for_long(self):
-        with redirect_stderr(io.StringIO()) as told:
+    def test_steps_are_reported_after_a_long_silence(self):
+        with redirect_stderr(io.StringIO()) as errors:
             counter = progress.Progress(3)
             counter.begin("two rows", rows=2)
             counter.step(1, 9)
@@ -214,7 +214,7 @@ class Steps(unittest.TestCase):
             counter.step(2, 9)
             counter.begin("a row")
         self.assertEqual(
-            told.getvalue().splitlines(),
+            errors.getvalue().splitlines(),
             [
                 "benchmark: rows 1 to 2 of 3: two rows",
                 "benchmark:     2 of 9",

@@ -51,6 +51,6 @@ def pack(folder, **environment):
 
 
 def make_release(package, folder, **environment):
-    """Makes in this folder what is handed out beside the ZIP."""
+    """Makes in this folder what is published beside the ZIP."""
     run(sys.executable, "-B", SOURCE / "packaging/release.py", package,
         BUILD / "linked_libraries.json", folder, **environment)

@@ -1,4 +1,4 @@
-// Runs a program in a console of its own, as people do:
+// Runs a program in a new console, as people do:
 //
 //     console_host [--no-output] [--no-error] [--interrupt] CODE_PAGE REPORT PROGRAM ARGUMENT...
 //

@@ -219,7 +219,7 @@ def printing(number):
 
 
 def error_dictionary(unmade, number, *path):
-    """The error's dictionary, which stands at the path in the document."""
+    """The error's dictionary, which is at this path in the document."""
     return [
         call("CFDictionaryCreateMutable", unmade),
         call("CFErrorGetDomain", lacks(number, *path, "Domain")),

@@ -167,7 +167,7 @@ class Order(FindingTest):
                       "MobileDeviceDLL", windows_path(self.mobile_device / "MobileDevice.dll"))
         self.assertIn(f"  registry value {MOBILE_DEVICE_VALUE}: not set", self.assert_refused())
 
-    def test_no_other_library_stands_in_for_a_broken_one(self):
+    def test_no_other_library_replaces_a_broken_one(self):
         self.add_both()
         self.register_both()
         for name in LIBRARIES:

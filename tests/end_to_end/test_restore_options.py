@@ -80,8 +80,8 @@ class Options(ToolTest):
         self.assertEqual("Successful", run.values("RestoreStatus")[-1]["Status"])
 
 
-class ScratchDirectory(ToolTest):
-    """The tool removes its scratch directory with all that the restore has put there."""
+class ScratchFolder(ToolTest):
+    """The tool removes its scratch folder with all that the restore has put there."""
 
     def command(self, *words):
         """Runs a command of the Windows command processor; its exit status."""

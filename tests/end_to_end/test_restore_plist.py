@@ -114,7 +114,7 @@ class RestorePlist(ToolTest):
                 self.assert_refused(self.write_options(content), "Invalid format")
 
     def test_name_is_shown_as_typed(self):
-        path = self.write_options(b"", "leer größe 漢字 😀 {} %s.plist")
+        path = self.write_options(b"", "empty größe 漢字 😀 {} %s.plist")
         self.assert_refused(path, "Empty file")
 
     def assert_not_opened(self, path):
@@ -130,7 +130,7 @@ class RestorePlist(ToolTest):
         return reason[len(start):]
 
     def test_missing_file(self):
-        for name in ("missing.plist", "fehlt größe 漢字.plist"):
+        for name in ("missing.plist", "missing größe 漢字.plist"):
             text = self.assert_not_opened(self.new_folder() / name)
             self.assertTrue(text.endswith(" [system:2]"), text)  # no such file
 

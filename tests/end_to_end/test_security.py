@@ -1,4 +1,4 @@
-"""What nobody gets the tool to do: reach out of its scratch directory, write over a file, run
+"""What nobody gets the tool to do: reach out of its scratch folder, write over a file, run
 something, or print a document of somebody else's making."""
 
 import os
@@ -23,7 +23,7 @@ STARTERS = re.compile(r"CreateProcess|ShellExec|WinExec|NtCreateUserProcess|RtlC
 
 @unittest.skipIf(RUNNER, "Wine shows a link to a folder as the folder itself")
 class Scratch(ToolTest):
-    """The scratch directory goes, and nothing that a link in it leads to."""
+    """The scratch folder goes, and nothing that a link in it leads to."""
 
     def link_folder(self, link, target):
         import _winapi
@@ -35,7 +35,7 @@ class Scratch(ToolTest):
         return re.sub(r"[\\/]PRB[\\/]1\Z", "", personalized)
 
     def run_with_links(self, plant):
-        """Plants links where the scratch directory is while a restore is under way."""
+        """Plants links where the scratch folder is while a restore is under way."""
         outside = self.new_folder()
         (outside / "folder").mkdir()
         (outside / "folder" / "kept.txt").write_text("kept")

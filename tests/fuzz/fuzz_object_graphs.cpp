@@ -22,13 +22,13 @@ using namespace qnrescue;
 
 struct node {
     cf_owner<CFTypeRef> object;
-    bool is_xml;         // may stand in an XML property list
-    bool is_other;       // may stand in one of another format
+    bool is_xml;         // allowed in an XML property list
+    bool is_other;       // allowed in one of another format
     bool is_convertible; // needs no part left out, and becomes something at all
-    std::size_t size;    // of the tree that it stands for
+    std::size_t size;    // of the tree that it expands to
 };
 
-// XML repeats what is shared; graphs that stand for larger trees take their time, and no more.
+// XML repeats what is shared; graphs that expand to larger trees take their time, and no more.
 constexpr std::size_t largest_tree = 4'000;
 
 class graph {

@@ -3,7 +3,7 @@
     fuzz_splitter.py SECONDS [SEED]
 
 However a stream is cut, the documents found are those of the whole stream; nothing of it is lost,
-and what is found can be handed to the client's reader, which raises nothing.
+and what is found can be passed to the client's reader, which raises nothing.
 """
 
 import pathlib

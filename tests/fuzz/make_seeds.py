@@ -2,7 +2,7 @@
 
     make_seeds.py FOLDER
 
-Each target has a folder of its own in this one.
+Each target has a folder in this one.
 """
 
 import datetime

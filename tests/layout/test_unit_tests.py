@@ -16,7 +16,7 @@ SUBJECTS = {
     "QNRescue/test_deep_nesting.cpp": "every function that follows nested values has a limited stack",
     "QNRescue/test_device_calls.cpp": "the linker replaces functions of the platform",
     "QNRescue/test_fall_back_texts.cpp": "replaces the texts that others fall back from",
-    "QNRescue/test_inheritance.cpp": "starts another process, so is a program of its own",
+    "QNRescue/test_inheritance.cpp": "starts another process, so is a separate program",
     "QNRescue/test_notifier_threads.cpp": "several threads call the notifier and the output",
     "QNRescue/test_out_of_memory.cpp": "every function of the tool may run out of memory",
     "QNRescue/test_output_allocation.cpp": "replaces the operators that allocate",

@@ -1,4 +1,4 @@
-"""The runner of mutants itself, on a small project of its own: what is not noticed must not count
+"""The runner of mutants itself, on a small project: what is not noticed must not count
 as noticed. And the patches of this folder must be readable and apply."""
 
 import pathlib
@@ -98,7 +98,7 @@ class Project(unittest.TestCase):
             patch.unlink()
 
     def mutate(self, *arguments, **texts):
-        """The status, and what stands in the table as the killer of each mutant."""
+        """The status, and what the table names as the killer of each mutant."""
         for name, text in texts.items():
             (self.patches / f"{name}.patch").write_text(text)
         done = subprocess.run(

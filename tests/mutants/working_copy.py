@@ -66,7 +66,7 @@ class WorkingCopy:
         if self._is_as_it_was(name):
             return
         copy.parent.mkdir(parents=True, exist_ok=True)
-        shutil.copyfile(self.root / name, copy)  # with a time of its own: it is to be built anew
+        shutil.copyfile(self.root / name, copy)  # with a new time, so that it is built again
         shutil.copymode(self.root / name, copy)
 
     def _share_libraries(self):

@@ -99,7 +99,7 @@ std::string text_through_pipe(Action const & action) {
     return pipe.read_to_end();
 }
 
-// Threads that all do the same, each told its number.
+// Threads that all do the same, each with its number.
 class thread_team {
 public:
     template <typename Action>

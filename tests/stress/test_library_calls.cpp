@@ -1,4 +1,4 @@
-// What the notifier has done by the time the library is called, and what it hands to the library.
+// What the notifier has done by the time the library is called, and what it passes to the library.
 #include "QNRescue/live_contexts.hpp"
 #include "tests/fake_device_library/fake_device_library.hpp"
 #include "tests/unit/helpers/held_up_run.hpp"
@@ -24,18 +24,18 @@ protected:
     ~LibraryCalls() override { fake_device_library() = {}; }
 };
 
-TEST_F(LibraryCalls, TheWarmUpHandsBackWhatItGot) {
+TEST_F(LibraryCalls, TheWarmUpEndsItsSubscription) {
     int subscribed = 0;
     // Null where subscribing has failed.
     for (auto const handle : {reinterpret_cast<AMDeviceNotificationRef>(&subscribed),
                               AMDeviceNotificationRef{nullptr}}) {
-        std::vector<AMDeviceNotificationRef> handed_back;
+        std::vector<AMDeviceNotificationRef> unsubscribed;
         fake_device_library().on_subscription = [&] { return handle; };
         fake_device_library().on_unsubscription = [&](AMDeviceNotificationRef subscription) {
-            handed_back.push_back(subscription);
+            unsubscribed.push_back(subscription);
         };
         notifier_run const run;
-        EXPECT_EQ(handed_back, std::vector{handle});
+        EXPECT_EQ(unsubscribed, std::vector{handle});
     }
 }
 

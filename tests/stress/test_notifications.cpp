@@ -37,7 +37,7 @@ std::string line(std::string_view text) {
     return fmt::format("deviceNotificationCallback: {}", text);
 }
 
-// One of the library's threads with devices of its own, and what it says of them again and again.
+// One of the library's threads with its devices, and the notifications that it repeats.
 struct notifying_thread {
     explicit notifying_thread(int number)
         : ecid(static_cast<std::uint64_t>(number) + 1)

@@ -48,7 +48,7 @@ struct trial_counts {
     std::size_t all() const { return completed + threw + ended + wrong; }
 };
 
-// Makes the allocations of the function's action fail one by one, each in a process of its own. The
+// Makes the allocations of the function's action fail one by one, each in a separate process. The
 // function prepares the action, runs it with trial::completes() and returns whether all is as it
 // should be then. Where QNRESCUE_ALLOCATION_STEP is n, only the first of each n allocations fails.
 trial_counts fail_each_allocation(std::function<bool(trial & run)> const & function);

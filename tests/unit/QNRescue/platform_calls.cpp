@@ -1,5 +1,5 @@
-// The linker leads the calls of each platform function here: what the stand-ins of the platform
-// libraries allocate is not the tool's.
+// The linker leads the calls of each platform function here: what the simulator allocates is not
+// the tool's.
 #include "platform/CoreFoundation.h"
 #include "platform/MobileDevice.h"
 #include "tests/unit/QNRescue/allocation_failure.hpp"

@@ -96,7 +96,7 @@ TEST(DebugDump, LeavesOutTextsThatBeginWithAFallBack) {
 CFStringRef counted_text = nullptr;
 
 TEST(DebugDump, ReleasesEachText) {
-    auto const text = tests::make_string("a text of its own");
+    auto const text = tests::make_string("a text that is no constant");
     counted_text = text.get();
     auto const copy = [](int) { return static_cast<CFStringRef>(CFRetain(counted_text)); };
     constexpr std::array skipping{"a text"};
@@ -118,7 +118,7 @@ TEST(DebugDump, NeedsAnOutput) {
         "QNRescue/MobileDeviceDebug:LINE:  "
         "print_imp_AMRLocalizedCopyStringForAMROperation Assertion output failed.",
         [] { print_imp_AMRLocalizedCopyStringForAMROperation(nullptr); });
-    EXPECT_NE(line_for_errors, line_for_operations) << "each line is that of its own function";
+    EXPECT_NE(line_for_errors, line_for_operations) << "each names the line of its function";
 }
 
 } // namespace

@@ -141,7 +141,7 @@ TEST(Notifier, GoesOnWithoutALogThatCannotBeOpened) {
                                          std::nullopt);
     auto const lines = output.debug_lines();
     ASSERT_EQ(lines.size(), 3U);
-    // 12 is what the simulator answers, and this is its text.
+    // 12 is what the simulator returns, and this is its text.
     EXPECT_TRUE(
         lines[2].starts_with("device_notifier_state: AMRestoreEnableFileLogging failed (12: "))
         << lines[2];
@@ -159,7 +159,7 @@ TEST(Notifier, TakesAnEmptyPathOfALogForOne) {
 
 // --- Destruction
 
-TEST(Notifier, RemovesItsScratchDirectory) {
+TEST(Notifier, RemovesItsScratchFolder) {
     temporary_folder const folder;
     output_capture output;
     auto const scratch = folder.path() / "scratch";
@@ -175,7 +175,7 @@ TEST(Notifier, RemovesItsScratchDirectory) {
 
 // Windows keeps a folder that the other thread has deleted until that thread closes it, so that a
 // try may fail. A walk that gives up where something has vanished fails in many.
-TEST(Notifier, RemovesItsScratchDirectoryWhileSomethingInItVanishes) {
+TEST(Notifier, RemovesItsScratchFolderWhileSomethingInItVanishes) {
     constexpr int tries = 50;
     int failed = 0;
     temporary_folder const folder;
@@ -205,7 +205,7 @@ TEST(Notifier, RemovesItsScratchDirectoryWhileSomethingInItVanishes) {
     EXPECT_LE(failed, tries / 5);
 }
 
-TEST(Notifier, RemovesAScratchDirectoryWithLongPaths) {
+TEST(Notifier, RemovesAScratchFolderWithLongPaths) {
     temporary_folder const folder;
     auto const scratch = folder.path() / "scratch";
     QN::filesystem::path deep = scratch;
@@ -245,7 +245,7 @@ struct planted_links {
     QN::filesystem::path outside = folder.path() / "outside";
 };
 
-TEST(Notifier, RemovesLinksInItsScratchDirectoryAndNotWhatTheyLeadTo) {
+TEST(Notifier, RemovesLinksInItsScratchFolderAndNotWhatTheyLeadTo) {
     planted_links const links;
     output_capture output;
     static_cast<void>(device_notifier_state(output.state(), std::nullopt, links.scratch));
@@ -254,7 +254,7 @@ TEST(Notifier, RemovesLinksInItsScratchDirectoryAndNotWhatTheyLeadTo) {
     EXPECT_EQ(output.debug_lines(), strings{"device_notifier_state: initializing"});
 }
 
-TEST(Notifier, RemovesALinkInPlaceOfItsScratchDirectory) {
+TEST(Notifier, RemovesALinkInPlaceOfItsScratchFolder) {
     planted_links const links;
     auto const link = links.folder.path() / "link";
     QN::filesystem::create_directory_symlink(links.outside, link);
@@ -266,7 +266,7 @@ TEST(Notifier, RemovesALinkInPlaceOfItsScratchDirectory) {
 
 #endif
 
-TEST(Notifier, AScratchDirectoryThatNeverWasIsNoFailure) {
+TEST(Notifier, AScratchFolderThatNeverWasIsNoFailure) {
     output_capture output;
     static_cast<void>(device_notifier_state(output.state(), std::nullopt, std::nullopt));
     EXPECT_EQ(output.debug_lines(), strings{"device_notifier_state: initializing"});
@@ -301,7 +301,7 @@ private:
 #endif
 };
 
-TEST(Notifier, ReportsAScratchDirectoryThatStays) {
+TEST(Notifier, ReportsAScratchFolderThatStays) {
     stubborn_path const stubborn;
     output_capture output;
     static_cast<void>(device_notifier_state(output.state(), std::nullopt, stubborn.path()));
@@ -572,7 +572,7 @@ TEST(Notification, ThatIsIgnoredWakesNobody) {
 
 // --- Waiting for a device
 
-TEST(WaitForDevice, AnswersAPresentDeviceAtOnce) {
+TEST(WaitForDevice, ReturnsAPresentDeviceAtOnce) {
     auto const device = device_with(recovery_device);
     notifier_run run;
     run.notify(device);

@@ -127,7 +127,7 @@ TEST(DictionaryFromError, AlwaysHasADescription) {
     EXPECT_NE(MakeString(description).find("foreign error 5"), std::string::npos);
 }
 
-// Any object may stand where a text should.
+// Any object may be where a text should be.
 cf_owner<CFErrorRef> error_without_texts(CFTypeRef description, CFTypeRef failure_reason) {
     auto const texts =
         tests::make_dictionary({{kCFErrorLocalizedDescriptionKey, description},

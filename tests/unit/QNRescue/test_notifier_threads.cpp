@@ -116,7 +116,7 @@ std::vector<QN::ecid> table_when_listed(std::string_view text) {
 TEST(NotifierThreads, TheTableIsStillAsListedWhenTheListIsPrinted) {
     for (int i = 0; i < 20; ++i) {
         captured_streams streams;
-        std::cerr.rdbuf(&streams.out); // one text of all lines, which tells their order
+        std::cerr.rdbuf(&streams.out); // one text of all lines, which shows their order
         auto const output = std::make_shared<output_str_state>(std::nullopt);
         output->set_debug(true);
         device_notifier_state notifier(output, std::nullopt, std::nullopt);
@@ -234,7 +234,7 @@ TEST(NotifierThreads, TheEndWaitsForACallbackUnderWay) {
     EXPECT_EQ(ending.wait_for(30s), std::future_status::ready);
 }
 
-TEST(NotifierThreads, TheEndOfCallbacksComesBeforeThatOfTheScratchDirectory) {
+TEST(NotifierThreads, TheEndOfCallbacksComesBeforeThatOfTheScratchFolder) {
     temporary_folder const folder;
     auto const scratch = folder.path() / "scratch";
     QN::filesystem::create_directories(scratch);

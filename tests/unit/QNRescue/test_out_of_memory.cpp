@@ -218,7 +218,7 @@ TEST(Memory, Notifiers) {
     }));
 }
 
-TEST(Memory, NotifiersThatCannotRemoveTheirScratchDirectory) {
+TEST(Memory, NotifiersThatCannotRemoveTheirScratchFolder) {
     expect_no_end(count_trials([](trial & run) {
         output_capture output;
         QN::filesystem::path const scratch = std::string(1000, 'x'); // too long a name

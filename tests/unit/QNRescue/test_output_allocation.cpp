@@ -52,7 +52,7 @@ TEST(OutputChannel, TakesTextsOverWithoutACopy) {
     output_str_state state(std::nullopt);
     for (auto const print : {&output_str_state::print, &output_str_state::print_debug}) {
         std::string text(length, 'x');
-        allocation_hook const hook(length + 1, [] { ADD_FAILURE() << "room for a copy"; });
+        allocation_hook const hook(length + 1, [] { ADD_FAILURE() << "memory for a copy"; });
         (state.*print)(std::move(text));
     }
 }

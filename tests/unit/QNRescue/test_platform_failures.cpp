@@ -60,7 +60,7 @@ TEST(PlatformFailures, ThrownErrorsHaveOneOwner) {
     CFErrorRef failure = nullptr;
     AMRestorableDeviceRegisterForNotifications(device_notifier_state::deviceNotificationCallback,
                                                nullptr, &failure);
-    auto const error = adopt(failure); // the library hands out the same one each time
+    auto const error = adopt(failure); // the library returns the same one each time
     auto const references = CFGetRetainCount(error.get());
     notifier_run run;
     try {

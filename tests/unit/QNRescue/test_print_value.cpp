@@ -69,8 +69,8 @@ TEST(PrintValue, DocumentsFollowOneAnotherWhole) {
 }
 
 TEST(PrintValue, KeepsNeitherArgument) {
-    auto const type = tests::make_string("a type of its own");
-    auto const value = tests::make_string("a value of its own");
+    auto const type = tests::make_string("a type that is no constant");
+    auto const value = tests::make_string("a value that is no constant");
     output_capture capture;
     capture.state()->print_value(type.get(), value.get());
     capture.finish();

@@ -76,7 +76,7 @@ TEST(RestoreOptions, NameTheBundleAsItWasGiven) {
     }
 }
 
-TEST(RestoreOptions, PersonalizeInTheScratchDirectory) {
+TEST(RestoreOptions, PersonalizeInTheScratchFolder) {
     notifier_run run;
     run.notifier.CreateDefaultRestoreOptions("x.ipsw", false);
     auto const first = personalization_path(run.notifier);
@@ -85,7 +85,7 @@ TEST(RestoreOptions, PersonalizeInTheScratchDirectory) {
     EXPECT_FALSE(QN::filesystem::exists(run.notifier.scratchLocation));
 }
 
-TEST(RestoreOptions, NameTheScratchDirectoryInUtf8) {
+TEST(RestoreOptions, NameTheScratchFolderInUtf8) {
     temporary_folder const folder;
     std::string const name = "gr\xc3\xb6\xc3\x9f"
                              "e \xe6\xbc\xa2\xe5\xad\x97";
@@ -200,7 +200,7 @@ TEST(RestoreCallback, RelaysAReportWithTheNameOfItsOperation) {
 
 TEST(RestoreCallback, PrintsItsDebugLineBeforeTheReport) {
     captured_streams streams;
-    std::cerr.rdbuf(&streams.out); // one text of all, which tells the order
+    std::cerr.rdbuf(&streams.out); // one text of all, which shows the order
     auto const output = std::make_shared<output_str_state>(std::nullopt);
     output->set_debug(true);
     {
@@ -437,7 +437,7 @@ TEST(Restore, SurvivesReportsAfterItsEnd) {
 TEST(Restore, StartsWithAFreshPromise) {
     restore_run run;
     run.notifier.restoreTimeout = 0ns;
-    run.report(status(0, 100).get()); // an earlier completion is none of this restore's
+    run.report(status(0, 100).get()); // an earlier completion does not count
     run.notifier.operateRestore(device_with(recovery_device));
     auto const documents = run.output.documents();
     ASSERT_EQ(documents.size(), 2U);

@@ -240,11 +240,11 @@ TEST(RunProgramMain, RestoresWithTheOptionsOfAFile) {
                                     "\xd1\x01\x02"          // object 0: {object 1: object 2}
                                     "\x51\x61"              // object 1: "a"
                                     "\x09"                  // object 2: true
-                                    "\x08\x0b\x0d"          // where they stand
+                                    "\x08\x0b\x0d"          // where they are
                                     "\0\0\0\0\0\0\1\1"      // in offsets and references of a byte
                                     "\0\0\0\0\0\0\0\x03"    // how many they are
                                     "\0\0\0\0\0\0\0\0"      // the root among them
-                                    "\0\0\0\0\0\0\0\x0e"sv; // where the offsets stand
+                                    "\0\0\0\0\0\0\0\x0e"sv; // where the offsets are
     for (auto const & bytes : {std::string_view(some_options), binary_options}) {
         options_file const file(bytes);
         program_run run({"--restore-plist", file.text(), "--ecid", "00000000000000D1"});
@@ -324,7 +324,7 @@ TEST(RunProgramMain, EnteringRestoreModeChangesNoOtherCommand) {
     }
 }
 
-TEST(RunProgramMain, AnswersTheCodeOfWhatTheCommandThrows) {
+TEST(RunProgramMain, ReturnsTheCodeOfWhatTheCommandThrows) {
     expect_error({"--exit-recovery", "--ecid", "00000000000000A2"}, 5,
                  "Device in state DFU not valid for exit-recovery");
     expect_error({"--no-exit-recovery", "--ecid", "00000000000000B1"}, 6,
@@ -346,7 +346,7 @@ TEST(RunProgramMain, DebugSwitchesDebugLinesOn) {
     EXPECT_EQ(quiet.output.debug_lines(), strings{});
 }
 
-TEST(RunProgramMain, HandsTheLogFileToTheLibrary) {
+TEST(RunProgramMain, PassesTheLogFileToTheLibrary) {
     temporary_folder const folder;
     auto const log = QN::path_to_utf8(folder.path() / QN::path_from_utf8("log \xc3\xa9.txt"));
     call_trace const trace;
@@ -358,7 +358,7 @@ TEST(RunProgramMain, HandsTheLogFileToTheLibrary) {
     EXPECT_EQ(read_file(QN::path_from_utf8(log)), "qnrescue --amr-logfile " + log + "\n");
 }
 
-TEST(RunProgramMain, HandsAnEmptyNameOfALogToTheLibrary) {
+TEST(RunProgramMain, PassesAnEmptyNameOfALogToTheLibrary) {
     call_trace const trace;
     program_run run({"--amr-logfile", ""});
     EXPECT_EQ(run.status, 3);

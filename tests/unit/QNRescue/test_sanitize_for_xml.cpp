@@ -31,7 +31,7 @@ cf_owner<CFErrorRef> some_error() {
     return make_error(CFSTR("d"), 7, CFSTR("text"), CFSTR("reason"));
 }
 
-TEST(SanitizeForXml, AnswersPlainValuesThemselves) {
+TEST(SanitizeForXml, ReturnsPlainValuesThemselves) {
     for (auto const * element :
          {"<string>a text that is no constant</string>", "<integer>123456</integer>",
           "<real>0.25</real>", "<date>2024-01-02T03:04:05Z</date>", "<data>AAECAwQF</data>"}) {
@@ -205,7 +205,7 @@ TEST(SanitizeForXml, UnsupportedTypesAtTheTopAreNull) {
 }
 
 TEST(SanitizeForXml, ReleasesWhatItDoesNotAnswer) {
-    auto const text = make_string("a text of its own");
+    auto const text = make_string("a text that is no constant");
     auto const error = some_error();
     auto const bad = make_array({text.get(), error.get(), kCFNull, text.get()});
     auto const before = CFGetRetainCount(text.get());

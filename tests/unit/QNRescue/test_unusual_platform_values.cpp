@@ -37,7 +37,7 @@ namespace {
 using namespace qnrescue;
 
 // The texts themselves are constants, whose references are not counted.
-TEST(PlatformAnswers, TextsOfRestoresAreRetainedForTheCaller) {
+TEST(PlatformValues, TextsOfRestoresAreRetainedForTheCaller) {
     for (auto const copy :
          {AMRLocalizedCopyStringForAMROperation, AMRLocalizedCopyStringForAMRError}) {
         for (int const code : {2, -1}) {
@@ -48,11 +48,11 @@ TEST(PlatformAnswers, TextsOfRestoresAreRetainedForTheCaller) {
     }
 }
 
-TEST(PlatformAnswers, ADescriptionThatIsNotThere) {
+TEST(PlatformValues, ADescriptionThatIsNotThere) {
     EXPECT_EQ(MakeDescription(kCFBooleanTrue), "(null)");
 }
 
-TEST(PlatformAnswers, ADomainThatIsNoString) {
+TEST(PlatformValues, ADomainThatIsNoString) {
     auto const error = CreateDomainError(Error::bad_state, "reason");
     auto const dictionary = DictionaryFromError(error.get());
     EXPECT_EQ(CFDictionaryGetValue(dictionary.get(), CFSTR("Domain")), nullptr);

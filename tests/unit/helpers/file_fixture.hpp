@@ -30,7 +30,7 @@ std::string as_text(std::vector<std::uint8_t> const & bytes);
 std::string content_of(filesystem::path const & path);
 void make_file(filesystem::path const & path, std::string_view content);
 
-// All zero bytes, without taking room for them on the disk.
+// All zero bytes, without taking space on the disk.
 void make_sparse_file(filesystem::path const & path, std::uint64_t size);
 
 void truncate_file(filesystem::path const & path, std::uint64_t size);

@@ -1,4 +1,4 @@
-// A notifier with an output that is captured and a scratch directory of the test's.
+// A notifier with an output that is captured and a scratch folder of the test's.
 #pragma once
 
 #include "QNRescue/RestorableDeviceHandler.hpp"

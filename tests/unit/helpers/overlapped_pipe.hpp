@@ -19,7 +19,7 @@ public:
     // Returns the writing end, which the caller closes.
     std::int32_t writing_end() const { return static_cast<std::int32_t>(writer); }
 
-    // Reads on a thread of its own until the writing end is closed.
+    // Reads on a new thread until the writing end is closed.
     void start_reading();
     // Returns what was read, once the writing end is closed.
     std::string read_to_end();

@@ -15,7 +15,7 @@ namespace tests {
 // variable with the result.
 bool play_scenario(std::string_view dictionary);
 
-// The devices with this ECID, one for each entry of the scenario, as the library hands them out.
+// The devices with this ECID, one for each entry of the scenario, as the library delivers them.
 // They live as long as the program.
 std::vector<AMRestorableDeviceRef> const & devices_with(std::uint64_t ecid);
 inline AMRestorableDeviceRef device_with(std::uint64_t ecid) {

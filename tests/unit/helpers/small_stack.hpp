@@ -4,7 +4,7 @@
 
 namespace tests {
 
-// Runs the action on a thread of its own whose stack has 1 MiB, and waits for its end.
+// Runs the action on a new thread whose stack has 1 MiB, and waits for its end.
 void run_on_small_stack(std::function<void()> action);
 
 } // namespace tests

@@ -11,7 +11,7 @@ namespace {
 using namespace qnrescue;
 
 TEST(CfOwner, AdoptsAndReleasesOneReference) {
-    auto const string = make_cfstring("a text of its own");
+    auto const string = make_cfstring("a text that is no constant");
     CFRetain(string.get());
     EXPECT_EQ(CFGetRetainCount(string.get()), 2);
     {
@@ -24,7 +24,7 @@ TEST(CfOwner, AdoptsAndReleasesOneReference) {
 }
 
 TEST(CfOwner, RetainsABorrowedObject) {
-    auto const string = make_cfstring("a text of its own");
+    auto const string = make_cfstring("a text that is no constant");
     {
         auto const owner = retain(string.get());
         EXPECT_EQ(CFGetRetainCount(string.get()), 2);

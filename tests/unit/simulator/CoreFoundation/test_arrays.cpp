@@ -60,7 +60,7 @@ TEST(Array, AppliesAFunctionToARange) {
     EXPECT_EQ(seen, "bc");
 }
 
-// An array with callbacks of its own can make an object of anything.
+// An array with other callbacks can make an object of anything.
 TEST(Array, CallsTheCallbacksItWasGiven) {
     static std::vector<std::string> calls;
     calls.clear();

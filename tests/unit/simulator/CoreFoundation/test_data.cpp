@@ -30,7 +30,7 @@ TEST(Data, RefersToForeignBytesWithoutACopy) {
     EXPECT_EQ(CFDataGetBytePtr(data.get())[0], 99);
 }
 
-// Whether the bytes were freed, the address sanitizer tells.
+// The address sanitizer notices bytes that are not freed.
 TEST(Data, FreesAdoptedBytes) {
     auto * const bytes = static_cast<UInt8 *>(std::calloc(3, 1));
     auto const data = adopt(CFDataCreateWithBytesNoCopy(nullptr, bytes, 3, nullptr));
@@ -75,7 +75,7 @@ TEST(Data, DescribesItself) {
     }
 }
 
-// No public function tells, since none here changes data.
+// No public function shows this, since none here changes data.
 TEST(Data, IsMutableAsAWrittenPropertyList) {
     auto const document = adopt(CFPropertyListCreateData(
         nullptr, kCFBooleanTrue, kCFPropertyListXMLFormat_v1_0, 0, nullptr));

@@ -187,7 +187,7 @@ TEST(Dictionary, SurvivesCollisions) {
     }
 }
 
-TEST(Dictionary, StoresWhatTheRetainCallbackAnswers) {
+TEST(Dictionary, StoresWhatTheRetainCallbackReturns) {
     static int released = 0;
     released = 0;
     CFDictionaryKeyCallBacks copying = kCFTypeDictionaryKeyCallBacks;

@@ -31,7 +31,7 @@ TEST(Error, ComposesItsTexts) {
         error_entries info;
         char const * text;
         char const * reason;
-        char const * description; // with one entry; more stand in any order
+        char const * description; // with one entry; several have no order
     } const rows[] = {
         {{}, COULD_NOT "(qnrescue error 1.)", "(null)", "\"(null)\""},
         {{{"NSLocalizedDescription", "the desc"}},
@@ -169,7 +169,7 @@ TEST(Error, CopiesItsUserInfo) {
     EXPECT_EQ(CFDictionaryGetCount(adopt(CFErrorCopyUserInfo(fault.get())).get()), 0);
 }
 
-TEST(Error, GivesWhateverStandsForItsDescription) {
+TEST(Error, ReturnsAnyObjectAsItsDescription) {
     auto const info = dictionary();
     CFDictionarySetValue(info.get(), kCFErrorLocalizedDescriptionKey, integer(1000).get());
     CFDictionarySetValue(info.get(), kCFErrorLocalizedFailureReasonKey, kCFBooleanTrue);

@@ -13,7 +13,7 @@ cf_owner<CFErrorRef> error() {
     return adopt(CFErrorCreate(kCFAllocatorDefault, CFSTR("domain"), 1, nullptr));
 }
 
-TEST(Object, TellsItsType) {
+TEST(Object, HasAType) {
     auto const text = string("x");
     auto const five = integer(5);
     auto const date = adopt(CFDateCreate(nullptr, 0));

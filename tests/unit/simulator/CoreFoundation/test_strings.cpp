@@ -83,7 +83,7 @@ TEST(String, IsDecodedFromBytes) {
               0);
 }
 
-TEST(String, TellsTheMostBytesItCanNeed) {
+TEST(String, ReturnsTheMostBytesItCanNeed) {
     constexpr auto largest = std::numeric_limits<CFIndex>::max();
     struct {
         CFIndex length;

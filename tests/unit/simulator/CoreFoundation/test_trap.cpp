@@ -141,7 +141,7 @@ trap_call const traps[] = {
 
 TEST(TrapDeathTest, EndsTheProcessWithOneLine) {
 #ifdef _WIN32
-    auto const cases = std::span{traps}.first(2); // each starts a process of its own
+    auto const cases = std::span{traps}.first(2); // each starts a process
 #else
     auto const cases = std::span{traps};
 #endif

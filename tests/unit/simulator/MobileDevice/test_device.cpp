@@ -1,4 +1,4 @@
-// What devices answer, and what they do when they are rebooted.
+// What the functions for devices return, and what a reboot does.
 #include "platform/cf_strings.hpp"
 #include "tests/unit/simulator/MobileDevice/fixture.hpp"
 
@@ -58,7 +58,7 @@ TEST_F(Devices, AbsentStringsAreNull) {
     EXPECT_EQ(AMRestorableDeviceCopyProductString(device(0)), nullptr);
 }
 
-TEST_F(Devices, ANullDeviceAnswersNothing) {
+TEST_F(Devices, ANullDeviceHasNoValues) {
     play("<dict/>");
     EXPECT_EQ(AMRestorableDeviceGetECID(nullptr), 0U);
     EXPECT_EQ(AMRestorableDeviceGetState(nullptr), 0);
@@ -108,7 +108,8 @@ TEST_F(Devices, RebootedWithAutoBootReappearBooted) {
     auto const received = recorder.wait_for(3);
     EXPECT_EQ(received, expected);
     EXPECT_EQ(AMRestorableDeviceCopyRecoveryModeDevice(received.at(2).object.get()), nullptr);
-    EXPECT_EQ(AMRestorableDeviceGetState(before.get()), 2); // a reference held keeps its answers
+    EXPECT_EQ(AMRestorableDeviceGetState(before.get()),
+              2); // a reference keeps the state of its time
 }
 
 TEST_F(Devices, RebootedWithoutAutoBootReappearInRecovery) {

@@ -193,8 +193,8 @@ TEST_F(Restore, TheDefaultOneReportsBootingBeforeTheDeviceLeaves) {
         reports, [](auto const & report) { return number_of(report, "Operation") == 9; });
     ASSERT_NE(booting, reports.end());
     ASSERT_GE(notifications.wait_for(5).size(), 5U);
-    auto const told = recorder.times().at(static_cast<std::size_t>(booting - reports.begin()));
-    EXPECT_EQ(notifications.times().at(1) - told, 250ms);
+    auto const reported = recorder.times().at(static_cast<std::size_t>(booting - reports.begin()));
+    EXPECT_EQ(notifications.times().at(1) - reported, 250ms);
     EXPECT_EQ(notifications.times().at(3) - recorder.times().back(), 250ms);
 }
 

@@ -16,13 +16,11 @@ namespace {
 class Trace : public SimulatedPlatform {
 protected:
     Trace() {
-        tests::set_environment("MOBILEDEVICE_SIMULATOR_TRACE", folder.utf8("aufzeichnung 記.txt"));
+        tests::set_environment("MOBILEDEVICE_SIMULATOR_TRACE", folder.utf8("trace é記.txt"));
     }
     ~Trace() override { tests::set_environment("MOBILEDEVICE_SIMULATOR_TRACE", ""); }
 
-    std::vector<std::string> lines() const {
-        return tests::read_lines(folder / "aufzeichnung 記.txt");
-    }
+    std::vector<std::string> lines() const { return tests::read_lines(folder / "trace é記.txt"); }
 
     tests::temporary_folder folder{"MOBILEDEVICE_TEST_FOLDER"};
 };
@@ -122,7 +120,7 @@ TEST_F(Trace, FailuresHaveTheirLines) {
 
 TEST_F(Trace, RegisteringComesBeforeTheCallsOfItsNotifications) {
     for (int round = 0; round < 20; ++round) {
-        QN::filesystem::remove(folder / "aufzeichnung 記.txt");
+        QN::filesystem::remove(folder / "trace é記.txt");
         play(two_devices());
         int id = 0;
         {
@@ -144,7 +142,7 @@ TEST_F(Trace, RegisteringComesBeforeTheCallsOfItsNotifications) {
 }
 
 TEST_F(Trace, GrowsOverSeveralRuns) {
-    folder.write("aufzeichnung 記.txt", "earlier\n");
+    folder.write("trace é記.txt", "earlier\n");
     play("<dict/>");
     AMRestorableDeviceGetState(nullptr);
     EXPECT_EQ(lines(),
@@ -156,7 +154,7 @@ TEST_F(Trace, HoldsTheOptionsOfARestoreAsAPropertyList) {
     auto const options = make_mutable_dictionary();
     CFDictionarySetValue(options.get(), CFSTR("RestoreBundlePath"), make_cfstring("ü.ipsw").get());
     AMRestorableDeviceRestore(device(0), options.get(), nullptr, nullptr);
-    auto const written = tests::read_file(folder / "aufzeichnung 記.txt.options.plist");
+    auto const written = tests::read_file(folder / "trace é記.txt.options.plist");
     EXPECT_TRUE(written.starts_with("<?xml version=\"1.0\" encoding=\"UTF-8\"?>")) << written;
     EXPECT_NE(written.find("<dict>\n\t<key>RestoreBundlePath</key>\n\t<string>ü.ipsw</string>\n"
                            "</dict>\n</plist>\n"),
@@ -165,9 +163,9 @@ TEST_F(Trace, HoldsTheOptionsOfARestoreAsAPropertyList) {
 }
 
 TEST_F(Trace, OptionsOfAnEarlierRunAreRemoved) {
-    folder.write("aufzeichnung 記.txt.options.plist", "earlier");
+    folder.write("trace é記.txt.options.plist", "earlier");
     play(two_devices());
-    EXPECT_FALSE(QN::filesystem::exists(folder / "aufzeichnung 記.txt.options.plist"));
+    EXPECT_FALSE(QN::filesystem::exists(folder / "trace é記.txt.options.plist"));
 }
 
 TEST_F(Trace, NothingIsWrittenAfterItsEnd) {
@@ -175,7 +173,7 @@ TEST_F(Trace, NothingIsWrittenAfterItsEnd) {
     simulator.end(20s);
     AMRestorableDeviceRestore(device(0), make_mutable_dictionary().get(), nullptr, nullptr);
     EXPECT_TRUE(lines().empty());
-    EXPECT_FALSE(QN::filesystem::exists(folder / "aufzeichnung 記.txt.options.plist"));
+    EXPECT_FALSE(QN::filesystem::exists(folder / "trace é記.txt.options.plist"));
 }
 
 TEST_F(Trace, LinesOfSeveralThreadsDoNotMix) {

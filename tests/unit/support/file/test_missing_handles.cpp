@@ -1,4 +1,4 @@
-// What files ask of the system, and what they make of a handle that is none. The create_file of
+// What files ask of the system, and what they make of an invalid handle. The create_file of
 // this program takes the place of the library's.
 #include "support/file/create_file.hpp"
 #include "support/file/readable_file.hpp"

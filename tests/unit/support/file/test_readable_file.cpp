@@ -130,7 +130,7 @@ TEST_F(file_reading, refuses_one_byte_more_than_the_limit) {
     EXPECT_EQ(as_text(file.read_whole_file(70001)), pattern(70001));
 }
 
-// That a file is accepted shows in the attempt to make room for it.
+// That a file is accepted shows in the attempt to allocate memory for it.
 TEST_F(file_reading, accepts_a_gibibyte_but_no_byte_more) {
     error_code ec;
     make_sparse_file(path, gibibyte);
@@ -154,7 +154,7 @@ TEST_F(file_reading, compares_sizes_that_need_more_than_32_bits) {
     readable_file file(path);
     EXPECT_EQ(file.get_total_size(), size);
     for (std::uint32_t const max : {0U, 5U, 100U, no_limit}) {
-        allocation_hook const hook(size, [] { ADD_FAILURE() << "room for the whole file"; });
+        allocation_hook const hook(size, [] { ADD_FAILURE() << "memory for the whole file"; });
         error_code ec;
         EXPECT_TRUE(file.read_whole_file(max, ec).empty());
         EXPECT_EQ(ec, errc::too_large);

@@ -299,8 +299,8 @@ TEST(BinaryReading, LimitsTheDepthOfObjectsThatItKnowsAlready) {
     EXPECT_EQ(read(chain(513)).root, nullptr);
 }
 
-// Objects that overlap could stand for far more than the document holds.
-TEST(BinaryReading, LimitsWhatOverlappingObjectsStandFor) {
+// Objects that overlap could expand to far more than the document holds.
+TEST(BinaryReading, LimitsWhatOverlappingObjectsExpandTo) {
     constexpr std::size_t objects = 20'000;
     auto const marker = from_hexadecimal("5f12") + big_endian(100'000, 4);
     std::string document =

@@ -692,7 +692,7 @@ TEST(Reading, DescribesItsFailure) {
         "'=' after key at line 1}}");
 }
 
-TEST(Reading, TellsHowTheOldStyleParserTookATag) {
+TEST(Reading, ReportsHowTheOldStyleParserTookATag) {
     struct {
         std::string_view document;
         std::string_view text;
