@@ -54,17 +54,28 @@ auto ask(char const * function, AMRestorableDeviceRef object, Read read) {
     return answer;
 }
 
-// Makes one call that returns what the scenario says of a device.
-template <typename Field>
-auto ask(char const * function, AMRestorableDeviceRef object, Field device_description::*field) {
-    return ask(function, object,
-               [field](presence const & shown) { return shown.owner.description().*field; });
+// Returns the scripted answer of the next call, or else this one.
+template <typename Answer>
+Answer scripted_or(device & of, std::string_view key, Answer otherwise) {
+    auto const scripted = of.next_answer(key);
+    return scripted ? static_cast<Answer>(scripted->bits) : otherwise;
 }
 
-CFStringRef copy_string(char const * function, AMRestorableDeviceRef object,
+// Makes one call that returns what the scenario says of a device under this key.
+template <typename Field>
+auto ask(char const * function, AMRestorableDeviceRef object, std::string_view key,
+         Field device_description::*field) {
+    return ask(function, object, [=](presence const & shown) {
+        return scripted_or(shown.owner, key, shown.owner.description().*field);
+    });
+}
+
+CFStringRef copy_string(char const * function, AMRestorableDeviceRef object, std::string_view key,
                         cf_share<CFStringRef> device_description::*field) {
-    return ask(function, object, [field](presence const & shown) {
-        return retain((shown.owner.description().*field).get()).release();
+    return ask(function, object, [=](presence const & shown) {
+        auto const scripted = shown.owner.next_answer(key);
+        auto const & text = scripted ? scripted->text : shown.owner.description().*field;
+        return retain(text.get()).release();
     });
 }
 
@@ -120,8 +131,10 @@ AMRError AMRestoreEnableFileLogging(char const * path) {
 }
 
 CFMutableDictionaryRef AMRestoreCreateDefaultOptions(CFAllocatorRef) {
-    bool const fails = simulator::instance().played().failures.create_default_options;
-    auto result = fails ? cf_owner<CFMutableDictionaryRef>{} : make_default_options();
+    auto const & played = simulator::instance().played();
+    bool const fails = played.failures.create_default_options;
+    auto result = fails ? cf_owner<CFMutableDictionaryRef>{}
+                        : make_default_options(played.default_options.get());
     traced_call call{__func__};
     write_call(call, format_presence(result.get()));
     return result.release();
@@ -156,7 +169,7 @@ int AMRestorableDeviceUnregisterForNotifications(int client_id) {
 
 AMRestorableDeviceState AMRestorableDeviceGetState(AMRestorableDeviceRef device) {
     return ask(__func__, device, [](presence const & shown) {
-        return static_cast<AMRestorableDeviceState>(shown.state);
+        return static_cast<AMRestorableDeviceState>(scripted_or(shown.owner, "State", shown.state));
     });
 }
 
@@ -171,41 +184,42 @@ uint64_t AMRestorableDeviceGetECID(AMRestorableDeviceRef device) {
 }
 
 uint16_t AMRestorableDeviceGetProductID(AMRestorableDeviceRef device) {
-    return ask(__func__, device, &device_description::product_id);
+    return ask(__func__, device, "ProductID", &device_description::product_id);
 }
 
 uint32_t AMRestorableDeviceGetBoardID(AMRestorableDeviceRef device) {
-    return ask(__func__, device, &device_description::board_id);
+    return ask(__func__, device, "BoardID", &device_description::board_id);
 }
 
 uint32_t AMRestorableDeviceGetChipID(AMRestorableDeviceRef device) {
-    return ask(__func__, device, &device_description::chip_id);
+    return ask(__func__, device, "ChipID", &device_description::chip_id);
 }
 
 uint32_t AMRestorableDeviceGetProductType(AMRestorableDeviceRef device) {
-    return ask(__func__, device, &device_description::product_type);
+    return ask(__func__, device, "ProductType", &device_description::product_type);
 }
 
 uint32_t AMRestorableDeviceGetFusingInfo(AMRestorableDeviceRef device) {
-    return ask(__func__, device, &device_description::fusing_info);
+    return ask(__func__, device, "FusingInfo", &device_description::fusing_info);
 }
 
 uint32_t AMRestorableDeviceGetLocationID(AMRestorableDeviceRef device) {
-    return ask(__func__, device, &device_description::location_id);
+    return ask(__func__, device, "LocationID", &device_description::location_id);
 }
 
 CFStringRef AMRestorableDeviceCopySerialNumber(AMRestorableDeviceRef device) {
-    return copy_string(__func__, device, &device_description::serial_number);
+    return copy_string(__func__, device, "SerialNumber", &device_description::serial_number);
 }
 
 CFStringRef AMRestorableDeviceCopyProductString(AMRestorableDeviceRef device) {
-    return copy_string(__func__, device, &device_description::product_string);
+    return copy_string(__func__, device, "ProductString", &device_description::product_string);
 }
 
 AMRecoveryModeDeviceRef AMRestorableDeviceCopyRecoveryModeDevice(AMRestorableDeviceRef device) {
     simulator::instance();
     auto const shown = device::from(device, __func__);
-    bool const has_one = shown && shown->recovery_mode_device;
+    bool const has_one = shown && shown->recovery_mode_device &&
+                         scripted_or(shown->owner, "RecoveryModeDevice", true);
     traced_call call{__func__};
     call.argument("device", format_owner(shown));
     write_call(call, has_one ? format_owner(shown) : "null");
@@ -215,7 +229,9 @@ AMRecoveryModeDeviceRef AMRestorableDeviceCopyRecoveryModeDevice(AMRestorableDev
 AMRError AMRecoveryModeDeviceSetAutoBoot(AMRecoveryModeDeviceRef device, unsigned char auto_boot) {
     auto & simulator = simulator::instance();
     auto const subject = device::from(device, __func__);
-    auto const result = subject ? subject->description().set_auto_boot_error : amr_bad_argument;
+    auto const result = subject ? scripted_or(*subject, "SetAutoBootError",
+                                              subject->description().set_auto_boot_error)
+                                : amr_bad_argument;
     if (subject && result == kAMRSuccess) {
         simulator.set_auto_boot(*subject, auto_boot != 0);
     }
@@ -229,11 +245,13 @@ AMRError AMRecoveryModeDeviceSetAutoBoot(AMRecoveryModeDeviceRef device, unsigne
 AMRError AMRecoveryModeDeviceReboot(AMRecoveryModeDeviceRef device) {
     auto & simulator = simulator::instance();
     auto const subject = device::from(device, __func__);
-    auto const result = subject ? subject->description().reboot_error : amr_bad_argument;
+    auto const result =
+        subject ? scripted_or(*subject, "RebootError", subject->description().reboot_error)
+                : amr_bad_argument;
     traced_call call{__func__};
     call.argument("device", format_device(subject));
     write_call(call, fmt::to_string(result));
-    if (subject && result == kAMRSuccess) {
+    if (subject && result == kAMRSuccess && subject->description().returns) {
         simulator.reboot(*subject, leaves_after_reboot, returns_after_reboot);
     }
     return static_cast<AMRError>(result);

@@ -4,7 +4,10 @@
 
 namespace mobile_device {
 
-cf_owner<CFMutableDictionaryRef> make_default_options() {
+cf_owner<CFMutableDictionaryRef> make_default_options(CFDictionaryRef scripted) {
+    if (scripted) {
+        return adopt(CFDictionaryCreateMutableCopy(kCFAllocatorDefault, 0, scripted));
+    }
     struct {
         CFStringRef key;
         CFTypeRef value;

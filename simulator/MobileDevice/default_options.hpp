@@ -5,6 +5,7 @@
 
 namespace mobile_device {
 
-cf_owner<CFMutableDictionaryRef> make_default_options();
+// Returns a copy of the scripted options, or the usual ones where that is null.
+cf_owner<CFMutableDictionaryRef> make_default_options(CFDictionaryRef scripted = nullptr);
 
 } // namespace mobile_device

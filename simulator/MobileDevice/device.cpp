@@ -3,6 +3,7 @@
 #include "simulator/MobileDevice/live_objects.hpp"
 #include "simulator/MobileDevice/trap.hpp"
 
+#include <algorithm>
 #include <memory>
 
 namespace mobile_device {
@@ -27,6 +28,13 @@ cf_owner<Object> make_object_of(presence contents) {
     return adopt(reinterpret_cast<Object>(const_cast<__CFArray *>(object)));
 }
 
+bool ever_has_recovery_mode_device(device_description const & description) {
+    auto const found = description.answers.find("RecoveryModeDevice");
+    return found == description.answers.end()
+               ? description.recovery_mode_device
+               : std::ranges::any_of(found->second, [](auto const & each) { return each.bits; });
+}
+
 presence const * presence_of(void const * object, char const * function) {
     if (object == nullptr) {
         return nullptr;
@@ -41,11 +49,15 @@ presence const * presence_of(void const * object, char const * function) {
 } // namespace
 
 device::device(device_description const & description)
-    : initial{description.state, description.recovery_mode_device}
+    : initial{description.state, ever_has_recovery_mode_device(description)}
     , recovery{kAMRestorableDeviceStateRecovery, description.recovery_mode_device}
     , restore_os{kAMRestorableDeviceStateRestoreOS, false}
     , booted_os{kAMRestorableDeviceStateBootedOS, false}
-    , described{description} {}
+    , described{description} {
+    for (auto const & [key, answers] : description.answers) {
+        sequences.try_emplace(key, answers);
+    }
+}
 
 presence const * device::from(AMRestorableDeviceRef object, char const * function) {
     return presence_of(object, function);
@@ -58,6 +70,15 @@ device * device::from(AMRecoveryModeDeviceRef object, char const * function) {
 
 void device::stop_watching() {
     live_objects::instance().stop();
+}
+
+scripted_answer const * device::next_answer(std::string_view key) {
+    auto const found = sequences.find(key);
+    if (found == sequences.end()) {
+        return nullptr;
+    }
+    auto & [answers, calls] = found->second;
+    return &answers[std::min(calls.fetch_add(1), answers.size() - 1)];
 }
 
 cf_owner<AMRestorableDeviceRef> device::make_object(appearance const & as) {

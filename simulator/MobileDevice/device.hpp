@@ -6,6 +6,10 @@
 #include "simulator/MobileDevice/values.hpp"
 
 #include <atomic>
+#include <functional>
+#include <map>
+#include <string>
+#include <string_view>
 
 namespace mobile_device {
 
@@ -42,6 +46,10 @@ public:
 
     device_description const & description() const { return described; }
 
+    // Returns what the next call under this key of the scenario returns; null if all calls return
+    // what the description says.
+    scripted_answer const * next_answer(std::string_view key);
+
     // Creates an object, as each arrival has another one.
     cf_owner<AMRestorableDeviceRef> make_object(appearance const & as);
 
@@ -64,7 +72,13 @@ public:
     std::int64_t shown_step = 0;
 
 private:
+    struct answer_sequence {
+        std::vector<scripted_answer> const & answers;
+        std::atomic<std::size_t> calls = 0;
+    };
+
     device_description const & described;
+    std::map<std::string, answer_sequence, std::less<>> sequences;
 };
 
 } // namespace mobile_device

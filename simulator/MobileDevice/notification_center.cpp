@@ -23,8 +23,10 @@ void notification_center::add_client(int id, AMRestorableDeviceNotificationCallb
     batch const scripted{shared.time().now(), next_batch++};
     for (auto const & subject : devices) {
         auto const & description = subject->description();
-        schedule(scripted, description.connect_after,
-                 {.what = kind::plugged, .client = id, .subject = subject.get()});
+        if (description.connects) {
+            schedule(scripted, description.connect_after,
+                     {.what = kind::plugged, .client = id, .subject = subject.get()});
+        }
         if (description.disconnect_after) {
             schedule(scripted, *description.disconnect_after,
                      {.what = kind::unplugged, .client = id, .subject = subject.get()});

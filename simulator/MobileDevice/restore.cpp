@@ -50,7 +50,7 @@ void restore::play() {
             last = time.now();
             report(planned.report.status.get());
         }
-        if (planned.returns_as && !ended) {
+        if (planned.returns_as && !ended && restored.description().returns) {
             await_return(*planned.returns_as);
             last = time.now();
         }

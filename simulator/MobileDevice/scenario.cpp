@@ -85,6 +85,39 @@ void read_identity(dictionary_node const & device, device_description & result) 
     read_if_present(device, "ProductString", result.product_string, string);
 }
 
+scripted_answer read_answer(std::string_view key, node const & value) {
+    constexpr auto as_bits = [](auto number) { return static_cast<std::uint64_t>(number); };
+    if (key == "SerialNumber" || key == "ProductString") {
+        return {0, is_null(value) ? cf_owner<CFStringRef>{} : value.string()};
+    }
+    if (key == "State") {
+        return {as_bits(read_state(value)), {}};
+    }
+    if (key == "RecoveryModeDevice") {
+        return {value.boolean(), {}};
+    }
+    bool const is_error = key == "SetAutoBootError" || key == "RebootError";
+    return {is_error ? as_bits(value.integer<int>()) : value.bits(), {}};
+}
+
+scripted_answers read_answers(node const & value) {
+    dictionary_node const answers{value,
+                                  {"State", "ProductID", "BoardID", "ChipID", "ProductType",
+                                   "FusingInfo", "LocationID", "SerialNumber", "ProductString",
+                                   "RecoveryModeDevice", "SetAutoBootError", "RebootError"}};
+    scripted_answers result;
+    for (auto const & entry : answers.entries()) {
+        auto & sequence = result[entry.name];
+        for (auto const & each : entry.value.elements()) {
+            sequence.push_back(read_answer(entry.name, each));
+        }
+        if (sequence.empty()) {
+            entry.value.fail("must not be empty");
+        }
+    }
+    return result;
+}
+
 std::vector<scripted_report> read_reports(node const & value) {
     std::vector<scripted_report> result;
     for (auto const & report : value.elements()) {
@@ -99,8 +132,11 @@ void read_conduct(dictionary_node const & device, device_description & result) {
     result.recovery_mode_device = result.state == kAMRestorableDeviceStateRecovery;
     read_if_present(device, "ConnectAfter", result.connect_after, amount);
     read_if_present(device, "DisconnectAfter", result.disconnect_after, amount);
-    read_if_present(device, "RecoveryModeDevice", result.recovery_mode_device,
-                    [](node const & value) { return value.boolean(); });
+    constexpr auto boolean = [](node const & value) { return value.boolean(); };
+    read_if_present(device, "RecoveryModeDevice", result.recovery_mode_device, boolean);
+    read_if_present(device, "Connects", result.connects, boolean);
+    read_if_present(device, "Returns", result.returns, boolean);
+    read_if_present(device, "Answers", result.answers, read_answers);
     read_if_present(device, "SetAutoBootError", result.set_auto_boot_error, error);
     read_if_present(device, "RebootError", result.reboot_error, error);
     read_if_present(device, "RestoreReports", result.restore_reports, read_reports);
@@ -113,16 +149,24 @@ device_description read_device(node const & value) {
                                   "FusingInfo", "LocationID", "SerialNumber", "ProductString",
                                   "ConnectAfter", "DisconnectAfter", "RecoveryModeDevice",
                                   "SetAutoBootError", "RebootError", "RestoreReports",
-                                  "AfterInterruption"}};
+                                  "AfterInterruption", "Connects", "Returns", "Answers"}};
     device_description result;
     read_identity(device, result);
     read_conduct(device, result);
     return result;
 }
 
+std::size_t read_index(node const & value, std::vector<device_description> const & devices) {
+    auto const index = value.unsigned_integer();
+    if (index >= devices.size()) {
+        value.fail("names no device of the scenario");
+    }
+    return static_cast<std::size_t>(index);
+}
+
 raw_notification read_notification(node const & value,
                                    std::vector<device_description> const & devices) {
-    dictionary_node const notification{value, {"After", "ECID", "Type"}};
+    dictionary_node const notification{value, {"After", "ECID", "Device", "Type"}};
     raw_notification result;
     if (auto const after = notification.find("After")) {
         result.after = after->amount();
@@ -133,6 +177,12 @@ raw_notification read_notification(node const & value,
             ecid->fail("names no device of the scenario");
         }
         result.device = static_cast<std::size_t>(found - devices.begin());
+    }
+    if (auto const index = notification.find("Device")) {
+        if (result.device) {
+            index->fail("must not be there with ECID");
+        }
+        result.device = read_index(*index, devices);
     }
     result.type = notification.at("Type").integer<int>();
     return result;
@@ -171,6 +221,18 @@ scripted_fault read_fault(node const & value) {
     return result;
 }
 
+// Checks what a recorder adds for its readers.
+void check_remarks(dictionary_node const & root) {
+    if (auto const recording = root.find("Recording")) {
+        dictionary_node const is_dictionary{*recording};
+    }
+    if (auto const unplayable = root.find("Unplayable")) {
+        for (auto const & sentence : unplayable->elements()) {
+            sentence.text();
+        }
+    }
+}
+
 } // namespace
 
 std::uint64_t read_ecid(node const & value) {
@@ -191,9 +253,14 @@ std::uint64_t read_ecid(node const & value) {
 }
 
 scenario read_scenario(CFPropertyListRef root) {
-    dictionary_node const dictionary{
-        node{root, ""}, {"Devices", "Notifications", "Failures", "Faults", "TimeScale"}};
+    dictionary_node const dictionary{node{root, ""},
+                                     {"Devices", "Notifications", "Failures", "Faults", "TimeScale",
+                                      "DefaultOptions", "Recording", "Unplayable"}};
     scenario result;
+    check_remarks(dictionary);
+    if (auto const options = dictionary.find("DefaultOptions")) {
+        result.default_options = read_status(*options);
+    }
     if (auto const devices = dictionary.find("Devices")) {
         for (auto const & device : devices->elements()) {
             result.devices.push_back(read_device(device));

@@ -6,6 +6,8 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <functional>
+#include <map>
 #include <optional>
 #include <span>
 #include <string>
@@ -20,6 +22,16 @@ struct scripted_report {
     std::int64_t repeat = 1;
 };
 
+// What one call returns: a number or a boolean in its bits, or a text.
+struct scripted_answer {
+    std::uint64_t bits = 0;
+    cf_share<CFStringRef> text; // null: the call returns null
+};
+
+// What the calls for a device return one after the other, by the device's key; the last answer is
+// that of all further calls.
+using scripted_answers = std::map<std::string, std::vector<scripted_answer>, std::less<>>;
+
 struct device_description {
     std::uint64_t ecid = 0;
     int state = 0;
@@ -33,11 +45,14 @@ struct device_description {
     cf_share<CFStringRef> product_string;   // null: absent
     double connect_after = 0;               // seconds since registration
     std::optional<double> disconnect_after; // seconds since registration
+    bool connects = true;                   // false: only notifications show the device
+    bool returns = true; // false: after a reboot or a restore, it does only what is scripted
     bool recovery_mode_device = false;
     int set_auto_boot_error = 0;
     int reboot_error = 0;
     std::optional<std::vector<scripted_report>> restore_reports; // absent: the default restore
     double after_interruption = 10; // seconds since the end of the restoring process, in a world
+    scripted_answers answers; // in place of those above, where calls return different ones
 };
 
 struct raw_notification {
@@ -64,6 +79,7 @@ struct scenario {
     std::vector<raw_notification> notifications;
     scripted_failures failures;
     std::vector<scripted_fault> faults;
+    cf_share<CFDictionaryRef> default_options; // null: the usual ones
     double time_scale = 1;
 };
 

@@ -39,6 +39,11 @@ std::vector<std::unique_ptr<device>> make_devices(scenario const & played) {
 void release_objects_of(device_description & description) {
     description.serial_number = {};
     description.product_string = {};
+    for (auto & [key, answers] : description.answers) {
+        for (auto & answer : answers) {
+            answer.text = {};
+        }
+    }
     if (description.restore_reports) {
         for (auto & report : *description.restore_reports) {
             report.status = {};
@@ -147,6 +152,7 @@ void simulator::release_objects() {
         release_objects_of(description);
     }
     scripted.failures.register_for_notifications = {};
+    scripted.default_options = {};
 }
 
 } // namespace mobile_device

@@ -105,6 +105,18 @@ cf_owner<CFDictionaryRef> read_status(node const & status) {
     return adopt(static_cast<CFDictionaryRef>(read_value(status).release()));
 }
 
+bool is_null(node const & value) {
+    auto const type = value.is_dictionary() ? dictionary_node{value}.find("$type") : std::nullopt;
+    if (!type) {
+        return false;
+    }
+    if (type->text() != "null") {
+        type->fail("can only be null here");
+    }
+    read_null(value);
+    return true;
+}
+
 cf_owner<CFErrorRef> read_error(dictionary_node const & description) {
     auto const domain = description.at("Domain").string();
     auto const code = description.at("Code").integer<CFIndex>();

@@ -11,6 +11,10 @@ namespace mobile_device {
 // replaced by the value that it means; null if the report is a null pointer. Throws scenario_fault.
 cf_owner<CFDictionaryRef> read_status(node const & status);
 
+// Returns whether the value is the dictionary that means null. Throws scenario_fault for another
+// one with "$type".
+bool is_null(node const & value);
+
 // Returns the error that a dictionary of Domain, Code, Description and FailureReason describes; the
 // last two are optional. Throws scenario_fault.
 cf_owner<CFErrorRef> read_error(dictionary_node const & description);

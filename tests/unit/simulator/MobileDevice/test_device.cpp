@@ -240,3 +240,43 @@ TEST_F(Devices, RecoveryModeDevicesUsedAfterTheirLastReleaseEndTheProcess) {
     EXPECT_DEATH(AMRecoveryModeDeviceReboot(recovery),
                  "^MobileDevice: AMRecoveryModeDeviceReboot: the device has been released");
 }
+
+TEST_F(Devices, AnswersMayChangeFromCallToCall) {
+    play(one_device(
+        {{"ECID", text("1")},
+         {"SerialNumber", text("always")},
+         {"Answers", dictionary({{"State", array({text("Recovery"), integer(9)})},
+                                 {"ChipID", array({integer(1), integer(2), integer(3)})},
+                                 {"ProductString",
+                                  array({dictionary({{"$type", text("null")}}), text("late")})},
+                                 {"RecoveryModeDevice", array({boolean(false), boolean(true)})},
+                                 {"SetAutoBootError", array({integer(10), integer(0)})},
+                                 {"RebootError", array({integer(-1)})}})}}));
+    auto const object = device(0);
+    for (int const state : {2, 9, 9}) {
+        EXPECT_EQ(static_cast<int>(AMRestorableDeviceGetState(object)), state);
+    }
+    for (unsigned const chip : {1U, 2U, 3U, 3U}) {
+        EXPECT_EQ(AMRestorableDeviceGetChipID(object), chip);
+    }
+    EXPECT_EQ(AMRestorableDeviceCopyProductString(object), nullptr);
+    EXPECT_EQ(qnrescue::to_utf8(adopt(AMRestorableDeviceCopyProductString(object)).get()), "late");
+    EXPECT_EQ(qnrescue::to_utf8(adopt(AMRestorableDeviceCopySerialNumber(object)).get()), "always");
+    EXPECT_EQ(AMRestorableDeviceCopyRecoveryModeDevice(object), nullptr);
+    recovery_mode_device owner;
+    auto const recovery = copy_recovery_mode_device(object, owner);
+    ASSERT_NE(recovery, nullptr);
+    EXPECT_EQ(static_cast<int>(AMRecoveryModeDeviceSetAutoBoot(recovery, true)), 10);
+    EXPECT_EQ(AMRecoveryModeDeviceSetAutoBoot(recovery, true), kAMRSuccess);
+    EXPECT_EQ(static_cast<int>(AMRecoveryModeDeviceReboot(recovery)), -1);
+}
+
+TEST_F(Devices, ADeviceThatDoesNotReturnStaysAfterAReboot) {
+    play(one_device({{"ECID", text("1")}, {"Returns", boolean(false)}}));
+    notification_recorder recorder;
+    ASSERT_EQ(recorder.wait_for(1).size(), 1U);
+    recovery_mode_device owner;
+    auto const recovery = copy_recovery_mode_device(device(0), owner);
+    EXPECT_EQ(AMRecoveryModeDeviceReboot(recovery), kAMRSuccess);
+    EXPECT_EQ(recorder.wait(10s).size(), 1U);
+}

@@ -251,3 +251,20 @@ TEST_F(Notifications, SubscribingForDevicesSucceedsAndDeliversNothing) {
     EXPECT_NE(subscription, nullptr);
     EXPECT_EQ(AMDeviceNotificationUnsubscribe(subscription), 0);
 }
+
+TEST_F(Notifications, ADeviceThatDoesNotConnectIsShownByNotificationsAlone) {
+    auto const device = [](int state, bool connects) {
+        return dictionary(
+            {{"ECID", text("1")}, {"State", integer(state)}, {"Connects", boolean(connects)}});
+    };
+    play(dictionary(
+        {{"Devices", array({device(1, false), device(3, true)})},
+         {"Notifications",
+          array({dictionary({{"After", integer(1)}, {"Device", integer(0)}, {"Type", integer(7)}}),
+                 dictionary(
+                     {{"After", integer(2)}, {"Device", integer(1)}, {"Type", integer(8)}})})}}));
+    notification_recorder recorder;
+    std::vector<notification> const expected = {
+        {{}, 1, 3, connected}, {{}, 1, 1, 7}, {{}, 1, 3, 8}};
+    EXPECT_EQ(recorder.wait(5s), expected);
+}

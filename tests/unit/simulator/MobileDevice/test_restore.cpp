@@ -337,6 +337,18 @@ TEST_F(Restore, DefaultOptionsAreThePlatforms) {
     EXPECT_EQ(CFGetRetainCount(options.get()), 1);
 }
 
+TEST_F(Restore, DefaultOptionsMayBeScripted) {
+    play(dictionary({{"DefaultOptions", dictionary({{"AutoBootDelay", integer(5)}})}}));
+    for (int call = 0; call < 2; ++call) {
+        auto const options = adopt(AMRestoreCreateDefaultOptions(kCFAllocatorDefault));
+        ASSERT_NE(options, nullptr);
+        EXPECT_EQ(CFDictionaryGetCount(options.get()), 1);
+        auto const delay = CFDictionaryGetValue(options.get(), CFSTR("AutoBootDelay"));
+        EXPECT_TRUE(CFEqual(delay, make_number(5).get()));
+        CFDictionarySetValue(options.get(), CFSTR("Changed"), kCFBooleanTrue); // the caller's own
+    }
+}
+
 TEST_F(Restore, DefaultOptionsFailAsScripted) {
     play(dictionary({{"Failures", dictionary({{"CreateDefaultOptions", boolean(true)}})}}));
     EXPECT_EQ(AMRestoreCreateDefaultOptions(kCFAllocatorDefault), nullptr);

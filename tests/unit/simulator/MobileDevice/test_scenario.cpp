@@ -40,6 +40,11 @@ std::string with_status(std::string const & status) {
         {{"ECID", text("1")}, {"RestoreReports", array({dictionary({{"Status", status}})})}});
 }
 
+// A scenario whose one device has these answers to one key.
+std::string with_answers(std::string_view key, std::string const & answers) {
+    return with_device({{"ECID", text("1")}, {"Answers", dictionary({{key, answers}})}});
+}
+
 template <typename Read>
 std::string fault_thrown_by(Read read) {
     try {
@@ -480,6 +485,29 @@ TEST(Scenario, FaultsAreNamedByTheirKeyPath) {
         {with_report(dictionary({{"Status", "<dict/>"}, {"Pause", integer(1)}})),
          "Devices[0].RestoreReports[1].Pause: unknown key"},
         {with_notification("<dict/>"), "Notifications[0]: the key Type is missing"},
+        {with_notification(dictionary({{"Device", integer(1)}, {"Type", integer(0)}})),
+         "Notifications[0].Device: names no device of the scenario"},
+        {with_notification(
+             dictionary({{"Device", integer(0)}, {"ECID", text("1")}, {"Type", integer(0)}})),
+         "Notifications[0].Device: must not be there with ECID"},
+        {with_device({{"ECID", text("1")}, {"Connects", integer(1)}}),
+         "Devices[0].Connects: must be a boolean"},
+        {with_device({{"ECID", text("1")}, {"Returns", integer(1)}}),
+         "Devices[0].Returns: must be a boolean"},
+        {with_answers("ECID", array({integer(1)})), "Devices[0].Answers.ECID: unknown key"},
+        {with_answers("ChipID", "<array/>"), "Devices[0].Answers.ChipID: must not be empty"},
+        {with_answers("ChipID", integer(1)), "Devices[0].Answers.ChipID: must be an array"},
+        {with_answers("SerialNumber", array({integer(1)})),
+         "Devices[0].Answers.SerialNumber[0]: must be a string"},
+        {with_answers("SerialNumber", array({dictionary({{"$type", text("set")}})})),
+         "Devices[0].Answers.SerialNumber[0].$type: can only be null here"},
+        {with_answers("RecoveryModeDevice", array({boolean(true), integer(1)})),
+         "Devices[0].Answers.RecoveryModeDevice[1]: must be a boolean"},
+        {with_answers("RebootError", array({integer(1LL << 40)})),
+         "Devices[0].Answers.RebootError[0]: must be from -2147483648 to 2147483647"},
+        {dictionary({{"DefaultOptions", text("x")}}), "DefaultOptions: must be a dictionary"},
+        {dictionary({{"Recording", text("x")}}), "Recording: must be a dictionary"},
+        {dictionary({{"Unplayable", array({integer(1)})}}), "Unplayable[0]: must be a string"},
         {with_notification(dictionary({{"ECID", text("2")}, {"Type", integer(0)}})),
          "Notifications[0].ECID: names no device of the scenario"},
         {with_notification(dictionary({{"Type", text("connected")}})),
