@@ -1,0 +1,23 @@
+// Copies CoreFoundation objects into values.
+#pragma once
+
+#include "platform/CoreFoundation.h"
+#include "recorder/value.hpp"
+
+#include <string>
+#include <vector>
+
+namespace recorder {
+
+// Returns the text of a string; adds a sentence to the losses if UTF-8 cannot hold it.
+std::string capture_text(CFStringRef string, std::vector<std::string> & losses);
+
+// Returns the object as a scenario writes it: what no property list can hold becomes a dictionary
+// with the key "$type". Null becomes the null object. What a scenario cannot express is replaced by
+// a description, and adds a sentence to the losses.
+value capture(CFTypeRef object, std::vector<std::string> & losses);
+
+// Returns the error as `Failures` writes it, without "$type".
+dictionary capture_error(CFErrorRef error, std::vector<std::string> & losses);
+
+} // namespace recorder

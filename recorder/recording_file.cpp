@@ -1,0 +1,95 @@
+#include "recorder/recording_file.hpp"
+
+#include "recorder/make_scenario.hpp"
+#include "simulator/MobileDevice/files.hpp"
+#include "simulator/MobileDevice/text.hpp"
+
+#include <chrono>
+#include <cstdint>
+#include <filesystem>
+#include <system_error>
+#include <utility>
+
+namespace recorder {
+namespace {
+
+// Between two writes; with the time that a write takes, the file is less than a second old.
+constexpr std::chrono::milliseconds pause{500};
+
+// Another program that reads the file may keep Windows from replacing it for a moment.
+bool replace_file(std::string const & by, std::string const & target) {
+    constexpr int attempts = 10;
+    for (int attempt = 0; attempt < attempts; ++attempt) {
+        std::error_code error;
+        std::filesystem::rename(mobile_device::make_path(by), mobile_device::make_path(target),
+                                error);
+        if (!error) {
+            return true;
+        }
+        std::this_thread::sleep_for(std::chrono::milliseconds{10});
+    }
+    return false;
+}
+
+} // namespace
+
+recording_file::recording_file(session & source, std::string target, bool keeps)
+    : from{source}
+    , path{std::move(target)}
+    , keeps_identities{keeps} {
+    write();
+    from.on_news([this] {
+        std::lock_guard const lock{mutex};
+        news = true;
+        woken.notify_one();
+    });
+    thread = std::thread{[this] { run(); }};
+}
+
+recording_file::~recording_file() {
+    from.on_news({});
+    {
+        std::lock_guard const lock{mutex};
+        ending = true;
+        woken.notify_one();
+    }
+    thread.join();
+}
+
+void recording_file::finish() {
+    std::lock_guard const lock{writing};
+    write();
+    finished = true;
+}
+
+void recording_file::run() {
+    std::unique_lock lock{mutex};
+    while (!ending) {
+        woken.wait(lock, [this] { return ending || news; });
+        woken.wait_for(lock, pause, [this] { return ending; });
+        news = false;
+        lock.unlock();
+        {
+            std::lock_guard const writes{writing};
+            if (!finished) {
+                write();
+            }
+        }
+        lock.lock();
+    }
+}
+
+void recording_file::write() {
+    auto const text = write_property_list(make_scenario(from.copy(), keeps_identities));
+    auto const aside = path + ".new";
+    bool const written =
+        mobile_device::write_file(
+            aside, {reinterpret_cast<std::uint8_t const *>(text.data()), text.size()}) &&
+        replace_file(aside, path);
+    if (!written && !std::exchange(complained, true)) {
+        mobile_device::write_error_line(
+            path + ": the recording cannot be written; is its folder there, and writable?");
+    }
+}
+
+} // namespace recorder

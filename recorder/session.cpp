@@ -1,0 +1,302 @@
+#include "recorder/session.hpp"
+
+#include <algorithm>
+#include <utility>
+
+#include <fmt/format.h>
+
+namespace recorder {
+namespace {
+
+constexpr int connected_type = 0;
+constexpr int disconnected_type = 1;
+
+} // namespace
+
+void session::call(std::string_view function, std::optional<value> argument,
+                   std::optional<value> result) {
+    std::lock_guard const lock{mutex};
+    add_call({{}, std::string{function}, {}, std::move(argument), std::move(result)});
+}
+
+void session::file_logging(std::string_view path, int result) {
+    std::lock_guard const lock{mutex};
+    recorded.logging_results.push_back(result);
+    if (result != recorded.logging_results.front()) {
+        add_loss("AMRestoreEnableFileLogging returned different results.");
+    }
+    add_call({{},
+              "AMRestoreEnableFileLogging",
+              {},
+              make_string(path),
+              make_integer(std::int64_t{result})});
+}
+
+void session::default_options(std::optional<value> options) {
+    std::lock_guard const lock{mutex};
+    recorded.default_options.push_back(std::move(options));
+    if (recorded.default_options.back() != recorded.default_options.front()) {
+        add_loss("AMRestoreCreateDefaultOptions returned different options.");
+    }
+    add_call({{}, "AMRestoreCreateDefaultOptions", {}, {}, {}});
+}
+
+void session::begin_registration() {
+    std::lock_guard const lock{mutex};
+    registering = std::this_thread::get_id();
+    if (registrations++ == 0) {
+        auto const first = now();
+        for (auto & each : recorded.calls) {
+            each.after -= first - began;
+        }
+        began = first;
+    } else {
+        add_loss("The tool registered for notifications more than once.");
+    }
+    add_call(
+        {{}, "AMRestorableDeviceRegisterForNotifications", {}, {}, {}}); // before its callbacks
+    registration_call = recorded.calls.size() - 1;
+}
+
+void session::end_registration(int result, std::optional<dictionary> error) {
+    std::lock_guard const lock{mutex};
+    registering.reset();
+    if (result > 0) {
+        clients.insert(result);
+    }
+    if (error && result > 0) {
+        add_loss("AMRestorableDeviceRegisterForNotifications succeeded with an error.");
+    } else if (!error && result <= 0) {
+        add_loss("AMRestorableDeviceRegisterForNotifications failed without an error.");
+    }
+    recorded.calls[registration_call].result = make_integer(std::int64_t{result});
+    changed();
+    if (error && !recorded.registration_error) {
+        recorded.registration_error = std::move(error);
+    }
+}
+
+void session::unregistered(int client, int result) {
+    std::lock_guard const lock{mutex};
+    if (clients.erase(client) == 1 && result != 0) {
+        add_loss(fmt::format("AMRestorableDeviceUnregisterForNotifications returned {}.", result));
+    }
+    add_call({{},
+              "AMRestorableDeviceUnregisterForNotifications",
+              {},
+              make_integer(std::int64_t{client}),
+              make_integer(std::int64_t{result})});
+}
+
+void session::notification(void const * device, int type) {
+    std::lock_guard const lock{mutex};
+    auto const thread = std::this_thread::get_id();
+    if (registering == thread) {
+        add_loss("A notification came inside the registering call.");
+    }
+    if (clients.empty() && !registering) {
+        add_loss("A notification came after the tool had unregistered.");
+    }
+    if (notifier.value_or(thread) != thread) {
+        add_loss("Notifications came on several threads; they are played on one.");
+    }
+    notifier = thread;
+    // No two have the same time, so that they are played in this order.
+    constexpr clock::duration shortest = std::chrono::microseconds{2};
+    last_notification = std::max(since_registration(now()), last_notification + shortest);
+    add_notification(device, type, last_notification);
+    changed();
+}
+
+// An object is known from a notification of its arrival until that of its departure. In any other
+// notification it may be a new object at the address of an earlier one.
+void session::add_notification(void const * device, int type, clock::duration after) {
+    if (device == nullptr) {
+        recorded.notifications.push_back({after, {}, type});
+        return;
+    }
+    auto const found = visits.find(device);
+    bool const is_known = found != visits.end() && attached.contains(found->second);
+    auto const index = is_known ? found->second : recorded.visits.size();
+    if (!is_known) {
+        recorded.visits.emplace_back();
+        visits[device] = index;
+    }
+    auto & subject = recorded.visits[index];
+    if (!is_known && type == connected_type) {
+        subject.connected = after;
+        attached.insert(index);
+    } else if (is_known && type == disconnected_type) {
+        subject.disconnected = after;
+        attached.erase(index);
+    } else {
+        recorded.notifications.push_back({after, index, type});
+    }
+}
+
+void session::answer(std::string_view function, std::string_view key, void const * device,
+                     value result) {
+    std::lock_guard const lock{mutex};
+    auto const index = visit_of(function, device);
+    if (index) {
+        recorded.visits[*index].answers[std::string{key}].push_back(std::move(result));
+    }
+    add_call({{}, std::string{function}, index, {}, {}});
+}
+
+void session::ecid(void const * device, std::uint64_t result) {
+    std::lock_guard const lock{mutex};
+    constexpr auto function = "AMRestorableDeviceGetECID";
+    auto const index = visit_of(function, device);
+    if (index) {
+        auto & known = recorded.visits[*index].ecid;
+        if (known.value_or(result) != result) {
+            add_loss("The ECID of a device changed; the first one is played.");
+        } else {
+            known = result;
+        }
+    }
+    add_call({{}, function, index, {}, {}});
+}
+
+void session::recovery_mode_device(void const * device, void const * result) {
+    std::lock_guard const lock{mutex};
+    constexpr auto function = "AMRestorableDeviceCopyRecoveryModeDevice";
+    auto const index = visit_of(function, device);
+    auto const exists = make_boolean(result != nullptr);
+    if (index) {
+        recorded.visits[*index].answers["RecoveryModeDevice"].push_back(exists);
+        if (result) {
+            recovery_modes[result] = *index;
+        }
+    }
+    add_call({{}, function, index, {}, {}});
+}
+
+void session::command(std::string_view function, std::string_view key,
+                      void const * recovery_mode_device, std::optional<value> argument,
+                      int result) {
+    std::lock_guard const lock{mutex};
+    auto const found = recovery_modes.find(recovery_mode_device);
+    std::optional<std::size_t> index;
+    auto const returned = make_integer(std::int64_t{result});
+    if (found != recovery_modes.end()) {
+        index = found->second;
+        recorded.visits[*index].answers[std::string{key}].push_back(returned);
+    } else if (recovery_mode_device) {
+        add_loss(fmt::format("{} was called for an unknown device.", function));
+    }
+    add_call({{}, std::string{function}, index, std::move(argument), returned});
+}
+
+session::restore_id session::begin_restore(void const * device, value options) {
+    std::lock_guard const lock{mutex};
+    constexpr auto function = "AMRestorableDeviceRestore";
+    auto const index = visit_of(function, device);
+    restore_state const started{index, device, now(), std::this_thread::get_id(), {}};
+    if (index) {
+        auto & reports = recorded.visits[*index].reports;
+        if (reports) {
+            add_loss("A device was restored more than once; each restore plays all reports.");
+        } else {
+            reports.emplace();
+        }
+    }
+    add_call({{}, function, index, std::move(options), {}});
+    restores.push_back(started);
+    return restores.size() - 1;
+}
+
+void session::end_restore(restore_id restore) {
+    std::lock_guard const lock{mutex};
+    restores[restore].starter = {};
+}
+
+void session::report(restore_id restore, void const * device, value status) {
+    std::lock_guard const lock{mutex};
+    auto & reporting = restores[restore];
+    auto const thread = std::this_thread::get_id();
+    if (reporting.starter == thread) {
+        add_loss("A report came inside the call that started the restore.");
+    }
+    if (reporting.reporter.value_or(thread) != thread) {
+        add_loss("Reports of one restore came on several threads; they are played on one.");
+    }
+    if (device != reporting.device) {
+        add_loss("A report named another device than the restored one.");
+    }
+    reporting.reporter = thread;
+    auto const time = now();
+    auto const after = time - std::exchange(reporting.last, time);
+    if (reporting.visit) {
+        recorded.visits[*reporting.visit].reports->push_back(
+            {after, std::make_shared<value const>(std::move(status))});
+    } else {
+        add_loss("A report came for a restore without a device.");
+    }
+    changed();
+}
+
+void session::lose(std::string const & sentence) {
+    std::lock_guard const lock{mutex};
+    add_loss(sentence);
+}
+
+void session::lose(std::vector<std::string> const & sentences) {
+    std::lock_guard const lock{mutex};
+    std::ranges::for_each(sentences, [this](std::string const & each) { add_loss(each); });
+}
+
+recording session::copy() {
+    std::lock_guard const lock{mutex};
+    news = false;
+    return recorded;
+}
+
+void session::on_news(std::function<void()> call_back) {
+    std::lock_guard const lock{mutex};
+    news_call_back = std::move(call_back);
+    if (news && news_call_back) {
+        news_call_back();
+    }
+}
+
+clock::duration session::since_registration(clock::time_point time) const {
+    return time - began;
+}
+
+std::optional<std::size_t> session::visit_of(std::string_view function, void const * device) {
+    if (device == nullptr) {
+        return std::nullopt;
+    }
+    auto const found = visits.find(device);
+    if (found != visits.end()) {
+        return found->second;
+    }
+    add_loss(fmt::format("{} was called for a device that no notification had named.", function));
+    auto const index = recorded.visits.size();
+    recorded.visits.emplace_back();
+    visits[device] = index;
+    return index;
+}
+
+void session::add_call(recorded_call what) {
+    what.after = since_registration(now());
+    recorded.calls.push_back(std::move(what));
+    changed();
+}
+
+void session::add_loss(std::string const & sentence) {
+    if (losses.insert(sentence).second) {
+        recorded.unplayable.push_back(sentence);
+        changed();
+    }
+}
+
+void session::changed() {
+    if (!std::exchange(news, true) && news_call_back) {
+        news_call_back();
+    }
+}
+
+} // namespace recorder

@@ -1,0 +1,140 @@
+// Objects become what a scenario reads as the same objects.
+#include "recorder/capture.hpp"
+
+#include "simulator/MobileDevice/scenario.hpp"
+#include "tests/unit/simulator/MobileDevice/property_list_text.hpp"
+
+#include <gtest/gtest.h>
+
+namespace {
+
+using mobile_device::adopt;
+using mobile_device::make_cfstring;
+using mobile_device::make_error;
+using mobile_device::make_mutable_array;
+using mobile_device::make_mutable_dictionary;
+using mobile_device::make_number;
+using property_list::integer;
+using property_list::text;
+
+namespace xml = property_list;
+
+// The status that a scenario has where this is written.
+mobile_device::cf_share<CFDictionaryRef> status_written(std::string const & status) {
+    auto const root = xml::document(xml::dictionary(
+        {{"Devices",
+          xml::array({xml::dictionary(
+              {{"ECID", text("1")},
+               {"RestoreReports", xml::array({xml::dictionary({{"Status", status}})})}})})}}));
+    auto const played = mobile_device::parse_scenario(
+        {reinterpret_cast<std::uint8_t const *>(root.data()), root.size()});
+    return played.devices.at(0).restore_reports.value().at(0).status;
+}
+
+std::string written(recorder::value const & content) {
+    auto const all = recorder::write_property_list(content);
+    auto const begin = all.find("<plist version=\"1.0\">\n") + 22;
+    return all.substr(begin, all.rfind("</plist>") - begin);
+}
+
+// Captures a status, lets a scenario read that, and captures it again.
+void expect_same_after_reading(std::string const & status) {
+    std::vector<std::string> losses;
+    auto const first = recorder::capture(status_written(status).get(), losses);
+    auto const second = recorder::capture(status_written(written(first)).get(), losses);
+    EXPECT_EQ(written(first), written(second));
+    EXPECT_EQ(losses, std::vector<std::string>{});
+}
+
+TEST(Capture, ValuesOfEveryKindAreReadAsTheSame) {
+    auto const error = xml::dictionary({{"$type", text("error")},
+                                        {"Domain", text("d")},
+                                        {"Code", integer(-9)},
+                                        {"FailureReason", text("why")}});
+    auto const null = xml::dictionary({{"$type", text("null")}});
+    expect_same_after_reading(xml::dictionary(
+        {{"Error", error},
+         {"Null", null},
+         {"Set", xml::dictionary({{"$type", text("set")},
+                                  {"Values", xml::array({text("b"), text("a"), integer(3)})}})},
+         {"Numbered",
+          xml::dictionary({{"$type", text("dictionary")},
+                           {"Entries", xml::array({xml::dictionary(
+                                           {{"Key", integer(5)}, {"Value", null}})})}})},
+         {"List",
+          xml::array({"<true/>", "<real>0.25</real>", "<data>AAEC</data>",
+                      "<date>2024-02-29T12:00:01Z</date>",
+                      "<integer>18446744073709551615</integer>",
+                      "<integer>-9223372036854775808</integer>", "<array/>", "<dict/>"})}}));
+}
+
+TEST(Capture, WritesWhatAScenarioSays) {
+    auto const options = make_mutable_dictionary();
+    CFDictionarySetValue(options.get(), CFSTR("b"), make_number(1).get());
+    CFDictionarySetValue(options.get(), CFSTR("a"), kCFBooleanFalse);
+    std::vector<std::string> losses;
+    EXPECT_EQ(
+        written(recorder::capture(options.get(), losses)),
+        "<dict>\n\t<key>a</key>\n\t<false/>\n\t<key>b</key>\n\t<integer>1</integer>\n</dict>\n");
+    EXPECT_EQ(recorder::capture(nullptr, losses), recorder::make_null());
+    EXPECT_EQ(recorder::capture(kCFNull, losses), recorder::make_null());
+}
+
+TEST(Capture, ADictionaryWithTheKeyOfSpecialValuesIsWrittenAsOne) {
+    auto const odd = make_mutable_dictionary();
+    CFDictionarySetValue(odd.get(), CFSTR("$type"), CFSTR("x"));
+    std::vector<std::string> losses;
+    auto const status = status_written(written(recorder::capture(odd.get(), losses)));
+    EXPECT_TRUE(CFEqual(odd.get(), status.get()));
+}
+
+TEST(Capture, SaysWhatIsLost) {
+    std::vector<std::string> losses;
+    auto nested = make_mutable_array();
+    for (int depth = 0; depth < 300; ++depth) {
+        auto outer = make_mutable_array();
+        CFArrayAppendValue(outer.get(), nested.get());
+        nested = std::move(outer);
+    }
+    recorder::capture(nested.get(), losses);
+    ASSERT_EQ(losses.size(), 1U);
+    EXPECT_NE(losses[0].find("nested too deeply"), std::string::npos);
+    UInt8 const lone_surrogate[] = {0x00, 0xD8};
+    auto const text = adopt(CFStringCreateWithBytes(kCFAllocatorDefault, lone_surrogate, 2,
+                                                    kCFStringEncodingUTF16, false));
+    ASSERT_NE(text, nullptr);
+    EXPECT_EQ(recorder::capture(text.get(), losses), recorder::make_string(""));
+    EXPECT_EQ(losses.size(), 2U);
+}
+
+TEST(Capture, AnErrorHasTheDescriptionThatItWouldNotGetByItself) {
+    std::vector<std::string> losses;
+    auto const keys_of = [&](CFStringRef description, CFStringRef reason) {
+        std::string keys;
+        auto const error = make_error(CFSTR("d"), 3, description, reason);
+        for (auto const & each : recorder::capture_error(error.get(), losses)) {
+            keys += each.key + ' ';
+        }
+        return keys;
+    };
+    EXPECT_EQ(keys_of(nullptr, nullptr), "Domain Code ");
+    EXPECT_EQ(keys_of(nullptr, CFSTR("why")), "Domain Code FailureReason ");
+    EXPECT_EQ(keys_of(CFSTR("what"), CFSTR("why")), "Domain Code Description FailureReason ");
+    EXPECT_TRUE(losses.empty());
+}
+
+TEST(Capture, AnErrorThatHoldsMore) {
+    auto const info = make_mutable_dictionary();
+    CFDictionarySetValue(info.get(), CFSTR("More"), CFSTR("of it"));
+    CFDictionarySetValue(info.get(), kCFErrorLocalizedDescriptionKey, CFSTR("what"));
+    auto const error = adopt(CFErrorCreate(kCFAllocatorDefault, CFSTR("d"), 3, info.get()));
+    std::vector<std::string> losses;
+    recorder::value const result{recorder::capture_error(error.get(), losses)};
+    EXPECT_EQ(written(result), "<dict>\n\t<key>Domain</key>\n\t<string>d</string>\n"
+                               "\t<key>Code</key>\n\t<integer>3</integer>\n"
+                               "\t<key>Description</key>\n\t<string>what</string>\n</dict>\n");
+    ASSERT_EQ(losses.size(), 1U);
+    EXPECT_NE(losses[0].find("of it"), std::string::npos);
+}
+
+} // namespace

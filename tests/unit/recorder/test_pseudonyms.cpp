@@ -1,0 +1,96 @@
+// Identities are replaced by others of the same form, always alike.
+#include "recorder/pseudonyms.hpp"
+
+#include <set>
+
+#include <fmt/format.h>
+#include <gtest/gtest.h>
+
+using recorder::pseudonyms;
+
+TEST(Pseudonyms, AnEcidKeepsItsDigits) {
+    pseudonyms names;
+    EXPECT_EQ(names.ecid(0), 0U);
+    for (std::uint64_t const real : {0xCULL, 0x000C1A2B3C4D5E6FULL, 0xFFFFFFFFFFFFFFFFULL}) {
+        auto const other = names.ecid(real);
+        EXPECT_NE(other, real);
+        EXPECT_EQ(fmt::format("{:X}", other).size(), fmt::format("{:X}", real).size());
+        EXPECT_EQ(names.ecid(real), other);
+        EXPECT_EQ(pseudonyms{}.ecid(real), other);
+    }
+}
+
+TEST(Pseudonyms, NoTwoIdentitiesShareOne) {
+    pseudonyms names;
+    std::set<std::uint64_t> ecids;
+    for (std::uint64_t real = 1; real < 16; ++real) {
+        ecids.insert(names.ecid(real));
+    }
+    EXPECT_EQ(ecids.size(), 15U);
+    std::set<std::string> serial_numbers;
+    for (char digit = '0'; digit <= '9'; ++digit) {
+        serial_numbers.insert(names.serial_number(std::string{'-', digit}));
+    }
+    EXPECT_EQ(serial_numbers.size(), 10U);
+}
+
+TEST(Pseudonyms, ASerialNumberKeepsItsForm) {
+    pseudonyms names;
+    auto const other = names.serial_number("F4GSm1QN0-8X");
+    EXPECT_NE(other, "F4GSm1QN0-8X");
+    std::string form;
+    for (auto const character : other) {
+        form += character >= '0' && character <= '9'   ? '0'
+                : character >= 'A' && character <= 'Z' ? 'A'
+                : character >= 'a' && character <= 'z' ? 'a'
+                                                       : character;
+    }
+    EXPECT_EQ(form, "A0AAa0AA0-0A");
+    EXPECT_EQ(names.serial_number("F4GSm1QN0-8X"), other);
+}
+
+TEST(Pseudonyms, AProductStringHasOtherDigits) {
+    pseudonyms names;
+    auto const ecid = names.ecid(0x000C1A2B3C4D5E6F);
+    auto const other =
+        names.product_string("Apple Device (iBoot-12) ECID:000C1A2B3C4D5E6F 987654321");
+    EXPECT_TRUE(other.starts_with("Apple Device (iBoot-"));
+    EXPECT_NE(other.find(fmt::format(") ECID:{:016X} ", ecid)), std::string::npos) << other;
+    EXPECT_EQ(other.find("987654321"), std::string::npos);
+}
+
+TEST(Pseudonyms, APathKeepsItsShape) {
+    pseudonyms names;
+    auto const other = names.path("C:\\Users\\Jörg\\up.date.ipsw");
+    EXPECT_TRUE(other.starts_with("C:\\")) << other;
+    EXPECT_TRUE(other.ends_with(".ipsw")) << other;
+    EXPECT_EQ(other.size(), std::string_view{"C:\\Users\\Jorg\\up.date.ipsw"}.size());
+    EXPECT_EQ(other.find("Users"), std::string::npos);
+    auto const sibling = names.path("C:\\Users\\x");
+    EXPECT_EQ(other.substr(0, 9), sibling.substr(0, 9));
+    EXPECT_TRUE(names.path("/home/joe").starts_with("/"));
+    EXPECT_EQ(names.path("/home/joe").find("joe"), std::string::npos);
+}
+
+TEST(Pseudonyms, IdentitiesInsideATextAreReplaced) {
+    pseudonyms names;
+    auto const ecid = names.ecid(0x000C1A2B3C4D5E6F);
+    auto const serial = names.serial_number("F4GSM1QN0D8X");
+    auto const path = names.path("C:\\My Files\\a b.ipsw");
+    EXPECT_EQ(names.text("device 000C1A2B3C4D5E6F (F4GSM1QN0D8X): C:\\My Files\\a b.ipsw is bad"),
+              fmt::format("device {:016X} ({}): {} is bad", ecid, serial, path));
+    EXPECT_EQ(names.text("0xc1a2b3c4d5e6f"), fmt::format("0x{:x}", ecid));
+    auto const unknown =
+        names.text("cannot open \"D:\\joe\\b.log\" and \\\\host\\share, and/or 5/6");
+    EXPECT_EQ(unknown.find("joe"), std::string::npos) << unknown;
+    EXPECT_EQ(unknown.find("share"), std::string::npos) << unknown;
+    EXPECT_TRUE(unknown.starts_with("cannot open \"D:\\")) << unknown;
+    EXPECT_TRUE(unknown.ends_with(" and/or 5/6")) << unknown;
+}
+
+TEST(Pseudonyms, ShortTextsAreNotTakenForIdentities) {
+    pseudonyms names;
+    names.ecid(5);
+    names.serial_number("A");
+    EXPECT_EQ(names.text("A restore of 5 steps: Successful"), "A restore of 5 steps: Successful");
+}

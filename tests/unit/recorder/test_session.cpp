@@ -1,0 +1,215 @@
+// What is made of the calls and callbacks of a session.
+#include "recorder/session.hpp"
+
+#include <algorithm>
+#include <thread>
+
+#include <gtest/gtest.h>
+
+using namespace std::chrono_literals;
+
+namespace {
+
+recorder::clock::time_point session_time;
+
+recorder::clock::time_point time_of_session() {
+    return session_time;
+}
+
+// A session whose time the test sets, and objects.
+class RecorderSession : public testing::Test {
+protected:
+    void pass(recorder::clock::duration span) { session_time += span; }
+
+    void begin() {
+        pass(5s);
+        recorded.begin_registration();
+        recorded.end_registration(1, {});
+    }
+
+    // The sentences about what was lost.
+    std::vector<std::string> losses() { return recorded.copy().unplayable; }
+
+    void expect_loss(std::string const & part) {
+        auto const sentences = losses();
+        EXPECT_TRUE(std::ranges::any_of(
+            sentences,
+            [&](std::string const & each) { return each.find(part) != std::string::npos; }))
+            << part << "; there are " << sentences.size() << " others";
+    }
+
+    static recorder::value number(std::int64_t content) { return recorder::make_integer(content); }
+
+    recorder::session recorded{time_of_session};
+    char first = 0;
+    char second = 0;
+};
+
+TEST_F(RecorderSession, AVisitLastsFromTheArrivalToTheDeparture) {
+    begin();
+    pass(1s);
+    recorded.notification(&first, 0);
+    pass(1s);
+    recorded.notification(&second, 0);
+    pass(1s);
+    recorded.notification(&first, 1);
+    auto const copy = recorded.copy();
+    ASSERT_EQ(copy.visits.size(), 2U);
+    EXPECT_EQ(copy.visits[0].connected, 1s);
+    EXPECT_EQ(copy.visits[0].disconnected, 3s);
+    EXPECT_EQ(copy.visits[1].connected, 2s);
+    EXPECT_EQ(copy.visits[1].disconnected, std::nullopt);
+    EXPECT_TRUE(copy.notifications.empty());
+    EXPECT_TRUE(copy.unplayable.empty());
+}
+
+TEST_F(RecorderSession, AfterItsDepartureAnObjectIsAnotherVisit) {
+    begin();
+    for (int const type : {0, 1, 0}) {
+        pass(1s);
+        recorded.notification(&first, type);
+        recorded.answer("f", "State", &first, number(type));
+    }
+    auto const copy = recorded.copy();
+    ASSERT_EQ(copy.visits.size(), 2U);
+    EXPECT_EQ(copy.visits[0].answers.at("State").size(), 2U);
+    EXPECT_EQ(copy.visits[1].connected, 3s);
+    EXPECT_EQ(copy.visits[1].answers.at("State").size(), 1U);
+}
+
+TEST_F(RecorderSession, OtherNotificationsAreKeptAsTheyCame) {
+    begin();
+    pass(1s);
+    recorded.notification(&first, 1);
+    recorded.notification(&second, 0);
+    recorded.notification(&second, 7);
+    recorded.notification(nullptr, 3);
+    auto const copy = recorded.copy();
+    ASSERT_EQ(copy.visits.size(), 2U);
+    EXPECT_EQ(copy.visits[0].connected, std::nullopt);
+    ASSERT_EQ(copy.notifications.size(), 3U);
+    EXPECT_EQ(copy.notifications[0].visit, 0U);
+    EXPECT_EQ(copy.notifications[0].type, 1);
+    EXPECT_EQ(copy.notifications[1].visit, 1U);
+    EXPECT_EQ(copy.notifications[2].visit, std::nullopt);
+    // In the order of their times, though they came at once.
+    EXPECT_LT(copy.notifications[0].after, *copy.visits[1].connected);
+    EXPECT_LT(*copy.visits[1].connected, copy.notifications[1].after);
+    EXPECT_LT(copy.notifications[1].after, copy.notifications[2].after);
+}
+
+TEST_F(RecorderSession, AnswersAreKeptInOrder) {
+    begin();
+    recorded.notification(&first, 0);
+    recorded.ecid(&first, 0xABC);
+    recorded.answer("f", "State", &first, number(2));
+    recorded.answer("f", "State", &first, number(3));
+    recorded.recovery_mode_device(&first, &second);
+    recorded.command("g", "RebootError", &second, {}, 10);
+    auto const visit = recorded.copy().visits.at(0);
+    EXPECT_EQ(visit.ecid, 0xABCU);
+    EXPECT_EQ(visit.answers.at("State"), (std::vector{number(2), number(3)}));
+    EXPECT_EQ(visit.answers.at("RecoveryModeDevice"), std::vector{recorder::make_boolean(true)});
+    EXPECT_EQ(visit.answers.at("RebootError"), std::vector{number(10)});
+}
+
+TEST_F(RecorderSession, ReportsHaveTheTimeSinceTheOneBefore) {
+    begin();
+    recorded.notification(&first, 0);
+    pass(2s);
+    auto const restore = recorded.begin_restore(&first, number(0));
+    recorded.end_restore(restore);
+    std::thread{[&] {
+        pass(3s);
+        recorded.report(restore, &first, number(1));
+        pass(4s);
+        recorded.report(restore, &first, number(2));
+    }}.join();
+    auto const reports = recorded.copy().visits.at(0).reports.value();
+    ASSERT_EQ(reports.size(), 2U);
+    EXPECT_EQ(reports[0].after, 3s);
+    EXPECT_EQ(reports[1].after, 4s);
+    EXPECT_EQ(*reports[1].status, number(2));
+    EXPECT_EQ(losses(), std::vector<std::string>{});
+}
+
+TEST_F(RecorderSession, TimesOfEarlierCallsAreNegative) {
+    recorded.call("before", {}, {});
+    begin();
+    pass(1s);
+    recorded.unregistered(1, 0);
+    auto const calls = recorded.copy().calls;
+    ASSERT_EQ(calls.size(), 3U);
+    EXPECT_EQ(calls[0].after, -5s);
+    EXPECT_EQ(calls[2].after, 1s);
+}
+
+TEST_F(RecorderSession, WhatCannotBePlayedIsSaid) {
+    recorded.begin_registration();
+    recorded.notification(nullptr, 0);
+    recorded.end_registration(0, {});
+    expect_loss("inside the registering call");
+    expect_loss("failed without an error");
+    begin();
+    expect_loss("more than once");
+    std::thread{[&] { recorded.notification(&first, 0); }}.join();
+    expect_loss("on several threads");
+    recorded.ecid(&first, 1);
+    recorded.ecid(&first, 2);
+    expect_loss("ECID of a device changed");
+    recorded.answer("f", "State", &second, number(1));
+    expect_loss("f was called for a device that no notification had named");
+    recorded.command("g", "RebootError", &recorded, {}, 0);
+    expect_loss("g was called for an unknown device");
+    recorded.unregistered(1, 5);
+    expect_loss("returned 5");
+    recorded.notification(nullptr, 0);
+    expect_loss("after the tool had unregistered");
+    recorded.file_logging("a", 0);
+    recorded.file_logging("a", 1);
+    expect_loss("EnableFileLogging returned different");
+    recorded.default_options(number(1));
+    recorded.default_options({});
+    expect_loss("CreateDefaultOptions returned different");
+    recorded.begin_registration();
+    recorded.end_registration(3, recorder::dictionary{});
+    expect_loss("succeeded with an error");
+}
+
+TEST_F(RecorderSession, ReportsThatCannotBePlayedAreSaid) {
+    begin();
+    recorded.notification(&first, 0);
+    auto const restore = recorded.begin_restore(&first, number(0));
+    recorded.report(restore, &second, number(1));
+    expect_loss("inside the call that started the restore");
+    expect_loss("another device than the restored one");
+    recorded.end_restore(restore);
+    std::thread{[&] { recorded.report(restore, &first, number(1)); }}.join();
+    expect_loss("Reports of one restore came on several threads");
+    recorded.begin_restore(&first, number(0));
+    expect_loss("restored more than once");
+    auto const nowhere = recorded.begin_restore(nullptr, number(0));
+    recorded.end_restore(nowhere);
+    recorded.report(nowhere, nullptr, number(0));
+    expect_loss("without a device");
+}
+
+TEST_F(RecorderSession, EachSentenceIsSaidOnce) {
+    recorded.lose("a");
+    recorded.lose(std::vector<std::string>{"a", "b"});
+    EXPECT_EQ(losses(), (std::vector<std::string>{"a", "b"}));
+}
+
+TEST_F(RecorderSession, NewsAreToldOnceForEachCopy) {
+    int news = 0;
+    recorded.call("f", {}, {});
+    recorded.on_news([&] { ++news; });
+    EXPECT_EQ(news, 1);
+    recorded.call("f", {}, {});
+    EXPECT_EQ(news, 1);
+    recorded.copy();
+    recorded.call("f", {}, {});
+    EXPECT_EQ(news, 2);
+}
+
+} // namespace
