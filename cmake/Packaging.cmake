@@ -29,6 +29,13 @@ foreach(target
 endforeach()
 install(DIRECTORY simulator/scenarios DESTINATION simulator)
 
+# With this libdevforwardmin, the program records what real devices do.
+if(TARGET recorder)
+  foreach(target qnrescue qnrescue_doctor qnrescuelib recorder)
+    install(PROGRAMS $<TARGET_FILE:${target}> DESTINATION recorder)
+  endforeach()
+endif()
+
 include(Licenses)
 install(FILES README.md CHANGELOG.md CONTRIBUTING.md DESTINATION .)
 install(DIRECTORY docs examples DESTINATION . PATTERN __pycache__ EXCLUDE)

@@ -28,6 +28,7 @@ FILES = {
     *(f"bin/{name}" for name in PROGRAM_AND_LIBRARIES),
     *(f"simulator/{name}" for name in PROGRAM_AND_LIBRARIES),
     *(f"simulator/{name}" for name in SIMULATOR),
+    *(f"recorder/{name}" for name in PROGRAM_AND_LIBRARIES),
     "include/QNRescue/CoreFoundation.h",
     "include/QNRescue/qnrescue.h",
     "lib/libdevforwardmin.dll.a",
@@ -59,6 +60,7 @@ WINDOWS_LIBRARIES = {"kernel32.dll", "msvcrt.dll"}
 OWN_IMPORTS = {
     "libqnrescuelib.dll": {"libdevforwardmin.dll", "bcrypt.dll", "WS2_32.dll"},
     "MobileDevice.dll": {"CoreFoundation.dll"},
+    "recorder/libdevforwardmin.dll": {"CoreFoundation.dll", "MobileDevice.dll"},
 }
 # All that the tool's library exports; two functions are only for callers in C++.
 EXPORTS = [
@@ -119,10 +121,12 @@ class Contents(Package):
                 for link in re.findall(r"\]\((?!https?:|#)([^)#]+)", file.read_text("utf-8")):
                     self.assertTrue((file.parent / link).exists(), f"{link} in {name}")
 
-    def test_both_folders_have_the_same_program(self):
+    def test_all_folders_have_the_same_program(self):
         for name in PROGRAM_AND_LIBRARIES:
-            self.assertEqual(self.files[f"bin/{name}"].read_bytes(),
-                             self.files[f"simulator/{name}"].read_bytes(), name)
+            for folder in ("simulator", "recorder"):
+                same = (folder, name) != ("recorder", "libdevforwardmin.dll")
+                self.assertEqual(same, self.files[f"bin/{name}"].read_bytes()
+                                 == self.files[f"{folder}/{name}"].read_bytes(), (folder, name))
 
     def test_no_file_names_the_folders_of_the_build(self):
         # Not the source folder alone, as its path may be the end of an innocent one.
@@ -189,11 +193,11 @@ class Licenses(Package):
 
 class Binaries(Package):
     def test_imports(self):
-        self.assertEqual(10, len(self.binaries))
+        self.assertEqual(14, len(self.binaries))
         for name, image in self.binaries.items():
             with self.subTest(name):
                 imported = set(image.imported_libraries)
-                own = OWN_IMPORTS.get(pathlib.PurePath(name).name, set())
+                own = OWN_IMPORTS.get(name) or OWN_IMPORTS.get(pathlib.PurePath(name).name, set())
                 self.assertLessEqual(own, imported)
                 others = {library.lower() for library in imported - own}
                 self.assertLessEqual({library for library in others
@@ -202,7 +206,7 @@ class Binaries(Package):
                 self.assertEqual(0, image.directory_size(pe.DELAYED_IMPORTS))
 
     def test_exports(self):
-        for folder in ("bin", "simulator"):
+        for folder in ("bin", "simulator", "recorder"):
             self.assertEqual(EXPORTS,
                              self.binaries[f"{folder}/libqnrescuelib.dll"].exported_functions)
             for program in PROGRAMS:
@@ -239,7 +243,8 @@ class Binaries(Package):
                 self.assertEqual(0, image.characteristics & pe.RELOCATIONS_STRIPPED)
                 self.assertGreater(image.image_base, 0xFFFFFFFF)
                 # Without code there is nothing to relocate.
-                self.assertEqual("libdevforwardmin" not in name,
+                forwards = name in ("bin/libdevforwardmin.dll", "simulator/libdevforwardmin.dll")
+                self.assertEqual(not forwards,
                                  image.directory_size(pe.RELOCATIONS) > 0)
 
     def test_nothing_of_the_build_but_the_code(self):
@@ -265,6 +270,24 @@ class SimulatedSetUp(Package):
         expected = {each["ECID"] for each in plistlib.loads(scenario.read_bytes())["Devices"]}
         self.assertLessEqual(set(devices), expected)
         self.assertGreater(len(devices), 4)
+
+
+class RecorderSetUp(Package):
+    def test_records_what_the_libraries_do(self):
+        """With the simulator's two libraries in the place of the real ones."""
+        setup = self.new_folder()
+        for name in PROGRAM_AND_LIBRARIES:
+            shutil.copy(self.files[f"recorder/{name}"], setup)
+        for name in SIMULATOR:
+            shutil.copy(self.files[f"simulator/{name}"], setup)
+        recording = setup / "session.plist"
+        run = self.run_packed(setup / "qnrescue.exe", "--list-devices",
+                              MOBILEDEVICE_RECORDER_FILE=str(recording))
+        replay = self.run_packed(self.files["simulator/qnrescue.exe"], "--list-devices",
+                                 MOBILEDEVICE_SIMULATOR_SCENARIO=str(recording))
+        ((devices,), (again,)) = run.values("DeviceList"), replay.values("DeviceList")
+        self.assertEqual((3, 3), (len(devices), len(again)))
+        self.assertFalse(set(devices) & set(again))
 
 
 class InstalledLibraries(SetupTest, Package):
