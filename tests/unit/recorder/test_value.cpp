@@ -32,6 +32,12 @@ TEST(Value, TextsAreReadAsTheyWere) {
     }
 }
 
+TEST(Value, ControlCharactersAreWrittenAsReferences) {
+    EXPECT_NE(recorder::write_property_list(recorder::make_string("a\rb\x01"))
+                  .find("<string>a&#13;b&#1;</string>"),
+              std::string::npos);
+}
+
 TEST(Value, NumbersAreReadAsTheyWere) {
     auto const integer = read_back(recorder::make_integer(std::int64_t{-7}));
     std::int64_t whole = 0;
