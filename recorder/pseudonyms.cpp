@@ -143,15 +143,14 @@ std::uint64_t pseudonyms::ecid(std::uint64_t real) {
 }
 
 std::string pseudonyms::serial_number(std::string const & real) {
-    auto const result = unique("serial number", real, [&](std::string const & seed) {
-        return other_characters(real, seed);
-    });
+    auto result = unique("serial number", real,
+                         [&](std::string const & seed) { return other_characters(real, seed); });
     learn(real, result);
     return result;
 }
 
 std::string pseudonyms::product_string(std::string const & real) {
-    auto const result = replace_known(real, [&](std::string_view part) {
+    auto result = replace_known(real, [&](std::string_view part) {
         return other_digits(part, "product string:" + std::string{part});
     });
     learn(real, result);
@@ -161,11 +160,11 @@ std::string pseudonyms::product_string(std::string const & real) {
 std::string pseudonyms::path(std::string const & real) {
     auto const extension = std::min(real.size(), real.find_last_of("./\\"));
     auto const kept = extension < real.size() && real[extension] == '.' ? extension : real.size();
-    auto const result = for_each_part(std::string_view{real}.substr(0, kept), is_separator,
-                                      [this](std::string const & part) {
-                                          return is_drive(part) ? part : name(part);
-                                      }) +
-                        real.substr(kept);
+    auto result = for_each_part(std::string_view{real}.substr(0, kept), is_separator,
+                                [this](std::string const & part) {
+                                    return is_drive(part) ? part : name(part);
+                                }) +
+                  real.substr(kept);
     learn(real, result);
     return result;
 }
@@ -192,9 +191,10 @@ pseudonyms::unique(std::string const & kind, std::string const & real,
     auto const [found, is_new] = given.try_emplace(kind + ':' + real);
     for (int attempt = 0; is_new; ++attempt) {
         auto const candidate = disguise(fmt::format("{}:{}:{}", kind, real, attempt));
-        bool const good = candidate != real && !taken.contains(kind + ':' + candidate);
+        auto const candidate_of_kind = fmt::format("{}:{}", kind, candidate);
+        bool const good = candidate != real && !taken.contains(candidate_of_kind);
         if (good || attempt == attempts_limit) {
-            taken.insert(kind + ':' + candidate);
+            taken.insert(candidate_of_kind);
             found->second = candidate;
             break;
         }

@@ -290,7 +290,8 @@ class TheRecorder(RecorderTest):
                         ProductString="iBoot 4711 ECID:000C1A2B3C4D5E6F")
 
     def test_changes_nothing(self):
-        scenario = {"Devices": [self.IDENTIFIED, device("5", State="BootedOS")]}
+        scenario = {"Devices": [{**self.IDENTIFIED, "ConnectAfter": 0.4},
+                                device("5", State="BootedOS")]}
         for arguments in (LIST, ("--device-info", "--ecid", "000C1A2B3C4D5E6F")):
             self.assert_round_trip(arguments, scenario, directly=True)
 
