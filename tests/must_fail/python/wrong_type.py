@@ -1,0 +1,3 @@
+"""What the check of types has to find: text for a number."""
+
+NUMBER: int = "one"
