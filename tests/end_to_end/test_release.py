@@ -285,7 +285,8 @@ class Manifests(Release):
 class Page(unittest.TestCase):
     def test_names_what_is_made(self):
         text = (SOURCE / "docs/installation.md").read_text("utf-8")
-        for name in (".zip", ".msi", ".whl", ".cdx.json", "SHA256SUMS", "winget/", "scoop/", "licenses/"):
+        for name in (".zip", ".msi", ".whl", ".cdx.json", "SHA256SUMS", "winget/", "scoop/",
+                     "licenses/"):
             self.assertRegex(text, rf"(?m)^\|[^|]*{re.escape(name)}`[^|]*\|", name)
 
 
