@@ -14,7 +14,7 @@ from rich.table import Table
 from rich.text import Text
 
 from qnrescue.bench import big_letters
-from qnrescue.jobs import Job, JobState
+from qnrescue.jobs import Job
 
 
 class Look(enum.Enum):

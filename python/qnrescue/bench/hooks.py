@@ -5,6 +5,7 @@ from __future__ import annotations
 import os
 import pathlib
 import subprocess
+import sys
 import time
 from collections.abc import Mapping
 from dataclasses import dataclass
@@ -46,10 +47,11 @@ class Hooks:
             return ""
         try:
             with self._open_output() as output:
-                # A session and group of its own: Control-C at the bench does not reach it.
+                # In another session or group, Control-C at the bench does not reach it.
                 process = subprocess.Popen(
                     command, shell=True, stdin=subprocess.DEVNULL, stdout=output, stderr=output,
-                    env={**os.environ, **environment(event, facts)}, **_own_group())
+                    env={**os.environ, **environment(event, facts)},
+                    start_new_session=True, creationflags=_CREATION_FLAGS)
         except (OSError, ValueError) as fault:
             return f"the command on {event} cannot be started: {fault}"
         self._runs.append(_Run(event, process, time.monotonic() + self._time_limit))
@@ -89,14 +91,13 @@ class Hooks:
 
 def environment(event: str, facts: Mapping[str, object]) -> dict[str, str]:
     """Returns the variables of a command. Texts of devices are made safe to print."""
-    values = {"event": event, **facts}
+    values: dict[str, object] = {"event": event, **facts}
     return {f"QNRESCUE_{name.upper()}": clean(str(value)) for name, value in values.items()
             if value is not None}
 
 
-if os.name == "nt":
-    def _own_group() -> dict[str, int]:
-        return {"creationflags": subprocess.CREATE_NEW_PROCESS_GROUP | subprocess.CREATE_NO_WINDOW}
+if sys.platform == "win32":
+    _CREATION_FLAGS = subprocess.CREATE_NEW_PROCESS_GROUP | subprocess.CREATE_NO_WINDOW
 
     def end_with_children(process: subprocess.Popen[bytes]) -> None:
         """Ends the process and those that it has started."""
@@ -106,8 +107,7 @@ if os.name == "nt":
 else:
     import signal
 
-    def _own_group() -> dict[str, bool]:
-        return {"start_new_session": True}
+    _CREATION_FLAGS = 0
 
     def end_with_children(process: subprocess.Popen[bytes]) -> None:
         """Ends the process and those that it has started."""

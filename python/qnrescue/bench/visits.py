@@ -186,4 +186,4 @@ class Visits:
 
 def load(values: Iterable[Mapping[str, Any]]) -> list[Visit]:
     """Returns the visits that `dump` returned. Raises TypeError, ValueError or KeyError."""
-    return [Visit(**{**value, "phase": Phase(value["phase"])}) for value in values]
+    return [Visit(**dict(value, phase=Phase(value["phase"]))) for value in values]
