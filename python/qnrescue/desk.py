@@ -2,6 +2,7 @@
 
 from __future__ import annotations
 
+import contextlib
 import getpass
 import os
 import shutil
@@ -31,7 +32,7 @@ class Desk:
         """Opens the journal of the folder; None: that of the machine. Raises JournalError or
         OSError."""
         self.folder = folder if isinstance(folder, BenchFolder) else bench_folder(folder)
-        self.journal = Journal(self.folder.journal)
+        self.journal = Journal(self.folder.path)
 
     def __enter__(self) -> Desk:
         return self
@@ -126,7 +127,8 @@ class Follower:
         self._waiting -= {job.id for job in mine if job.state.is_end}
         if self._waiting and time.monotonic() - self._ensured >= self._ENSURE_SECONDS:
             self._ensured = time.monotonic()
-            ensure_supervisor(self._desk.folder)
+            with contextlib.suppress(OSError):  # one may look without the right to write
+                ensure_supervisor(self._desk.folder)
         return mine
 
 

@@ -4,6 +4,7 @@ from __future__ import annotations
 
 import os
 import sys
+import time
 from pathlib import Path
 from types import TracebackType
 
@@ -25,6 +26,15 @@ class FileLock:
             os.close(descriptor)
             return False
         self._descriptor = descriptor
+        return True
+
+    def acquire(self, timeout: float | None = None) -> bool:
+        """Takes the lock and waits for it, up to `timeout` seconds; returns whether it did."""
+        limit = None if timeout is None else time.monotonic() + timeout
+        while not self.try_acquire():
+            if limit is not None and time.monotonic() >= limit:
+                return False
+            time.sleep(0.01)
         return True
 
     def release(self) -> None:

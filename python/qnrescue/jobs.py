@@ -2,9 +2,12 @@
 
 from __future__ import annotations
 
+import dataclasses
 import re
 import uuid
+from collections.abc import Mapping
 from dataclasses import dataclass
+from typing import Any
 
 from qnrescue import commands
 from qnrescue.outcome import JobState
@@ -96,3 +99,14 @@ class Job:
     def device(self) -> str:
         """Returns the ECID of the device."""
         return self.order.device
+
+    def as_dict(self) -> dict[str, Any]:
+        """Returns the job as JSON has it."""
+        return dataclasses.asdict(self)
+
+    @classmethod
+    def from_dict(cls, values: Mapping[str, Any]) -> Job:
+        """Returns the job. Raises TypeError, KeyError or ValueError if the values are not one."""
+        parts: dict[str, Any] = {**values, "order": JobOrder(**values["order"]),
+                                 "state": JobState(values["state"])}
+        return cls(**parts)

@@ -4,6 +4,7 @@ from __future__ import annotations
 
 import os
 import stat
+import tempfile
 import warnings
 from dataclasses import dataclass
 from pathlib import Path
@@ -28,8 +29,10 @@ class BenchFolder:
     path: Path
 
     @property
-    def journal(self) -> Path:
-        return self.path / "journal.sqlite"
+    def is_default(self) -> bool:
+        """Returns whether nobody named the folder. A named one is a bench with devices of its own,
+        such as one of a test."""
+        return self.path in (_shared(), _private())
 
     @property
     def supervisor_lock(self) -> Path:
@@ -39,9 +42,13 @@ class BenchFolder:
     def supervisor_log(self) -> Path:
         return self.path / "supervisor.log"
 
+    @property
+    def jobs(self) -> Path:
+        return self.path / "jobs"
+
     def job(self, job_id: str) -> JobFolder:
         """Returns the folder of a job, which need not exist."""
-        return JobFolder(self.path / "jobs" / check_job_id(job_id))
+        return JobFolder(self.jobs / check_job_id(job_id))
 
 
 @dataclass(frozen=True)
@@ -49,6 +56,11 @@ class JobFolder:
     """The folder of a job."""
 
     path: Path
+
+    @property
+    def record(self) -> Path:
+        """Returns the file that says what the job is, in case the journal breaks."""
+        return self.path / "job.json"
 
     @property
     def documents(self) -> Path:
@@ -75,22 +87,32 @@ def bench_folder(named: str | Path | None = None) -> BenchFolder:
         folder = Path(chosen).absolute()
         folder.mkdir(parents=True, exist_ok=True)
         return BenchFolder(folder)
-    shared = Path(platformdirs.site_data_dir("qnrescue", appauthor=False))
+    shared, private = _shared(), _private()
     if _can_write(shared):
         return BenchFolder(shared)
-    private = Path(platformdirs.user_data_dir("qnrescue", appauthor=False))
     warnings.warn(PrivateFolder(f"{shared} cannot be written: the jobs are in {private}, and jobs"
                                 " of other users are not known"), stacklevel=2)
     private.mkdir(parents=True, exist_ok=True)
     return BenchFolder(private)
 
 
+def _shared() -> Path:
+    return Path(platformdirs.site_data_dir("qnrescue", appauthor=False))
+
+
+def _private() -> Path:
+    return Path(platformdirs.user_data_dir("qnrescue", appauthor=False))
+
+
 def _can_write(folder: Path) -> bool:
+    """Returns whether this user can write in the folder, and the files that others have made."""
     try:
         folder.mkdir(parents=True, exist_ok=True)
+        with tempfile.TemporaryFile(dir=folder):
+            pass
     except OSError:
         return False
-    return os.access(folder, os.W_OK | os.X_OK)
+    return all(os.access(path, os.W_OK) for path in folder.glob("*.sqlite"))
 
 
 def share_like_folder(path: Path) -> None:

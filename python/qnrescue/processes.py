@@ -62,21 +62,13 @@ else:
             return None
 
 
-def end(identity: ProcessIdentity, timeout: float = 10.0) -> bool:
-    """Ends the process at once and waits for that, up to `timeout` seconds. Returns whether it has
-    ended."""
-    try:
+def kill(identity: ProcessIdentity) -> None:
+    """Ends the process at once, if it runs. It may take a moment to be gone, and stays if it
+    belongs to another user."""
+    with contextlib.suppress(psutil.Error):
         process = psutil.Process(identity.pid)
         if is_running(identity):
             process.kill()
-    except psutil.NoSuchProcess:
-        return True
-    except psutil.AccessDenied:
-        return not is_running(identity)
-    limit = time.monotonic() + timeout
-    while is_running(identity) and time.monotonic() < limit:
-        time.sleep(0.01)
-    return not is_running(identity)
 
 
 # Values of Windows; the module subprocess has them only there.
@@ -111,20 +103,20 @@ def _start(words: Sequence[str], folder: Path, output: IO[bytes] | int, errors: 
                             stderr=errors, **way)
 
 
-def find(matches: Callable[[Sequence[str]], bool]) -> list[ProcessIdentity]:
-    """Returns the other running processes whose words match, as far as the system shows them to
-    this user, without those that one of them has started."""
-    found: dict[int, tuple[ProcessIdentity, int]] = {}
+def find(matches: Callable[[Sequence[str]], bool]) -> dict[ProcessIdentity, list[str]]:
+    """Returns the other running processes whose words match, with these, as far as the system shows
+    them to this user; without those that one of them has started."""
+    found: dict[int, tuple[ProcessIdentity, list[str], int]] = {}
     for process in psutil.process_iter():
         with contextlib.suppress(psutil.Error):
-            if process.pid != os.getpid() and matches(process.cmdline()):
+            words = process.cmdline()
+            if process.pid != os.getpid() and matches(words):
                 if identity := identify(process.pid):
-                    found[process.pid] = identity, process.ppid()
-    return [identity for identity, parent in found.values() if parent not in found]
+                    found[process.pid] = identity, words, process.ppid()
+    return {identity: words for identity, words, parent in found.values() if parent not in found}
 
 
-def follow_each_other(words: Sequence[str], *wanted: str) -> bool:
-    """Returns whether these are among the words, one right after the other."""
-    size = len(wanted)
-    return any(tuple(words[start:start + size]) == wanted
-               for start in range(len(words) - size + 1))
+def value_after(words: Sequence[str], option: str) -> str | None:
+    """Returns the word after an option; None without it."""
+    position = words.index(option) + 1 if option in words else len(words)
+    return words[position] if position < len(words) else None

@@ -6,110 +6,38 @@ takes them over."""
 from __future__ import annotations
 
 import argparse
+import contextlib
 import logging
 import os
 import subprocess
 import sys
 import time
+from collections.abc import Iterable
+from dataclasses import replace
 from pathlib import Path
 
 from qnrescue import processes
-from qnrescue.documents_file import DocumentsFile
+from qnrescue.database import JournalBroken, JournalError
 from qnrescue.file_lock import FileLock
 from qnrescue.jobs import Job, JobState
-from qnrescue.journal import Journal, RunningJob
-from qnrescue.outcome import RestoreProgress
-from qnrescue.places import BenchFolder, bench_folder, share_like_folder
+from qnrescue.journal import Journal
+from qnrescue.places import BenchFolder, bench_folder
 from qnrescue.processes import ProcessIdentity
+from qnrescue.records import read_records, write_record
+from qnrescue.run import Run, start
 
 log = logging.getLogger("qnrescue.supervisor")
 
 # How often to look at the journal and the files, in seconds.
 _TICK = 0.1
-# How often the progress of a job is written down, in seconds.
-_RECORD_SECONDS = 1.0
+# How long to wait before a journal that cannot be used is tried again, in seconds.
+_RETRY_SECONDS = 0.5
 # How long to look for a process that was started, but not written down, in seconds.
-_SEARCH_SECONDS = 3.0
+SEARCH_SECONDS = 3.0
 # How long a supervisor without jobs stays, in seconds.
 IDLE_SECONDS = 30.0
-
-
-class Run:
-    """A job whose tool runs, or has run."""
-
-    def __init__(self, job: Job, folder: BenchFolder, process: ProcessIdentity | None,
-                 started: float, popen: subprocess.Popen[bytes] | None = None,
-                 verdict: tuple[JobState, str] | None = None) -> None:
-        self.job = job
-        self.process = process
-        self.progress = RestoreProgress(enter_restore_mode=job.order.enter_restore_mode)
-        self.verdict = verdict
-        self._popen = popen
-        self._started = started  # the monotonic clock
-        self._folder = folder.job(job.id)
-        self._documents = DocumentsFile(self._folder.documents)
-        self._latest_report = time.monotonic()
-        self._recorded: tuple[object, ...] = ()
-        self._recorded_at = 0.0
-
-    @property
-    def seconds(self) -> float:
-        """Returns for how long the tool has run."""
-        return max(0.0, time.monotonic() - self._started)
-
-    def exit_status(self) -> int | None:
-        """Returns the tool's exit status; None if it is not known."""
-        return None if self._popen is None else self._popen.poll()
-
-    def is_running(self) -> bool:
-        """Returns whether the tool runs."""
-        if self._popen is not None:
-            return self._popen.poll() is None
-        return self.process is not None and processes.is_running(self.process)
-
-    def read(self) -> None:
-        """Takes over the documents that have come."""
-        for event in self._documents.read():
-            self.progress.feed(event)
-            self._latest_report = time.monotonic()
-
-    def judge(self) -> tuple[JobState, str] | None:
-        """Returns how the job has to be ended now, and why; None if it may go on."""
-        limit = self.job.order.silence_timeout
-        if self.progress.has_failed:
-            return self.progress.ended(None)
-        if limit is not None and time.monotonic() - self._latest_report >= limit:
-            return JobState.HUNG, f"no report for {limit:g} s"
-        return None
-
-    def end_process(self) -> bool:
-        """Ends the tool; returns whether it has ended."""
-        if self._popen is not None:
-            self._popen.kill()
-            self._popen.wait()
-            return True
-        return self.process is None or processes.end(self.process)
-
-    def news(self) -> bool:
-        """Returns whether there is progress to write down: a new step at once, percents seldom."""
-        state = self.progress
-        current = state.operation, state.step, state.progress
-        now = time.monotonic()
-        due = now - self._recorded_at >= _RECORD_SECONDS
-        if current == self._recorded or (current[:2] == self._recorded[:2] and not due):
-            return False
-        self._recorded, self._recorded_at = current, now
-        return True
-
-    def last_words(self) -> str:
-        """Returns the last line that the tool wrote to standard error."""
-        try:
-            with self._folder.errors.open("rb") as file:
-                file.seek(max(0, self._folder.errors.stat().st_size - 4096))
-                lines = file.read().decode("utf-8", "replace").split("\n")
-        except OSError:
-            return ""
-        return next((line.strip() for line in reversed(lines) if line.strip()), "")
+# How long others may lock the journal before the supervisor looks after its jobs, in seconds.
+_BUSY_TIMEOUT = 1.0
 
 
 class Supervisor:
@@ -119,49 +47,99 @@ class Supervisor:
         self._folder = folder
         self._journal = journal
         self._runs: dict[str, Run] = {}
+        self._ended: list[Job] = []  # jobs whose end is not written down yet
+        self._file: Path | None = None  # of the journal
         self._data_version: int | None = None
-
-    def adopt(self) -> None:
-        """Takes over the jobs that another supervisor has left."""
-        for left in self._journal.running():
-            self._runs[left.job.id] = self._adopted(left)
-            log.info("job %s: adopted", left.job.id)
-
-    def _adopted(self, left: RunningJob) -> Run:
-        process = left.process or self._search(left.job)
-        if process is not None and left.process is None:
-            self._journal.record_process(left.job.id, process)
-        return Run(left.job, self._folder, process, left.clock or time.monotonic(),
-                   verdict=left.verdict)
-
-    def _search(self, job: Job) -> ProcessIdentity | None:
-        """Returns the process of a job that was claimed: it may be about to start."""
-        limit = time.monotonic() + _SEARCH_SECONDS
-        while True:
-            log_file = str(self._folder.job(job.id).log)
-            found = processes.find(lambda words: processes.follow_each_other(
-                words, "--amr-logfile", log_file))
-            if found or time.monotonic() >= limit:
-                return found[0] if found else None
-            time.sleep(_TICK)
 
     @property
     def is_idle(self) -> bool:
         """Returns whether there is nothing to do."""
-        return not self._runs and not self._journal.jobs(JobState.QUEUED, limit=1)
+        return not (self._runs or self._ended or self._journal.jobs(JobState.QUEUED, limit=1))
 
     def step(self) -> None:
-        """Does what there is to do, without waiting for anything."""
+        """Does what there is to do now. Raises JournalError: then the next call goes on."""
+        try:
+            self._step()
+        except JournalError:
+            self._data_version = None  # what was to be done may have been left half done
+            raise
+
+    def _step(self) -> None:
         version = self._journal.data_version()
+        if self._journal.path != self._file:
+            self._open_journal()
         if version != self._data_version:
+            self._take_over()
             self._obey_cancels()
             self._start_queued()
             self._data_version = version
         for run in list(self._runs.values()):
             self._follow(run)
-        news = [run for run in self._runs.values() if run.news()]
+        self._record()
+
+    def _record(self) -> None:
+        while self._ended:
+            self._journal.record_end(self._ended[0])
+            job = self._ended.pop(0)
+            log.info("job %s: %s %s", job.id, job.state, job.reason)
+        news = [run for run in self._runs.values() if run.has_news()]
         if news:
             self._journal.record_progress([(run.job.id, run.progress, run.seconds) for run in news])
+
+    # What other supervisors and journals have left
+
+    def _open_journal(self) -> None:
+        path = self._journal.path
+        self._journal.check()
+        identity = processes.identify(os.getpid())
+        assert identity is not None
+        self._journal.record_supervisor(identity)
+        self._restore_records()
+        self._file = path
+
+    def _take_over(self) -> None:
+        own = {*self._runs, *(job.id for job in self._ended)}
+        left = [one for one in self._journal.running() if one.job.id not in own]
+        found = self._search({one.job.id for one in left if one.process is None})
+        for one in left:
+            process = one.process or found.get(one.job.id)
+            if process is not None and one.process is None:
+                self._journal.record_process(one.job.id, process)
+            self._runs[one.job.id] = Run(one.job, self._folder, process,
+                                         one.clock or time.monotonic(), verdict=one.verdict)
+            log.info("job %s: taken over", one.job.id)
+
+    def _search(self, job_ids: set[str]) -> dict[str, ProcessIdentity]:
+        """Returns the processes of jobs that were claimed. They may be about to start."""
+        log_files = {str(self._folder.job(job_id).log): job_id for job_id in job_ids}
+        limit = time.monotonic() + SEARCH_SECONDS
+        found: dict[str, ProcessIdentity] = {}
+        while len(found) < len(job_ids):
+            for process, words in processes.find(
+                    lambda words: processes.value_after(words, "--amr-logfile") in log_files).items():
+                found[log_files[processes.value_after(words, "--amr-logfile") or ""]] = process
+            if time.monotonic() >= limit:
+                break
+            time.sleep(_TICK)
+        return found
+
+    def _restore_records(self) -> None:
+        """Writes down the jobs that the journal does not know: an earlier one broke."""
+        known = frozenset(job.id for job in self._journal.jobs())
+        lost = sorted(read_records(self._folder, known), key=lambda job: job.ordered_at)
+        found = self._search({job.id for job in lost
+                              if not job.state.is_end and job.id not in self._runs})
+        for job in lost:
+            run = self._runs.get(job.id)
+            process = run.process if run else found.get(job.id)
+            if job.state.is_end or process is not None:
+                self._journal.restore_record(job)
+                if process is not None:
+                    self._journal.record_process(job.id, process)
+            else:
+                self._journal.restore_record(Run(job, self._folder, None, 0).ended())
+
+    # The course of a job
 
     def _obey_cancels(self) -> None:
         for left in self._journal.running():
@@ -170,82 +148,101 @@ class Supervisor:
                 run.verdict = JobState.CANCELLED, f"cancelled by {left.job.cancel_asked_by}"
 
     def _start_queued(self) -> None:
-        for job in reversed(self._journal.jobs(JobState.QUEUED)):
-            if self._journal.claim(job.id):
-                self._start(job)
+        queued = self._journal.jobs(JobState.QUEUED)
+        # A named folder is a bench with devices of its own, such as one of a test.
+        busy = _devices_under_restore() if queued and self._folder.is_default else {}
+        for waiting in reversed(queued):
+            if job := self._journal.claim(waiting.id):
+                if job.device in busy:
+                    self._refuse(job, "another program restores the device: process"
+                                      f" {busy[job.device].pid}")
+                else:
+                    self._start(job)
 
     def _start(self, job: Job) -> None:
-        folder = self._folder.job(job.id)
         try:
-            folder.path.parent.mkdir(exist_ok=True)
-            folder.path.mkdir()
-            share_like_folder(folder.path)
-            with folder.documents.open("xb") as output, folder.errors.open("xb") as errors:
-                popen = processes.start_detached(
-                    [*job.order.tool, *job.order.arguments(str(folder.log))], folder.path, output,
-                    errors)
-        except OSError as fault:
-            self._journal.record_end(job.id, JobState.REFUSED, f"cannot start: {fault}")
+            run = start(job, self._folder)
+        except (OSError, ValueError) as fault:  # a NUL in an argument is a ValueError
+            self._refuse(job, f"cannot start: {fault}")
             return
-        process = processes.identify(popen.pid)
-        if process is not None:
-            self._journal.record_process(job.id, process)
-        self._runs[job.id] = Run(job, self._folder, process, time.monotonic(), popen)
-        log.info("job %s: started, process %s", job.id, popen.pid)
+        self._runs[job.id] = run
+        if run.process is not None:
+            self._journal.record_process(job.id, run.process)
+            log.info("job %s: started, process %s", job.id, run.process.pid)
+
+    def _refuse(self, job: Job, reason: str) -> None:
+        self._ended.append(replace(job, state=JobState.REFUSED, reason=reason,
+                                   ended_at=time.time()))
 
     def _follow(self, run: Run) -> None:
-        running = run.is_running()  # before reading, so that nothing is missed
-        run.read()
-        if running:
-            if run.verdict is None and (verdict := run.judge()):
-                self._journal.record_verdict(run.job.id, *verdict)
-                run.verdict = verdict
-            if run.verdict is None or not run.end_process():
-                return
+        is_running = run.is_running()  # before reading, so that nothing is missed
+        with contextlib.suppress(OSError):  # perhaps next time
             run.read()
-        self._end(run)
+        if not is_running:
+            self._end(run)
+            return
+        if run.verdict is None and (verdict := run.judge()):
+            self._journal.record_verdict(run.job.id, *verdict)
+            run.verdict = verdict
+        if run.verdict is not None:
+            run.kill()
 
     def _end(self, run: Run) -> None:
-        status = run.exit_status()
-        state, reason = run.progress.ended(status, run.last_words())
-        if run.verdict is not None and state is not JobState.SUCCEEDED:
-            state, reason = run.verdict
-            status = None
-        self._journal.record_end(run.job.id, state, reason, seconds=run.seconds,
-                                 exit_status=status, progress=run.progress)
-        del self._runs[run.job.id]
-        log.info("job %s: %s %s", run.job.id, state, reason)
+        job = run.ended()
+        with contextlib.suppress(OSError):  # the disk may be full: the journal is what counts
+            write_record(self._folder.job(job.id), job)
+        self._ended.append(job)
+        del self._runs[job.id]
+
+
+def _devices_under_restore() -> dict[str, ProcessIdentity]:
+    """Returns the devices that tools restore, whoever started them, as far as this user sees."""
+    def restores(words: Iterable[str]) -> bool:
+        return bool({"--restore", "--restore-plist"} & set(words))
+
+    return {(processes.value_after(words, "--ecid") or "").upper(): process
+            for process, words in processes.find(restores).items()}
 
 
 def supervise(folder: BenchFolder, idle_seconds: float | None) -> bool:
     """Supervises the jobs until there are none for `idle_seconds`; None: for good. Returns false at
-    once if another process does so already."""
+    once if another process does so already. Raises JournalError if the journal cannot be opened."""
     lock = FileLock(folder.supervisor_lock)
     while True:
-        if not lock.try_acquire():
+        if not lock.acquire(timeout=1.0):  # others take it for a moment, to see whether it is held
             return False
-        with lock, Journal(folder.journal) as journal:
-            _work(folder, journal, idle_seconds)
+        with lock, Journal(folder.path, busy_timeout=_BUSY_TIMEOUT) as journal:
+            _work(Supervisor(folder, journal), journal, idle_seconds)
         # Whoever ordered a job while the lock was held relies on this process.
-        with Journal(folder.journal) as journal:
+        with Journal(folder.path) as journal:
             if not journal.jobs(JobState.QUEUED, limit=1):
                 return True
 
 
-def _work(folder: BenchFolder, journal: Journal, idle_seconds: float | None) -> None:
-    identity = processes.identify(os.getpid())
-    assert identity is not None
-    journal.record_supervisor(identity)
-    supervisor = Supervisor(folder, journal)
-    supervisor.adopt()
+def _work(supervisor: Supervisor, journal: Journal, idle_seconds: float | None) -> None:
+    latest_fault = ""
     idle_since = time.monotonic()
     while True:
-        supervisor.step()
-        if not supervisor.is_idle:
-            idle_since = time.monotonic()
-        elif idle_seconds is not None and time.monotonic() - idle_since >= idle_seconds:
-            return
+        try:
+            supervisor.step()
+            if not supervisor.is_idle:
+                idle_since = time.monotonic()
+            elif idle_seconds is not None and time.monotonic() - idle_since >= idle_seconds:
+                return
+        except (JournalError, OSError) as fault:
+            if str(fault) != latest_fault:
+                log.warning("%s", fault)
+                latest_fault = str(fault)
+            time.sleep(_RETRY_SECONDS)
+            if isinstance(fault, JournalBroken):
+                _replace(journal)
         time.sleep(_TICK)
+
+
+def _replace(journal: Journal) -> None:
+    with contextlib.suppress(JournalError):
+        journal.replace_broken()
+        log.warning("goes on with %s", journal.path)
 
 
 _started: list[subprocess.Popen[bytes]] = []
@@ -253,15 +250,14 @@ _started: list[subprocess.Popen[bytes]] = []
 
 def ensure_supervisor(folder: BenchFolder) -> None:
     """Starts a supervisor in the background, unless one is there. Raises OSError if that fails."""
-    lock = FileLock(folder.supervisor_lock)
-    if not lock.try_acquire():
-        return
-    lock.release()
+    with FileLock(folder.supervisor_lock) as lock:
+        if not lock.try_acquire():
+            return
     _started[:] = [popen for popen in _started if popen.poll() is None]
-    with folder.supervisor_log.open("ab") as output:
+    with folder.supervisor_log.open("ab") as errors:
         _started.append(processes.start_detached(
             [sys.executable, "-m", "qnrescue.supervisor", str(folder.path)], folder.path,
-            subprocess.DEVNULL, output))
+            subprocess.DEVNULL, errors))
 
 
 def main() -> int:

@@ -1,0 +1,174 @@
+"""The file of the journal: a database that several processes use, and that may be found broken."""
+
+from __future__ import annotations
+
+import contextlib
+import itertools
+import sqlite3
+from collections.abc import Iterator, Mapping, Sequence
+from pathlib import Path
+from typing import Any
+
+from qnrescue.file_lock import FileLock
+from qnrescue.places import share_like_folder
+
+
+class JournalError(Exception):
+    """The journal cannot be used; the text says why."""
+
+
+class JournalUnavailable(JournalError):
+    """The journal cannot be used now: it is locked, the disk is full, it may not be written. Trying
+    again later may help."""
+
+
+class JournalBroken(JournalError):
+    """The file is not a journal, or damaged."""
+
+
+class Database:
+    """A connection, for one thread, to the latest of the files in a folder: `journal-1.sqlite`,
+    `journal-2.sqlite`, ... There is more than one if a file was found broken. It is kept as it is,
+    and all processes go on with the next one. (Renaming a database in use would damage the new
+    one.) Every operation may raise JournalError."""
+
+    def __init__(self, folder: Path, schema: str, version: int, busy_timeout: float) -> None:
+        self._folder = folder
+        self._schema = schema
+        self._version = version
+        self._busy_timeout = busy_timeout
+        self._number: int
+        self._connection: sqlite3.Connection
+        self._open_latest()
+
+    @property
+    def path(self) -> Path:
+        """Returns the file that is open."""
+        return _file(self._folder, self._number)
+
+    def close(self) -> None:
+        """Closes the connection."""
+        self._connection.close()
+
+    def rows(self, statement: str, values: Sequence[Any] | Mapping[str, Any] = (),
+             ) -> list[sqlite3.Row]:
+        """Executes the statement and returns its rows."""
+        if not self._connection.in_transaction and _file(self._folder, self._number + 1).exists():
+            self._connection.close()
+            self._open_latest()
+        return self._execute(statement, values)
+
+    @contextlib.contextmanager
+    def writing(self) -> Iterator[None]:
+        """Makes one transaction of what happens in the context."""
+        self.rows("BEGIN IMMEDIATE")
+        try:
+            yield
+            self._execute("COMMIT")
+        except BaseException:
+            if self._connection.in_transaction:
+                self._connection.rollback()
+            raise
+
+    def check(self) -> None:
+        """Reads the whole file. Raises JournalBroken if it is damaged."""
+        (result,) = self.rows("PRAGMA quick_check(1)")[0]
+        if result != "ok":
+            raise JournalBroken(f"{self.path}: {result}")
+
+    def replace_broken(self) -> None:
+        """Goes on with the next file, which is made if no other process was faster."""
+        with FileLock(self._folder / "journal.lock") as lock:
+            lock.acquire()
+            number = self._number
+            self._connection.close()
+            self._number = max(number + 1, _latest(self._folder))
+            self._open()
+
+    def _open_latest(self) -> None:
+        self._number = _latest(self._folder)
+        try:
+            self._open()
+        except JournalBroken:
+            self.replace_broken()
+
+    def _open(self) -> None:
+        with _errors_of(self.path):
+            _make(self.path)
+            self._connection = sqlite3.connect(self.path, timeout=self._busy_timeout,
+                                               isolation_level=None)
+        self._connection.row_factory = sqlite3.Row
+        try:
+            self._execute("PRAGMA journal_mode = WAL")
+            self._execute("PRAGMA synchronous = FULL")
+            self._prepare()
+        except BaseException:
+            self._connection.close()
+            raise
+
+    def _prepare(self) -> None:
+        version = self._read_version()
+        if version == 0:
+            self._execute("BEGIN IMMEDIATE")
+            try:
+                if self._read_version() == 0:  # another process may have been faster
+                    self._make_tables()
+                self._execute("COMMIT")
+            except BaseException:
+                self._connection.rollback()
+                raise
+        elif version != self._version:
+            raise JournalError(f"{self.path} has version {version}; this program knows"
+                               f" {self._version}")
+
+    def _make_tables(self) -> None:
+        if self._execute("SELECT 1 FROM sqlite_master LIMIT 1"):
+            raise JournalBroken(f"{self.path} is a database, but not a journal")
+        for statement in self._schema.split(";"):
+            self._execute(statement)
+        self._execute(f"PRAGMA user_version = {self._version}")
+
+    def _read_version(self) -> int:
+        return int(self._execute("PRAGMA user_version")[0][0])
+
+    def _execute(self, statement: str, values: Sequence[Any] | Mapping[str, Any] = (),
+                 ) -> list[sqlite3.Row]:
+        with _errors_of(self.path):
+            return self._connection.execute(statement, values).fetchall()
+
+
+def broken_files(folder: Path) -> list[Path]:
+    """Returns the files that were found broken and are kept."""
+    return [_file(folder, number) for number in range(1, _latest(folder))]
+
+
+def _file(folder: Path, number: int) -> Path:
+    return folder / f"journal-{number}.sqlite"
+
+
+def _latest(folder: Path) -> int:
+    return next(number for number in itertools.count(1)
+                if not _file(folder, number + 1).exists())
+
+
+def _make(path: Path) -> None:
+    """Makes an empty file, unless there is one. The files that SQLite adds get its permissions."""
+    with contextlib.suppress(FileExistsError):
+        path.touch(exist_ok=False)
+        share_like_folder(path)
+
+
+_BROKEN = (sqlite3.SQLITE_CORRUPT, sqlite3.SQLITE_NOTADB)
+
+
+@contextlib.contextmanager
+def _errors_of(path: Path) -> Iterator[None]:
+    try:
+        yield
+    except sqlite3.DatabaseError as fault:
+        # Only the lowest eight bits are the kind of error.
+        is_broken = (getattr(fault, "sqlite_errorcode", 0) & 0xFF) in _BROKEN
+        kind = JournalBroken if is_broken else JournalUnavailable
+        raise kind(f"{path}: {fault}") from fault
+    except OSError as fault:
+        raise JournalUnavailable(str(fault)) from fault
