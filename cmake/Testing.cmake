@@ -5,12 +5,8 @@ set(QNRESCUE_TEST_PREFIX "" CACHE STRING "What the name of every test starts wit
 # What only the full run of the tests needs, beside all: `cmake --build … --target all full`.
 add_custom_target(full)
 
-option(QNRESCUE_UNITY_TESTS "Compile several files of a test program at a time" ON)
-
-# qnrescue_test_settings(target): compiles tests and their helpers fast, without optimisation and
-# several files at a time.
+# qnrescue_test_settings(target): compiles tests and their helpers fast, without optimisation.
 function(qnrescue_test_settings target)
-  set_target_properties(${target} PROPERTIES UNITY_BUILD ${QNRESCUE_UNITY_TESTS})
   target_compile_options(${target} PRIVATE
     $<$<CXX_COMPILER_ID:GNU,Clang>:-O0>
     # It holds a class from another file that has a base in an unnamed namespace to be a mistake.
