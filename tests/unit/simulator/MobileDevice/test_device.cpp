@@ -216,7 +216,9 @@ TEST_F(Devices, UsedAfterTheirLastReleaseEndTheProcess) {
     testing::FLAGS_gtest_death_test_style = "threadsafe";
     play(one_device({{"ECID", text("1")}}));
     auto & scripted = *simulator::instance().devices().at(0);
-    auto const gone = scripted.make_object(scripted.initial).get();
+    auto object = scripted.make_object(scripted.initial);
+    auto const gone = object.get();
+    object = {};
     EXPECT_DEATH(AMRestorableDeviceGetState(gone),
                  "^MobileDevice: AMRestorableDeviceGetState: the device has been released");
     EXPECT_DEATH(AMRestorableDeviceCopySerialNumber(gone),
