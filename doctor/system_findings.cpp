@@ -12,6 +12,7 @@ namespace doctor {
 namespace {
 
 constexpr unsigned long oldest_major = 10;
+constexpr unsigned long oldest_build = 18362; // version 1903; those of Windows 11 are higher
 constexpr unsigned utf8 = 65001;
 constexpr unsigned long running = 4;
 
@@ -57,11 +58,16 @@ finding service_finding(service const & each) {
 
 finding version_finding(windows_version const & version) {
     auto text = fmt::format("Windows {}.{}, build {}", version.major, version.minor, version.build);
-    if (version.major >= oldest_major) {
-        return {id::windows_version, verdict::ok, std::move(text)};
+    if (version.major < oldest_major) {
+        return {id::windows_version, verdict::problem, std::move(text),
+                "The tool needs 64-bit Windows 10 version 1903 (build 18362) or later."};
     }
-    return {id::windows_version, verdict::problem, std::move(text),
-            "The tool needs 64-bit Windows 10 or later."};
+    if (version.major == oldest_major && version.build < oldest_build) {
+        return {id::windows_version, verdict::warning, std::move(text),
+                "The oldest version that is supported is Windows 10 version 1903 (build 18362). "
+                "Update Windows."};
+    }
+    return {id::windows_version, verdict::ok, std::move(text)};
 }
 
 finding code_page_finding(code_pages const & pages) {

@@ -17,8 +17,10 @@ using doctor::version_finding;
 using tests::expect_finding;
 
 TEST(system_findings, of_the_version_of_windows) {
-    expect_finding(version_finding({10, 0, 10240}), "windows-version", verdict::ok,
-                   "Windows 10.0, build 10240");
+    expect_finding(version_finding({10, 0, 18362}), "windows-version", verdict::ok,
+                   "Windows 10.0, build 18362");
+    expect_finding(version_finding({10, 0, 18361}), "windows-version", verdict::warning,
+                   "Windows 10.0, build 18361");
     expect_finding(version_finding({11, 1, 1}), "windows-version", verdict::ok,
                    "Windows 11.1, build 1");
     expect_finding(version_finding({6, 3, 9600}), "windows-version", verdict::problem,
