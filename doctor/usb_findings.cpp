@@ -1,5 +1,7 @@
 #include "doctor/usb_findings.hpp"
 
+#include <boost/algorithm/string/predicate.hpp>
+
 #include <fmt/format.h>
 
 #include <charconv>
@@ -17,7 +19,7 @@ constexpr std::string_view prefix_of_vendor = "USB\\VID_05AC&PID_";
 std::optional<unsigned> product_of(std::string_view instance) {
     constexpr std::size_t digits = 4;
     unsigned product = 0;
-    if (!instance.starts_with(prefix_of_vendor)) {
+    if (!boost::algorithm::istarts_with(instance, prefix_of_vendor)) {
         return std::nullopt;
     }
     auto const id = instance.substr(prefix_of_vendor.size(), digits);
@@ -27,19 +29,27 @@ std::optional<unsigned> product_of(std::string_view instance) {
                : std::nullopt;
 }
 
-// Returns the mode that a product id belongs to; empty for keyboards and the like.
-std::string_view mode_of(unsigned product) {
+struct mode {
+    std::string_view text;
+    verdict fault; // what it is if the driver does not work
+};
+
+// Returns the mode that a product id belongs to; no value for keyboards and the like.
+std::optional<mode> mode_of(unsigned product) {
     if (product == 0x1227) {
-        return "in DFU mode";
+        return mode{"in DFU mode", verdict::problem};
     }
     if (product >= 0x1280 && product <= 0x1283) {
-        return "in Recovery mode";
+        return mode{"in Recovery mode", verdict::problem};
     }
-    return product >= 0x1290 && product <= 0x12AF ? "in ordinary or restore mode" : "";
+    if (product >= 0x1290 && product <= 0x12AF) {
+        return mode{"in ordinary or restore mode", verdict::warning}; // no restore starts in it
+    }
+    return std::nullopt;
 }
 
-finding device_finding(usb_device const & each, unsigned product, std::string_view mode) {
-    auto text = fmt::format("A device {} (05AC:{:04X}, \"{}\"), driver: {}", mode, product,
+finding device_finding(usb_device const & each, unsigned product, mode const & in) {
+    auto text = fmt::format("A device {} (05AC:{:04X}, \"{}\"), driver: {}", in.text, product,
                             each.description, each.driver.empty() ? "none" : each.driver);
     if (each.problem != 0) {
         text += fmt::format(", problem code {}", each.problem);
@@ -47,7 +57,7 @@ finding device_finding(usb_device const & each, unsigned product, std::string_vi
     if (each.problem == 0 && !each.driver.empty()) {
         return {id::usb_device, verdict::ok, std::move(text)};
     }
-    return {id::usb_device, verdict::problem, std::move(text),
+    return {id::usb_device, in.fault, std::move(text),
             "Install the driver for USB of \"Apple Mobile Device Support\", then detach the device "
             "and attach it again."};
 }
@@ -58,9 +68,9 @@ std::vector<finding> usb_findings(std::vector<usb_device> const & devices) {
     std::vector<finding> findings;
     for (auto const & each : devices) {
         auto const product = product_of(each.instance);
-        auto const mode = product ? mode_of(*product) : std::string_view();
-        if (product && !mode.empty()) {
-            findings.push_back(device_finding(each, *product, mode));
+        auto const in = product ? mode_of(*product) : std::nullopt;
+        if (in) {
+            findings.push_back(device_finding(each, *product, *in));
         }
     }
     if (findings.empty()) {

@@ -47,8 +47,9 @@ TEST(usb_findings, of_drivers_that_do_not_work) {
     auto const findings = usb_findings({{instance, "One", "", 0},
                                         {instance, "Two", "", 28},
                                         {instance, "Three", "driver", 10},
-                                        {instance, "Four", "driver", 0}});
-    ASSERT_EQ(4U, findings.size());
+                                        {instance, "Four", "driver", 0},
+                                        {"USB\\VID_05AC&PID_12A8\\x", "Five", "", 28}});
+    ASSERT_EQ(5U, findings.size());
     std::string const device = "A device in Recovery mode (05AC:1281, ";
     expect_finding(findings[0], "usb-device", verdict::problem, device + "\"One\"), driver: none");
     expect_finding(findings[1], "usb-device", verdict::problem,
@@ -56,6 +57,16 @@ TEST(usb_findings, of_drivers_that_do_not_work) {
     expect_finding(findings[2], "usb-device", verdict::problem,
                    device + "\"Three\"), driver: driver, problem code 10");
     expect_finding(findings[3], "usb-device", verdict::ok, device + "\"Four\"), driver: driver");
+    // A restore does not start in this mode.
+    expect_finding(findings[4], "usb-device", verdict::warning,
+                   "A device in ordinary or restore mode (05AC:12A8, \"Five\"), driver: none, "
+                   "problem code 28");
+}
+
+TEST(usb_findings, do_not_depend_on_the_case_of_letters) {
+    auto const findings = usb_findings({{"usb\\Vid_05ac&Pid_12ab\\x", "One", "driver", 0}});
+    ASSERT_EQ(1U, findings.size());
+    EXPECT_EQ(verdict::ok, findings[0].word) << findings[0].text;
 }
 
 } // namespace
