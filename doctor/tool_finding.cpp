@@ -22,6 +22,14 @@ finding tool_finding(tool_run const & run) {
     }
     auto const text =
         fmt::format("{} ended with status {} and printed:\n{}", command, run.status, run.output);
+    constexpr unsigned long first_of_a_crash = 0x80000000;
+    if (run.status >= first_of_a_crash) {
+        return {id::device_list, verdict::problem,
+                fmt::format("{} crashed with status {:#010x} and printed:\n{}", command, run.status,
+                            run.output),
+                "Libraries of several versions mixed, or damaged ones, may crash: install \"Apple "
+                "Mobile Device Support\" again, and remove copies from the program's folder."};
+    }
     if (run.status != 0) {
         return {id::device_list, verdict::problem, text,
                 "Look up the error in docs/exit-codes.md."};

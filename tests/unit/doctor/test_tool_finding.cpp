@@ -32,6 +32,11 @@ TEST(tool_finding, of_an_error) {
                    printed + "5 and printed:\n" + before_list);
 }
 
+TEST(tool_finding, of_a_crash) {
+    expect_finding(tool_finding({"", 0xC0000005, "half"}), "device-list", verdict::problem,
+                   "qnrescue.exe --list-devices crashed with status 0xc0000005 and printed:\nhalf");
+}
+
 TEST(tool_finding, of_a_run_without_an_end) {
     expect_finding(tool_finding({"it is missing", 0, "half"}), "device-list", verdict::problem,
                    "qnrescue.exe --list-devices did not run: it is missing\nhalf");
