@@ -92,7 +92,7 @@ std::vector<std::string> lacking_names(library_image const & image,
                                        std::vector<std::string> const & names) {
     std::vector<std::string> lacking;
     std::ranges::copy_if(names, std::back_inserter(lacking), [&](std::string const & name) {
-        return std::ranges::find(image.exports, name) == image.exports.end();
+        return !std::ranges::binary_search(image.exports, name);
     });
     return lacking;
 }

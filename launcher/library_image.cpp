@@ -1,5 +1,8 @@
 #include "launcher/library_image.hpp"
 
+#include <boost/filesystem/operations.hpp>
+
+#include <algorithm>
 #include <array>
 #include <cstdio>
 #include <cstring>
@@ -12,6 +15,11 @@ namespace {
 struct damaged {};
 
 enum class directory : std::size_t { exports = 0, imports = 1, resources = 2 };
+
+constexpr std::uint16_t most_sections = 96; // that Windows loads
+
+// In bytes. Far above all libraries; the file is read as a whole.
+constexpr std::size_t largest_file = std::size_t{1} << 28;
 
 struct section {
     std::uint32_t address;
@@ -58,6 +66,9 @@ image_reader::image_reader(std::string_view file)
     }
     machine = at<std::uint16_t>(header + 4);
     auto const section_count = at<std::uint16_t>(header + 6);
+    if (section_count > most_sections) {
+        throw damaged();
+    }
     auto const optional_size = at<std::uint16_t>(header + 20);
     auto const optional = header + 24;
     is_64_bit = at<std::uint16_t>(optional) == 0x20B;
@@ -163,6 +174,7 @@ std::vector<std::string> exports_of(image_reader & image) {
         image.count_entry(sizeof(std::uint32_t));
         exports.push_back(image.text(image.at<std::uint32_t>(names + 4 * i)));
     }
+    std::ranges::sort(exports); // as they should be already
     return exports;
 }
 
@@ -244,6 +256,10 @@ std::optional<library_image> parse_library_image(std::string_view bytes) {
 }
 
 std::optional<library_image> read_library_image(QN::filesystem::path const & file) {
+    boost::system::error_code error;
+    if (file_size(file, error) > largest_file || error) {
+        return std::nullopt;
+    }
     auto const stream = open_file(file);
     if (!stream) {
         return std::nullopt;

@@ -24,7 +24,7 @@ using file_version = std::array<std::uint16_t, 4>;
 struct library_image {
     std::uint16_t machine = 0; // one of those below, or another
     std::vector<imported_library> imports;
-    std::vector<std::string> exports;
+    std::vector<std::string> exports;      // sorted
     std::optional<file_version> version{}; // no value without a version resource that can be read
 };
 

@@ -55,7 +55,7 @@ std::string fault_of(QN::filesystem::path const & library,
 
 std::string missing_function(library_image const & image, imported_library const & wanted) {
     for (auto const & function : wanted.functions) {
-        if (std::ranges::find(image.exports, function) == image.exports.end()) {
+        if (!std::ranges::binary_search(image.exports, function)) {
             return function;
         }
     }

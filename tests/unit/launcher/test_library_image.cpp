@@ -65,6 +65,21 @@ TEST(library_image, with_a_damaged_version) {
     expect_some_parts(*image);
 }
 
+TEST(library_image, sorts_the_exports) {
+    auto const image = parse_library_image(made_library({{}, {"gamma", "alpha", "beta"}}));
+    ASSERT_TRUE(image);
+    EXPECT_EQ((std::vector<std::string>{"alpha", "beta", "gamma"}), image->exports);
+}
+
+TEST(library_image, of_more_sections_than_windows_loads) {
+    auto bytes = made_library({{}, {std::string(10000, 'x')}});
+    constexpr std::size_t section_count = 0x86;
+    bytes[section_count] = 96; // the others are wrong, but not used
+    EXPECT_TRUE(parse_library_image(bytes));
+    bytes[section_count] = 97;
+    EXPECT_FALSE(parse_library_image(bytes));
+}
+
 TEST(library_image, without_tables) {
     auto const image = parse_library_image(made_library({}));
     ASSERT_TRUE(image);
@@ -129,6 +144,9 @@ TEST(library_image, of_a_file) {
     ASSERT_TRUE(image);
     expect_some_parts(*image);
     EXPECT_FALSE(launcher::read_library_image(folder.path()));
+    constexpr std::uintmax_t more_than_any_library = (1U << 28) + 1;
+    resize_file(file, more_than_any_library);
+    EXPECT_FALSE(launcher::read_library_image(file));
 }
 
 } // namespace
