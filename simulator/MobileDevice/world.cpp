@@ -4,6 +4,7 @@
 #include "simulator/MobileDevice/text.hpp"
 
 #include <algorithm>
+#include <limits>
 
 namespace mobile_device {
 namespace {
@@ -11,6 +12,9 @@ namespace {
 using namespace std::chrono_literals;
 
 constexpr std::int64_t longest = 200LL * 365 * 24 * 60 * 60 * 1'000'000; // microseconds
+
+// Leaves numbers for all steps that could follow.
+constexpr std::int64_t highest_number = std::numeric_limits<std::int64_t>::max() / 2;
 
 // How long a step is kept for processes that have not read it yet.
 constexpr world_time kept_for = 10s;
@@ -55,6 +59,9 @@ std::vector<world_step> read_course(node const & value) {
         if (read.number < 1 || (!result.empty() && (read.number <= result.back().number ||
                                                     read.at < result.back().at))) {
             each.fail("must follow the step before");
+        }
+        if (read.number > highest_number) {
+            step.at("Number").fail("is too high");
         }
         result.push_back(read);
     }

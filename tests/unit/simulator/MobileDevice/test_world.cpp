@@ -92,6 +92,8 @@ TEST(World, WhatIsNoWorldIsAFaultWithItsPlace) {
          "Devices[0].Course[1]: must follow the step before"},
         {world_with(device_text(array({step_text(1, 1, "Away"), step_text(2, 0, "Initial")}))),
          "Devices[0].Course[1]: must follow the step before"},
+        {world_with(device_text(array({step_text(INT64_MAX, 0, "Away")}))),
+         "Devices[0].Course[0].Number: is too high"},
         {world_with(device_text(array({step_text(1, INT64_MAX, "Away")}))),
          "Devices[0].Course[0].At: must be a time within 200 years"},
         {world_with(device_text(one, "<key>Restore</key><dict/>")),
