@@ -16,9 +16,9 @@ namespace {
 // Between two writes; with the time that a write takes, the file is less than a second old.
 constexpr std::chrono::milliseconds pause{500};
 
-// Another program that reads the file may keep Windows from replacing it for a moment.
+// Another program that reads the file keeps Windows from replacing it, and it may be the last time.
 bool replace_file(std::string const & by, std::string const & target) {
-    constexpr int attempts = 10;
+    constexpr int attempts = 100;
     for (int attempt = 0; attempt < attempts; ++attempt) {
         std::error_code error;
         std::filesystem::rename(mobile_device::make_path(by), mobile_device::make_path(target),

@@ -50,8 +50,8 @@ void restore::play() {
             last = time.now();
             report(planned.report.status.get());
         }
-        if (planned.returns_as && !ended && restored.description().returns) {
-            await_return(*planned.returns_as);
+        if (auto const as = return_of(planned); as && !ended) {
+            await_return(*as);
             last = time.now();
         }
     }
@@ -63,9 +63,13 @@ bool restore::end_in_world(planned_report const & planned) {
     if (!around.world || &planned != &plan.back() || !says_how_it_ended(planned.report.status)) {
         return false;
     }
-    around.world->end_restore(restored, leaves_after_report, planned.returns_as,
+    around.world->end_restore(restored, leaves_after_report, return_of(planned),
                               returns_after_report);
     return true;
+}
+
+appearance const * restore::return_of(planned_report const & planned) const {
+    return restored.description().returns ? planned.returns_as : nullptr;
 }
 
 void restore::await_return(appearance const & as) {

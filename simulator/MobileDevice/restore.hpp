@@ -40,6 +40,7 @@ private:
     void run();
     void play();
     bool end_in_world(planned_report const & planned);
+    appearance const * return_of(planned_report const & planned) const;
     void await_return(appearance const & as);
     void report(CFDictionaryRef status);
 

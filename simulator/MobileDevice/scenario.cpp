@@ -145,11 +145,26 @@ void read_conduct(dictionary_node const & device, device_description & result) {
 
 device_description read_device(node const & value) {
     dictionary_node const device{value,
-                                 {"ECID", "State", "ProductID", "BoardID", "ChipID", "ProductType",
-                                  "FusingInfo", "LocationID", "SerialNumber", "ProductString",
-                                  "ConnectAfter", "DisconnectAfter", "RecoveryModeDevice",
-                                  "SetAutoBootError", "RebootError", "RestoreReports",
-                                  "AfterInterruption", "Connects", "Returns", "Answers"}};
+                                 {"ECID",
+                                  "State",
+                                  "ProductID",
+                                  "BoardID",
+                                  "ChipID",
+                                  "ProductType",
+                                  "FusingInfo",
+                                  "LocationID",
+                                  "SerialNumber",
+                                  "ProductString",
+                                  "ConnectAfter",
+                                  "DisconnectAfter",
+                                  "RecoveryModeDevice",
+                                  "SetAutoBootError",
+                                  "RebootError",
+                                  "RestoreReports",
+                                  "AfterInterruption",
+                                  "Connects",
+                                  "Returns",
+                                  "Answers"}};
     device_description result;
     read_identity(device, result);
     read_conduct(device, result);

@@ -52,7 +52,7 @@ struct device_description {
     int reboot_error = 0;
     std::optional<std::vector<scripted_report>> restore_reports; // absent: the default restore
     double after_interruption = 10; // seconds since the end of the restoring process, in a world
-    scripted_answers answers; // in place of those above, where calls return different ones
+    scripted_answers answers;       // in place of those above, where calls return different ones
 };
 
 struct raw_notification {

@@ -197,7 +197,7 @@ world_device make_world_device(device_description const & description, double ti
     world_device result;
     result.ecid = description.ecid;
     auto const connects = scaled(description.connect_after, time_scale);
-    result.course.push_back({1, connects, phase::initial});
+    result.course.push_back({1, connects, description.connects ? phase::initial : phase::away});
     if (description.disconnect_after) {
         auto const disconnects = scaled(*description.disconnect_after, time_scale);
         result.course.push_back({2, std::max(connects, disconnects), phase::unplugged});

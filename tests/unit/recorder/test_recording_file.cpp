@@ -1,7 +1,6 @@
 // The file of a recording is whole at every moment, and follows the session.
 #include "recorder/recording_file.hpp"
 
-#include "simulator/MobileDevice/files.hpp"
 #include "simulator/MobileDevice/scenario.hpp"
 #include "tests/unit/helpers/temporary_folder.hpp"
 
@@ -75,12 +74,14 @@ TEST_F(RecordingFile, IsWholeAtEveryMoment) {
     int read = 0;
     std::thread reader{[&] {
         while (!done) {
-            auto const bytes = mobile_device::read_file(path);
-            EXPECT_TRUE(bytes || may_be_locked);
-            if (bytes) {
-                EXPECT_NO_THROW(mobile_device::parse_scenario(*bytes));
+            auto const text = content();
+            EXPECT_TRUE(!text.empty() || may_be_locked);
+            if (!text.empty()) {
+                EXPECT_NO_THROW(mobile_device::parse_scenario(
+                    {reinterpret_cast<std::uint8_t const *>(text.data()), text.size()}));
                 ++read;
             }
+            std::this_thread::sleep_for(1ms);
         }
     }};
     {

@@ -24,6 +24,16 @@ protected:
     }
 
     world content() { return world_file{path}.read_change().value(); }
+
+    // Returns options that the default restore succeeds with.
+    cf_owner<CFMutableDictionaryRef> with_bundle() {
+        std::filesystem::create_directory(make_path(folder.utf8("bundle")));
+        tests::write_file(folder / "bundle/BuildManifest.plist", "");
+        auto options = make_mutable_dictionary();
+        CFDictionarySetValue(options.get(), CFSTR("RestoreBundlePath"),
+                             make_cfstring(folder.utf8("bundle")).get());
+        return options;
+    }
 };
 
 constexpr int arrives = kAMRestorableDeviceConnected;
@@ -141,15 +151,10 @@ TEST_F(SharedWorld, ScriptedNotificationsComeOnceInItsTime) {
 }
 
 TEST_F(SharedWorld, ARestoreByAnotherProcessIsSeenInEachOfItsPhases) {
-    std::filesystem::create_directory(make_path(folder.utf8("bundle")));
-    tests::write_file(folder / "bundle/BuildManifest.plist", "");
-    auto const options = make_mutable_dictionary();
-    CFDictionarySetValue(options.get(), CFSTR("RestoreBundlePath"),
-                         make_cfstring(folder.utf8("bundle")).get());
     play_twice(one_device());
     notification_recorder recorder;
     recorder.wait(10ms);
-    restore_in(*other, options.get());
+    restore_in(*other, with_bundle().get());
     EXPECT_TRUE(content().devices.at(0).restore);
     EXPECT_EQ(recorder.wait(20s), (std::vector<notification>{{{}, 1, in_recovery_mode, arrives},
                                                              {{}, 1, in_recovery_mode, departs},
@@ -161,6 +166,15 @@ TEST_F(SharedWorld, ARestoreByAnotherProcessIsSeenInEachOfItsPhases) {
     ASSERT_EQ(times.size(), 5U);
     EXPECT_LE(abs(times[2] - times[1] - 500ms), 51ms);
     EXPECT_GE(times[3] - times[2], 2s);
+}
+
+TEST_F(SharedWorld, ADeviceThatDoesNotReturnStaysWhileItIsRestored) {
+    play_twice(one_device(with("Returns", "<false/>")));
+    notification_recorder recorder;
+    recorder.wait(10ms);
+    restore_in(*other, with_bundle().get());
+    EXPECT_EQ(recorder.wait(20s), (std::vector<notification>{{{}, 1, in_recovery_mode, arrives}}));
+    EXPECT_FALSE(content().devices.at(0).restore);
 }
 
 TEST_F(SharedWorld, ARestoreThatFailsHasEndedAndOneThatFallsSilentHasNot) {

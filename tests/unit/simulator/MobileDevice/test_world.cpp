@@ -115,6 +115,12 @@ TEST(World, AScriptedDeviceComesAndGoesInScaledTime) {
     EXPECT_EQ(device.at(2500ms), phase::unplugged);
 }
 
+TEST(World, ADeviceThatOnlyNotificationsShowNeverComes) {
+    device_description description;
+    description.connects = false;
+    EXPECT_EQ(make_world_device(description, 1).at(1h), phase::away);
+}
+
 TEST(World, AChangeReplacesWhatWasPlanned) {
     auto device = in_recovery();
     EXPECT_EQ(device.change_from(10s, {{11s, phase::away}, {12s, phase::booted_os}}), 3);
