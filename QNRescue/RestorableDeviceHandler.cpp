@@ -76,7 +76,7 @@ void device_notifier_state::deviceNotificationCallback(AMRestorableDeviceRef dev
                                                        void * context) {
     assert_that(context != nullptr, this_unit, __func__, "context");
     if (live_contexts::visit const visit(context); visit) {
-        static_cast<device_notifier_state *>(context)->handleNotification(device, type);
+        static_cast<device_notifier_state *>(context)->handleNotification(__func__, device, type);
     }
 }
 
@@ -84,7 +84,7 @@ void device_notifier_state::restoreCallback(AMRestorableDeviceRef /*device*/,
                                             CFDictionaryRef statusDict, void * context) {
     assert_that(context != nullptr, this_unit, __func__, "context");
     if (live_contexts::visit const visit(context); visit) {
-        static_cast<device_notifier_state *>(context)->handleReport(statusDict);
+        static_cast<device_notifier_state *>(context)->handleReport(__func__, statusDict);
     }
 }
 

@@ -90,13 +90,15 @@ private:
     }
 
     void warmUp();
-    void handleNotification(AMRestorableDeviceRef device, AMRestorableDeviceNotificationType type);
-    void connected(QN::ecid const & ecid, AMRestorableDeviceRef device);
-    void disconnected(QN::ecid const & ecid);
+    // These four do the work of a callback, whose name begins their debug lines.
+    void handleNotification(char const * callback, AMRestorableDeviceRef device,
+                            AMRestorableDeviceNotificationType type);
+    void connected(char const * callback, QN::ecid const & ecid, AMRestorableDeviceRef device);
+    void disconnected(char const * callback, QN::ecid const & ecid);
+    void handleReport(char const * callback, CFDictionaryRef statusDict);
     void listDevices();
     void operateOnDevice();
     void commandRecoveryDevice(AMRestorableDeviceRef device);
-    void handleReport(CFDictionaryRef statusDict);
     void setComplete();
 
     wait_clock & clock;

@@ -4,13 +4,7 @@
 
 namespace qnrescue {
 
-namespace {
-
-constexpr auto callback = "deviceNotificationCallback"; // the debug lines name it
-
-} // namespace
-
-void device_notifier_state::handleNotification(AMRestorableDeviceRef device,
+void device_notifier_state::handleNotification(char const * callback, AMRestorableDeviceRef device,
                                                AMRestorableDeviceNotificationType type) {
     if (device == nullptr) {
         debug("{}: called with null device", callback);
@@ -34,10 +28,10 @@ void device_notifier_state::handleNotification(AMRestorableDeviceRef device,
     QN::ecid const from(number);
     switch (type) {
     case kAMRestorableDeviceConnected:
-        connected(from, device);
+        connected(callback, from, device);
         break;
     case kAMRestorableDeviceDisconnected:
-        disconnected(from);
+        disconnected(callback, from);
         break;
     default:
         debug("{}: called with invalid notification type {}", callback, type);
@@ -47,7 +41,8 @@ void device_notifier_state::handleNotification(AMRestorableDeviceRef device,
     condition.notify_all();
 }
 
-void device_notifier_state::connected(QN::ecid const & from, AMRestorableDeviceRef device) {
+void device_notifier_state::connected(char const * callback, QN::ecid const & from,
+                                      AMRestorableDeviceRef device) {
     auto const entry = devices.find(from);
     if (entry != devices.end()) {
         debug("{}: Connected AMRestorableDevice, but '{}' already present", callback, from);
@@ -60,7 +55,7 @@ void device_notifier_state::connected(QN::ecid const & from, AMRestorableDeviceR
     }
 }
 
-void device_notifier_state::disconnected(QN::ecid const & from) {
+void device_notifier_state::disconnected(char const * callback, QN::ecid const & from) {
     auto const entry = devices.find(from);
     if (entry == devices.end()) {
         debug("{}: Disconnected AMRestorableDevice, but '{}' not present", callback, from);

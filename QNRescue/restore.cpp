@@ -58,32 +58,31 @@ void device_notifier_state::operateRestore(AMRestorableDeviceRef device) {
     }
 }
 
-void device_notifier_state::handleReport(CFDictionaryRef statusDict) {
-    constexpr auto function = "restoreCallback"; // the debug lines name it
+void device_notifier_state::handleReport(char const * callback, CFDictionaryRef statusDict) {
     if (statusDict == nullptr) {
-        debug("{}: Invalid argument", function);
+        debug("{}: Invalid argument", callback);
         return;
     }
     auto const report = read_report(statusDict);
     if (!report) {
-        debug("{}: Ignoring invalid statusDict", function);
+        debug("{}: Ignoring invalid statusDict", callback);
         return;
     }
-    debug("{}: status {}, operation {}, progress {}", function, report->status, report->operation,
+    debug("{}: status {}, operation {}, progress {}", callback, report->status, report->operation,
           report->progress);
     if (auto const printable = printable_report(statusDict, report->operation)) {
         outputter->print_value(CFSTR("RestoreStatus"), printable.get());
     } else {
-        debug("{}: Could not convert statusDict", function);
+        debug("{}: Could not convert statusDict", callback);
     }
 
     // The worker goes on as soon as the promise is set: the report is queued by then.
     if (completes_restore(*report)) {
-        debug("{}: Notifying restore complete", function);
+        debug("{}: Notifying restore complete", callback);
         setComplete();
     }
     if (completes_restore_mode_entry(*report, operation)) {
-        debug("{}: Notifying enter restore mode complete", function);
+        debug("{}: Notifying enter restore mode complete", callback);
         setComplete();
     }
 }
