@@ -1,8 +1,10 @@
 // A restore from its options to its last report.
+#include "QNRescue/restore_report.hpp"
 #include "platform/cf_strings.hpp"
 #include "tests/unit/QNRescue/notifier_devices.hpp"
 #include "tests/unit/helpers/assertion_text.hpp"
 #include "tests/unit/helpers/fake_clock.hpp"
+#include "tests/unit/helpers/held_up_run.hpp"
 #include "tests/unit/helpers/notifier_run.hpp"
 #include "tests/unit/helpers/simulated_devices.hpp"
 
@@ -174,28 +176,18 @@ TEST(RestoreCallback, IgnoresNothing) {
     EXPECT_EQ(run.output.out(), "");
 }
 
-TEST(RestoreCallback, RelaysAReportWithTheNameOfItsOperation) {
-    auto const report = status("<key>Status</key><string>Restoring</string>"
-                               "<key>Operation</key><integer>13</integer>"
-                               "<key>Progress</key><integer>42</integer>"
-                               "<key>Extra</key><array><true/></array>");
+TEST(RestoreCallback, RelaysAReport) {
+    auto const report = status(13, 42);
     notifier_run run;
     run.report(report.get());
     auto const documents = run.output.documents();
     ASSERT_EQ(documents.size(), 1U);
     EXPECT_EQ(documents[0].type, "RestoreStatus");
-    EXPECT_TRUE(equal(documents[0].value.get(),
-                      status("<key>Status</key><string>Restoring</string>"
-                             "<key>Operation</key><integer>13</integer>"
-                             "<key>Progress</key><integer>42</integer>"
-                             "<key>Extra</key><array><true/></array>"
-                             "<key>QN_OperationName</key><string>Restoring image</string>")
-                          .get()));
+    EXPECT_TRUE(
+        equal(documents[0].value.get(), printable_report(report.get(), operation_type{13}).get()));
     EXPECT_EQ(lines_of_run(run), strings{"restoreCallback: status Restoring, operation Restoring "
                                          "image, progress 42"});
-    // The report itself is borrowed, and stays as it was.
-    EXPECT_EQ(CFDictionaryGetCount(report.get()), 4);
-    EXPECT_EQ(CFGetRetainCount(report.get()), 1);
+    EXPECT_EQ(CFGetRetainCount(report.get()), 1); // it is borrowed
 }
 
 TEST(RestoreCallback, PrintsItsDebugLineBeforeTheReport) {

@@ -60,7 +60,12 @@ TEST(RestoreOptionsFile, LeavesTheEarlierOptionsWhereItHoldsNone) {
         {"", "Empty file"},
         {"<plist><array/></plist>", "Invalid format"},
         {"<plist><string>text</string></plist>", "Invalid format"},
+        {"<plist><integer>7</integer></plist>", "Invalid format"},
+        {"<plist><dict>", "Invalid format"},
         {"@ this is no property list", "Invalid format"},
+        {"{\"a\": 1}", "Invalid format"},
+        {"\xff\xfe", "Invalid format"},
+        {std::string_view("\0\0\0\0\0\0\0\0", 8), "Invalid format"},
     };
     for (auto const & [bytes, reason] : rows) {
         write_file(test.path, bytes);

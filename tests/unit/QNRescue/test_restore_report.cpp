@@ -2,10 +2,15 @@
 
 #include "tests/unit/helpers/objects.hpp"
 
+#include <fmt/format.h>
+
 #include <gtest/gtest.h>
 
 #include <limits>
 #include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
 
 namespace {
 
@@ -57,32 +62,50 @@ TEST(RestoreReport, ProgressHas64Bits) {
     }
 }
 
-TEST(RestoreReport, WithoutOneOfTheThreeIsInvalid) {
-    constexpr char const * invalid[] = {
-        "",
-        "<key>Operation</key><integer>0</integer><key>Progress</key><integer>100</integer>",
-        "<key>Status</key><string>s</string><key>Progress</key><integer>100</integer>",
-        "<key>Status</key><string>s</string><key>Operation</key><integer>0</integer>",
-        // Of the wrong type
-        "<key>Status</key><integer>1</integer>"
-        "<key>Operation</key><integer>0</integer><key>Progress</key><integer>100</integer>",
-        "<key>Status</key><string>s</string>"
-        "<key>Operation</key><string>0</string><key>Progress</key><integer>100</integer>",
-        "<key>Status</key><string>s</string>"
-        "<key>Operation</key><false/><key>Progress</key><integer>100</integer>",
-        "<key>Status</key><string>s</string>"
-        "<key>Operation</key><integer>0</integer><key>Progress</key><true/>",
-        // Lossy: 2^32, and halves
-        "<key>Status</key><string>s</string>"
-        "<key>Operation</key><integer>4294967296</integer><key>Progress</key><integer>100</"
-        "integer>",
-        "<key>Status</key><string>s</string>"
-        "<key>Operation</key><real>0.5</real><key>Progress</key><integer>100</integer>",
-        "<key>Status</key><string>s</string>"
-        "<key>Operation</key><integer>0</integer><key>Progress</key><real>100.5</real>",
+// Returns a report that is valid but for the value of this key; without one, the key is missing.
+cf_owner<CFDictionaryRef> report_with(std::string_view key, std::string_view value) {
+    constexpr std::pair<std::string_view, std::string_view> valid[] = {
+        {"Status", "<string>s</string>"},
+        {"Operation", "<integer>0</integer>"},
+        {"Progress", "<integer>100</integer>"},
     };
-    for (auto const * entries : invalid) {
-        EXPECT_FALSE(read_report(report(entries).get())) << entries;
+    std::string entries;
+    for (auto const & [name, valid_value] : valid) {
+        if (name != key) {
+            entries += fmt::format("<key>{}</key>{}", name, valid_value);
+        } else if (!value.empty()) {
+            entries += fmt::format("<key>{}</key>{}", name, value);
+        }
+    }
+    return report(entries);
+}
+
+TEST(RestoreReport, WithoutOneOfTheThreeIsInvalid) {
+    EXPECT_FALSE(read_report(report("").get()));
+    for (auto const * key : {"Status", "Operation", "Progress"}) {
+        EXPECT_FALSE(read_report(report_with(key, "").get())) << key;
+    }
+}
+
+TEST(RestoreReport, WithAValueThatDoesNotConvertIsInvalid) {
+    struct row {
+        char const * key;
+        std::vector<char const *> values;
+    };
+    row const rows[] = {
+        {"Status", {"<integer>1</integer>", "<true/>", "<array/>", "<dict/>", "<data>eA==</data>"}},
+        {"Operation", {"<string>0</string>", "<false/>", "<array/>", "<data>MA==</data>"}},
+        {"Progress", {"<string>100</string>", "<true/>"}},
+        // Lossy: beyond the bits of the field, and halves
+        {"Operation",
+         {"<integer>2147483648</integer>", "<integer>-2147483649</integer>",
+          "<integer>4294967296</integer>", "<real>0.5</real>"}},
+        {"Progress", {"<real>1e30</real>", "<real>100.5</real>"}},
+    };
+    for (auto const & [key, values] : rows) {
+        for (auto const * value : values) {
+            EXPECT_FALSE(read_report(report_with(key, value).get())) << key << ": " << value;
+        }
     }
 }
 
