@@ -119,19 +119,20 @@ void configure(device_notifier_state & notifier, start_options const & options) 
     }
 }
 
-void run_command(start_options const & options, std::shared_ptr<output_str_state> const & output) {
+void run_command(start_options const & options, std::shared_ptr<output_str_state> const & output,
+                 wait_clock & clock) {
     std::optional<QN::filesystem::path> amr_log_file;
     if (options.amr_logfile) {
         amr_log_file = QN::path_from_utf8(*options.amr_logfile);
     }
-    auto const notifier =
-        std::make_shared<device_notifier_state>(output, std::move(amr_log_file), std::nullopt);
+    auto const notifier = std::make_shared<device_notifier_state>(output, std::move(amr_log_file),
+                                                                  std::nullopt, clock);
     configure(*notifier, options);
     notifier->waitForCompletion();
 }
 
 void run(start_options const & options, options_table const & description,
-         std::shared_ptr<output_str_state> const & output) {
+         std::shared_ptr<output_str_state> const & output, wait_clock & clock) {
     if (options.debug) {
         output->set_debug(true);
     }
@@ -145,17 +146,17 @@ void run(start_options const & options, options_table const & description,
         print_imp_AMRLocalizedCopyStringForAMROperation(output);
         print_imp_AMRLocalizedCopyStringForAMRError(output);
     } else {
-        run_command(options, output);
+        run_command(options, output, clock);
     }
 }
 
 } // namespace
 
 int runProgramMain(start_options const & options, options_table const & description,
-                   std::shared_ptr<output_str_state> output) {
+                   std::shared_ptr<output_str_state> output, wait_clock & clock) {
     error_owner error;
     try {
-        run(options, description, output);
+        run(options, description, output, clock);
         return 0;
     } catch (error_owner & thrown) {
         error = std::move(thrown);

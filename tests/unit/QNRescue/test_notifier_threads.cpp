@@ -4,7 +4,6 @@
 #include "tests/unit/helpers/notifier_run.hpp"
 #include "tests/unit/helpers/simulated_devices.hpp"
 
-#include "QNRescue/device_info.hpp"
 #include "QNRescue/live_contexts.hpp"
 
 #include <boost/filesystem/operations.hpp>
@@ -14,13 +13,10 @@
 #include <atomic>
 #include <chrono>
 #include <future>
-#include <iostream>
 #include <memory>
 #include <mutex>
 #include <optional>
-#include <set>
 #include <string>
-#include <string_view>
 #include <thread>
 #include <vector>
 
@@ -91,63 +87,6 @@ TEST(NotifierThreads, ReportsFromManyThreadsCompleteOnce) {
     }
     EXPECT_EQ(run.output.documents().size(), std::size_t{thread_count} * reports_of_each);
     EXPECT_EQ(CFGetRetainCount(report.get()), 1);
-}
-
-// What the lines about the table, up to the list in this text, leave in it.
-std::vector<QN::ecid> table_when_listed(std::string_view text) {
-    std::set<std::string> ecids;
-    for (auto const & line : lines_of(text.substr(0, text.find("<?xml ")))) {
-        if (line.starts_with("deviceNotificationCallback: ")) {
-            auto const ecid = line.substr(line.find('\'') + 1, 16);
-            if (line.find(": Adding ") != std::string::npos) {
-                ecids.insert(ecid);
-            } else if (line.find(": Removing ") != std::string::npos) {
-                ecids.erase(ecid);
-            }
-        }
-    }
-    std::vector<QN::ecid> table;
-    for (auto const & ecid : ecids) {
-        table.emplace_back(std::string_view(ecid));
-    }
-    return table;
-}
-
-TEST(NotifierThreads, TheTableIsStillAsListedWhenTheListIsPrinted) {
-    for (int i = 0; i < 20; ++i) {
-        captured_streams streams;
-        std::cerr.rdbuf(&streams.out); // one text of all lines, which shows their order
-        auto const output = std::make_shared<output_str_state>(std::nullopt);
-        output->set_debug(true);
-        device_notifier_state notifier(output, std::nullopt, std::nullopt);
-        notifier.detectTimeout = 20ms;
-        std::atomic<bool> ended = false;
-        std::vector<std::thread> library;
-        for (auto const ecid : {recovery_device, dfu_device}) {
-            library.emplace_back([&notifier, &ended, ecid] {
-                for (int type = 0; !ended; type = 1 - type) {
-                    device_notifier_state::deviceNotificationCallback(
-                        device_with(ecid), static_cast<AMRestorableDeviceNotificationType>(type),
-                        &notifier);
-                }
-            });
-        }
-        notifier.waitForCompletion();
-        ended = true;
-        for (auto & thread : library) {
-            thread.join();
-        }
-        output->quit();
-        output->loop();
-
-        auto const text = streams.out.text();
-        auto const beginning = text.find("<?xml ");
-        auto const end = text.find("</plist>\n\n", beginning);
-        ASSERT_NE(end, std::string::npos);
-        auto const documents = parse_documents(text.substr(beginning, end + 10 - beginning));
-        EXPECT_TRUE(equal(documents.at(0).value.get(), make_cftype(table_when_listed(text)).get()))
-            << text;
-    }
 }
 
 // --- The lock of the table

@@ -3,21 +3,22 @@
 #include "QNRescue/error_domain.hpp"
 #include "QNRescue/start_options.hpp"
 #include "tests/unit/QNRescue/notifier_devices.hpp"
+#include "tests/unit/helpers/fake_clock.hpp"
 #include "tests/unit/helpers/output_capture.hpp"
 #include "tests/unit/helpers/simulated_devices.hpp"
 #include "tests/unit/helpers/temporary_folder.hpp"
 
-#include <boost/filesystem/operations.hpp>
-
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <chrono>
 #include <sstream>
 #include <vector>
 
 namespace {
 
 using namespace qnrescue;
+using namespace std::chrono_literals;
 using namespace tests;
 using strings = std::vector<std::string>;
 
@@ -26,7 +27,8 @@ constexpr auto unknown_ecid = "0000000000ABCDEF";
 
 // What a command line leads to.
 struct program_run {
-    explicit program_run(std::vector<std::string> const & arguments)
+    explicit program_run(std::vector<std::string> const & arguments,
+                         wait_clock & clock = steady_wait_clock())
         : output(false) {
         std::vector<char const *> argv{"qnrescue"};
         for (auto const & argument : arguments) {
@@ -39,7 +41,7 @@ struct program_run {
         std::ostringstream stream;
         stream << table;
         help = stream.str();
-        status = runProgramMain(options, table, output.state());
+        status = runProgramMain(options, table, output.state(), clock);
         EXPECT_EQ(output.state().use_count(), 1);
     }
 
@@ -48,11 +50,11 @@ struct program_run {
     int status;
 };
 
-void expect_error(std::vector<std::string> const & arguments, int code,
-                  std::string const & reason) {
+void expect_error(std::vector<std::string> const & arguments, int code, std::string const & reason,
+                  wait_clock & clock = steady_wait_clock()) {
     SCOPED_TRACE(::testing::PrintToString(arguments));
     call_trace const trace;
-    program_run run(arguments);
+    program_run run(arguments, clock);
     EXPECT_EQ(run.status, code);
     if (code == 2 || code == 3) {
         EXPECT_EQ(trace.calls("AMRestorableDevice"), std::vector<std::string>());
@@ -170,11 +172,10 @@ TEST(RunProgramMain, TheFirstCommandOfTheTableWins) {
 }
 
 TEST(RunProgramMain, DetectTimeoutIsInSeconds) {
-    expect_error({"--device-info", "--ecid", unknown_ecid, "--detect-timeout", "1"}, 4,
-                 "Failed to find device with ecid 0000000000ABCDEF after 1 seconds");
-    program_run run({"--device-info", "--ecid", "00000000000000f1", "--detect-timeout",
-                     "4294967295"}); // the device that comes late
-    EXPECT_EQ(run.status, 0);
+    fake_clock clock;
+    expect_error({"--device-info", "--ecid", unknown_ecid, "--detect-timeout", "4000"}, 4,
+                 "Failed to find device with ecid 0000000000ABCDEF after 4000 seconds", clock);
+    EXPECT_EQ(clock.passed(), 4000s);
 }
 
 TEST(RunProgramMain, EcidsMayBeWrittenInEitherCase) {
@@ -185,16 +186,36 @@ TEST(RunProgramMain, EcidsMayBeWrittenInEitherCase) {
     }
 }
 
+// Lets devices take their time, but that of a restore pass at once.
+class clock_of_a_silent_restore final : public wait_clock {
+public:
+    time_point now() const override { return steady_wait_clock().now() + passed; }
+    void sleep_until(time_point end) override { steady_wait_clock().sleep_until(end - passed); }
+    void wait_until(std::condition_variable & condition, std::unique_lock<std::mutex> & lock,
+                    time_point end) override {
+        steady_wait_clock().wait_until(condition, lock, end - passed);
+    }
+    bool wait_until(std::future<void> const & /*future*/, time_point end) override {
+        passed += end - now();
+        return false;
+    }
+
+private:
+    std::chrono::nanoseconds passed{0};
+};
+
 TEST(RunProgramMain, ARestoreMayHaveATimeout) {
     expect_error({"--restore", "x.ipsw", "--restore-timeout", "600", "--erase", "--ecid",
                   unknown_ecid, "--detect-timeout", "0"},
                  4, "Failed to find device with ecid 0000000000ABCDEF after 0 seconds");
 
-    program_run run({"--restore", "x.ipsw", "--restore-timeout", "1", "--ecid", some_ecid});
+    clock_of_a_silent_restore clock;
+    program_run run({"--restore", "x.ipsw", "--restore-timeout", "600", "--ecid", some_ecid},
+                    clock);
     EXPECT_EQ(run.status, 0); // the device never reports, and that is printed only
     auto const documents = run.output.documents();
     ASSERT_EQ(documents.size(), 1U);
-    EXPECT_NE(run.output.out().find("Aborting, restore did not complete in 1 seconds"),
+    EXPECT_NE(run.output.out().find("Aborting, restore did not complete in 600 seconds"),
               std::string::npos);
 }
 
