@@ -78,6 +78,14 @@ def add_files(product, files):
         add(feature, "ComponentRef", Id=identifier("C", path))
 
 
+def check_version(version):
+    """Ends the program for a version that Windows Installer does not compare with others."""
+    numbers = [int(number) for number in re.findall(r"\d+", version)]
+    if not re.fullmatch(r"\d+\.\d+\.\d+", version, re.ASCII) or any(
+            number > highest for number, highest in zip(numbers, (255, 255, 65535))):
+        raise SystemExit(f"installer.py: {version} is no version of a Windows Installer package")
+
+
 def source_of(files, version, digest):
     """Returns what wixl reads, in the folder of the files."""
     root = xml.Element("Wix", xmlns="http://schemas.microsoft.com/wix/2006/wi")
@@ -182,6 +190,7 @@ def digest_of(folder, files, version):
 
 def make_installer(folder, version, package):
     """Makes the package of the files in the folder; its date is that of the newest file."""
+    check_version(version)
     files = sorted(path.relative_to(folder) for path in folder.rglob("*") if path.is_file())
     digest = digest_of(folder, files, version)
     newest = max((folder / path).stat().st_mtime for path in files)

@@ -61,8 +61,16 @@ def write_checksums(folder):
         f"{sha256_of(file)}  {file.relative_to(folder).as_posix()}\n" for file in files))
 
 
-def make_release(zip_file, libraries, folder):
+def check_notices(folder, libraries):
+    """Ends the program if the notice of a library that is linked in is missing."""
+    lacking = [each["name"] for each in libraries if not (folder / each["name"]).is_dir()]
+    if lacking:
+        raise SystemExit(f"release.py: the notices of these are missing: {', '.join(lacking)}")
+
+
+def make_release(zip_file, list_of_libraries, folder):
     """Makes everything in the folder from the ZIP, which is copied there if it is elsewhere."""
+    libraries = json.loads(list_of_libraries.read_text(encoding="utf-8"))
     version = zip_file.name.split("-")[1]
     if zip_file.parent != folder:
         folder.mkdir(parents=True)
@@ -71,10 +79,11 @@ def make_release(zip_file, libraries, folder):
     with tempfile.TemporaryDirectory() as unpacked:
         content = pathlib.Path(unpacked)
         seconds = unpack(zip_file, content)
+        check_notices(content / "licenses", libraries)
         make_installer(content, version, package)
         sign([package])
         write_bill_of_materials(zip_file.with_suffix(".cdx.json"), zip_file, content, version,
-                                json.loads(libraries.read_text(encoding="utf-8")), seconds)
+                                libraries, seconds)
         shutil.copytree(content / "licenses", folder / "licenses")
         programs = sorted(path.relative_to(content).as_posix()
                           for path in (content / "bin").glob("*.exe"))

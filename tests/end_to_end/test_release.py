@@ -7,16 +7,19 @@ require of the keys that are used here.
 
 import hashlib
 import json
+import os
 import pathlib
 import re
+import shutil
 import subprocess
+import sys
 import tempfile
 import unittest
 import zipfile
 
 import pe
 import yaml
-from build_folder import SOURCE, make_release, pack
+from build_folder import BUILD, SOURCE, make_release, pack
 from harness import RUNNER, ToolTest
 
 WINGET = "winget/QNRescue.QNRescue"
@@ -126,6 +129,65 @@ class Files(Release):
                    if row["PropertyId"] == "9")
         self.assertNotIn(code, summary)
         self.assertEqual(table(first, "Property"), table(package, "Property"))
+
+
+class Refusal(Release):
+    def refusal(self, *command):
+        """What a part of packaging/ says when it fails."""
+        done = subprocess.run([sys.executable, "-B", *command], check=False, text=True,
+                              stdout=subprocess.DEVNULL, stderr=subprocess.PIPE)
+        self.assertEqual(1, done.returncode)
+        return done.stderr
+
+    def test_of_a_package_without_a_notice(self):
+        libraries = self.new_folder() / "libraries.json"
+        libraries.write_text('[{"name": "Boost"}, {"name": "Another"}, {"name": "One"}]')
+        self.assertEqual("release.py: the notices of these are missing: Another, One\n",
+                         self.refusal(SOURCE / "packaging/release.py", self.zip, libraries,
+                                      self.new_folder() / "release"))
+
+    def test_of_versions_that_windows_installer_does_not_compare(self):
+        for version in ("256.0.0", "1.256.0", "1.2.65536", "1.2", "1.2.3.4", "1.2.3-beta"):
+            self.assertEqual(
+                f"installer.py: {version} is no version of a Windows Installer package\n",
+                self.refusal(SOURCE / "packaging/installer.py", self.folder, version, "x.msi"))
+
+
+class Script(Release):
+    """scripts/release, for which the programs are built and packed already."""
+
+    def make_release(self, sign):
+        """Returns the status, and the folder that is handed out."""
+        top = self.new_folder()
+        shutil.copytree(SOURCE / "packaging", top / "packaging")
+        (top / "scripts").mkdir()
+        for name in ("release", "step.bash"):
+            shutil.copy(SOURCE / "scripts" / name, top / "scripts")
+        build = top / "build/windows-release"
+        build.mkdir(parents=True)
+        shutil.copy(BUILD / "linked_libraries.json", build)
+        programs = {"scripts/install-dependencies": "", "scripts/build-cross-libraries": "",
+                    "bin/cmake": "", "bin/cpack": f"mkdir -p '{top}/build/release.part'\n"
+                    f"cp '{self.zip}' '{top}/build/release.part'\n"}
+        (top / "bin").mkdir()
+        for name, text in programs.items():
+            (top / name).write_text("#!/bin/sh\n" + text)
+            (top / name).chmod(0o755)
+        done = subprocess.run([top / "scripts/release"], check=False, stdout=subprocess.DEVNULL,
+                              stderr=subprocess.DEVNULL,
+                              env={**os.environ, "PATH": f"{top}/bin:{os.environ['PATH']}",
+                                   "SOURCE_DATE_EPOCH": "1700000000", "QNRESCUE_SIGN": sign})
+        return done.returncode, top / "build/release"
+
+    def test_makes_everything(self):
+        status, folder = self.make_release(sign="")
+        self.assertEqual(0, status)
+        self.assertEqual(self.files, files_below(folder))
+
+    def test_leaves_no_release_that_is_not_signed(self):
+        status, folder = self.make_release(sign="false")
+        self.assertEqual(1, status)
+        self.assertFalse(folder.exists())
 
 
 class InstallerTables(Release):
