@@ -77,6 +77,24 @@ void examine_system(examination & report, code_pages const & pages) {
     report.add([] { return usb_findings(read_usb_devices()); });
 }
 
+// Runs the tool before it loads the libraries: those that end or halt a process would leave no
+// report.
+void use_libraries(examination & report, launcher::platform_search const & libraries,
+                   launcher::place const & program) {
+    auto const run = run_tool(program.folder);
+    bool is_run_shown = has_broken_down(run);
+    if (!is_run_shown) {
+        report.add([&] {
+            auto findings = load_libraries(libraries, program);
+            is_run_shown = restore_could_start(findings);
+            return findings;
+        });
+    }
+    if (is_run_shown) {
+        report.add([&] { return std::vector{tool_finding(run)}; });
+    }
+}
+
 void examine_platform(examination & report) {
     auto const program = launcher::program_place();
     launcher::platform_search libraries;
@@ -88,14 +106,8 @@ void examine_platform(examination & report) {
         return store_findings(read_store_packages(find_packaging_functions()),
                               libraries.mobile_device.folder());
     });
-    bool are_loaded = false;
-    report.add([&] {
-        auto findings = load_libraries(libraries, program);
-        are_loaded = !findings.empty() && restore_could_start(findings);
-        return findings;
-    });
-    if (are_loaded) {
-        report.add([&] { return std::vector{tool_finding(run_tool(program.folder))}; });
+    if (libraries.mobile_device.found() && libraries.core_foundation.found()) {
+        use_libraries(report, libraries, program);
     }
 }
 

@@ -96,9 +96,6 @@ std::vector<finding> examine_libraries(platform_search const & libraries,
 std::vector<finding> load_libraries(platform_search const & libraries,
                                     launcher::place const & program) {
     auto const & [core_foundation, mobile_device] = libraries;
-    if (!core_foundation.found() || !mobile_device.found()) {
-        return {};
-    }
     auto const searched = launcher::add_dependency_folders(libraries, program);
     std::vector<finding> findings{
         load_finding(core_foundation, launcher::library::CoreFoundation, searched)};

@@ -11,8 +11,7 @@ namespace doctor {
 std::vector<finding> examine_libraries(launcher::platform_search const & libraries,
                                        launcher::place const & program);
 
-// Loads both libraries as qnrescue.exe does and returns how that went; nothing if one was not
-// found.
+// Loads both libraries, which were found, as qnrescue.exe does and returns how that went.
 std::vector<finding> load_libraries(launcher::platform_search const & libraries,
                                     launcher::place const & program);
 

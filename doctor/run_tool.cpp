@@ -79,7 +79,7 @@ tool_run run_tool(QN::filesystem::path const & folder, std::chrono::milliseconds
             WAIT_OBJECT_0) {
             TerminateProcess(process.get(), 1);
             WaitForSingleObject(process.get(), INFINITE);
-            run.fault = fmt::format("it was still running after {} ms", limit.count());
+            run.fault = fmt::format("was still running after {} ms", limit.count());
         }
         DWORD status = 0;
         GetExitCodeProcess(process.get(), &status);
@@ -87,6 +87,7 @@ tool_run run_tool(QN::filesystem::path const & folder, std::chrono::milliseconds
         run.output = content_of(output.get());
     } catch (std::runtime_error const & error) { // win32_error or filesystem_error
         run.fault = error.what();
+        run.has_started = false;
     }
     return run;
 }

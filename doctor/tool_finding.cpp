@@ -11,25 +11,35 @@ bool lists_a_device(std::string const & output) {
     return output.find(before_first_value) != std::string::npos;
 }
 
+constexpr unsigned long first_of_a_crash = 0x80000000;
+
 } // namespace
+
+bool has_broken_down(tool_run const & run) {
+    bool const has_document = run.output.find("</plist>") != std::string::npos;
+    return run.has_started &&
+           (!run.fault.empty() || run.status >= first_of_a_crash || !has_document);
+}
 
 finding tool_finding(tool_run const & run) {
     constexpr auto command = "qnrescue.exe --list-devices";
-    if (!run.fault.empty()) {
+    if (!run.has_started) {
         return {id::device_list, verdict::problem,
-                fmt::format("{} did not run: {}\n{}", command, run.fault, run.output),
+                fmt::format("{} did not run: {}", command, run.fault),
                 "Unpack all of the package again."};
+    }
+    if (has_broken_down(run)) {
+        return {
+            id::device_list, verdict::problem,
+            fmt::format("{} {} and printed:\n{}", command,
+                        run.fault.empty() ? fmt::format("broke off with status {:#x}", run.status)
+                                          : run.fault,
+                        run.output),
+            "Libraries of several versions mixed, or damaged ones, may do this: install \"Apple "
+            "Mobile Device Support\" again, and remove copies from the program's folder."};
     }
     auto const text =
         fmt::format("{} ended with status {} and printed:\n{}", command, run.status, run.output);
-    constexpr unsigned long first_of_a_crash = 0x80000000;
-    if (run.status >= first_of_a_crash) {
-        return {id::device_list, verdict::problem,
-                fmt::format("{} crashed with status {:#010x} and printed:\n{}", command, run.status,
-                            run.output),
-                "Libraries of several versions mixed, or damaged ones, may crash: install \"Apple "
-                "Mobile Device Support\" again, and remove copies from the program's folder."};
-    }
     if (run.status != 0) {
         return {id::device_list, verdict::problem, text,
                 "Look up the error in docs/exit-codes.md."};

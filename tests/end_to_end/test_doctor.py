@@ -212,6 +212,17 @@ class Unusable(DoctorTest):
         self.assertEqual([], self.found("library-dependency"))
 
 
+    def test_library_that_ends_the_process(self):
+        for library in ("MobileDevice.dll", "NeededLibrary.dll"):
+            shutil.copy(NEEDY / library, self.program)
+        for status in (0, 3, 0xC0000005):
+            with self.subTest(status):
+                self.examine(status=1, NEEDY_STATUS=str(status))
+                self.assertEqual([("problem", "qnrescue.exe --list-devices broke off with status"
+                                   f" {status:#x} and printed:\n")], self.found("device-list"))
+                self.assertEqual([], self.found("library-load"))
+
+
 class Places(DoctorTest):
     def test_nothing_is_installed(self):
         self.examine(status=1)

@@ -1,7 +1,8 @@
 // What the simulator's MobileDevice.dll does not do by itself: it needs another library, and when
-// it is loaded it writes a line to the file that NEEDY_REPORT names: the error mode of the process,
-// how many of its standard handles are inherited, and the file of the library that NEEDY_LIBRARY
-// names, which it loads by that name, without a folder.
+// it is loaded it ends the process with the status that NEEDY_STATUS names, or writes a line to the
+// file that NEEDY_REPORT names: the error mode of the process, how many of its standard handles are
+// inherited, and the file of the library that NEEDY_LIBRARY names, which it loads by that name,
+// without a folder.
 #include "tests/end_to_end/needy/needed_library.hpp"
 
 #include <windows.h>
@@ -37,6 +38,9 @@ std::wstring file_of_loaded(std::wstring const & library) {
 }
 
 bool report() {
+    if (auto const status = variable(L"NEEDY_STATUS"); !status.empty()) {
+        TerminateProcess(GetCurrentProcess(), static_cast<UINT>(std::stoul(status)));
+    }
     auto const path = variable(L"NEEDY_REPORT");
     if (auto const file = path.empty() ? nullptr : _wfopen(path.c_str(), L"w, ccs=UTF-8")) {
         std::fwprintf(file, L"%lu %d %ls\n", GetErrorMode(), inherited_standard_handles(),
