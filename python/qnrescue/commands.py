@@ -4,7 +4,7 @@ from __future__ import annotations
 
 import re
 
-_ECID = re.compile(r"[0-9A-Fa-f]{16}", re.ASCII)
+_ECID = re.compile(r"[0-9A-Fa-f]{16}")
 
 
 def clean_ecid(text: str) -> str:

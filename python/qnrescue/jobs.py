@@ -17,9 +17,9 @@ __all__ = ["Job", "JobOrder", "JobState", "check_job_id", "new_job_id"]
 # How long a device may report nothing before it counts as hung, in seconds.
 SILENCE_TIMEOUT = 600.0
 
-_JOB_ID = re.compile(r"[A-Za-z0-9][A-Za-z0-9._-]{0,63}", re.ASCII)
+_JOB_ID = re.compile(r"[A-Za-z0-9][A-Za-z0-9._-]{0,63}")
 # Windows reserves these as names of files, with any extension.
-_RESERVED = re.compile(r"(CON|PRN|AUX|NUL|COM\d|LPT\d)(\..*)?", re.ASCII | re.IGNORECASE)
+_RESERVED = re.compile(r"(CON|PRN|AUX|NUL|COM\d|LPT\d)(\..*)?", re.IGNORECASE)
 
 
 def new_job_id() -> str:

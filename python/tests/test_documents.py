@@ -47,6 +47,12 @@ def test_no_document_is_longer_than_the_limit(stream: bytes) -> None:
     assert len(pending) <= SMALL + len(b"<?xml") - 1
 
 
+def test_what_may_be_the_next_start_is_not_counted_before_it_is_certain() -> None:
+    text = b"<?xml" + b"y" * (SMALL - 7) + b"<?x"
+    assert split([text, b"ml>"], SMALL) == ([text[:-3]], b"<?xml>")
+    assert split([text, b"y</plist>"], SMALL) == ([(text + b"y")[:SMALL]], b"")
+
+
 def test_documents_are_found_between_white_space() -> None:
     documents, pending = split([b"\n\n" + COMPLETE + b" \t" + FAILURE + b"\n<?xml vers"], LIMIT)
     assert documents == [COMPLETE.strip(), FAILURE.strip()]
