@@ -23,7 +23,7 @@ std::string create_file(QN::filesystem::path const & path) {
     if (file == nullptr) {
         return std::generic_category().message(errno);
     }
-    bool const is_written = std::fputs("written", file) >= 0;
+    bool const is_written = std::fputs("written", file) >= 0 && std::fflush(file) == 0;
     return std::fclose(file) == 0 && is_written ? "" : "it is full";
 }
 

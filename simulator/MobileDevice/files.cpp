@@ -126,8 +126,10 @@ bool write_file(std::string const & path, std::span<std::uint8_t const> bytes) {
     if (!file) {
         return false;
     }
-    auto const written = std::fwrite(bytes.data(), 1, bytes.size(), file);
-    return std::fclose(file) == 0 && written == bytes.size();
+    // Wine's fclose succeeds where what it writes then does not fit on the disk.
+    bool const written =
+        std::fwrite(bytes.data(), 1, bytes.size(), file) == bytes.size() && std::fflush(file) == 0;
+    return std::fclose(file) == 0 && written;
 }
 
 void remove_file(std::string const & path) {

@@ -98,7 +98,8 @@ void world_file::store(world const & changed) {
         return !error;
     });
     if (!replaced) {
-        fail("cannot be written; is it in use?");
+        remove_file(path + ".new");
+        fail("cannot be written; is it in use, or is the disk full?");
     }
     latest = std::move(next);
 }

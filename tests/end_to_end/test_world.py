@@ -6,8 +6,9 @@ import plistlib
 import random
 import time
 import unittest
+import unittest.mock
 
-from harness import ECID, TIME_LIMIT, ToolTest, device, side_by_side
+from harness import ECID, RUNNER, TIME_LIMIT, ToolTest, device, side_by_side
 
 load_tests = side_by_side
 
@@ -125,6 +126,19 @@ class Broken(WorldTest):
             self.wait_for_arrival(process, RECOVERY)
             break_it()
             self.assert_refused(process, fault)
+
+    @unittest.skipUnless(RUNNER, "the limit is one of Unix")
+    def test_no_space_is_left(self):
+        self.scenario = {"Devices": [device(), *(device(f"{number:016X}", ConnectAfter=1000)
+                                                for number in range(9))]}
+        self.run_in_world("--list-devices", "--detect-timeout", "0")
+        before = self.world.read_bytes()
+        limited = ["sh", "-c", 'trap "" XFSZ; ulimit -f 2; exec "$@"', "sh", *RUNNER]
+        with unittest.mock.patch("harness.RUNNER", limited):
+            process = self.start_in_world("--exit-recovery", "--ecid", ECID)
+        self.assert_refused(process, "cannot be written; .*is the disk full")
+        self.assertEqual(before, self.world.read_bytes())
+        self.assertFalse(self.world.with_suffix(".plist.new").exists())
 
     def test_folder_is_missing(self):
         self.world = pathlib.Path(self.world.parent / "nowhere" / "world.plist")
