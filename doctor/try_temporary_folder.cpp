@@ -13,8 +13,8 @@ namespace doctor {
 
 namespace {
 
-// Returns why no file can be created; empty if it was.
-std::string create_file(QN::filesystem::path const & path) {
+// Returns why no file can be created and written, and removed again; empty if that worked.
+std::string try_file(QN::filesystem::path const & path) {
 #ifdef _WIN32
     auto * const file = _wfopen(path.c_str(), L"wbx");
 #else
@@ -24,7 +24,12 @@ std::string create_file(QN::filesystem::path const & path) {
         return std::generic_category().message(errno);
     }
     bool const is_written = std::fputs("written", file) >= 0 && std::fflush(file) == 0;
-    return std::fclose(file) == 0 && is_written ? "" : "it is full";
+    bool const is_closed = std::fclose(file) == 0;
+    boost::system::error_code error;
+    if (!QN::filesystem::remove(path, error)) {
+        return error.message();
+    }
+    return is_written && is_closed ? "" : "it is full";
 }
 
 } // namespace
@@ -35,12 +40,7 @@ temporary_folder try_temporary_folder() {
     if (error) {
         return {QN::path_to_utf8(folder), error.message()};
     }
-    auto const file = folder / temporary_file_name();
-    auto fault = create_file(file);
-    if (fault.empty() && !QN::filesystem::remove(file, error)) {
-        fault = error.message();
-    }
-    return {QN::path_to_utf8(folder), fault};
+    return {QN::path_to_utf8(folder), try_file(folder / temporary_file_name())};
 }
 
 } // namespace doctor

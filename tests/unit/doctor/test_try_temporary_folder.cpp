@@ -9,6 +9,12 @@
 
 #include <string>
 
+#ifndef _WIN32
+#include <csignal>
+
+#include <sys/resource.h>
+#endif
+
 namespace {
 
 #ifdef _WIN32
@@ -46,6 +52,20 @@ TEST_F(try_temporary_folder_test, says_that_no_file_can_be_created) {
     auto const result = doctor::try_temporary_folder();
     EXPECT_EQ("/proc/self", result.path);
     EXPECT_NE("", result.fault);
+}
+
+TEST_F(try_temporary_folder_test, leaves_nothing_behind_where_nothing_fits) {
+    tests::set_environment(variable, QN::path_to_utf8(folder.path()));
+    auto * const former_action = std::signal(SIGXFSZ, SIG_IGN);
+    rlimit former_size{};
+    getrlimit(RLIMIT_FSIZE, &former_size);
+    rlimit const nothing{0, former_size.rlim_max};
+    setrlimit(RLIMIT_FSIZE, &nothing);
+    auto const result = doctor::try_temporary_folder();
+    setrlimit(RLIMIT_FSIZE, &former_size);
+    std::signal(SIGXFSZ, former_action);
+    EXPECT_EQ("it is full", result.fault);
+    EXPECT_TRUE(is_empty(folder.path()));
 }
 #endif
 
