@@ -18,8 +18,9 @@ namespace {
 using mobile_device::environment_variable;
 
 struct running {
-    running(std::string path, bool keeps_identities)
-        : file{events, std::move(path), keeps_identities} {}
+    running(clock::time_point (*time)(), std::string path, bool keeps_identities)
+        : events{time}
+        , file{events, std::move(path), keeps_identities} {}
 
     session events;
     recording_file file;
@@ -27,6 +28,7 @@ struct running {
 
 std::atomic<bool> started = false;
 std::atomic<running *> current = nullptr;
+std::atomic<clock::time_point (*)()> session_clock = clock::now;
 
 // Runs while all threads live, so that no lock is held for ever.
 void finish_file() {
@@ -59,7 +61,7 @@ running * start() {
     }
     prepare_for_process_end();
     bool const keeps = environment_variable("MOBILEDEVICE_RECORDER_IDENTITIES") == "keep";
-    return new running{*path, keeps};
+    return new running{session_clock, *path, keeps};
 }
 
 } // namespace
@@ -83,6 +85,10 @@ void end_process_session() {
         ended->file.finish();
     }
     started = false;
+}
+
+void set_session_clock(clock::time_point (*time)()) {
+    session_clock = time;
 }
 
 } // namespace recorder

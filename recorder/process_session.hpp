@@ -13,4 +13,7 @@ session * process_session();
 // thread uses the session.
 void end_process_session();
 
+// Gives the sessions that begin from now on another clock. For tests alone.
+void set_session_clock(clock::time_point (*time)());
+
 } // namespace recorder

@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <list>
 #include <stdexcept>
+#include <utility>
 
 // While a test lets time pass, the clock jumps from one moment that a thread of the simulator waits
 // for to the next one, each time after all of these threads have come to wait.
@@ -31,6 +32,7 @@ public:
     void add_thread() override {
         std::lock_guard const lock{mutex};
         ++running;
+        has_acted = true;
     }
 
     void remove_thread() override {
@@ -55,6 +57,25 @@ public:
         do {
             settle();
         } while (!predicate() && jump(time_point::max()));
+    }
+
+    // Returns once something has been done: what the caller has brought about since the last time,
+    // or else what is due next, up to the end.
+    void step(time_point end) {
+        settle();
+        {
+            std::lock_guard const lock{mutex};
+            if (std::exchange(has_acted, false)) {
+                return;
+            }
+        }
+        if (jump(end)) {
+            settle();
+        }
+        std::lock_guard const lock{mutex};
+        if (!std::exchange(has_acted, false)) {
+            current = std::max(current, end);
+        }
     }
 
     // For callbacks: returns once all other threads of the simulator wait.
@@ -97,6 +118,7 @@ private:
         for (auto & each : waiters) {
             if (!each.is_woken && condition(each)) {
                 each.is_woken = true;
+                has_acted = true;
                 running += each.is_counted ? 1 : 0;
             }
         }
@@ -130,7 +152,8 @@ private:
     std::mutex mutex;
     std::condition_variable changed;
     std::list<waiter> waiters;
-    int running = 0; // threads of the simulator that do not wait
+    int running = 0;        // threads of the simulator that do not wait
+    bool has_acted = false; // since the last step
     time_point current = {};
 };
 
