@@ -257,6 +257,6 @@ class AsyncDesk:
 
     async def wait(self, job_id: str) -> Job:
         """Waits for the end of the job and returns it."""
-        async for job in self.changes(job_id):
+        async for _ in self.changes(job_id):
             pass
-        return job
+        return await self.job(job_id)

@@ -20,6 +20,7 @@ from qnrescue.journal import Journal
 from qnrescue.places import BenchFolder, JobFolder, bench_folder
 from qnrescue.supervisor import ensure_supervisor
 
+
 def who_asks() -> str:
     """Returns the user, the process and the machine, for people."""
     return f"{getpass.getuser()} (process {os.getpid()} on {socket.gethostname()})"

@@ -93,20 +93,30 @@ _NONCHARACTERS = re.compile(b"\xef\xbf[\xbe\xbf]")
 _DATE = re.compile(rb"<date>([^<]*)</date>")
 
 
-def parse_document(text: bytes) -> Event:
-    """Returns the content of the document. Raises nothing."""
+def read_document(text: bytes) -> tuple[str, Any]:
+    """Returns the type and the value of the document, as plistlib reads them. Raises ValueError if
+    it is incomplete, too long, too deep, or not a property list with a type."""
     if len(text) >= LIMIT:
-        return UnreadableDocument(text[:LIMIT], "the document is too long")
+        raise ValueError("the document is too long")
     document = _NONCHARACTERS.sub(b"", text.translate(None, _CONTROL_CHARACTERS))
     try:
         root = plistlib.loads(_DATE.sub(_readable_date, document), fmt=plistlib.FMT_XML)
         document_type, value = root["Type"], root["Value"]
     except Exception as fault:  # plistlib does not document what it raises
-        return UnreadableDocument(text, f"{type(fault).__name__}: {fault}")
+        raise ValueError(f"{type(fault).__name__}: {fault}") from fault
     if not isinstance(document_type, str):
-        return UnreadableDocument(text, "the type is not a string")
+        raise ValueError("the type is not a string")
     if _is_deep(value):
-        return UnreadableDocument(text, "the values are nested too deeply")
+        raise ValueError("the values are nested too deeply")
+    return document_type, value
+
+
+def parse_document(text: bytes) -> Event:
+    """Returns the content of the document. Raises nothing."""
+    try:
+        document_type, value = read_document(text)
+    except ValueError as fault:
+        return UnreadableDocument(text[:LIMIT], str(fault))
     try:
         return _EVENTS[document_type](value)
     except (KeyError, TypeError, ValueError, AttributeError):

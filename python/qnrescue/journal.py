@@ -98,7 +98,8 @@ class Journal:
         return int(row[0])
 
     def _update(self, job_id: str, condition: str = "", **values: Any) -> bool:
-        """Sets columns of a job and its revision, in a transaction; returns whether it was there."""
+        """Sets columns of a job and its revision, in a transaction; returns whether it was
+        there."""
         values["revision"] = self._next_revision()
         columns = ", ".join(f"{name} = :{name}" for name in values)
         return bool(self._database.rows(
@@ -115,7 +116,7 @@ class Journal:
             if (known := self.find(job_id)) is not None:
                 return known
             busy = self._database.rows("SELECT id FROM jobs WHERE device = ?"
-                              " AND state IN ('queued', 'running')", (order.device,))
+                                       " AND state IN ('queued', 'running')", (order.device,))
             state = JobState.REFUSED if busy else JobState.QUEUED
             reason = f"the device has a job already: {busy[0]['id']}" if busy else ""
             now = time.time()
@@ -175,7 +176,8 @@ class Journal:
     def changes_since(self, revision: int) -> list[Job]:
         """Returns the jobs that have changed after this revision, the latest change last. The
         revision of the last one is where to go on; 0 is the beginning."""
-        rows = self._database.rows("SELECT * FROM jobs WHERE revision > ? ORDER BY revision", (revision,))
+        rows = self._database.rows("SELECT * FROM jobs WHERE revision > ? ORDER BY revision",
+                                   (revision,))
         return [_job(row) for row in rows]
 
     # What a supervisor writes

@@ -6,7 +6,6 @@ import contextlib
 import os
 import subprocess
 import sys
-import time
 from collections.abc import Callable, Sequence
 from dataclasses import dataclass
 from pathlib import Path
@@ -17,8 +16,8 @@ import psutil
 
 @dataclass(frozen=True)
 class ProcessIdentity:
-    """A process. Ids are used again, but not with the same time of creation, which is a text without
-    further meaning."""
+    """A process. Ids are used again, but not with the same time of creation, which is a text
+    without further meaning."""
 
     pid: int
     created: str
@@ -99,8 +98,8 @@ def start_detached(words: Sequence[str], folder: Path, output: IO[bytes] | int,
 
 def _start(words: Sequence[str], folder: Path, output: IO[bytes] | int, errors: IO[bytes] | int,
            way: dict[str, Any]) -> subprocess.Popen[bytes]:
-    return subprocess.Popen(list(words), cwd=folder, stdin=subprocess.DEVNULL, stdout=output,
-                            stderr=errors, **way)
+    return subprocess.Popen[bytes](list(words), cwd=folder, stdin=subprocess.DEVNULL,
+                                   stdout=output, stderr=errors, **way)
 
 
 def find(matches: Callable[[Sequence[str]], bool]) -> dict[ProcessIdentity, list[str]]:

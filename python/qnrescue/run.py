@@ -6,6 +6,7 @@ import contextlib
 import errno
 import os
 import subprocess
+import sys
 import time
 from dataclasses import replace
 
@@ -131,12 +132,13 @@ def start(job: Job, folder: BenchFolder) -> Run:
     return Run(job, folder, process, time.monotonic(), popen)
 
 
-def _reserve(descriptor: int) -> None:
-    if not hasattr(os, "posix_fallocate"):
+if sys.platform == "linux":
+    def _reserve(descriptor: int) -> None:
+        try:
+            os.posix_fallocate(descriptor, 0, RESERVED)
+        except OSError as fault:
+            if fault.errno not in (errno.EINVAL, errno.EOPNOTSUPP):  # this file system cannot
+                raise
+else:
+    def _reserve(descriptor: int) -> None:
         os.truncate(descriptor, RESERVED)  # Windows allocates the space
-        return
-    try:
-        os.posix_fallocate(descriptor, 0, RESERVED)
-    except OSError as fault:
-        if fault.errno not in (errno.EINVAL, errno.EOPNOTSUPP):  # this file system cannot
-            raise

@@ -115,8 +115,9 @@ class Supervisor:
         limit = time.monotonic() + SEARCH_SECONDS
         found: dict[str, ProcessIdentity] = {}
         while len(found) < len(job_ids):
-            for process, words in processes.find(
-                    lambda words: processes.value_after(words, "--amr-logfile") in log_files).items():
+            running = processes.find(
+                lambda words: processes.value_after(words, "--amr-logfile") in log_files)
+            for process, words in running.items():
                 found[log_files[processes.value_after(words, "--amr-logfile") or ""]] = process
             if time.monotonic() >= limit:
                 break

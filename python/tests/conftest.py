@@ -1,17 +1,14 @@
-"""What the tests share."""
+"""What the tests share. They find the installed package, not the sources beside them."""
 
 from __future__ import annotations
 
-import sys
 from collections.abc import Iterator
 from pathlib import Path
 
 import pytest
 from hypothesis import settings
 
-sys.path[:0] = [str(Path(__file__).parents[1]), str(Path(__file__).parent)]
-
-from bench_of_tests import TestBench  # noqa: E402
+from bench_of_tests import TestBench
 
 # A busy machine is no reason to fail.
 settings.register_profile("default", deadline=None, database=None)
@@ -20,8 +17,7 @@ settings.load_profile("default")
 
 @pytest.fixture(autouse=True)
 def environment(monkeypatch: pytest.MonkeyPatch) -> None:
-    """Lets processes that the tests start find the package."""
-    monkeypatch.setenv("PYTHONPATH", str(Path(__file__).parents[1]))
+    """Lets processes that the tests start leave no files beside the package."""
     monkeypatch.setenv("PYTHONDONTWRITEBYTECODE", "1")
 
 

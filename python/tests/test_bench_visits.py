@@ -2,14 +2,12 @@
 
 import itertools
 import json
-from dataclasses import replace
 
 import pytest
 from hypothesis import given, settings
 from hypothesis import strategies as st
 
-from qnrescue.bench.visits import (Arrived, Bench, Departed, Ended, Order, Phase, Rules, Visits,
-                                   load)
+from qnrescue.bench.visits import Bench, Ended, Order, Phase, Rules, Visits, load
 
 A, B, C = "A" * 16, "B" * 16, "C" * 16
 RULES = Rules(away=30, rest=600)

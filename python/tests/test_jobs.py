@@ -8,7 +8,8 @@ from plists import ECID
 from qnrescue.jobs import JobOrder, check_job_id, new_job_id
 
 
-@pytest.mark.parametrize("text", ["a", "0", "order-17", "a.b_c-d", "A" * 64, "console", "com", "x.con"])
+@pytest.mark.parametrize("text", ["a", "0", "order-17", "a.b_c-d", "A" * 64, "console", "com",
+                                  "x.con"])
 def test_ids(text: str) -> None:
     assert check_job_id(text) == text
 
