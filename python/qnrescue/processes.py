@@ -98,8 +98,9 @@ def start_detached(words: Sequence[str], folder: Path, output: IO[bytes] | int,
 
 def _start(words: Sequence[str], folder: Path, output: IO[bytes] | int, errors: IO[bytes] | int,
            way: dict[str, Any]) -> subprocess.Popen[bytes]:
-    return subprocess.Popen[bytes](list(words), cwd=folder, stdin=subprocess.DEVNULL,
-                                   stdout=output, stderr=errors, **way)
+    process: subprocess.Popen[bytes] = subprocess.Popen(
+        list(words), cwd=folder, stdin=subprocess.DEVNULL, stdout=output, stderr=errors, **way)
+    return process
 
 
 def find(matches: Callable[[Sequence[str]], bool]) -> dict[ProcessIdentity, list[str]]:
