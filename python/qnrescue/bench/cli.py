@@ -5,63 +5,102 @@ from __future__ import annotations
 import argparse
 import logging
 import sys
+import warnings
 from collections.abc import Sequence
 
-from qnrescue.desk import Desk
-from qnrescue.jobs import Job, JobOrder, JobState
-from qnrescue.places import bench_folder
+from qnrescue.bench import devices, following, ordering, slot_names
+from qnrescue.bench.context import TOOL_VARIABLE, CommandFailure, Context
+from qnrescue.bench.exit_status import ExitStatus
+from qnrescue.bench.output import Output, OutputBroken, give_up, show_all_letters
+from qnrescue.bench.slots import SlotsFault
+from qnrescue.places import FOLDER_VARIABLE
 from qnrescue.supervisor import supervise
+from qnrescue.tool import ToolFailure
 
 
-def describe(job: Job) -> str:
-    """Returns a line about the job."""
-    return " ".join(str(part) for part in (job.id, job.device, job.state, f"{job.progress} %",
-                                           job.step, job.reason) if part)
+def make_parser() -> argparse.ArgumentParser:
+    """Returns the command line."""
+    common = _common_options()
+    looking = argparse.ArgumentParser(add_help=False)
+    looking.add_argument("--detect-timeout", type=int, metavar="SECONDS",
+                         help="how long to look for devices; default: 3, of watch and slots: 1")
+    restoring = ordering.restore_options()
+    parser = argparse.ArgumentParser(
+        prog="qnrescue-bench", formatter_class=argparse.RawDescriptionHelpFormatter,
+        description="Lists, restores and watches the devices of a bench. A restore is a job: it"
+                    " goes on\nwithout this program, and any terminal can follow or cancel it.",
+        epilog="exit statuses:\n" + "\n".join(f"  {each.value:3}  {each.meaning}"
+                                              for each in ExitStatus))
+    actions = parser.add_subparsers(dest="action", required=True, metavar="COMMAND")
+    devices.add_commands(actions, common, looking)
+    ordering.add_commands(actions, common, looking, restoring)
+    following.add_commands(actions, common)
+    slot_names.add_commands(actions, common, looking)
+    service = actions.add_parser(
+        "supervise", parents=[common], help="be the supervisor, in the foreground",
+        description="Supervises the jobs until it is stopped, as a service does. Without it, the"
+                    " commands that need a supervisor start one in the background.")
+    service.set_defaults(act=_supervise)
+    return parser
 
 
-def restore(desk: Desk, options: argparse.Namespace) -> int:
-    tool = tuple(options.tool.split("\n")) if options.tool else ("qnrescue",)
-    jobs = [desk.order(JobOrder(ecid, options.bundle, erase=options.erase, tool=tool))
-            for ecid in options.ecids]
-    return watch(desk, [job.id for job in jobs])
+def _common_options() -> argparse.ArgumentParser:
+    common = argparse.ArgumentParser(add_help=False)
+    common.add_argument("--tool", action="append", metavar="WORD",
+                        help="the program that starts the tool; given again, its first arguments;"
+                             f" default: {TOOL_VARIABLE} (a word a line), or qnrescue")
+    common.add_argument("--folder", metavar="FOLDER",
+                        help=f"the folder of the bench; default: {FOLDER_VARIABLE}, or that of the"
+                             " machine")
+    form = common.add_mutually_exclusive_group()
+    form.add_argument("--json", action="store_true", help="write JSON Lines")
+    form.add_argument("--plain", action="store_true",
+                      help="write plain lines, as when the output is not a terminal")
+    return common
 
 
-def watch(desk: Desk, job_ids: Sequence[str]) -> int:
-    for job in desk.changes(*job_ids):
-        print(describe(job), flush=True)
-    states = {desk.journal.job(job_id).state for job_id in job_ids}
-    return 0 if states == {JobState.SUCCEEDED} else 1
+def _supervise(context: Context) -> int:
+    logging.basicConfig(level=logging.INFO, format="%(asctime)s %(message)s")
+    if supervise(context.folder, None):
+        return ExitStatus.DONE
+    raise CommandFailure(ExitStatus.BENCH, "another process supervises the jobs")
 
 
 def main(words: Sequence[str] | None = None) -> int:
-    """Runs the command and returns its exit status."""
-    parser = argparse.ArgumentParser(prog="qnrescue-bench")
-    parser.add_argument("--folder")
-    parser.add_argument("--tool", help="the words that start the tool, one a line")
-    actions = parser.add_subparsers(dest="action", required=True)
-    ordering = actions.add_parser("restore")
-    ordering.add_argument("bundle")
-    ordering.add_argument("ecids", nargs="+")
-    ordering.add_argument("--erase", action="store_true")
-    actions.add_parser("jobs")
-    for action in ("follow", "cancel"):
-        actions.add_parser(action).add_argument("job")
-    actions.add_parser("supervise")
+    """Runs a command and returns its exit status."""
+    parser = make_parser()
     options = parser.parse_args(words)
-    if options.action == "supervise":
-        logging.basicConfig(level=logging.INFO, format="%(asctime)s %(message)s")
-        return 0 if supervise(bench_folder(options.folder), None) else 1
-    with Desk(options.folder) as desk:
-        if options.action == "restore":
-            return restore(desk, options)
-        if options.action == "follow":
-            return watch(desk, [options.job])
-        if options.action == "cancel":
-            print(describe(desk.cancel(options.job)))
-            return 0
-        for job in reversed(desk.journal.jobs()):
-            print(describe(job))
-    return 0
+    fault = options.check(options) if "check" in options else ""
+    if fault:
+        parser.error(fault)
+    show_all_letters(sys.stdout, sys.stderr)
+    context = Context(options, Output(as_json=options.json, plain=options.plain))
+    warnings.showwarning = lambda message, *_, **__: context.note(str(message))
+    return run(context)
+
+
+def run(context: Context) -> int:
+    """Carries out the command of the options and returns the exit status. Whatever happens is said
+    once, on standard error."""
+    try:
+        status: int = context.options.act(context)
+        return status
+    except KeyboardInterrupt:
+        return ExitStatus.STOPPED
+    except OutputBroken as fault:
+        give_up(sys.stdout)
+        context.note(f"the output cannot be written: {fault}; jobs go on, see qnrescue-bench"
+                     " follow")
+        return ExitStatus.OUTPUT
+    except CommandFailure as fault:
+        context.note(str(fault))
+        return fault.status
+    except SlotsFault as fault:
+        context.note(str(fault))
+        return ExitStatus.BENCH
+    except ToolFailure as fault:
+        context.note(str(fault))
+        return ExitStatus.FAILED
 
 
 if __name__ == "__main__":

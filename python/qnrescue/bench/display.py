@@ -21,6 +21,7 @@ class Look(enum.Enum):
     """How a state is shown: a word, and a style of rich that never stands alone."""
 
     EMPTY = ("empty", "bright_black")
+    ATTACHED = ("attached", "black on cyan")
     WAITING = ("waiting", "black on cyan")
     QUEUED = ("queued", "black on cyan")
     RUNNING = ("running", "white on blue")
@@ -73,7 +74,8 @@ def row_of(job: Job, slot: str = "", serial: str = "") -> Row:
     """Returns the row of a job. Without a slot it is the one that the order names."""
     started = job.started_at is not None
     return Row(slot or job.order.slot, _LOOKS[job.state.value], job.device, serial,
-               text=job.reason or job.step, progress=job.progress if started else None,
+               text=job.reason if job.state.is_end else job.step,
+               progress=job.progress if started else None,
                seconds=job.seconds if started else None)
 
 
@@ -110,6 +112,18 @@ def wall(rows: Sequence[Row], head: str, message: str, width: int, height: int) 
     return Group(Text(clean(head), "bold", no_wrap=True, overflow="ellipsis"), Text(), body,
                  Text(clean(" ".join(filter(None, [more, message]))), no_wrap=True,
                       overflow="ellipsis"))
+
+
+def best_height(rows: int) -> int:
+    """Returns how many lines a wall of so many rows needs at its largest."""
+    return _FRAME_LINES + max(_SPACES) * rows
+
+
+def compact(rows: Sequence[Row], height: int) -> RenderableType:
+    """Returns the rows, each on a line, no more of them than there is height for."""
+    shown = rows if len(rows) <= height else rows[: max(0, height - 1)]
+    more = f"… and {len(rows) - len(shown)} more"
+    return _small(shown) if shown is rows else Group(_small(shown), Text(more))
 
 
 def _slot_lines(row: Row) -> list[str]:
@@ -178,7 +192,7 @@ def line_of(row: Row) -> str:
     """Returns the row as a line for a file or a pipe; the same line means that nothing has changed
     that is worth another one."""
     place = f"{row.slot}: " if row.slot else ""
-    if row.look is Look.RUNNING:
+    if row.look is Look.RUNNING and row.text:
         return f"{place}{row.device} {row.progress or 0:3} % {clean(row.text)}".rstrip()
     reason = f": {clean(row.text)}" if row.text and row.look is not Look.SUCCEEDED else ""
     return f"{place}{row.device}       {row.look.word}{reason}"

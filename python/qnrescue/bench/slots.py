@@ -9,12 +9,12 @@ The names are in a TOML file, in the order in which the bench shows them:
 
 from __future__ import annotations
 
-import contextlib
-import os
 import pathlib
 import tomllib
 from dataclasses import dataclass, field
 from typing import Any, Mapping
+
+from qnrescue.bench.whole_file import replace_file
 
 FILE_NAME = "slots.toml"
 
@@ -114,12 +114,8 @@ def _escaped(name: str) -> str:
 
 def write_slots(path: pathlib.Path, slots: Slots) -> None:
     """Replaces the file: it is whole at every moment. Raises SlotsFault."""
-    new = path.with_name(f"{path.name}.{os.getpid()}.new")
     try:
         path.parent.mkdir(parents=True, exist_ok=True)
-        new.write_text(format_slots(slots), "utf-8")
-        os.replace(new, path)
+        replace_file(path, format_slots(slots))
     except OSError as fault:
-        with contextlib.suppress(OSError):
-            new.unlink()
         raise SlotsFault(f"{path} cannot be written: {fault.strerror}") from fault

@@ -17,6 +17,7 @@ from typing import Any, Callable, Collection, Iterable, Mapping
 class Rules:
     """What the operator of a bench has decided; the times are in seconds."""
 
+    restore: bool = True  # false: nothing is ordered
     at_once: int = 0  # how many jobs may be under way; 0: any number
     retries: int = 0  # how often a job may be repeated
     away: float = 30  # how long a device is away before it counts as unplugged
@@ -122,8 +123,9 @@ class Visits:
             self._visits[visit.ecid] = self._follow(visit, bench)
         if bench.attached is None:
             return []
-        return [*self._departures(now, bench, bench.attached),
-                *self._arrivals(bench, bench.attached), *self._orders(bench, bench.attached)]
+        actions = [*self._departures(now, bench, bench.attached),
+                   *self._arrivals(bench, bench.attached)]
+        return actions + (self._orders(bench, bench.attached) if self._rules.restore else [])
 
     def _follow(self, visit: Visit, bench: Bench) -> Visit:
         if visit.phase is Phase.WAITING:
