@@ -8,7 +8,7 @@ import sys
 import warnings
 from collections.abc import Sequence
 
-from qnrescue.bench import devices, following, ordering, slot_names
+from qnrescue.bench import devices, following, ordering, slot_names, watching
 from qnrescue.bench.context import TOOL_VARIABLE, CommandFailure, Context
 from qnrescue.bench.exit_status import ExitStatus
 from qnrescue.bench.output import Output, OutputBroken, give_up, show_all_letters
@@ -34,6 +34,7 @@ def make_parser() -> argparse.ArgumentParser:
     actions = parser.add_subparsers(dest="action", required=True, metavar="COMMAND")
     devices.add_commands(actions, common, looking)
     ordering.add_commands(actions, common, looking, restoring)
+    watching.add_commands(actions, common, looking, restoring)
     following.add_commands(actions, common)
     slot_names.add_commands(actions, common, looking)
     service = actions.add_parser(
