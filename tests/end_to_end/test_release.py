@@ -156,38 +156,51 @@ class Refusal(Release):
 class Script(Release):
     """scripts/release, for which the programs are built and packed already."""
 
-    def make_release(self, sign):
-        """Returns the status, and the folder that is handed out."""
-        top = self.new_folder()
-        shutil.copytree(SOURCE / "packaging", top / "packaging")
-        (top / "scripts").mkdir()
+    def setUp(self):
+        super().setUp()
+        self.top = self.new_folder()
+        for name in ("packaging", "python"):
+            shutil.copytree(SOURCE / name, self.top / name)
+        shutil.copy(SOURCE / "CMakeLists.txt", self.top)  # has the version
+        for folder in ("bin", "scripts", "build/windows-release"):
+            (self.top / folder).mkdir(parents=True)
         for name in ("release", "step.bash"):
-            shutil.copy(SOURCE / "scripts" / name, top / "scripts")
-        build = top / "build/windows-release"
-        build.mkdir(parents=True)
-        shutil.copy(BUILD / "linked_libraries.json", build)
-        programs = {"scripts/install-dependencies": "", "scripts/build-cross-libraries": "",
-                    "bin/cmake": "", "bin/cpack": f"mkdir -p '{top}/build/release.part'\n"
-                    f"cp '{self.zip}' '{top}/build/release.part'\n"}
-        (top / "bin").mkdir()
-        for name, text in programs.items():
-            (top / name).write_text("#!/bin/sh\n" + text)
-            (top / name).chmod(0o755)
-        done = subprocess.run([top / "scripts/release"], check=False, stdout=subprocess.DEVNULL,
-                              stderr=subprocess.DEVNULL,
-                              env={**os.environ, "PATH": f"{top}/bin:{os.environ['PATH']}",
-                                   "SOURCE_DATE_EPOCH": "1700000000", "QNRESCUE_SIGN": sign})
-        return done.returncode, top / "build/release"
+            shutil.copy(SOURCE / "scripts" / name, self.top / "scripts")
+        shutil.copy(BUILD / "linked_libraries.json", self.top / "build/windows-release")
+        for name in ("scripts/install-dependencies", "scripts/build-cross-libraries", "bin/cmake"):
+            self.add_script(name, "")
+        self.add_script("bin/cpack",
+                        f"mkdir build/release.part\ncp '{self.zip}' build/release.part\n")
+        self.made = self.top / "build/release"
 
-    def test_makes_everything(self):
-        status, folder = self.make_release(sign="")
-        self.assertEqual(0, status)
-        self.assertEqual(self.files, files_below(folder))
+    def add_script(self, name, text):
+        (self.top / name).write_text("#!/bin/sh\nset -e\n" + text)
+        (self.top / name).chmod(0o755)
+
+    def run_script(self, sign):
+        """Returns the status."""
+        return subprocess.run([self.top / "scripts/release"], check=False,
+                              stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL,
+                              env={**os.environ, "PATH": f"{self.top}/bin:{os.environ['PATH']}",
+                                   "SOURCE_DATE_EPOCH": "1700000000",
+                                   "QNRESCUE_SIGN": sign}).returncode
+
+    def test_makes_everything_and_again(self):
+        for _ in range(2):
+            self.assertEqual(0, self.run_script(sign=""))
+            files = files_below(self.made)
+            sums = files.pop("SHA256SUMS").decode()
+            (wheel,) = set(files) - set(self.files)
+            self.assertRegex(wheel, r"\.whl$")
+            self.assertIn(f"  {wheel}\n", sums)
+            del files[wheel]
+            self.assertEqual(files, {name: content for name, content in self.files.items()
+                                     if name != "SHA256SUMS"})
 
     def test_leaves_no_release_that_is_not_signed(self):
-        status, folder = self.make_release(sign="false")
-        self.assertEqual(1, status)
-        self.assertFalse(folder.exists())
+        self.assertEqual(0, self.run_script(sign=""))
+        self.assertEqual(1, self.run_script(sign="false"))
+        self.assertFalse(self.made.exists())
 
 
 class InstallerTables(Release):
