@@ -80,9 +80,10 @@ struct notified_client {
 
 void pass_notification(AMRestorableDeviceRef device, AMRestorableDeviceNotificationType type,
                        void * context) {
-    record([&](session & to) { to.notification(device, type); });
+    record([&](session & to) { to.begin_notification(device, type); });
     auto const & client = *static_cast<notified_client const *>(context);
     client.callback(device, type, client.context);
+    record([&](session & to) { to.end_notification(); });
 }
 
 // Where the reports of a restore go.

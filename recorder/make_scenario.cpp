@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <iterator>
 
 #include <fmt/format.h>
 
@@ -69,8 +70,8 @@ void complete(std::vector<visit> & visits) {
             for (auto const key : conduct_keys) {
                 adopt(into, from, key);
             }
-            if (!into.reports) {
-                into.reports = from.reports;
+            if (into.restores.empty()) {
+                into.restores = from.restores;
             }
         }
     }
@@ -182,13 +183,12 @@ private:
 
     void cover_reports() {
         for (auto & each : target.visits) {
-            if (!each.reports) {
-                continue;
-            }
-            for (auto & report : *each.reports) {
-                auto status = *report.status;
-                cover(status);
-                report.status = std::make_shared<value const>(std::move(status));
+            for (auto & reports : each.restores) {
+                std::ranges::for_each(reports, [this](restore_report & report) {
+                    auto status = *report.status;
+                    cover(status);
+                    report.status = std::make_shared<value const>(std::move(status));
+                });
             }
         }
     }
@@ -220,6 +220,12 @@ void add_answers(dictionary & device, dictionary & changing, std::string const &
     changing.push_back({key, {array{answers.begin(), answers.end()}}});
 }
 
+void add_thread(dictionary & to, char const * key, int number) {
+    if (number != 0) {
+        to.push_back({key, make_integer(std::int64_t{number})});
+    }
+}
+
 value make_device(visit const & from) {
     dictionary device{{"ECID", make_string(format_ecid(*from.ecid))}};
     dictionary changing;
@@ -237,8 +243,16 @@ value make_device(visit const & from) {
     if (from.disconnected) {
         device.push_back({"DisconnectAfter", seconds(*from.disconnected)});
     }
-    if (from.reports) {
-        device.push_back({"RestoreReports", make_reports(*from.reports)});
+    add_thread(device, "ConnectThread", from.connect_thread);
+    add_thread(device, "DisconnectThread", from.disconnect_thread);
+    if (!from.restores.empty()) {
+        device.push_back({"RestoreReports", make_reports(from.restores.front())});
+    }
+    if (from.restores.size() > 1) {
+        array later;
+        std::ranges::transform(from.restores.begin() + 1, from.restores.end(),
+                               std::back_inserter(later), make_reports);
+        device.push_back({"LaterRestores", {std::move(later)}});
     }
     if (from.answers.contains("RebootError")) { // what it did then was recorded
         device.push_back({"Returns", make_boolean(false)});
@@ -251,6 +265,7 @@ value make_notification(other_notification const & from) {
     if (from.visit) {
         result.push_back({"Device", make_integer(std::uint64_t{*from.visit})});
     }
+    add_thread(result, "Thread", from.thread);
     result.push_back({"Type", make_integer(std::int64_t{from.type})});
     return {std::move(result)};
 }

@@ -10,6 +10,7 @@ namespace {
 
 constexpr int connected_type = 0;
 constexpr int disconnected_type = 1;
+constexpr std::size_t most_threads = 100; // that a scenario can name
 
 } // namespace
 
@@ -88,7 +89,7 @@ void session::unregistered(int client, int result) {
               make_integer(std::int64_t{result})});
 }
 
-void session::notification(void const * device, int type) {
+void session::begin_notification(void const * device, int type) {
     std::lock_guard const lock{mutex};
     auto const thread = std::this_thread::get_id();
     if (registering == thread) {
@@ -97,22 +98,26 @@ void session::notification(void const * device, int type) {
     if (clients.empty() && !registering) {
         add_loss("A notification came after the tool had unregistered.");
     }
-    if (notifier.value_or(thread) != thread) {
-        add_loss("Notifications came on several threads; they are played on one.");
+    if (running_notifications++ > 0) {
+        add_loss("Notifications overlapped; they are played one after the other.");
     }
-    notifier = thread;
     // No two have the same time, so that they are played in this order.
     constexpr clock::duration shortest = std::chrono::microseconds{2};
     last_notification = std::max(since_registration(now()), last_notification + shortest);
-    add_notification(device, type, last_notification);
+    add_notification(device, type, last_notification, number_of_this_thread());
     changed();
+}
+
+void session::end_notification() {
+    std::lock_guard const lock{mutex};
+    --running_notifications;
 }
 
 // An object is known from a notification of its arrival until that of its departure. In any other
 // notification it may be a new object at the address of an earlier one.
-void session::add_notification(void const * device, int type, clock::duration after) {
+void session::add_notification(void const * device, int type, clock::duration after, int thread) {
     if (device == nullptr) {
-        recorded.notifications.push_back({after, {}, type});
+        recorded.notifications.push_back({after, {}, type, thread});
         return;
     }
     auto const found = visits.find(device);
@@ -125,12 +130,14 @@ void session::add_notification(void const * device, int type, clock::duration af
     auto & subject = recorded.visits[index];
     if (!is_known && type == connected_type) {
         subject.connected = after;
+        subject.connect_thread = thread;
         attached.insert(index);
     } else if (is_known && type == disconnected_type) {
         subject.disconnected = after;
+        subject.disconnect_thread = thread;
         attached.erase(index);
     } else {
-        recorded.notifications.push_back({after, index, type});
+        recorded.notifications.push_back({after, index, type, thread});
     }
 }
 
@@ -193,14 +200,11 @@ session::restore_id session::begin_restore(void const * device, value options) {
     std::lock_guard const lock{mutex};
     constexpr auto function = "AMRestorableDeviceRestore";
     auto const index = visit_of(function, device);
-    restore_state const started{index, device, now(), std::this_thread::get_id(), {}};
+    restore_state started{index, 0, device, now(), std::this_thread::get_id(), {}};
     if (index) {
-        auto & reports = recorded.visits[*index].reports;
-        if (reports) {
-            add_loss("A device was restored more than once; each restore plays all reports.");
-        } else {
-            reports.emplace();
-        }
+        auto & all = recorded.visits[*index].restores;
+        started.number = all.size();
+        all.emplace_back();
     }
     add_call({{}, function, index, std::move(options), {}});
     restores.push_back(started);
@@ -229,7 +233,7 @@ void session::report(restore_id restore, void const * device, value status) {
     auto const time = now();
     auto const after = time - std::exchange(reporting.last, time);
     if (reporting.visit) {
-        recorded.visits[*reporting.visit].reports->push_back(
+        recorded.visits[*reporting.visit].restores[reporting.number].push_back(
             {after, std::make_shared<value const>(std::move(status))});
     } else {
         add_loss("A report came for a restore without a device.");
@@ -259,6 +263,20 @@ void session::on_news(std::function<void()> call_back) {
     if (news && news_call_back) {
         news_call_back();
     }
+}
+
+int session::number_of_this_thread() {
+    auto const found = notifiers.find(std::this_thread::get_id());
+    if (found != notifiers.end()) {
+        return found->second;
+    }
+    if (notifiers.size() == most_threads) {
+        add_loss("Notifications came on more than 100 threads; others are played on the first.");
+        return 0;
+    }
+    auto const next = static_cast<int>(notifiers.size());
+    notifiers.emplace(std::this_thread::get_id(), next);
+    return next;
 }
 
 clock::duration session::since_registration(clock::time_point time) const {

@@ -32,8 +32,10 @@ struct visit {
     std::optional<std::uint64_t> ecid; // absent: nobody asked
     std::optional<clock::duration> connected;
     std::optional<clock::duration> disconnected;
+    int connect_thread = 0;
+    int disconnect_thread = 0;
     std::map<std::string, std::vector<value>, std::less<>> answers;
-    std::optional<std::vector<restore_report>> reports; // absent: never restored
+    std::vector<std::vector<restore_report>> restores;
 };
 
 // A notification that is neither an arrival nor the departure after it.
@@ -41,6 +43,7 @@ struct other_notification {
     clock::duration after;
     std::optional<std::size_t> visit; // absent: a null device
     int type;
+    int thread = 0; // threads are counted from 0 on, as they come
 };
 
 struct recorded_call {
@@ -80,8 +83,9 @@ public:
     void end_registration(int result, std::optional<dictionary> error);
     void unregistered(int client, int result);
 
-    // Before the tool is notified.
-    void notification(void const * device, int type);
+    // Around the notification of the tool.
+    void begin_notification(void const * device, int type);
+    void end_notification();
 
     // What the library returned for a device, under the scenario's key.
     void answer(std::string_view function, std::string_view key, void const * device, value result);
@@ -108,6 +112,7 @@ public:
 private:
     struct restore_state {
         std::optional<std::size_t> visit;
+        std::size_t number; // among the restores of the visit
         void const * device;
         clock::time_point last;
         std::thread::id starter; // as long as the starting call has not returned
@@ -118,7 +123,8 @@ private:
     std::optional<std::size_t> visit_of(std::string_view function, void const * device);
     void add_call(recorded_call what);
     void add_loss(std::string const & sentence);
-    void add_notification(void const * device, int type, clock::duration after);
+    void add_notification(void const * device, int type, clock::duration after, int thread);
+    int number_of_this_thread();
     void changed();
 
     clock::time_point (*const now)();
@@ -135,7 +141,8 @@ private:
     std::size_t registration_call = 0; // its place among the calls
     std::set<int> clients;
     std::optional<std::thread::id> registering;
-    std::optional<std::thread::id> notifier;
+    std::map<std::thread::id, int> notifiers;
+    int running_notifications = 0;
     clock::duration last_notification{0};
     bool news = false;
     std::function<void()> news_call_back;

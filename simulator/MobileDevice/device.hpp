@@ -54,6 +54,7 @@ public:
     cf_owner<AMRestorableDeviceRef> make_object(appearance const & as);
 
     std::atomic<bool> auto_boot = false;
+    std::atomic<std::size_t> restores = 0; // that have been planned
 
     appearance const initial;
     appearance const recovery;

@@ -25,11 +25,17 @@ void notification_center::add_client(int id, AMRestorableDeviceNotificationCallb
         auto const & description = subject->description();
         if (description.connects) {
             schedule(scripted, description.connect_after,
-                     {.what = kind::plugged, .client = id, .subject = subject.get()});
+                     {.what = kind::plugged,
+                      .client = id,
+                      .subject = subject.get(),
+                      .on_thread = description.connect_thread});
         }
         if (description.disconnect_after) {
             schedule(scripted, *description.disconnect_after,
-                     {.what = kind::unplugged, .client = id, .subject = subject.get()});
+                     {.what = kind::unplugged,
+                      .client = id,
+                      .subject = subject.get(),
+                      .on_thread = description.disconnect_thread});
         }
     }
     for (auto const & raw : notifications) {
@@ -85,7 +91,7 @@ void notification_center::remove_client(int id) {
     }
     clients.erase(id);
     std::erase_if(events, [id](event const & what) { return what.client == id; });
-    if (std::this_thread::get_id() != thread) {
+    if (std::this_thread::get_id() != calling) {
         shared.time().wait(changed, lock, [this, id] { return notified_client != id; });
     }
 }
@@ -107,6 +113,7 @@ void notification_center::wait_for_return(absence of) {
 }
 
 void notification_center::stop() {
+    other_threads.stop();
     std::lock_guard const lock{mutex};
     stopping = true;
     shared.time().notify(changed);
@@ -117,7 +124,11 @@ void notification_center::schedule_raw(batch const & with, int id,
                                        raw_notification const & raw) {
     auto const subject = raw.device ? devices[*raw.device].get() : nullptr;
     schedule(with, raw.after,
-             {.what = kind::raw, .client = id, .subject = subject, .type = raw.type});
+             {.what = kind::raw,
+              .client = id,
+              .subject = subject,
+              .type = raw.type,
+              .on_thread = raw.thread});
 }
 
 void notification_center::schedule(batch const & with, double after, event what) {
@@ -206,7 +217,7 @@ void notification_center::handle(event const & what) {
         subject->attached = subject->make_object(*subject->current);
     }
     for (auto const id : addressees(what)) {
-        notify(id, subject ? subject->attached.get() : nullptr, type);
+        notify(id, subject ? subject->attached.get() : nullptr, type, what.on_thread);
     }
     if (subject && !stays) {
         subject->attached = {};
@@ -247,22 +258,36 @@ void notification_center::notify_all(device & subject, int type) {
     }
 }
 
-void notification_center::notify(int id, AMRestorableDeviceRef object, int type) {
+void notification_center::notify(int id, AMRestorableDeviceRef object, int type, int on_thread) {
     std::unique_lock lock{mutex};
     auto const found = clients.find(id);
     if (found == clients.end()) {
         return;
     }
-    auto const callback = found->second.callback;
-    auto const context = found->second.context;
+    auto const called = found->second;
     notified_client = id;
     lock.unlock();
-    if (!shared.has_ended()) {
-        callback(object, static_cast<AMRestorableDeviceNotificationType>(type), context);
+    if (on_thread == 0) {
+        call(called, object, type);
+    } else {
+        cf_share<AMRestorableDeviceRef> const held = retain(object);
+        other_threads.run(on_thread,
+                          [this, called, held, type] { call(called, held.get(), type); });
     }
     lock.lock();
     notified_client = 0;
     shared.time().notify(changed);
+}
+
+void notification_center::call(client const & called, AMRestorableDeviceRef object, int type) {
+    {
+        std::lock_guard const lock{mutex};
+        calling = std::this_thread::get_id();
+    }
+    if (!shared.has_ended()) {
+        called.callback(object, static_cast<AMRestorableDeviceNotificationType>(type),
+                        called.context);
+    }
 }
 
 std::vector<int> notification_center::addressees(event const & what) {

@@ -1,7 +1,9 @@
-// Delivers the arrivals and departures of devices, in time order and on one thread.
+// Delivers the arrivals and departures of devices, one after the other in time order, and on one
+// thread unless the scenario names others.
 #pragma once
 
 #include "platform/MobileDevice.h"
+#include "simulator/MobileDevice/callback_threads.hpp"
 #include "simulator/MobileDevice/device.hpp"
 #include "simulator/MobileDevice/lifetime.hpp"
 
@@ -29,7 +31,8 @@ class notification_center {
 public:
     notification_center(lifetime & threads, double scale)
         : shared{threads}
-        , time_scale{scale} {}
+        , time_scale{scale}
+        , other_threads{threads} {}
 
     using absence = std::uint64_t;
 
@@ -85,6 +88,7 @@ private:
         device * subject = nullptr; // null: no device
         appearance const * as = nullptr;
         int type = 0;
+        int on_thread = 0;
         std::int64_t number = 0; // of a step
 
         bool operator<(event const & other) const {
@@ -114,11 +118,13 @@ private:
     void show_step(event const & what);
     void greet(int id);
     void notify_all(device & subject, int type);
-    void notify(int id, AMRestorableDeviceRef object, int type);
+    void notify(int id, AMRestorableDeviceRef object, int type, int on_thread = 0);
+    void call(client const & called, AMRestorableDeviceRef object, int type);
     std::vector<int> addressees(event const & what);
 
     lifetime & shared;
     double const time_scale;
+    callback_threads other_threads;
 
     std::mutex mutex;
     std::condition_variable changed;
@@ -129,6 +135,7 @@ private:
     std::uint64_t next_order = 0;
     int next_id = 1;
     int notified_client = 0; // the one whose callback is running
+    std::thread::id calling; // the thread of the latest callback
     bool stopping = false;
     std::thread::id thread;
 };

@@ -13,8 +13,8 @@ struct planned_report {
     appearance const * returns_as = nullptr; // the device leaves and returns before what follows
 };
 
-// Returns the reports of the device's scenario or, without them, of the default restore with these
-// options, which may be null.
+// Returns the reports of the device's next restore: those of its scenario or, without them, of the
+// default restore with these options, which may be null.
 std::vector<planned_report> plan_restore(device & subject, CFDictionaryRef options);
 
 } // namespace mobile_device

@@ -126,6 +126,23 @@ std::vector<scripted_report> read_reports(node const & value) {
     return result;
 }
 
+std::vector<std::vector<scripted_report>> read_restores(node const & value) {
+    std::vector<std::vector<scripted_report>> result;
+    for (auto const & reports : value.elements()) {
+        result.push_back(read_reports(reports));
+    }
+    return result;
+}
+
+int read_thread(node const & value) {
+    constexpr int most = 100;
+    auto const number = value.integer<int>();
+    if (number < 0 || number >= most) {
+        value.fail("must be a number from 0 to 99");
+    }
+    return number;
+}
+
 void read_conduct(dictionary_node const & device, device_description & result) {
     constexpr auto amount = [](node const & value) { return value.amount(); };
     constexpr auto error = [](node const & value) { return value.integer<int>(); };
@@ -140,6 +157,9 @@ void read_conduct(dictionary_node const & device, device_description & result) {
     read_if_present(device, "SetAutoBootError", result.set_auto_boot_error, error);
     read_if_present(device, "RebootError", result.reboot_error, error);
     read_if_present(device, "RestoreReports", result.restore_reports, read_reports);
+    read_if_present(device, "LaterRestores", result.later_restores, read_restores);
+    read_if_present(device, "ConnectThread", result.connect_thread, read_thread);
+    read_if_present(device, "DisconnectThread", result.disconnect_thread, read_thread);
     read_if_present(device, "AfterInterruption", result.after_interruption, amount);
 }
 
@@ -157,10 +177,13 @@ device_description read_device(node const & value) {
                                   "ProductString",
                                   "ConnectAfter",
                                   "DisconnectAfter",
+                                  "ConnectThread",
+                                  "DisconnectThread",
                                   "RecoveryModeDevice",
                                   "SetAutoBootError",
                                   "RebootError",
                                   "RestoreReports",
+                                  "LaterRestores",
                                   "AfterInterruption",
                                   "Connects",
                                   "Returns",
@@ -181,7 +204,7 @@ std::size_t read_index(node const & value, std::vector<device_description> const
 
 raw_notification read_notification(node const & value,
                                    std::vector<device_description> const & devices) {
-    dictionary_node const notification{value, {"After", "ECID", "Device", "Type"}};
+    dictionary_node const notification{value, {"After", "ECID", "Device", "Type", "Thread"}};
     raw_notification result;
     if (auto const after = notification.find("After")) {
         result.after = after->amount();
@@ -200,6 +223,7 @@ raw_notification read_notification(node const & value,
         result.device = read_index(*index, devices);
     }
     result.type = notification.at("Type").integer<int>();
+    read_if_present(notification, "Thread", result.thread, read_thread);
     return result;
 }
 

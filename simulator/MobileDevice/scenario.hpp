@@ -45,12 +45,15 @@ struct device_description {
     cf_share<CFStringRef> product_string;   // null: absent
     double connect_after = 0;               // seconds since registration
     std::optional<double> disconnect_after; // seconds since registration
-    bool connects = true;                   // false: only notifications show the device
-    bool returns = true; // false: after a reboot or a restore, it does only what is scripted
+    int connect_thread = 0;                 // on which the arrival is notified
+    int disconnect_thread = 0;
+    bool connects = true; // false: only notifications show the device
+    bool returns = true;  // false: after a reboot or a restore, it does only what is scripted
     bool recovery_mode_device = false;
     int set_auto_boot_error = 0;
     int reboot_error = 0;
     std::optional<std::vector<scripted_report>> restore_reports; // absent: the default restore
+    std::vector<std::vector<scripted_report>> later_restores; // of the restores after the first one
     double after_interruption = 10; // seconds since the end of the restoring process, in a world
     scripted_answers answers;       // in place of those above, where calls return different ones
 };
@@ -59,6 +62,7 @@ struct raw_notification {
     double after = 0;                  // seconds since registration
     std::optional<std::size_t> device; // index of the device; absent: a null device
     int type = 0;
+    int thread = 0;
 };
 
 struct scripted_failures {

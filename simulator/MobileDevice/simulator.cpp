@@ -36,6 +36,12 @@ std::vector<std::unique_ptr<device>> make_devices(scenario const & played) {
     return result;
 }
 
+void release_objects_of(std::vector<scripted_report> & reports) {
+    for (auto & report : reports) {
+        report.status = {};
+    }
+}
+
 void release_objects_of(device_description & description) {
     description.serial_number = {};
     description.product_string = {};
@@ -45,9 +51,10 @@ void release_objects_of(device_description & description) {
         }
     }
     if (description.restore_reports) {
-        for (auto & report : *description.restore_reports) {
-            report.status = {};
-        }
+        release_objects_of(*description.restore_reports);
+    }
+    for (auto & reports : description.later_restores) {
+        release_objects_of(reports);
     }
 }
 

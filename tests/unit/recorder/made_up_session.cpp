@@ -223,6 +223,9 @@ private:
         }
         result += entry("ConnectAfter", notification_time());
         result += one_in(2) ? entry("DisconnectAfter", notification_time()) : "";
+        for (auto const key : {"ConnectThread", "DisconnectThread"}) {
+            result += one_in(6) ? entry(key, integer(1 + static_cast<std::int64_t>(below(2)))) : "";
+        }
         for (auto const key : {"RecoveryModeDevice", "Connects", "Returns"}) {
             result += one_in(6) ? entry(key, boolean(one_in(3))) : "";
         }
@@ -237,7 +240,7 @@ private:
                       : entry("Device", integer(static_cast<std::int64_t>(below(ecids.size()))));
         return element("dict", entry("After", notification_time()) +
                                    entry("Type", integer(one_of<std::int64_t>({0, 1, 1, 7, -1}))) +
-                                   who);
+                                   (one_in(4) ? entry("Thread", integer(2)) : "") + who);
     }
 
     std::string failures() {

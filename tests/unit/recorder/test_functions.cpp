@@ -249,6 +249,45 @@ TEST_F(RecordedFunctions, RestoreWithReportsOfEveryKind) {
                       });
 }
 
+TEST_F(RecordedFunctions, ReportsAfterTheEndAndASecondRestore) {
+    auto const report = [](int operation, int progress) {
+        return xml::dictionary({{"After", integer(1)},
+                                {"Status", xml::dictionary({{"Status", text("Restoring")},
+                                                            {"Operation", integer(operation)},
+                                                            {"Progress", integer(progress)}})}});
+    };
+    expect_round_trip(
+        scenario_of({full_device("<key>RestoreReports</key>" +
+                                 xml::array({report(0, 100), report(7, 3), report(0, 100)}) +
+                                 "<key>LaterRestores</key>" +
+                                 xml::array({xml::array({report(8, 4)}), "<array/>",
+                                             xml::array({report(9, 5), report(9, 6)})}))}),
+        [](small_tool & tool) {
+            tool.listen(1);
+            for (std::size_t const reports : {3U, 4U, 4U, 6U}) {
+                tool.restore(reports);
+            }
+        });
+}
+
+TEST_F(RecordedFunctions, NotificationsOnSeveralThreads) {
+    auto const on_thread = [](int after, int thread) {
+        return xml::dictionary(
+            {{"After", integer(after)}, {"Type", integer(5)}, {"Thread", integer(thread)}});
+    };
+    expect_round_trip(scenario_of({full_device("<key>DisconnectAfter</key><real>3</real>"
+                                               "<key>DisconnectThread</key><integer>2</integer>"
+                                               "<key>ConnectAfter</key><real>2</real>"
+                                               "<key>ConnectThread</key><integer>1</integer>")},
+                                  {on_thread(1, 0), on_thread(4, 1), on_thread(5, 2)}),
+                      [](small_tool & tool) { tool.listen(5); });
+    auto const scenario = written("first");
+    EXPECT_EQ(scenario.devices.at(0).connect_thread, 1);
+    EXPECT_EQ(scenario.devices.at(0).disconnect_thread, 2);
+    EXPECT_EQ(scenario.notifications.at(1).thread, 1);
+    EXPECT_EQ(scenario.notifications.at(2).thread, 2);
+}
+
 TEST_F(RecordedFunctions, CommandsAndTheReturnOfTheDevice) {
     expect_round_trip(
         scenario_of({full_device(

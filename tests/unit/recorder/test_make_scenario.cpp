@@ -125,10 +125,10 @@ TEST(MakeScenario, NotificationsNameTheirVisit) {
 
 TEST(MakeScenario, ReportsAndFailures) {
     auto visit = visit_of(1, 0s);
-    visit.reports = {{500ms, status("Restoring")},
-                     {0s, std::make_shared<recorder::value const>(make_null())}};
+    visit.restores = {
+        {{500ms, status("Restoring")}, {0s, std::make_shared<recorder::value const>(make_null())}}};
     recorder::recording recorded{.visits = {visit, visit_of(2, 0s)}};
-    recorded.visits[1].reports.emplace();
+    recorded.visits[1].restores.emplace_back();
     recorded.registration_error = {{"Domain", make_string("d")}, {"Code", number(4)}};
     recorded.logging_results = {12};
     recorded.default_options = {std::nullopt};
@@ -147,6 +147,24 @@ TEST(MakeScenario, ReportsAndFailures) {
     EXPECT_NE(text_of_scenario(recorded).find("<string>It is lost.</string>"), std::string::npos);
 }
 
+TEST(MakeScenario, LaterRestoresAndThreads) {
+    auto visit = visit_of(1, 0s);
+    visit.restores = {{{1s, status("one")}}, {}, {{2s, status("three")}, {3s, status("four")}}};
+    visit.connect_thread = 1;
+    visit.disconnect_thread = 2;
+    auto const scenario =
+        played({.visits = {visit, visit_of(2, 0s)}, .notifications = {{1s, 0, 7, 3}}});
+    auto const & device = scenario.devices.at(0);
+    EXPECT_EQ(device.restore_reports.value().size(), 1U);
+    ASSERT_EQ(device.later_restores.size(), 2U);
+    EXPECT_EQ(device.later_restores[0].size(), 0U);
+    EXPECT_DOUBLE_EQ(device.later_restores[1].at(1).after, 3);
+    EXPECT_EQ(device.connect_thread, 1);
+    EXPECT_EQ(device.disconnect_thread, 2);
+    EXPECT_EQ(scenario.notifications.at(0).thread, 3);
+    EXPECT_EQ(scenario.devices.at(1).connect_thread, 0);
+}
+
 TEST(MakeScenario, DefaultOptionsAreThoseOfTheLibrary) {
     recorder::recording recorded;
     recorded.default_options.push_back(
@@ -162,7 +180,7 @@ recorder::recording identified() {
     auto visit = visit_of(0x000C1A2B3C4D5E6F, 0s);
     visit.answers["SerialNumber"] = {make_string("F4GSM1QN0D8X")};
     visit.answers["ProductString"] = {make_string("iBoot 4711 000C1A2B3C4D5E6F")};
-    visit.reports = {{0s, status("000C1A2B3C4D5E6F and F4GSM1QN0D8X: C:\\joe\\a b.ipsw")}};
+    visit.restores = {{{0s, status("000C1A2B3C4D5E6F and F4GSM1QN0D8X: C:\\joe\\a b.ipsw")}}};
     recorder::recording result{.visits = {visit}};
     result.calls = {
         {0s, "AMRestorableDeviceRestore", 0U,

@@ -2,6 +2,7 @@
 #include "recorder/session.hpp"
 
 #include <algorithm>
+#include <future>
 #include <thread>
 
 #include <gtest/gtest.h>
@@ -40,6 +41,11 @@ protected:
 
     static recorder::value number(std::int64_t content) { return recorder::make_integer(content); }
 
+    void notify(void const * device, int type) {
+        recorded.begin_notification(device, type);
+        recorded.end_notification();
+    }
+
     recorder::session recorded{time_of_session};
     char first = 0;
     char second = 0;
@@ -48,11 +54,11 @@ protected:
 TEST_F(RecorderSession, AVisitLastsFromTheArrivalToTheDeparture) {
     begin();
     pass(1s);
-    recorded.notification(&first, 0);
+    notify(&first, 0);
     pass(1s);
-    recorded.notification(&second, 0);
+    notify(&second, 0);
     pass(1s);
-    recorded.notification(&first, 1);
+    notify(&first, 1);
     auto const copy = recorded.copy();
     ASSERT_EQ(copy.visits.size(), 2U);
     EXPECT_EQ(copy.visits[0].connected, 1s);
@@ -67,7 +73,7 @@ TEST_F(RecorderSession, AfterItsDepartureAnObjectIsAnotherVisit) {
     begin();
     for (int const type : {0, 1, 0}) {
         pass(1s);
-        recorded.notification(&first, type);
+        notify(&first, type);
         recorded.answer("f", "State", &first, number(type));
     }
     auto const copy = recorded.copy();
@@ -80,10 +86,10 @@ TEST_F(RecorderSession, AfterItsDepartureAnObjectIsAnotherVisit) {
 TEST_F(RecorderSession, OtherNotificationsAreKeptAsTheyCame) {
     begin();
     pass(1s);
-    recorded.notification(&first, 1);
-    recorded.notification(&second, 0);
-    recorded.notification(&second, 7);
-    recorded.notification(nullptr, 3);
+    notify(&first, 1);
+    notify(&second, 0);
+    notify(&second, 7);
+    notify(nullptr, 3);
     auto const copy = recorded.copy();
     ASSERT_EQ(copy.visits.size(), 2U);
     EXPECT_EQ(copy.visits[0].connected, std::nullopt);
@@ -100,7 +106,7 @@ TEST_F(RecorderSession, OtherNotificationsAreKeptAsTheyCame) {
 
 TEST_F(RecorderSession, AnswersAreKeptInOrder) {
     begin();
-    recorded.notification(&first, 0);
+    notify(&first, 0);
     recorded.ecid(&first, 0xABC);
     recorded.answer("f", "State", &first, number(2));
     recorded.answer("f", "State", &first, number(3));
@@ -115,7 +121,7 @@ TEST_F(RecorderSession, AnswersAreKeptInOrder) {
 
 TEST_F(RecorderSession, ReportsHaveTheTimeSinceTheOneBefore) {
     begin();
-    recorded.notification(&first, 0);
+    notify(&first, 0);
     pass(2s);
     auto const restore = recorded.begin_restore(&first, number(0));
     recorded.end_restore(restore);
@@ -125,12 +131,71 @@ TEST_F(RecorderSession, ReportsHaveTheTimeSinceTheOneBefore) {
         pass(4s);
         recorded.report(restore, &first, number(2));
     }}.join();
-    auto const reports = recorded.copy().visits.at(0).reports.value();
+    auto const reports = recorded.copy().visits.at(0).restores.at(0);
     ASSERT_EQ(reports.size(), 2U);
     EXPECT_EQ(reports[0].after, 3s);
     EXPECT_EQ(reports[1].after, 4s);
     EXPECT_EQ(*reports[1].status, number(2));
     EXPECT_EQ(losses(), std::vector<std::string>{});
+}
+
+TEST_F(RecorderSession, EachRestoreOfADeviceHasItsReports) {
+    begin();
+    notify(&first, 0);
+    auto const one = recorded.begin_restore(&first, number(0));
+    recorded.end_restore(one);
+    auto const other = recorded.begin_restore(&first, number(0));
+    recorded.end_restore(other);
+    std::thread{[&] { recorded.report(other, &first, number(2)); }}.join();
+    std::thread{[&] {
+        recorded.report(one, &first, number(1));
+        recorded.report(one, &first, number(1));
+    }}.join();
+    auto const restores = recorded.copy().visits.at(0).restores;
+    ASSERT_EQ(restores.size(), 2U);
+    EXPECT_EQ(restores[0].size(), 2U);
+    ASSERT_EQ(restores[1].size(), 1U);
+    EXPECT_EQ(*restores[1][0].status, number(2));
+    EXPECT_EQ(losses(), std::vector<std::string>{});
+}
+
+TEST_F(RecorderSession, ThreadsOfNotificationsAreCountedAsTheyCome) {
+    begin();
+    notify(&first, 0);
+    std::thread{[&] {
+        notify(&second, 0);
+        notify(&first, 1);
+        notify(nullptr, 7);
+    }}.join();
+    notify(&second, 1);
+    auto const copy = recorded.copy();
+    EXPECT_EQ(copy.visits.at(0).connect_thread, 0);
+    EXPECT_EQ(copy.visits.at(0).disconnect_thread, 1);
+    EXPECT_EQ(copy.visits.at(1).connect_thread, 1);
+    EXPECT_EQ(copy.visits.at(1).disconnect_thread, 0);
+    EXPECT_EQ(copy.notifications.at(0).thread, 1);
+    EXPECT_EQ(losses(), std::vector<std::string>{});
+}
+
+TEST_F(RecorderSession, MoreThreadsThanAScenarioCanNameAreSaid) {
+    begin();
+    std::vector<std::thread> threads; // all alive, so that no two have the same number
+    std::promise<void> end;
+    auto const ended = end.get_future().share();
+    for (int count = 0; count < 101; ++count) {
+        std::promise<void> notified;
+        threads.emplace_back([&] {
+            notify(nullptr, 0);
+            notified.set_value();
+            ended.wait();
+        });
+        notified.get_future().wait();
+        EXPECT_EQ(losses().empty(), count < 100);
+    }
+    end.set_value();
+    std::ranges::for_each(threads, &std::thread::join);
+    expect_loss("more than 100 threads");
+    EXPECT_EQ(recorded.copy().notifications.back().thread, 0);
 }
 
 TEST_F(RecorderSession, TimesOfEarlierCallsAreNegative) {
@@ -146,24 +211,26 @@ TEST_F(RecorderSession, TimesOfEarlierCallsAreNegative) {
 
 TEST_F(RecorderSession, WhatCannotBePlayedIsSaid) {
     recorded.begin_registration();
-    recorded.notification(nullptr, 0);
+    notify(nullptr, 0);
     recorded.end_registration(0, {});
     expect_loss("inside the registering call");
     expect_loss("failed without an error");
     begin();
     expect_loss("more than once");
-    std::thread{[&] { recorded.notification(&first, 0); }}.join();
-    expect_loss("on several threads");
+    recorded.begin_notification(&first, 0);
+    std::thread{[&] { notify(&second, 0); }}.join();
+    recorded.end_notification();
+    expect_loss("Notifications overlapped");
     recorded.ecid(&first, 1);
     recorded.ecid(&first, 2);
     expect_loss("ECID of a device changed");
-    recorded.answer("f", "State", &second, number(1));
+    recorded.answer("f", "State", this, number(1));
     expect_loss("f was called for a device that no notification had named");
     recorded.command("g", "RebootError", &recorded, {}, 0);
     expect_loss("g was called for an unknown device");
     recorded.unregistered(1, 5);
     expect_loss("returned 5");
-    recorded.notification(nullptr, 0);
+    notify(nullptr, 0);
     expect_loss("after the tool had unregistered");
     recorded.file_logging("a", 0);
     recorded.file_logging("a", 1);
@@ -178,7 +245,7 @@ TEST_F(RecorderSession, WhatCannotBePlayedIsSaid) {
 
 TEST_F(RecorderSession, ReportsThatCannotBePlayedAreSaid) {
     begin();
-    recorded.notification(&first, 0);
+    notify(&first, 0);
     auto const restore = recorded.begin_restore(&first, number(0));
     recorded.report(restore, &second, number(1));
     expect_loss("inside the call that started the restore");
@@ -186,8 +253,6 @@ TEST_F(RecorderSession, ReportsThatCannotBePlayedAreSaid) {
     recorded.end_restore(restore);
     std::thread{[&] { recorded.report(restore, &first, number(1)); }}.join();
     expect_loss("Reports of one restore came on several threads");
-    recorded.begin_restore(&first, number(0));
-    expect_loss("restored more than once");
     auto const nowhere = recorded.begin_restore(nullptr, number(0));
     recorded.end_restore(nowhere);
     recorded.report(nowhere, nullptr, number(0));

@@ -3,6 +3,7 @@
 #include "tests/unit/simulator/MobileDevice/fixture.hpp"
 
 #include <atomic>
+#include <map>
 #include <set>
 #include <thread>
 
@@ -124,6 +125,69 @@ TEST_F(Notifications, ADelayWithoutEndDoesNoHarm) {
     notification_recorder recorder;
     EXPECT_EQ(recorder.wait_for(1).size(), 1U);
     EXPECT_EQ(recorder.wait(24h * 365).size(), 1U);
+}
+
+namespace {
+
+// The thread of each notification, by the name that the scenario gives it as its type.
+struct observed_threads {
+    std::mutex mutex;
+    std::multimap<int, std::thread::id> by_type;
+};
+
+} // namespace
+
+TEST_F(Notifications, ComeOnTheThreadsThatAreNamed) {
+    auto const named = [](int after, int type, int thread) {
+        return dictionary(
+            {{"After", integer(after)}, {"Type", integer(type)}, {"Thread", integer(thread)}});
+    };
+    play(dictionary({{"Devices", array({dictionary({{"ECID", text("1")},
+                                                    {"ConnectThread", integer(7)},
+                                                    {"DisconnectAfter", integer(4)},
+                                                    {"DisconnectThread", integer(8)}})})},
+                     {"Notifications", array({named(1, 7, 7), named(2, 8, 8), named(3, 9, 0),
+                                              named(5, 7, 7), named(6, 9, 0)})}}));
+    observed_threads seen;
+    auto const id = AMRestorableDeviceRegisterForNotifications(
+        [](AMRestorableDeviceRef, AMRestorableDeviceNotificationType type, void * context) {
+            auto & into = *static_cast<observed_threads *>(context);
+            std::lock_guard const lock{into.mutex};
+            into.by_type.emplace(type, std::this_thread::get_id());
+        },
+        &seen, nullptr);
+    test_clock().pass(10s);
+    AMRestorableDeviceUnregisterForNotifications(id);
+    ASSERT_EQ(seen.by_type.size(), 7U);
+    std::map<int, std::set<std::thread::id>> threads;
+    std::set<std::thread::id> all;
+    for (auto const & [type, thread] : seen.by_type) {
+        auto const name = type == connected ? 7 : type == disconnected ? 8 : type;
+        threads[name].insert(thread);
+        all.insert(thread);
+    }
+    for (auto const & [name, same] : threads) {
+        EXPECT_EQ(same.size(), 1U) << name;
+    }
+    EXPECT_EQ(all.size(), 3U);
+    EXPECT_FALSE(all.contains(std::this_thread::get_id()));
+}
+
+TEST_F(Notifications, MayUnregisterOnANamedThread) {
+    play(dictionary(
+        {{"Notifications", array({dictionary({{"Type", integer(7)}, {"Thread", integer(1)}}),
+                                  dictionary({{"Type", integer(8)}})})}}));
+    static std::atomic<int> count;
+    static std::atomic<int> id;
+    count = 0;
+    id = AMRestorableDeviceRegisterForNotifications(
+        [](AMRestorableDeviceRef, AMRestorableDeviceNotificationType, void *) {
+            ++count;
+            AMRestorableDeviceUnregisterForNotifications(id);
+        },
+        nullptr, nullptr);
+    test_clock().pass(1s);
+    EXPECT_EQ(count, 1);
 }
 
 TEST_F(Notifications, ComeOnOneThreadThatIsNotTheRegisteringOne) {

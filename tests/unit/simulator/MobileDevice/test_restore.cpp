@@ -94,6 +94,27 @@ TEST_F(Restore, PausesAreScaledAndRepeated) {
     EXPECT_EQ(recorder.times(), (std::vector{start + 100ms, start + 200ms, start + 300ms}));
 }
 
+TEST_F(Restore, LaterOnesHaveTheirReports) {
+    auto const numbered = [](std::int64_t number) {
+        return dictionary({{"Status", dictionary({{"Operation", integer(number)}})}});
+    };
+    play(dictionary(
+        {{"Devices", array({dictionary({{"ECID", text("1")},
+                                        {"RestoreReports", array({numbered(1)})},
+                                        {"LaterRestores", array({array({numbered(2), numbered(3)}),
+                                                                 array({numbered(4)})})}})})}}));
+    report_recorder recorder;
+    std::vector<std::int64_t> operations;
+    for (std::size_t const count : {1U, 3U, 4U, 5U}) {
+        recorder.restore(device(0));
+        recorder.wait_for(count);
+    }
+    for (auto const & each : recorder.received()) {
+        operations.push_back(number_of(each, "Operation"));
+    }
+    EXPECT_EQ(operations, (std::vector<std::int64_t>{1, 2, 3, 4, 4}));
+}
+
 TEST_F(Restore, AnEmptyScriptReportsNothing) {
     play(scripted_device(integer(0), {}));
     report_recorder recorder;
