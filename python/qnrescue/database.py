@@ -4,12 +4,12 @@ from __future__ import annotations
 
 import contextlib
 import itertools
+import os
 import sqlite3
 from collections.abc import Iterator, Mapping, Sequence
 from pathlib import Path
 from typing import Any
 
-from qnrescue.file_lock import FileLock
 from qnrescue.places import share_like_folder
 
 
@@ -78,12 +78,9 @@ class Database:
 
     def replace_broken(self) -> None:
         """Goes on with the next file, which is made if no other process was faster."""
-        with FileLock(self._folder / "journal.lock") as lock:
-            lock.acquire()
-            number = self._number
-            self._connection.close()
-            self._number = max(number + 1, _latest(self._folder))
-            self._open()
+        self._connection.close()
+        self._number = max(self._number + 1, _latest(self._folder))
+        self._open()
 
     def _open_latest(self) -> None:
         self._number = _latest(self._folder)
@@ -95,38 +92,51 @@ class Database:
     def _open(self) -> None:
         with _errors_of(self.path):
             _make(self.path)
-            self._connection = sqlite3.connect(self.path, timeout=self._busy_timeout,
-                                               isolation_level=None)
+        try:
+            self._connect(str(self.path))
+        except JournalUnavailable:
+            # Who may only read cannot make the files that SQLite uses beside the database. As long
+            # as nobody else has made them, nobody writes.
+            if os.access(self._folder, os.W_OK):
+                raise
+            self._connect(f"{self.path.as_uri()}?immutable=1")
+
+    def _connect(self, name: str) -> None:
+        with _errors_of(self.path):
+            self._connection = sqlite3.connect(name, timeout=self._busy_timeout,
+                                               isolation_level=None, uri=name.startswith("file:"))
         self._connection.row_factory = sqlite3.Row
         try:
+            self._check_version()
             self._execute("PRAGMA journal_mode = WAL")
             self._execute("PRAGMA synchronous = FULL")
-            self._prepare()
+            if self._read_version() == 0:
+                self._make_tables()
         except BaseException:
             self._connection.close()
             raise
 
-    def _prepare(self) -> None:
+    def _check_version(self) -> None:
+        """Raises JournalError if this is the file of another program or version."""
         version = self._read_version()
-        if version == 0:
-            self._execute("BEGIN IMMEDIATE")
-            try:
-                if self._read_version() == 0:  # another process may have been faster
-                    self._make_tables()
-                self._execute("COMMIT")
-            except BaseException:
-                self._connection.rollback()
-                raise
-        elif version != self._version:
+        if version == 0 and self._execute("SELECT 1 FROM sqlite_master LIMIT 1"):
+            if self._read_version() == 0:  # no other process has made the tables in between
+                raise JournalBroken(f"{self.path} is a database, but not a journal")
+        elif version not in (0, self._version):
             raise JournalError(f"{self.path} has version {version}; this program knows"
                                f" {self._version}")
 
     def _make_tables(self) -> None:
-        if self._execute("SELECT 1 FROM sqlite_master LIMIT 1"):
-            raise JournalBroken(f"{self.path} is a database, but not a journal")
-        for statement in self._schema.split(";"):
-            self._execute(statement)
-        self._execute(f"PRAGMA user_version = {self._version}")
+        self._execute("BEGIN IMMEDIATE")
+        try:
+            if self._read_version() == 0:  # another process may have been faster
+                for statement in self._schema.split(";"):
+                    self._execute(statement)
+                self._execute(f"PRAGMA user_version = {self._version}")
+            self._execute("COMMIT")
+        except BaseException:
+            self._connection.rollback()
+            raise
 
     def _read_version(self) -> int:
         return int(self._execute("PRAGMA user_version")[0][0])
