@@ -20,18 +20,18 @@ from qnrescue.jobs import Job
 class Look(enum.Enum):
     """How a state is shown: a word, and a style of rich that never stands alone."""
 
-    EMPTY = ("empty", "bright_black")
-    ATTACHED = ("attached", "black on cyan")
-    WAITING = ("waiting", "black on cyan")
-    QUEUED = ("queued", "black on cyan")
-    RUNNING = ("running", "white on blue")
-    SUCCEEDED = ("succeeded", "black on green")
-    FAILED = ("failed", "bright_white on red")
-    TIMED_OUT = ("timed out", "bright_white on red")
-    HUNG = ("hung", "bright_white on magenta")
-    CANCELLED = ("cancelled", "black on yellow")
-    INTERRUPTED = ("interrupted", "black on yellow")
-    REFUSED = ("refused", "black on yellow")
+    EMPTY = ("empty", "#9e9e9e")
+    ATTACHED = ("attached", "#000000 on #4dd0e1")
+    WAITING = ("waiting", "#000000 on #4dd0e1")
+    QUEUED = ("queued", "#000000 on #4dd0e1")
+    RUNNING = ("running", "#ffffff on #0b57d0")
+    SUCCEEDED = ("succeeded", "#ffffff on #137333")
+    FAILED = ("failed", "#ffffff on #b3261e")
+    TIMED_OUT = ("timed out", "#ffffff on #b3261e")
+    HUNG = ("hung", "#ffffff on #7b1fa2")
+    CANCELLED = ("cancelled", "#000000 on #ffca28")
+    INTERRUPTED = ("interrupted", "#000000 on #ffca28")
+    REFUSED = ("refused", "#000000 on #ffca28")
 
     @property
     def word(self) -> str:
@@ -102,7 +102,7 @@ _FRAME_LINES = 3  # the head, the line under it and the message
 
 def wall(rows: Sequence[Row], head: str, message: str, width: int, height: int) -> RenderableType:
     """Returns the screen of a bench: a row for each slot, as high as the terminal allows."""
-    slot_width = 2 + max([4, *(cell_len(line) for row in rows for line in _slot_lines(row))])
+    slot_width = max([4, *(cell_len(line) for row in rows for line in _slot_lines(row))])
     big_enough = slot_width + _STATE_WIDTH + 30 <= width
     lines = next((each for each in _SPACES if each * len(rows) <= height - _FRAME_LINES
                   and (big_enough or each == 1)), 1)
@@ -133,7 +133,7 @@ def _slot_lines(row: Row) -> list[str]:
 
 
 def _big(rows: Sequence[Row], slot_width: int, lines: int) -> Table:
-    table = Table.grid(padding=0, expand=True)
+    table = Table.grid(padding=(0, 2, 0, 0), expand=True)
     table.add_column(width=slot_width, no_wrap=True)
     table.add_column(width=_STATE_WIDTH, no_wrap=True)
     table.add_column(ratio=1, no_wrap=True, overflow="ellipsis")
@@ -150,7 +150,7 @@ def _big_state(row: Row) -> Text:
 
 
 def _details(row: Row) -> Table:
-    table = Table.grid(padding=(0, 0, 0, 2), expand=True)
+    table = Table.grid(expand=True)
     table.add_column(no_wrap=True, overflow="ellipsis")
     table.add_row(Text(clean(row.identity), "bold"))
     table.add_row(Text(clean(row.text)))
@@ -162,9 +162,14 @@ def _bar(row: Row) -> RenderableType:
     if row.seconds is None:
         return Text()
     bar = Table.grid(padding=(0, 1, 0, 0))
-    bar.add_row(ProgressBar(100, row.progress or 0, _BAR_WIDTH), Text(f"{row.progress or 0:3} %"),
+    bar.add_row(_progress_bar(row, _BAR_WIDTH), Text(f"{row.progress or 0:3} %"),
                 Text(duration(row.seconds)))
     return bar
+
+
+def _progress_bar(row: Row, width: int) -> ProgressBar:
+    return ProgressBar(100, row.progress or 0, width, complete_style="bright_white",
+                       finished_style="bright_white")
 
 
 def _small(rows: Sequence[Row]) -> Table:
@@ -180,7 +185,7 @@ def _small(rows: Sequence[Row]) -> Table:
         table.add_row(Text(clean(row.slot), "bold"),
                       Text(f" {row.look.word.upper()} ", f"bold {row.look.style}"),
                       Text(clean(row.identity)),
-                      ProgressBar(100, row.progress or 0, _BAR_WIDTH // 2) if timed else Text(),
+                      _progress_bar(row, _BAR_WIDTH // 2) if timed else Text(),
                       Text(f"{row.progress or 0} %  {duration(row.seconds or 0)}" if timed else ""),
                       Text(clean(row.text)))
     return table

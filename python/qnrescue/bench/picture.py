@@ -27,7 +27,7 @@ white-space: pre;
 <rect fill="#0c0c0c" width="{width}" height="{height}" rx="8"/>
 <g transform="translate({terminal_x}, {terminal_y})" clip-path="url(#{unique_id}-clip-terminal)">
 {backgrounds}
-<g class="{unique_id}-matrix">
+<g class="{unique_id}-matrix" xml:space="preserve">
 {matrix}
 </g>
 </g>
