@@ -1,19 +1,21 @@
-"""Feeds the example client's document splitter mutated streams in random chunks.
+"""Feeds the document splitter of the Python package mutated streams in random chunks.
 
     fuzz_splitter.py SECONDS [SEED]
 
 However a stream is cut, the documents found are those of the whole stream; nothing of it is lost,
-and what is found can be passed to the client's reader, which raises nothing.
+and what is found can be passed to the reader, which raises nothing.
 """
 
 import pathlib
 import plistlib
 import random
+import re
 import sys
 import time
 
-sys.path.append(str(pathlib.Path(__file__).resolve().parents[2] / "examples" / "python"))
-from qnrescue_client import DocumentSplitter, Event, parse_document
+sys.path.append(str(pathlib.Path(__file__).resolve().parents[2] / "python"))
+from qnrescue.documents import DocumentSplitter, parse_document
+from qnrescue.events import Event
 
 END = b"</plist>"
 PIECES = [END, b"</plist", b"<plist>", b"\n\n", b"\r\n", b"\0", b"\xff", b"&lt;/plist&gt;", b"<!--",
@@ -52,9 +54,18 @@ def cut(stream, choice):
     return [stream[start:end] for start, end in zip([0, *cuts], [*cuts, len(stream)])]
 
 
+def documents_of(stream):
+    """Returns the documents of a whole stream, and what follows them."""
+    documents = []
+    stream = stream.lstrip()
+    while end := re.search(rb"</plist>|(?!\A)(?=<\?xml)", stream):
+        documents.append(stream[:end.end()])
+        stream = stream[end.end():].lstrip()
+    return documents, stream
+
+
 def check(stream, choice):
-    *parts, rest = stream.split(END)
-    expected = [(part + END).lstrip() for part in parts], rest.lstrip()
+    expected = documents_of(stream)
     chunks = cut(stream, choice)
     assert split(chunks) == expected, chunks
     for document in expected[0]:
