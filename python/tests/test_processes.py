@@ -5,6 +5,7 @@ import signal
 import subprocess
 import sys
 import time
+from collections.abc import Sequence
 from pathlib import Path
 
 import psutil
@@ -130,8 +131,11 @@ def test_processes_are_found_by_their_words(tmp_path: Path) -> None:
     child = "import subprocess, sys; subprocess.run([sys.executable, '-c'," \
             " 'import time; time.sleep(600)', *sys.argv[1:]])"
     parent = run_python(child, "--amr-logfile", mark)
+
+    def marked(words: Sequence[str]) -> bool:
+        return processes.value_after(words, "--amr-logfile") == mark
+
     try:
-        marked = lambda words: processes.value_after(words, "--amr-logfile") == mark
         wait_until(lambda: psutil.Process(parent.pid).children())
         found = processes.find(marked)
         assert [identity.pid for identity in found] == [parent.pid]
@@ -139,7 +143,7 @@ def test_processes_are_found_by_their_words(tmp_path: Path) -> None:
         (descendant,) = psutil.Process(parent.pid).children()
         parent.kill()
         parent.wait()
-        wait_until(lambda: [identity.pid for identity in processes.find(marked)] == [descendant.pid])
+        wait_until(lambda: [each.pid for each in processes.find(marked)] == [descendant.pid])
         descendant.kill()
         wait_until(lambda: not processes.find(marked))
     finally:

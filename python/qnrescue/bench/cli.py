@@ -8,7 +8,7 @@ import sys
 import warnings
 from collections.abc import Sequence
 
-from qnrescue.bench import devices, following, ordering, slot_names, watching
+from qnrescue.bench import devices, findings, following, json_lines, ordering, slot_names, watching
 from qnrescue.bench.context import TOOL_VARIABLE, CommandFailure, Context
 from qnrescue.bench.exit_status import ExitStatus
 from qnrescue.bench.output import Output, OutputBroken, give_up, show_all_letters
@@ -37,6 +37,8 @@ def make_parser() -> argparse.ArgumentParser:
     watching.add_commands(actions, common, looking, restoring)
     following.add_commands(actions, common)
     slot_names.add_commands(actions, common, looking)
+    json_lines.add_commands(actions, common)
+    findings.add_commands(actions, common)
     service = actions.add_parser(
         "supervise", parents=[common], help="be the supervisor, in the foreground",
         description="Supervises the jobs until it is stopped, as a service does. Without it, the"
