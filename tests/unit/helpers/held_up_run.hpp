@@ -1,4 +1,4 @@
-// Shows what has been done, and which locks are held, while something is printed.
+// Shows which locks are held while something is printed.
 #pragma once
 
 #include "QNRescue/RestorableDeviceHandler.hpp"
@@ -15,12 +15,12 @@
 
 namespace tests {
 
-// A notifier whose output to the stream nobody takes from this text on. Who prints then waits, and
-// shows which locks it holds.
+// A notifier whose lines nobody takes from this text on. Who prints one then waits, and shows which
+// locks it holds.
 struct held_up_run {
-    explicit held_up_run(std::string_view text, std::ostream & stream = std::cerr)
+    explicit held_up_run(std::string_view text)
         : reader(text) {
-        stream.rdbuf(&reader);
+        std::cerr.rdbuf(&reader);
         output->set_debug(true);
         writing = std::async(std::launch::async, [this] { output->loop(); });
         notifier.emplace(output, std::nullopt, std::nullopt);
