@@ -4,6 +4,8 @@ import os
 import pathlib
 import subprocess
 import sys
+import tempfile
+import unittest
 
 from harness import BIN
 
@@ -41,6 +43,13 @@ def run(*command, **environment):
     if done.returncode != 0:
         raise AssertionError(f"{command}: status {done.returncode}\n{done.stdout}")
     return done.stdout
+
+
+def module_folder():
+    """A folder that is removed after the tests of the module; setUpModule calls this."""
+    folder = tempfile.TemporaryDirectory(prefix="end_to_end.")
+    unittest.addModuleCleanup(folder.cleanup)
+    return pathlib.Path(folder.name)
 
 
 def pack(folder, **environment):

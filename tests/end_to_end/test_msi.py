@@ -5,11 +5,10 @@ import pathlib
 import shutil
 import subprocess
 import sys
-import tempfile
 import unittest
 import zipfile
 
-from build_folder import SOURCE, pack, run
+from build_folder import SOURCE, module_folder, pack, run
 from harness import RUNNER, Process, ToolTest, split_documents
 from launcher_setup import make_prefix, run_windows, windows_path
 
@@ -29,9 +28,7 @@ TIME_LIMIT = 300
 def setUpModule():
     make_prefix()  # skips the module on Windows itself
     set_windows_version("win10")
-    folder = tempfile.TemporaryDirectory(prefix="msi.")
-    unittest.addModuleCleanup(folder.cleanup)
-    Installation.make(pathlib.Path(folder.name))
+    Installation.make(module_folder())
 
 
 def set_windows_version(name):

@@ -6,13 +6,13 @@ import plistlib
 import re
 import shutil
 import sys
-import tempfile
 import unittest
 import xml.etree.ElementTree
 import zipfile
 
 import pe
-from build_folder import BUILD, CACHE, CMAKE, COMPILER, SOURCE, pack, run, same_setting
+from build_folder import (BUILD, CACHE, CMAKE, COMPILER, SOURCE, module_folder, pack, run,
+                          same_setting)
 from harness import ECID, RUNNER, TIME_LIMIT, Process, ToolTest, device, report
 from launcher_setup import SetupTest, make_prefix
 
@@ -78,9 +78,8 @@ MICROSOFT = "http://schemas.microsoft.com/SMI"
 
 
 def setUpModule():
-    folder = tempfile.TemporaryDirectory(prefix="package.")
-    unittest.addModuleCleanup(folder.cleanup)
-    Package.unpack(pack(pathlib.Path(folder.name)), pathlib.Path(folder.name) / "unpacked here")
+    folder = module_folder()
+    Package.unpack(pack(folder), folder / "unpacked here")
 
 
 class Package(ToolTest):

@@ -13,13 +13,12 @@ import re
 import shutil
 import subprocess
 import sys
-import tempfile
 import unittest
 import zipfile
 
 import pe
 import yaml
-from build_folder import BUILD, SOURCE, make_release, pack
+from build_folder import BUILD, SOURCE, make_release, module_folder, pack
 from harness import RUNNER, ToolTest
 
 WINGET = "winget/QNRescue.QNRescue"
@@ -49,9 +48,7 @@ psmodule shortcuts suggest uninstaller url version
 def setUpModule():
     if not RUNNER:
         raise unittest.SkipTest("wixl runs on Linux")
-    folder = tempfile.TemporaryDirectory(prefix="release.")
-    unittest.addModuleCleanup(folder.cleanup)
-    Release.make(pathlib.Path(folder.name))
+    Release.make(module_folder())
 
 
 def sha256(content):

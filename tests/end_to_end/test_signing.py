@@ -3,12 +3,11 @@
 import pathlib
 import shutil
 import subprocess
-import tempfile
 import unittest
 import zipfile
 
 import pe
-from build_folder import make_release, pack
+from build_folder import make_release, module_folder, pack
 from harness import RUNNER, ToolTest
 
 SIGNED = (".exe", ".dll")
@@ -25,9 +24,7 @@ osslsigncode sign -certs "$1/certificate.pem" -key "$1/key.pem" -h sha256 -n QNR
 def setUpModule():
     if not RUNNER:
         raise unittest.SkipTest("signs with a shell script")
-    folder = tempfile.TemporaryDirectory(prefix="signing.")
-    unittest.addModuleCleanup(folder.cleanup)
-    Signing.make(pathlib.Path(folder.name))
+    Signing.make(module_folder())
 
 
 class Signing(ToolTest):

@@ -93,13 +93,11 @@ using namespace tests;
 constexpr std::uint64_t ecid = 0xA1;
 
 // It never arrives by itself.
-[[maybe_unused]] bool const playing = play_scenario(
+[[maybe_unused]] bool const playing = play_scenario(fmt::format(
     "<dict><key>Devices</key><array><dict><key>ECID</key><string>00000000000000A1</string>"
     "<key>ConnectAfter</key><integer>1000000</integer>"
-    "<key>SerialNumber</key><string>a serial number</string>"
-    "<key>RestoreReports</key><array><dict><key>Status</key><dict>"
-    "<key>Status</key><string>Successful</string><key>Operation</key><integer>0</integer>"
-    "<key>Progress</key><integer>100</integer></dict></dict></array></dict></array></dict>");
+    "<key>SerialNumber</key><string>a serial number</string>{}</dict></array></dict>",
+    completes_at_once));
 
 qnrescue::cf_owner<AMRestorableDeviceRef> make_device() {
     auto & scripted = *mobile_device::simulator::instance().devices().at(0);

@@ -15,6 +15,12 @@ namespace tests {
 // variable with the result.
 bool play_scenario(std::string_view dictionary);
 
+// What a device has in a scenario so that its restore is complete with the first report.
+constexpr std::string_view completes_at_once =
+    "<key>RestoreReports</key><array><dict><key>Status</key><dict>"
+    "<key>Status</key><string>Successful</string><key>Operation</key><integer>0</integer>"
+    "<key>Progress</key><integer>100</integer></dict></dict></array>";
+
 // The devices with this ECID, one for each entry of the scenario, as the library delivers them.
 // They live as long as the program.
 std::vector<AMRestorableDeviceRef> const & devices_with(std::uint64_t ecid);

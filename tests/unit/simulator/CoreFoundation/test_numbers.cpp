@@ -92,13 +92,14 @@ void expect(number_conversion const & conversion) {
     EXPECT_EQ(CFNumberGetValue(conversion.from.get(), conversion.to, nullptr), conversion.lossless);
 }
 
+constexpr auto as_8 = CFNumberType{kCFNumberSInt8Type};
+constexpr auto as_16 = CFNumberType{kCFNumberSInt16Type};
+constexpr auto as_32 = CFNumberType{kCFNumberSInt32Type};
+constexpr auto as_64 = CFNumberType{kCFNumberSInt64Type};
+constexpr auto as_float = CFNumberType{kCFNumberFloat32Type};
+constexpr auto as_double = CFNumberType{kCFNumberFloat64Type};
+
 TEST(Number, ConvertsIntegers) {
-    constexpr auto as_8 = CFNumberType{kCFNumberSInt8Type};
-    constexpr auto as_16 = CFNumberType{kCFNumberSInt16Type};
-    constexpr auto as_32 = CFNumberType{kCFNumberSInt32Type};
-    constexpr auto as_64 = CFNumberType{kCFNumberSInt64Type};
-    constexpr auto as_float = CFNumberType{kCFNumberFloat32Type};
-    constexpr auto as_double = CFNumberType{kCFNumberFloat64Type};
     auto const short_of = [](int value) {
         return number(kCFNumberSInt16Type, static_cast<std::int16_t>(value));
     };
@@ -140,12 +141,6 @@ TEST(Number, ConvertsIntegers) {
 }
 
 TEST(Number, ConvertsReals) {
-    constexpr auto as_8 = CFNumberType{kCFNumberSInt8Type};
-    constexpr auto as_16 = CFNumberType{kCFNumberSInt16Type};
-    constexpr auto as_32 = CFNumberType{kCFNumberSInt32Type};
-    constexpr auto as_64 = CFNumberType{kCFNumberSInt64Type};
-    constexpr auto as_float = CFNumberType{kCFNumberFloat32Type};
-    constexpr auto as_double = CFNumberType{kCFNumberFloat64Type};
     number_conversion const rows[] = {
         {real(1.5), as_8, false, 1},
         {real(1.5), as_16, false, 1},

@@ -8,6 +8,9 @@
 
 #include <gtest/gtest.h>
 
+#include <cstdint>
+#include <vector>
+
 using namespace mobile_device;
 using namespace property_list;
 
@@ -43,6 +46,11 @@ std::string with_status(std::string const & status) {
 // A scenario whose one device has these answers to one key.
 std::string with_answers(std::string_view key, std::string const & answers) {
     return with_device({{"ECID", text("1")}, {"Answers", dictionary({{key, answers}})}});
+}
+
+std::vector<std::int64_t> numbers_of(device_description const & device) {
+    return {device.product_id,   device.board_id,    device.chip_id,
+            device.product_type, device.fusing_info, device.location_id};
 }
 
 template <typename Read>
@@ -95,12 +103,7 @@ TEST(Scenario, ADeviceHasDefaults) {
     auto const device = parse_root(with_ecid(text("1"))).devices.at(0);
     EXPECT_EQ(device.ecid, 1U);
     EXPECT_EQ(device.state, kAMRestorableDeviceStateRecovery);
-    EXPECT_EQ(device.product_id, 0);
-    EXPECT_EQ(device.board_id, 0U);
-    EXPECT_EQ(device.chip_id, 0U);
-    EXPECT_EQ(device.product_type, 0U);
-    EXPECT_EQ(device.fusing_info, 0U);
-    EXPECT_EQ(device.location_id, 0U);
+    EXPECT_EQ(numbers_of(device), (std::vector<std::int64_t>{0, 0, 0, 0, 0, 0}));
     EXPECT_FALSE(device.serial_number);
     EXPECT_FALSE(device.product_string);
     EXPECT_EQ(device.connect_after, 0);
@@ -131,12 +134,7 @@ TEST(Scenario, ADeviceHasWhatItIsGiven) {
                             .devices.at(0);
     EXPECT_EQ(device.ecid, 0x00ABCDEF12345678U);
     EXPECT_EQ(device.state, kAMRestorableDeviceStateDFU);
-    EXPECT_EQ(device.product_id, 0x1227);
-    EXPECT_EQ(device.board_id, 1U);
-    EXPECT_EQ(device.chip_id, 2U);
-    EXPECT_EQ(device.product_type, 3U);
-    EXPECT_EQ(device.fusing_info, 4U);
-    EXPECT_EQ(device.location_id, 5U);
+    EXPECT_EQ(numbers_of(device), (std::vector<std::int64_t>{0x1227, 1, 2, 3, 4, 5}));
     EXPECT_EQ(qnrescue::to_utf8(device.serial_number.get()), "F4G");
     EXPECT_EQ(qnrescue::to_utf8(device.product_string.get()), "Gerät");
     EXPECT_EQ(device.connect_after, 0.5);
