@@ -127,6 +127,9 @@ void session::add_notification(void const * device, int type, clock::duration af
         recorded.visits.emplace_back();
         visits[device] = index;
     }
+    if (is_known) {
+        remember_notification(index, type, after, thread);
+    }
     auto & subject = recorded.visits[index];
     if (!is_known && type == connected_type) {
         subject.connected = after;
@@ -154,16 +157,78 @@ void session::answer(std::string_view function, std::string_view key, void const
 void session::ecid(void const * device, std::uint64_t result) {
     std::lock_guard const lock{mutex};
     constexpr auto function = "AMRestorableDeviceGetECID";
-    auto const index = visit_of(function, device);
+    auto index = visit_of(function, device);
     if (index) {
         auto & known = recorded.visits[*index].ecid;
-        if (known.value_or(result) != result) {
-            add_loss("The ECID of a device changed; the first one is played.");
-        } else {
+        if (known.value_or(result) == result) {
             known = result;
+        } else if (split_visit(*index, result)) {
+            index = visits[device] = recorded.visits.size() - 1;
+        } else {
+            add_loss("The ECID of a device changed; the first one is played.");
         }
     }
     add_call({{}, function, index, {}, {}});
+}
+
+void session::remember_notification(std::size_t visit, int type, clock::duration after,
+                                    int thread) {
+    auto & mark = latest[visit] = {after, type, thread, recorded.calls.size(), {}};
+    for (auto const & [key, answers] : recorded.visits[visit].answers) {
+        mark.answers[key] = answers.size();
+    }
+}
+
+// Another ECID means another object at the same address, whose first notification was the latest
+// one. Gives it what was recorded since. Returns false where there was none.
+bool session::split_visit(std::size_t old, std::uint64_t ecid) {
+    auto const found = latest.find(old);
+    if (found == latest.end()) {
+        return false;
+    }
+    auto const since = latest.extract(found).mapped();
+    auto const other = recorded.visits.size();
+    auto & made = recorded.visits.emplace_back();
+    made.ecid = ecid;
+    for (auto & [key, answers] : recorded.visits[old].answers) {
+        auto const kept = since.answers.find(key);
+        auto const first =
+            answers.begin() +
+            (kept == since.answers.end() ? 0 : static_cast<std::ptrdiff_t>(kept->second));
+        if (first != answers.end()) {
+            made.answers[key].assign(first, answers.end());
+            answers.erase(first, answers.end());
+        }
+    }
+    std::erase_if(recorded.visits[old].answers,
+                  [](auto const & each) { return each.second.empty(); });
+    for (auto call = since.calls; call < recorded.calls.size(); ++call) {
+        if (recorded.calls[call].visit == old) {
+            recorded.calls[call].visit = other;
+        }
+    }
+    move_notification(old, other, since);
+    return true;
+}
+
+void session::move_notification(std::size_t old, std::size_t other,
+                                latest_notification const & since) {
+    attached.erase(old);
+    if (since.type == disconnected_type) {
+        recorded.visits[old].disconnected.reset();
+        recorded.visits[old].disconnect_thread = 0;
+    } else {
+        std::erase_if(recorded.notifications, [&](other_notification const & each) {
+            return each.visit == old && each.after == since.after;
+        });
+    }
+    if (since.type == connected_type) {
+        recorded.visits[other].connected = since.after;
+        recorded.visits[other].connect_thread = since.thread;
+        attached.insert(other);
+    } else {
+        recorded.notifications.push_back({since.after, other, since.type, since.thread});
+    }
 }
 
 void session::recovery_mode_device(void const * device, void const * result) {

@@ -119,11 +119,23 @@ private:
         std::optional<std::thread::id> reporter;
     };
 
+    // What was recorded of a visit before the latest notification of its object.
+    struct latest_notification {
+        clock::duration after;
+        int type;
+        int thread;
+        std::size_t calls;
+        std::map<std::string, std::size_t, std::less<>> answers; // how many, by key
+    };
+
     clock::duration since_registration(clock::time_point time) const;
     std::optional<std::size_t> visit_of(std::string_view function, void const * device);
     void add_call(recorded_call what);
     void add_loss(std::string const & sentence);
     void add_notification(void const * device, int type, clock::duration after, int thread);
+    void remember_notification(std::size_t visit, int type, clock::duration after, int thread);
+    bool split_visit(std::size_t old, std::uint64_t ecid);
+    void move_notification(std::size_t old, std::size_t other, latest_notification const & latest);
     int number_of_this_thread();
     void changed();
 
@@ -135,6 +147,7 @@ private:
     std::map<void const *, std::size_t> visits;         // the last one of each object
     std::map<void const *, std::size_t> recovery_modes; // visits, by the recovery-mode device
     std::set<std::size_t> attached;                     // visits
+    std::map<std::size_t, latest_notification> latest;  // of visits
     std::vector<restore_state> restores;
     std::set<std::string> losses;
     int registrations = 0;

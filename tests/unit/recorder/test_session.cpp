@@ -83,6 +83,45 @@ TEST_F(RecorderSession, AfterItsDepartureAnObjectIsAnotherVisit) {
     EXPECT_EQ(copy.visits[1].answers.at("State").size(), 1U);
 }
 
+// A library may forget a device without a word, and make the next object at its address.
+TEST_F(RecorderSession, AnotherEcidIsAnotherObject) {
+    for (int const type : {0, 1, 7}) {
+        recorder::session own{time_of_session};
+        own.begin_registration();
+        own.end_registration(1, {});
+        own.begin_notification(&first, 0);
+        own.answer("f", "State", &first, number(2));
+        own.ecid(&first, 10);
+        own.end_notification();
+        pass(1s);
+        own.begin_notification(&first, type);
+        own.answer("f", "State", &first, number(3));
+        own.answer("f", "ChipID", &first, number(4));
+        own.ecid(&first, 20);
+        own.ecid(&first, 20);
+        own.end_notification();
+        auto const copy = own.copy();
+        EXPECT_TRUE(copy.unplayable.empty());
+        ASSERT_EQ(copy.visits.size(), 2U);
+        EXPECT_EQ(copy.visits[0].ecid, 10U);
+        EXPECT_EQ(copy.visits[0].answers.size(), 1U);
+        EXPECT_EQ(copy.visits[0].answers.at("State"), std::vector{number(2)});
+        EXPECT_EQ(copy.visits[0].disconnected, std::nullopt);
+        EXPECT_EQ(copy.visits[1].ecid, 20U);
+        EXPECT_EQ(copy.visits[1].answers.at("State"), std::vector{number(3)});
+        EXPECT_EQ(copy.visits[1].answers.at("ChipID"), std::vector{number(4)});
+        EXPECT_EQ(copy.calls.at(2).visit, 0U);
+        EXPECT_EQ(copy.calls.at(3).visit, 1U);
+        EXPECT_EQ(copy.calls.back().visit, 1U);
+        EXPECT_EQ(copy.visits[1].connected.has_value(), type == 0);
+        EXPECT_EQ(copy.notifications.size(), type == 0 ? 0U : 1U);
+        if (type != 0) {
+            EXPECT_EQ(copy.notifications[0].visit, 1U);
+            EXPECT_EQ(copy.notifications[0].type, type);
+        }
+    }
+}
+
 TEST_F(RecorderSession, OtherNotificationsAreKeptAsTheyCame) {
     begin();
     pass(1s);
