@@ -7,7 +7,7 @@ import statistics
 import subprocess
 import tempfile
 
-from rows import Nonsense, compare
+from rows import Nonsense, added, compare
 
 SECONDS = {"ns": 1e-9, "us": 1e-6, "ms": 1e-3, "s": 1.0}
 
@@ -47,7 +47,7 @@ class Samples:
         return sorted(int(name[1]) for name in names if name[0] == family)
 
 
-ROWS = 11
+ROWS = 13
 
 
 def run_once(program, shortest):
@@ -76,7 +76,7 @@ def run_once(program, shortest):
 
 def run(program, smoke, progress):
     repetitions, shortest = (1, 0.001) if smoke else (15, 0.2)
-    progress.begin("relay, documents, arrival, device table", ROWS)
+    progress.begin("relay, documents, arrival, device table, recording", ROWS)
     samples = Samples()
     for repetition in range(1, repetitions + 1):
         progress.step(repetition, repetitions)
@@ -149,8 +149,19 @@ def device_table(samples):
             )
 
 
+def recording(samples):
+    for family, what in (("call", "call"), ("report", "progress report")):
+        yield added(
+            f"one {what}, recorded",
+            "the same, not recorded",
+            samples.seconds(f"{family}/plain"),
+            samples.seconds(f"{family}/recorded"),
+            at_most=5e-6,
+        )
+
+
 def rows(samples):
-    for measurement in (relay, property_lists, arrival, device_table):
+    for measurement in (relay, property_lists, arrival, device_table, recording):
         yield from measurement(samples)
 
 

@@ -115,7 +115,19 @@ bool is_valid(CFTypeRef value) {
     return is_leaf(type);
 }
 
+cf_owner<CFNumberRef> number(std::int32_t value) {
+    return adopt(CFNumberCreate(kCFAllocatorDefault, kCFNumberSInt32Type, &value));
+}
+
 } // namespace
+
+cf_owner<CFMutableDictionaryRef> make_report() {
+    auto report = make_mutable_dictionary();
+    CFDictionarySetValue(report.get(), CFSTR("Status"), CFSTR("Restoring"));
+    CFDictionarySetValue(report.get(), CFSTR("Operation"), number(13).get());
+    CFDictionarySetValue(report.get(), CFSTR("Progress"), number(48).get());
+    return report;
+}
 
 report_fields read_report(CFDictionaryRef report) {
     auto const status = value_of(report, CFSTR("Status"), CFStringGetTypeID());

@@ -8,6 +8,9 @@
 
 namespace benchmarks {
 
+// Returns a report as the restore library makes one for a step.
+qnrescue::cf_owner<CFMutableDictionaryRef> make_report();
+
 struct report_fields {
     std::string status;
     std::int32_t operation;

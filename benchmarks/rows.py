@@ -93,3 +93,21 @@ def extra(what, baseline, baselines, figures, most_extra, beside):
         figure - base <= most_extra,
         information(beside[0], figures, beside[1]),
     )
+
+
+def added(what, baseline, baselines, figures, at_most):
+    """The row of samples in seconds that were taken in pairs, of which each may take so many more."""
+    require_measured(f"{what}, baseline", baselines)
+    require_measured(what, figures)
+    more = statistics.median(figure - base for figure, base in zip(figures, baselines))
+    return Row(
+        what,
+        baseline,
+        "s",
+        statistics.median(baselines),
+        statistics.median(figures),
+        None,
+        None,
+        f"at most {at_most * 1e6:.0f} µs more",
+        more <= at_most,
+    )

@@ -12,7 +12,7 @@ from contextlib import redirect_stderr
 
 import progress
 import report
-from rows import Row, compare
+from rows import Row, added, compare
 
 HERE = pathlib.Path(__file__).resolve().parent
 DOCUMENT = """<plist version="1.0"><dict>
@@ -128,6 +128,7 @@ def native_runs():
     names += [f"{verb}/{who}" for verb in ("write", "read") for who in ("simulator", "libplist")]
     names += [f"arrival/{who}" for who in ("tool", "baseline", "bare")]
     names += [f"{what}/{size}" for what in ("notification", "look_up") for size in (10, 1000, 10**5)]
+    names += [f"{what}/{how}" for what in ("call", "report") for how in ("plain", "recorded")]
     counts = {"real_time": 2.0, "time_unit": "us", "median": 1e-6, "p99": 2e-6}
     return [{"name": name, "run_name": name, **counts} for name in names]
 
@@ -144,7 +145,7 @@ class InOneProcess(unittest.TestCase):
     def test_a_sound_program_is_measured(self):
         ended = self.measure(native_runs())
         self.assertEqual(ended.returncode, 0, ended.stderr)
-        self.assertIn("benchmark: rows 1 to 11 of 11: ", ended.stderr)
+        self.assertIn("benchmark: rows 1 to 13 of 13: ", ended.stderr)
         self.assertTrue((self.folder / "listing.svg").exists())
 
     def test_every_fault_is_seen(self):
@@ -158,7 +159,7 @@ class InOneProcess(unittest.TestCase):
             (broken, 0, "no speed"),
             (without_time, 0, "the samples are"),
             (without_relay, 0, "the samples are []"),
-            (without_size, 0, "10 rows instead of 11"),
+            (without_size, 0, "12 rows instead of 13"),
         ):
             with self.subTest(message=message):
                 ended = self.measure(runs, status)
@@ -171,6 +172,11 @@ class Table(unittest.TestCase):
         for figure, met in ((1.1, True), (1.2, False)):
             row = compare("figure", "baseline", "s", [1.0], [figure], at_most=1.15)
             self.assertEqual(row.met, met)
+
+    def test_what_may_be_added_is_kept_or_not(self):
+        for figure, met in ((5.9e-6, True), (6.1e-6, False)):
+            row = added("figure", "baseline", [1e-6], [figure], at_most=5e-6)
+            self.assertEqual((row.met, row.limit), (met, "at most 5 µs more"))
 
     def test_the_page_takes_the_table_of_a_former_run(self):
         row = compare("relay", "calls", "s", [1e-6], [2e-6], at_most=1.15, beside=("less", [5e-7]))

@@ -21,19 +21,6 @@ using benchmarks::file_owner;
 
 constexpr int reports_a_run = 2000;
 
-cf_owner<CFNumberRef> number(std::int32_t value) {
-    return adopt(CFNumberCreate(kCFAllocatorDefault, kCFNumberSInt32Type, &value));
-}
-
-// As the restore library reports a step.
-cf_owner<CFMutableDictionaryRef> make_report() {
-    auto report = make_mutable_dictionary();
-    CFDictionarySetValue(report.get(), CFSTR("Status"), CFSTR("Restoring"));
-    CFDictionarySetValue(report.get(), CFSTR("Operation"), number(13).get());
-    CFDictionarySetValue(report.get(), CFSTR("Progress"), number(48).get());
-    return report;
-}
-
 class tool_relay {
 public:
     tool_relay(CFDictionaryRef report, file_owner const & sink)
@@ -92,7 +79,7 @@ private:
 
 template <typename Relay>
 std::string output_of_three_reports() {
-    auto const report = make_report();
+    auto const report = benchmarks::make_report();
     auto const sink = benchmarks::open_temporary_file();
     Relay subject(report.get(), sink);
     for (int i = 0; i < 3; ++i) {
@@ -112,7 +99,7 @@ void require_same_output() {
 template <typename Relay>
 void relay(benchmark::State & state) {
     require_same_output();
-    auto const report = make_report();
+    auto const report = benchmarks::make_report();
     auto const sink = benchmarks::open_null_device();
     for (auto _ : state) {
         Relay subject(report.get(), sink);
