@@ -108,6 +108,7 @@ TEST(Scenario, ADeviceHasDefaults) {
     EXPECT_FALSE(device.product_string);
     EXPECT_EQ(device.connect_after, 0);
     EXPECT_FALSE(device.disconnect_after);
+    EXPECT_EQ(device.after_interruption, 10);
     EXPECT_TRUE(device.recovery_mode_device);
     EXPECT_EQ(device.set_auto_boot_error, 0);
     EXPECT_EQ(device.reboot_error, 0);

@@ -210,6 +210,22 @@ TEST_F(SharedWorld, ARestoreWhoseProcessIsGoneEndsInRecovery) {
     EXPECT_FALSE(content().devices.at(0).restore);
 }
 
+TEST_F(SharedWorld, TheTimeAfterAnInterruptionIsScaled) {
+    auto const device = dictionary({{"ECID", text("1")}, {"AfterInterruption", integer(40)}});
+    auto const start = test_clock().now();
+    play(dictionary({{"TimeScale", real(0.1)}, {"Devices", array({device})}}), path);
+    notification_recorder recorder;
+    recorder.wait(10ms);
+    world_file{path}.update([](world & in) {
+        auto & lost = in.devices.at(0);
+        lost.restore = lost_restore(lost.course.back().at);
+    });
+    EXPECT_EQ(recorder.wait(10s).size(), 3U);
+    ASSERT_EQ(recorder.times().size(), 3U);
+    EXPECT_LE(abs(recorder.times().at(1) - start - 3950ms), 1ms);
+    EXPECT_LE(abs(recorder.times().at(2) - start - 4s), 1ms);
+}
+
 TEST_F(SharedWorld, ARestoreThatWasLostBeforeIsOverAtOnce) {
     play(one_device(), path);
     world_file{path}.update([](world & in) {
