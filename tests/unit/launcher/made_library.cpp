@@ -47,8 +47,9 @@ std::uint32_t add_imports(section_writer & section, library_parts const & parts)
     auto const table = section.add_zeros(20 * (parts.imports.size() + 1));
     auto entry = table;
     for (auto const & [name, functions] : parts.imports) {
-        section.set(entry, parts.is_64_bit ? add_thunks<std::uint64_t>(section, functions)
-                                           : add_thunks<std::uint32_t>(section, functions));
+        section.set(entry + (parts.has_look_up_tables ? 0 : 16),
+                    parts.is_64_bit ? add_thunks<std::uint64_t>(section, functions)
+                                    : add_thunks<std::uint32_t>(section, functions));
         section.set(entry + 12, section.add(name));
         entry += 20;
     }

@@ -15,6 +15,7 @@ struct library_parts {
     std::uint16_t machine = launcher::machine_x64;
     bool is_64_bit = true;
     std::optional<launcher::file_version> version{};
+    bool has_look_up_tables = true; // beside those that Windows overwrites with addresses
 };
 
 // Returns the bytes of a library file: headers and one section with its tables.

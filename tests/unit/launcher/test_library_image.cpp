@@ -45,6 +45,15 @@ TEST(library_image, of_a_32_bit_library) {
     expect_some_parts(*image);
 }
 
+// As some linkers make them.
+TEST(library_image, without_look_up_tables) {
+    auto parts = some_parts;
+    parts.has_look_up_tables = false;
+    auto const image = parse_library_image(made_library(parts));
+    ASSERT_TRUE(image);
+    expect_some_parts(*image);
+}
+
 TEST(library_image, with_a_version) {
     EXPECT_EQ(std::nullopt, parse_library_image(made_library(some_parts))->version);
     auto parts = some_parts;
