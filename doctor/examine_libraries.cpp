@@ -5,6 +5,7 @@
 #include "launcher/installation_advice.hpp"
 #include "launcher/load_library.hpp"
 #include "launcher/load_platform_libraries.hpp"
+#include "launcher/windows_places.hpp"
 
 #include <windows.h>
 
@@ -32,11 +33,6 @@ std::vector<std::string> names_of(launcher::library owner) {
     return names;
 }
 
-QN::filesystem::path system_folder() {
-    wchar_t path[MAX_PATH];
-    return {path, path + GetSystemDirectoryW(path, MAX_PATH)};
-}
-
 // CoreFoundation.dll is loaded before MobileDevice.dll, which then uses it.
 launcher::dependency_search dependencies_of(platform_search const & libraries,
                                             launcher::place const & program) {
@@ -47,7 +43,7 @@ launcher::dependency_search dependencies_of(platform_search const & libraries,
                            ? core_foundation.path()
                            : QN::filesystem::path();
             },
-            launcher::dependency_folders(libraries, program), system_folder()};
+            launcher::dependency_folders(libraries, program), launcher::system_folder()};
 }
 
 void append(std::vector<finding> & findings, std::vector<finding> const & others) {

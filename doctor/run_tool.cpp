@@ -1,6 +1,7 @@
 #include "doctor/run_tool.hpp"
 
 #include "doctor/temporary_file_name.hpp"
+#include "launcher/load_library.hpp"
 #include "support/win/win32_error.hpp"
 
 #include <windows.h>
@@ -11,6 +12,7 @@
 
 #include <array>
 #include <memory>
+#include <stdexcept>
 #include <string>
 
 namespace doctor {
@@ -50,7 +52,9 @@ handle_owner start(QN::filesystem::path const & program, HANDLE output) {
     PROCESS_INFORMATION process{};
     if (!CreateProcessW(program.c_str(), line.data(), nullptr, nullptr, TRUE, CREATE_NO_WINDOW,
                         nullptr, nullptr, &streams, &process)) {
-        throw_last_error("CreateProcess");
+        auto const error = GetLastError();
+        throw std::runtime_error(
+            launcher::text_about(program, QN::win::win32_error("CreateProcess", error)));
     }
     CloseHandle(process.hThread);
     return handle_owner(process.hProcess);

@@ -2,18 +2,12 @@
 
 #include "launcher/load_obstacle.hpp"
 #include "launcher/windows_places.hpp"
-#include "support/win/win32_error.hpp"
 
 #include <windows.h>
 
 namespace launcher {
 
 namespace {
-
-QN::filesystem::path system_folder() {
-    wchar_t path[MAX_PATH];
-    return {path, path + GetSystemDirectoryW(path, MAX_PATH)};
-}
 
 QN::filesystem::path loaded_file(std::string const & name) {
     auto const module = GetModuleHandleW(QN::path_from_utf8(name).c_str());
@@ -24,13 +18,6 @@ QN::filesystem::path loaded_file(std::string const & name) {
 bool is_about_some_file(unsigned long error) {
     return error == ERROR_MOD_NOT_FOUND || error == ERROR_PROC_NOT_FOUND ||
            error == ERROR_BAD_EXE_FORMAT;
-}
-
-// Some of the system's texts have a placeholder for the name of the file.
-std::string system_text(QN::filesystem::path const & path, QN::win::win32_error const & error) {
-    std::string text = error.what();
-    auto const name = text.find("%1");
-    return name == std::string::npos ? text : text.replace(name, 2, QN::path_to_utf8(path));
 }
 
 std::string reason(QN::filesystem::path const & path,
@@ -44,10 +31,16 @@ std::string reason(QN::filesystem::path const & path,
             return obstacle;
         }
     }
-    return system_text(path, error);
+    return text_about(path, error);
 }
 
 } // namespace
+
+std::string text_about(QN::filesystem::path const & file, QN::win::win32_error const & error) {
+    std::string text = error.what();
+    auto const name = text.find("%1");
+    return name == std::string::npos ? text : text.replace(name, 2, QN::path_to_utf8(file));
+}
 
 QN::win::win32_module const & load_library(QN::filesystem::path const & path,
                                            std::vector<QN::filesystem::path> const & searched) {

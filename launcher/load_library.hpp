@@ -1,6 +1,7 @@
 #pragma once
 
 #include "support/filesystem.hpp"
+#include "support/win/win32_error.hpp"
 #include "support/win/win32_module.hpp"
 
 #include <stdexcept>
@@ -18,6 +19,10 @@ public:
 
     unsigned long code; // a Win32 error number
 };
+
+// Returns the text of an error that is about this file: some of the system's texts have a
+// placeholder for its name.
+std::string text_about(QN::filesystem::path const & file, QN::win::win32_error const & error);
 
 // Loads the library at this full path and keeps it loaded to the end of the process: the tool's
 // threads may still run in it when main returns. Takes what it needs from its own folder and those

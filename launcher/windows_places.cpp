@@ -51,6 +51,11 @@ place program_place() {
     return place_of_file("the program's folder", file_of_module(nullptr));
 }
 
+QN::filesystem::path system_folder() {
+    wchar_t path[MAX_PATH];
+    return {path, path + GetSystemDirectoryW(path, MAX_PATH)};
+}
+
 place registered_folder(registry_location const & location) {
     return registered(location, place_of_folder);
 }

@@ -19,6 +19,9 @@ QN::filesystem::path file_of_module(HMODULE module);
 // Returns the folder of this program. Throws win32_error where Windows does not report it.
 place program_place();
 
+// Returns the folder of the libraries of Windows.
+QN::filesystem::path system_folder();
+
 // Returns the folder that a value names, or that of the file that it names; a place without a
 // folder if the value is missing, not a text or not a full path.
 place registered_folder(registry_location const & location);

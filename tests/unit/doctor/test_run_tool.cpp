@@ -14,6 +14,13 @@ TEST(run_tool, says_that_the_tool_is_missing) {
     EXPECT_FALSE(run.has_started);
 }
 
+TEST(run_tool, names_a_file_that_is_no_program) {
+    tests::temporary_folder const folder;
+    folder.write("qnrescue.exe", "text");
+    auto const run = doctor::run_tool(folder.path());
+    EXPECT_NE(std::string::npos, run.fault.find("qnrescue.exe")) << run.fault;
+}
+
 TEST(run_tool, ends_a_tool_that_takes_too_long) {
     // It lists devices for three seconds.
     auto const run =
