@@ -1,4 +1,4 @@
-"""Jobs when the journal, the disk or the clock do what they should not, with a double of the tool."""
+"""Jobs when journal, disk or clock do what they should not, with a double of the tool."""
 
 from __future__ import annotations
 

@@ -139,8 +139,8 @@ def test_questions(journal) -> None:
     journal.claim(second.id)
     assert [job.id for job in journal.jobs()] == [second.id, first.id]
     assert [job.id for job in journal.jobs(JobState.QUEUED)] == [first.id]
-    assert [job.id for job in journal.jobs(JobState.QUEUED, JobState.RUNNING)] == [second.id,
-                                                                                  first.id]
+    both = journal.jobs(JobState.QUEUED, JobState.RUNNING)
+    assert [job.id for job in both] == [second.id, first.id]
     assert [job.id for job in journal.jobs(device=ECID)] == [first.id]
     assert [job.id for job in journal.jobs(limit=1)] == [second.id]
     assert journal.find("unknown") is None
