@@ -6,6 +6,7 @@ import json
 import plistlib
 import subprocess
 import sys
+import threading
 from datetime import datetime
 from pathlib import Path
 from typing import Any
@@ -108,9 +109,13 @@ def test_lines_come_at_once() -> None:
     command = [Path(sys.executable).with_name("qnrescue-bench"), "json"]
     with subprocess.Popen(command, stdin=subprocess.PIPE, stdout=subprocess.PIPE) as process:
         assert process.stdin and process.stdout
+        limit = threading.Timer(30, process.kill)
+        limit.start()
         process.stdin.write(document(STATUS))
         process.stdin.flush()
-        assert json.loads(process.stdout.readline())["Value"] == STATUS  # before the input ends
+        line = process.stdout.readline()  # before the input ends
+        limit.cancel()
+        assert line and json.loads(line)["Value"] == STATUS
         process.stdin.close()
         assert process.wait(60) == 0
 
