@@ -63,6 +63,8 @@ class Installation(ToolTest):
         super().setUp()
         self.folder = pathlib.Path(os.environ["WINEPREFIX"], "drive_c/Program Files/QNRescue")
         self.addCleanup(self.remove_all)
+        # What the test before left would hide what this one leaves.
+        self.assertFalse([each for each in self.path_entries() if "QNRescue" in each])
 
     def remove_all(self):
         for package in (self.package, self.older, self.same_version, self.newer):

@@ -252,6 +252,11 @@ class InstallerTables(Release):
                                  if row["PropertyId"] == "9")}
         self.assertEqual(3, len(set(codes.values())), codes)
 
+    def test_entry_in_path(self):
+        """It is the machine's, and is removed with the program, which Wine does in any case."""
+        (row,) = self.table("Environment")
+        self.assertEqual("=-*PATH", row["Name"])
+
     def test_is_for_64_bits(self):
         self.assertIn("x64;1033", [row["Value"] for row in self.table("_SummaryInformation")])
         self.assertEqual({"256"}, {row["Attributes"] for row in self.table("Component")})
