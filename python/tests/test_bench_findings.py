@@ -17,6 +17,7 @@ import pytest
 
 from qnrescue.jobs import JobOrder
 from qnrescue.journal import Journal
+from qnrescue.processes import ProcessIdentity
 
 PAGE = Path(__file__).resolve().parents[2] / "docs" / "bench-doctor.md"
 BENCH = ["bench-folder", "bench-space", "bench-journal", "bench-broken-journal",
@@ -136,6 +137,7 @@ def test_journal_of_a_newer_version(machine: Machine) -> None:
 def test_jobs_without_a_supervisor(machine: Machine) -> None:
     with Journal(machine.bench) as journal:
         journal.claim(journal.submit(JobOrder(ECID, "x.ipsw"), "a test").id)
+        journal.record_supervisor(ProcessIdentity(1, "long ago"))
     assert machine.examined("bench-supervisor") == ("warning", "1 jobs run without a supervisor")
     assert machine.examined("bench-journal")[1].endswith("has 1 jobs")
 

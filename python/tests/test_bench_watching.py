@@ -20,6 +20,7 @@ from qnrescue.bench.slots import Slots, write_slots
 from qnrescue.bench.watching import may_retry
 from qnrescue.desk import Desk
 from qnrescue.jobs import Job, JobOrder, JobState
+from qnrescue.places import JobFolder
 
 A, B, C = "A" * 16, "B" * 16, "C" * 16
 PACKAGE = pathlib.Path(cli.__file__).parents[2]
@@ -304,6 +305,7 @@ def test_what_may_be_repeated(bench):
     job, files = write_documents(bench, STEP, FAILED)
     assert job.state is JobState.FAILED
     assert may_retry(job, files)
+    files.log.touch()
     for state in JobState:
         other = Job(job.id, JobOrder(A, "x"), state, "", 1, 0.0)
         assert may_retry(other, files) == (state is JobState.FAILED)
@@ -313,4 +315,14 @@ def test_what_may_be_repeated(bench):
     files.documents.unlink()
     assert not may_retry(job, files)
     files.documents.mkdir()
+    assert not may_retry(job, files)
+
+
+def test_a_job_whose_tool_never_began_may_be_repeated(tmp_path):
+    files = JobFolder(tmp_path)
+    job = Job("x", JobOrder(A, "x"), JobState.INTERRUPTED, "", 1, 0.0)
+    assert may_retry(job, files)
+    files.documents.touch()
+    assert may_retry(job, files)
+    files.log.touch()
     assert not may_retry(job, files)

@@ -112,8 +112,11 @@ def watch_bench(context: Context) -> int:
 
 
 def may_retry(job: Job, files: JobFolder) -> bool:
-    """Returns whether the job failed before it changed the device: its documents are all there to
-    read, and none of them reports the step after which the device is another."""
+    """Returns whether the job ended before it changed the device. Either its tool never began: then
+    there is no log. Or it failed, its documents are all there to read, and none of them reports the
+    step after which the device is another."""
+    if job.state is JobState.INTERRUPTED:
+        return not files.log.exists()
     if job.state is not JobState.FAILED or not files.documents.exists():
         return False
     try:
