@@ -51,6 +51,7 @@ class JobOrder:
     tool: tuple[str, ...] = ("qnrescue",)  # the words that start the tool
     slot: str = ""  # where the device is plugged in, for people
     repeats: str = ""  # the id of the job that this one repeats
+    not_after: float | None = None  # when it is too late to start, in seconds since 1970-01-01, UTC
 
     def __post_init__(self) -> None:
         object.__setattr__(self, "device", commands.clean_ecid(self.device))

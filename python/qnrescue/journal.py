@@ -47,6 +47,13 @@ CREATE INDEX jobs_by_revision ON jobs (revision);
 CREATE INDEX jobs_by_device ON jobs (device, ordered_at);
 CREATE TABLE facts (name TEXT PRIMARY KEY, value TEXT NOT NULL) STRICT;
 INSERT INTO facts VALUES ('revision', '0');
+CREATE TABLE orders (
+    id TEXT PRIMARY KEY,
+    payload BLOB NOT NULL,
+    received_at REAL NOT NULL,
+    answer TEXT,
+    is_delivered INTEGER NOT NULL DEFAULT 0
+) STRICT;
 """
 
 
@@ -58,6 +65,17 @@ class RunningJob:
     process: ProcessIdentity | None  # None: the supervisor was killed before it wrote this down
     clock: float | None  # the monotonic clock of the machine when the tool was started
     verdict: tuple[JobState, str] | None  # how the job was about to be ended, and why
+
+
+@dataclass(frozen=True)
+class ReceivedOrder:
+    """An order that came from elsewhere, as it came."""
+
+    id: str
+    payload: bytes
+    received_at: float
+    answer: str | None  # None: there is none yet
+    is_delivered: bool  # whether the answer has reached who passes it on
 
 
 class Journal:
@@ -173,6 +191,16 @@ class Journal:
             " ORDER BY rowid DESC LIMIT ?", (*values, -1 if limit is None else limit))
         return [_job(row) for row in rows]
 
+    def ended_between(self, since: float, until: float) -> list[Job]:
+        """Returns the jobs that ended in this time, in seconds since 1970-01-01, UTC."""
+        rows = self._database.rows("SELECT * FROM jobs WHERE ended_at >= ? AND ended_at < ?"
+                                   " ORDER BY ended_at", (since, until))
+        return [_job(row) for row in rows]
+
+    def revision(self) -> int:
+        """Returns the revision of the latest change."""
+        return int(self.fact("revision") or 0)
+
     def changes_since(self, revision: int) -> list[Job]:
         """Returns the jobs that have changed after this revision, the latest change last. The
         revision of the last one is where to go on; 0 is the beginning."""
@@ -225,6 +253,46 @@ class Journal:
         """Returns the jobs that were claimed and have not ended."""
         rows = self._database.rows("SELECT * FROM jobs WHERE state = 'running' ORDER BY rowid")
         return [_running_job(row) for row in rows]
+
+    # Orders from elsewhere
+
+    def receive(self, order_id: str, payload: bytes) -> ReceivedOrder:
+        """Writes down an order and returns it. An id that is there gives the order that has it,
+        unchanged."""
+        with self._database.writing():
+            self._database.rows("INSERT OR IGNORE INTO orders (id, payload, received_at)"
+                                " VALUES (?, ?, ?)", (order_id, payload, time.time()))
+            return self._orders("id = ?", order_id)[0]
+
+    def answer(self, order_id: str, answer: str) -> None:
+        """Writes down the answer to an order, unless it has one."""
+        with self._database.writing():
+            self._database.rows("UPDATE orders SET answer = ? WHERE id = ? AND answer IS NULL",
+                                (answer, order_id))
+
+    def record_delivery(self, order_id: str) -> None:
+        """Writes down that the answer to an order has been delivered."""
+        with self._database.writing():
+            self._database.rows("UPDATE orders SET is_delivered = 1 WHERE id = ?", (order_id,))
+
+    def unanswered(self) -> list[ReceivedOrder]:
+        """Returns the orders without an answer, in the order in which they came."""
+        return self._orders("answer IS NULL")
+
+    def undelivered(self) -> list[ReceivedOrder]:
+        """Returns the orders with an answer that was not delivered."""
+        return self._orders("answer IS NOT NULL AND NOT is_delivered")
+
+    def forget_orders(self, before: float) -> None:
+        """Removes the orders that were answered and came before this time."""
+        with self._database.writing():
+            self._database.rows("DELETE FROM orders WHERE answer IS NOT NULL AND received_at < ?",
+                                (before,))
+
+    def _orders(self, condition: str, *values: str) -> list[ReceivedOrder]:
+        rows = self._database.rows(f"SELECT * FROM orders WHERE {condition} ORDER BY rowid", values)
+        return [ReceivedOrder(row["id"], row["payload"], row["received_at"], row["answer"],
+                              bool(row["is_delivered"])) for row in rows]
 
     # Facts
 

@@ -157,6 +157,8 @@ class Supervisor:
                 if job.device in busy:
                     self._refuse(job, "another program restores the device: process"
                                       f" {busy[job.device].pid}")
+                elif job.order.not_after is not None and time.time() > job.order.not_after:
+                    self._refuse(job, "it is too late to start")
                 else:
                     self._start(job)
 

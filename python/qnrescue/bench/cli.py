@@ -13,6 +13,7 @@ from qnrescue.bench.context import TOOL_VARIABLE, CommandFailure, Context
 from qnrescue.bench.exit_status import ExitStatus
 from qnrescue.bench.output import Output, OutputBroken, give_up, show_all_letters
 from qnrescue.bench.slots import SlotsFault
+from qnrescue.fleet import serving
 from qnrescue.places import FOLDER_VARIABLE
 from qnrescue.supervisor import supervise
 from qnrescue.tool import ToolFailure
@@ -39,6 +40,7 @@ def make_parser() -> argparse.ArgumentParser:
     slot_names.add_commands(actions, common, looking)
     json_lines.add_commands(actions, common)
     findings.add_commands(actions, common)
+    serving.add_commands(actions, common)
     service = actions.add_parser(
         "supervise", parents=[common], help="be the supervisor, in the foreground",
         description="Supervises the jobs until it is stopped, as a service does. Without it, the"

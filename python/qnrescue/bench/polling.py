@@ -29,8 +29,10 @@ class Poller:
     """Polls until it is stopped. A device is asked what it is when it was not in the list before.
     """
 
-    def __init__(self, tool: Tool) -> None:
+    def __init__(self, tool: Tool, pause: float = 0.0) -> None:
+        """Begins. `pause` is how long to wait after each look, in seconds."""
         self._tool = tool
+        self._pause = pause
         self._polls: queue.SimpleQueue[Poll] = queue.SimpleQueue()
         self._stopped = threading.Event()
         self._attached: frozenset[str] = frozenset()
@@ -51,8 +53,8 @@ class Poller:
         while not self._stopped.is_set():
             poll = self._poll()
             self._polls.put(poll)
-            if poll.attached is None:
-                self._stopped.wait(_PAUSE)
+            self._stopped.wait(self._pause if poll.attached is not None else
+                               max(self._pause, _PAUSE))
 
     def _poll(self) -> Poll:
         try:
