@@ -68,6 +68,11 @@ class JobFolder:
         return self.path / "documents.plist"
 
     @property
+    def steps(self) -> Path:
+        """Returns the file that says when each step began."""
+        return self.path / "steps.jsonl"
+
+    @property
     def errors(self) -> Path:
         """Returns the file with what the tool wrote to standard error."""
         return self.path / "errors.txt"

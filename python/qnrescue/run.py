@@ -17,6 +17,7 @@ from qnrescue.outcome import RestoreProgress
 from qnrescue.places import BenchFolder, share_like_folder
 from qnrescue.processes import ProcessIdentity
 from qnrescue.records import write_record
+from qnrescue.steps_file import StepsFile
 from qnrescue.tool import last_line
 
 # How often the progress of a job is written down, in seconds.
@@ -42,6 +43,7 @@ class Run:
         self._started = started
         self._folder = folder.job(job.id)
         self._documents = DocumentsFile(self._folder.documents)
+        self._steps = StepsFile(self._folder.steps)
         self._latest_report = time.monotonic()
         self._recorded: tuple[object, ...] = (None, "", 0)
         self._recorded_at = self._latest_report
@@ -70,6 +72,7 @@ class Run:
         """Takes over the documents that have come. Raises OSError."""
         for event in self._documents.read():
             self.progress.feed(event)
+            self._steps.note(self.progress.step, self.seconds)
             self._latest_report = time.monotonic()
 
     def judge(self) -> tuple[JobState, str] | None:
