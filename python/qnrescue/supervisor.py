@@ -13,7 +13,7 @@ import subprocess
 import sys
 import time
 from collections.abc import Iterable
-from dataclasses import replace
+from dataclasses import dataclass, replace
 from pathlib import Path
 
 from qnrescue import processes
@@ -38,6 +38,9 @@ SEARCH_SECONDS = 3.0
 IDLE_SECONDS = 30.0
 # How long others may lock the journal before the supervisor looks after its jobs, in seconds.
 _BUSY_TIMEOUT = 1.0
+# How many supervisors may fail in a row, and how soon a supervisor ends that fails, in seconds.
+_FAILURES = 3
+_AT_ONCE_SECONDS = 5.0
 
 
 class Supervisor:
@@ -248,19 +251,45 @@ def _replace(journal: Journal) -> None:
         log.warning("goes on with %s", journal.path)
 
 
-_started: list[subprocess.Popen[bytes]] = []
+class SupervisorFailure(Exception):
+    """Supervisors end at once; the text says how."""
+
+
+@dataclass(frozen=True)
+class _Start:
+    process: subprocess.Popen[bytes]
+    at: float  # the monotonic clock
+    failures: int  # starts before this one that ended at once
+
+    def failures_now(self) -> int:
+        """Returns how many starts in a row ended at once."""
+        status = self.process.poll()
+        is_failure = bool(status) and time.monotonic() - self.at < _AT_ONCE_SECONDS
+        return self.failures + 1 if is_failure else 0
+
+
+_starts: dict[Path, _Start] = {}
 
 
 def ensure_supervisor(folder: BenchFolder) -> None:
-    """Starts a supervisor in the background, unless one is there. Raises OSError if that fails."""
+    """Starts a supervisor in the background, unless one is there. Raises OSError if that fails, and
+    SupervisorFailure if the latest ones that this process has started ended at once."""
     with FileLock(folder.supervisor_lock) as lock:
         if not lock.try_acquire():
             return
-    _started[:] = [popen for popen in _started if popen.poll() is None]
+    latest = _starts.get(folder.path)
+    if latest is not None and latest.process.poll() is None:
+        return  # it is about to take the lock
+    failures = latest.failures_now() if latest is not None else 0
+    if latest is not None and failures >= _FAILURES:
+        raise SupervisorFailure(f"the supervisor ends at once, with status {latest.process.poll()};"
+                                f" see {folder.supervisor_log}")
     with folder.supervisor_log.open("ab") as errors:
-        _started.append(processes.start_detached(
-            [sys.executable, "-m", "qnrescue.supervisor", str(folder.path)], folder.path,
-            subprocess.DEVNULL, errors))
+        # -P: no module is taken from the folder.
+        process = processes.start_detached(
+            [sys.executable, "-P", "-m", "qnrescue.supervisor", str(folder.path)], folder.path,
+            subprocess.DEVNULL, errors)
+    _starts[folder.path] = _Start(process, time.monotonic(), failures)
 
 
 def main() -> int:

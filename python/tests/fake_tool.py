@@ -18,6 +18,8 @@ from pathlib import Path
 
 import plists
 
+NO_DEVICE = "0" * 16  # the ECID of a device that is not there
+
 DOCUMENTS = {"complete": plists.COMPLETE, "failure": plists.FAILURE, "timeout": plists.TIMEOUT,
              "no-device": plists.NO_DEVICE, "rubbish": b"<?xml rubbish</plist>\n"}
 
@@ -58,6 +60,8 @@ def main() -> None:
     ecid = option(words, "--ecid")
     if "--list-devices" in words:
         write(plists.document("DeviceList", [plists.ECID, "000A35D83C60802E"]))
+    elif "--device-info" in words and ecid == NO_DEVICE:
+        write(plists.NO_DEVICE)
     elif "--device-info" in words:
         numbers = dict.fromkeys(("ProductID", "BoardID", "ChipID", "ProductType", "FusingInfo",
                                  "LocationID"), 7)

@@ -346,3 +346,9 @@ def test_a_job_that_comes_while_the_supervisor_ends_is_not_forgotten(bench: Test
     monkeypatch.setattr(FileLock, "release", release)
     assert supervise(bench.desk.folder, 0.0)
     assert bench.job(submitted[0].id).state is JobState.SUCCEEDED
+
+
+def test_modules_in_the_folder_are_not_used(bench: TestBench) -> None:
+    for name in ("json.py", "qnrescue.py", "psutil.py"):
+        (bench.folder / name).write_text("raise SystemExit(1)")
+    assert bench.restore("complete").state is JobState.SUCCEEDED
