@@ -11,7 +11,7 @@ from qnrescue.events import RestoreStatus
 from qnrescue.jobs import JobState
 
 
-async def restore(tool, ecid, bundle):
+async def restore(tool: AsyncTool, ecid: str, bundle: str) -> bool:
     """Restores the device and returns whether that worked."""
     async with await tool.restore(ecid, bundle) as run:
         async for event in run:
@@ -21,7 +21,7 @@ async def restore(tool, ecid, bundle):
     return run.state is JobState.SUCCEEDED
 
 
-async def main(words):
+async def main(words: list[str]) -> list[bool]:
     dashes = words.index("--") if "--" in words else len(words)
     bundle, *ecids = words[:dashes]
     tool = AsyncTool(words[dashes + 1:] or "qnrescue", silence_timeout=600)

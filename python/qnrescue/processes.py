@@ -9,7 +9,7 @@ import sys
 from collections.abc import Callable, Sequence
 from dataclasses import dataclass
 from pathlib import Path
-from typing import IO, Any
+from typing import IO, TypedDict
 
 import psutil
 
@@ -76,7 +76,12 @@ CREATE_BREAKAWAY_FROM_JOB = 0x01000000
 CREATE_NO_WINDOW = 0x08000000
 
 
-def _ways_to_detach(platform: str) -> list[dict[str, Any]]:
+class _Way(TypedDict, total=False):
+    start_new_session: bool
+    creationflags: int
+
+
+def _ways_to_detach(platform: str) -> list[_Way]:
     """Returns how to start a process detached: what to try first, and what if Windows refuses."""
     if platform != "win32":
         return [{"start_new_session": True}]
@@ -97,10 +102,9 @@ def start_detached(words: Sequence[str], folder: Path, output: IO[bytes] | int,
 
 
 def _start(words: Sequence[str], folder: Path, output: IO[bytes] | int, errors: IO[bytes] | int,
-           way: dict[str, Any]) -> subprocess.Popen[bytes]:
-    process: subprocess.Popen[bytes] = subprocess.Popen(
-        list(words), cwd=folder, stdin=subprocess.DEVNULL, stdout=output, stderr=errors, **way)
-    return process
+           way: _Way) -> subprocess.Popen[bytes]:
+    return subprocess.Popen(list(words), cwd=folder, stdin=subprocess.DEVNULL, stdout=output,
+                            stderr=errors, **way)
 
 
 def find(matches: Callable[[Sequence[str]], bool]) -> dict[ProcessIdentity, list[str]]:
