@@ -116,6 +116,15 @@ TEST_F(SharedWorld, OutlivesItsProcesses) {
     EXPECT_TRUE(content().devices.at(0).auto_boot);
 }
 
+TEST_F(SharedWorld, DoesNotGrowWithWhatHappens) {
+    play_twice(one_device());
+    for (int count = 0; count < 20; ++count) {
+        other->reboot(*other->devices()[0], 0.1, 0.6);
+        test_clock().pass(30s);
+    }
+    EXPECT_EQ(content().devices.at(0).course.size(), 3U); // the last, and those to come then
+}
+
 TEST_F(SharedWorld, TimeCountsFromItsBeginning) {
     auto const root =
         one_device(with("ConnectAfter", integer(5)) + with("DisconnectAfter", integer(8)));
