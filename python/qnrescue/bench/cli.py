@@ -11,7 +11,7 @@ from collections.abc import Sequence
 from qnrescue.bench import devices, findings, following, json_lines, ordering, slot_names, watching
 from qnrescue.bench.context import TOOL_VARIABLE, CommandFailure, Context
 from qnrescue.bench.exit_status import ExitStatus
-from qnrescue.bench.output import Output, OutputBroken, give_up, show_all_letters
+from qnrescue.bench.output import Output, OutputBroken, show_all_letters
 from qnrescue.bench.slots import SlotsFault
 from qnrescue.fleet import serving
 from qnrescue.places import FOLDER_VARIABLE
@@ -93,7 +93,6 @@ def run(context: Context) -> int:
     except KeyboardInterrupt:
         return ExitStatus.STOPPED
     except OutputBroken as fault:
-        give_up(sys.stdout)
         context.note(f"the output cannot be written: {fault}; jobs go on, see qnrescue-bench"
                      " follow")
         return ExitStatus.OUTPUT

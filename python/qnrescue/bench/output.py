@@ -6,7 +6,6 @@ from __future__ import annotations
 
 import contextlib
 import json
-import os
 import sys
 from collections.abc import Iterator, Mapping, Sequence
 from typing import Any, TextIO
@@ -107,14 +106,6 @@ def _noticed() -> Iterator[None]:
         raise
     except (OSError, ValueError) as fault:  # ValueError: the stream is closed
         raise OutputBroken(getattr(fault, "strerror", None) or str(fault)) from fault
-
-
-def give_up(stream: TextIO) -> None:
-    """Drops what the stream still holds, so that the end of the program does not stumble on it."""
-    with contextlib.suppress(OSError, ValueError):
-        nowhere = os.open(os.devnull, os.O_WRONLY)
-        os.dup2(nowhere, stream.fileno())
-        os.close(nowhere)
 
 
 def show_all_letters(*streams: TextIO) -> None:
