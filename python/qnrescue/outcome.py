@@ -77,7 +77,7 @@ class RestoreProgress:
             return JobState.TIMED_OUT, self._timeout
         if self._complete and exit_status in (0, None):
             return JobState.SUCCEEDED, ""
-        if exit_status is None:
-            return JobState.INTERRUPTED, "the tool ended without a final report"
         said = f": {last_words}" if last_words else ""
+        if exit_status is None:
+            return JobState.INTERRUPTED, f"the tool ended without a final report{said}"
         return JobState.FAILED, f"ended with status {exit_status}{said}"

@@ -104,6 +104,8 @@ def test_a_failure_without_an_error_has_a_reason() -> None:
 def test_last_words_are_part_of_the_reason() -> None:
     assert RestoreProgress().ended(70, "the scenario is invalid") == (
         JobState.FAILED, "ended with status 70: the scenario is invalid")
+    assert RestoreProgress().ended(None, "the scenario is invalid") == (
+        JobState.INTERRUPTED, "the tool ended without a final report: the scenario is invalid")
 
 
 def test_only_queued_and_running_change() -> None:

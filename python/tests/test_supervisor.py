@@ -4,6 +4,7 @@ from __future__ import annotations
 
 import json
 import os
+import random
 import signal
 import subprocess
 import sys
@@ -352,3 +353,24 @@ def test_modules_in_the_folder_are_not_used(bench: TestBench) -> None:
     for name in ("json.py", "qnrescue.py", "psutil.py"):
         (bench.folder / name).write_text("raise SystemExit(1)")
     assert bench.restore("complete").state is JobState.SUCCEEDED
+
+
+@pytest.mark.parametrize("seed", range(3))
+def test_supervisors_are_killed_again_and_again(bench: TestBench, seed: int) -> None:
+    chance = random.Random(seed)
+    jobs = []
+    for _ in range(12):
+        steps = [f"wait {chance.uniform(0, 0.3)}", "report 13 60"] * 5
+        jobs.append(bench.desk.order(bench.order("report 3 1", *steps, "complete")))
+        time.sleep(chance.uniform(0, 0.4))
+        for process in bench.supervisors():
+            processes.kill(process)
+        ensure_supervisor(bench.desk.folder)
+    ends = [bench.end_of(job.id) for job in jobs]
+    # Killed between the claim and the start of the tool, a job is interrupted and starts nothing.
+    started = {job.device: bench.starts().count(job.device) for job in ends}
+    assert {job.device: job.state for job in ends} == {
+        device: JobState.SUCCEEDED if count else JobState.INTERRUPTED
+        for device, count in started.items()}
+    assert set(started.values()) <= {0, 1} and list(started.values()).count(1) >= 6
+    assert not bench.tools()
