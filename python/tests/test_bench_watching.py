@@ -14,10 +14,14 @@ import xml.etree.ElementTree
 import pytest
 from tabletop import BOOTING, DONE, FAILED, STEP, Tabletop
 
-from qnrescue.bench import cli
+from qnrescue.bench import cli, watching
+from qnrescue.bench.context import Context
 from qnrescue.bench.exit_status import ExitStatus
+from qnrescue.bench.output import Output
+from qnrescue.bench.polling import Poll
 from qnrescue.bench.slots import Slots, write_slots
 from qnrescue.bench.watching import may_retry
+from qnrescue.database import JournalUnavailable
 from qnrescue.desk import Desk
 from qnrescue.jobs import Job, JobOrder, JobState
 from qnrescue.places import JobFolder
@@ -256,6 +260,65 @@ def test_broken_output_ends_no_restore(bench):
     assert errors.startswith(b"qnrescue-bench: the output cannot be written: No space")
     jobs = bench.wait_for_end(len(bench.jobs()))
     assert [job.state for job in jobs] in ([], [JobState.SUCCEEDED])
+
+
+def test_journal_that_cannot_be_used_for_a_while(tmp_path, monkeypatch, capsys):
+    """What was to be done is done as soon as it can be used again, and nothing twice."""
+    monkeypatch.setattr("qnrescue.desk.ensure_supervisor", lambda _: None)
+    bundle = tmp_path / "update.ipsw"
+    bundle.touch()
+    options = cli.make_parser().parse_args(["watch", "--folder", str(tmp_path / "bench"),
+                                            "--restore", str(bundle), "--plain"])
+    context = Context(options, Output(plain=True))
+    with context.desk() as desk, context.output.screen(full=True) as screen:
+        watch = watching._Watch(context, desk, screen)
+        journal = desk.journal
+        with monkeypatch.context() as broken:
+            broken.setattr(journal, "set_fact", unavailable)
+            watch.step(Poll(frozenset({A})))
+            watch.step(None)
+        assert not journal.jobs()
+        with monkeypatch.context() as broken:
+            broken.setattr(journal, "submit", unavailable)
+            watch.step(Poll(frozenset({A})))
+        assert not journal.jobs()
+        watch.step(Poll(frozenset({A})))
+        watch.step(Poll(frozenset({A})))
+        assert [job.device for job in journal.jobs()] == [A]
+    assert capsys.readouterr().out.splitlines() == [
+        "the journal cannot be used now: locked", f"{A}       arrived",
+        f"{A}       queued"]
+
+
+def unavailable(*_, **__):
+    raise JournalUnavailable("locked")
+
+
+def test_journal_that_was_found_broken(tmp_path, monkeypatch, capsys):
+    """The watch goes on with the next one, and keeps its visits there."""
+    monkeypatch.setattr("qnrescue.desk.ensure_supervisor", lambda _: None)
+    monkeypatch.setattr("qnrescue.bench.watching.ensure_supervisor", lambda _: None)
+    bundle = tmp_path / "update.ipsw"
+    bundle.touch()
+    options = cli.make_parser().parse_args(["watch", "--folder", str(tmp_path / "bench"),
+                                            "--restore", str(bundle), "--plain"])
+    context = Context(options, Output(plain=True))
+    with context.desk() as desk, context.output.screen(full=True) as screen:
+        watch = watching._Watch(context, desk, screen)
+        watch.step(Poll(frozenset({A})))
+        watch.step(Poll(frozenset({A})))
+        visits = desk.journal.fact("visits")
+        desk.journal.replace_broken()
+        desk.journal.submit(JobOrder(B, str(bundle)), "somebody")
+        watch.step(Poll(frozenset({A})))
+        watch.step(None)
+        assert json.loads(desk.journal.fact("visits"))["visits"][0]["id"] == (
+            json.loads(visits)["visits"][0]["id"])
+        assert [job.device for job in desk.journal.jobs()] == [B]
+        desk.journal.replace_broken()  # now with visits that do not change any more
+        watch.step(Poll(frozenset({A})))
+        assert desk.journal.fact("visits")
+    assert f"{B}       queued" in capsys.readouterr().out.splitlines()
 
 
 def test_terminal(bench):
