@@ -227,7 +227,8 @@ void add_thread(dictionary & to, char const * key, int number) {
 }
 
 value make_device(visit const & from) {
-    dictionary device{{"ECID", make_string(format_ecid(*from.ecid))}};
+    auto const ecid = from.ecid.value_or(first_unknown_ecid);
+    dictionary device{{"ECID", make_string(format_ecid(ecid))}};
     dictionary changing;
     for (auto const & [key, answers] : from.answers) {
         add_answers(device, changing, key, answers);
@@ -318,8 +319,10 @@ value make_scenario(recording const & recorded, bool keeps_identities) {
     }
     number_unknown(from.visits);
     dictionary root;
-    if (!from.default_options.empty() && from.default_options.front()) {
-        root.push_back({"DefaultOptions", *from.default_options.front()});
+    if (!from.default_options.empty()) {
+        if (auto const & options = from.default_options.front()) {
+            root.push_back({"DefaultOptions", *options});
+        }
     }
     root.push_back({"Devices", make_array(from.visits, make_device)});
     if (auto failures = make_failures(from); !failures.empty()) {
