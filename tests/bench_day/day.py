@@ -99,7 +99,7 @@ def compare(machine: Machine, stays: Sequence[Stay]) -> list[str]:
     faults += [f"nobody planned {ecid}" for ecid in others - planned]
     faults += [f"not there: {path}" for job in history if job["state"] != "interrupted"
                for path in (job["documents"], job["log"]) if not Path(path).exists()]
-    faults += [f"left over: {each}" for each in machine.processes()]
+    faults += [f"left over: {process}" for process in machine.processes()]
     return faults
 
 
@@ -145,7 +145,11 @@ def main() -> int:
     with tempfile.TemporaryDirectory(prefix="bench_day.", ignore_cleanup_errors=True) as folder:
         path = options.keep or Path(folder)
         path.mkdir(exist_ok=True)
-        return _run(Machine(path, options.tool), options)
+        machine = Machine(path, options.tool)
+        try:
+            return _run(machine, options)
+        finally:
+            machine.end_processes()
 
 
 def _run(machine: Machine, options: argparse.Namespace) -> int:

@@ -2,6 +2,7 @@
 
 from __future__ import annotations
 
+import contextlib
 import json
 import os
 import pty
@@ -92,19 +93,21 @@ class Machine:
         os.kill(supervisor.pid, signal.SIGKILL)
         return True
 
-    def processes(self) -> list[str]:
-        """Returns the processes of this day, as their command lines. Wine's own may stay."""
-        found: list[str] = []
+    def processes(self) -> list[psutil.Process]:
+        """Returns the processes of this day that have not ended. Wine's own may stay."""
+        found: list[psutil.Process] = []
         for process in psutil.process_iter():
-            try:
-                words = process.cmdline()
-                if (process.pid != os.getpid() and "qnrescue" in " ".join(words)
-                        and process.environ().get("MOBILEDEVICE_SIMULATOR_WORLD")
-                        == str(self.world)):
-                    found.append(f"{process.pid} {shlex.join(words)}")
-            except psutil.Error:
-                continue
+            with contextlib.suppress(psutil.Error):
+                world = process.environ().get("MOBILEDEVICE_SIMULATOR_WORLD")
+                if world == str(self.world) and "qnrescue" in " ".join(process.cmdline()):
+                    found.append(process)
         return found
+
+    def end_processes(self) -> None:
+        """Ends what is left of a day that did not go as planned."""
+        for process in self.processes():
+            with contextlib.suppress(psutil.Error):
+                process.kill()
 
 
 class Terminal:
