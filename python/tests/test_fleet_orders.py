@@ -45,8 +45,8 @@ def test_names_of_bundles(name: str) -> None:
     assert parse_order(json.dumps(message(bundle=name)).encode()).bundle == name
 
 
-BAD_BUNDLES = ["", ".", "..", "../a.ipsw", "..\\a.ipsw", "a/b", "a\\b", "/etc/passwd", "C:a", "C:\\a",
-               "\\\\server\\share\\a", "//server/a", "https://example.com/a", "a.ipsw:stream",
+BAD_BUNDLES = ["", ".", "..", "../a.ipsw", "..\\a.ipsw", "a/b", "a\\b", "/etc/passwd", "C:a",
+               "C:\\a", "\\\\server\\share\\a", "//server/a", "https://example.com/a", "a.ipsw:stream",
                "a.ipsw.", "a.ipsw ", " a", ".hidden", "-a", "--erase", "a\0b", "a\nb", "%TEMP%",
                "$HOME", "~", "~root", "a*", "a?", "NUL", "con.ipsw", "COM1", "aux .x", "a\u202eb",
                "ａ", "a" * 129, 7, None, ["a"], {"a": 1}, True]
@@ -98,7 +98,8 @@ def test_what_is_refused(value: object, why: str) -> None:
 
 
 @pytest.mark.parametrize("payload, why", [
-    (b"", "not JSON"), (b"{", "not JSON"), (b"\xff\xfe{\0}\0", "not JSON"), (b"\xef\xbb\xbf{}", "not JSON"),
+    (b"", "not JSON"), (b"{", "not JSON"),
+    (b"\xff\xfe{\0}\0", "not JSON"), (b"\xef\xbb\xbf{}", "not JSON"),
     (b"[" * 16000, "not JSON"), (b"9" * 16000, "not JSON"), (b"[]", "not a JSON object"),
     (b"null", "not a JSON object"), (b'"restore"', "not a JSON object"),
     (b'{"action": "cancel", "action": "restore"}', "a key comes twice"),
