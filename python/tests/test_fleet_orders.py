@@ -46,7 +46,8 @@ def test_names_of_bundles(name: str) -> None:
 
 
 BAD_BUNDLES = ["", ".", "..", "../a.ipsw", "..\\a.ipsw", "a/b", "a\\b", "/etc/passwd", "C:a",
-               "C:\\a", "\\\\server\\share\\a", "//server/a", "https://example.com/a", "a.ipsw:stream",
+               "C:\\a", "\\\\server\\share\\a", "//server/a", "https://example.com/a",
+               "a.ipsw:stream",
                "a.ipsw.", "a.ipsw ", " a", ".hidden", "-a", "--erase", "a\0b", "a\nb", "%TEMP%",
                "$HOME", "~", "~root", "a*", "a?", "NUL", "con.ipsw", "COM1", "aux .x", "a\u202eb",
                "ａ", "a" * 129, 7, None, ["a"], {"a": 1}, True]
