@@ -112,6 +112,7 @@ class Follower:
         self._job_ids = frozenset(job_ids)
         self._waiting = set(job_ids)
         self._revision = 0
+        self._journal_file = desk.journal.path
         self._ensured = time.monotonic() - self._ENSURE_SECONDS
 
     @property
@@ -121,7 +122,7 @@ class Follower:
 
     def news(self) -> list[Job]:
         """Returns the jobs that have changed since the last time; at first all of them."""
-        changed = self._desk.journal.changes_since(self._revision)
+        changed = self._changes()
         if changed:
             self._revision = changed[-1].revision
         mine = [job for job in changed if job.id in self._job_ids]
@@ -131,6 +132,13 @@ class Follower:
             with contextlib.suppress(OSError):  # one may look without the right to write
                 ensure_supervisor(self._desk.folder)
         return mine
+
+    def _changes(self) -> list[Job]:
+        changed = self._desk.journal.changes_since(self._revision)
+        if self._desk.journal.path != self._journal_file:  # the other one was found broken
+            self._journal_file, self._revision = self._desk.journal.path, 0
+            return self._desk.journal.changes_since(0)
+        return changed
 
 
 def _resolved(order: JobOrder) -> JobOrder:

@@ -2,6 +2,7 @@ from __future__ import annotations
 
 import os
 import sys
+from dataclasses import replace
 from pathlib import Path
 
 import pytest
@@ -132,3 +133,18 @@ def test_a_supervisor_that_cannot_work_is_reported(bench: TestBench, monkeypatch
 
 def test_files(bench: TestBench) -> None:
     assert bench.desk.files("order-1").path == Path(bench.folder, "jobs", "order-1")
+
+
+def test_followers_go_on_with_the_next_journal(bench: TestBench) -> None:
+    """The revisions of the journal that replaces a broken one begin anew."""
+    journal = bench.desk.journal
+    job = journal.submit(bench.order("complete"), "somebody")
+    for _ in range(5):
+        journal.cancel(journal.submit(bench.order("complete"), "somebody").id, "somebody")
+    follower = bench.desk.follower(job.id)
+    assert [one.id for one in follower.news()] == [job.id]
+    journal.replace_broken()
+    assert follower.news() == []
+    journal.restore_record(replace(job, state=JobState.SUCCEEDED))
+    assert [one.state for one in follower.news()] == [JobState.SUCCEEDED]
+    assert follower.is_over
