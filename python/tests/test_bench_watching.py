@@ -140,7 +140,7 @@ def test_at_once(bench):
                         ].count("succeeded") == 3)
     bench.stop()
     assert [value["ecid"] for value in bench.values("arrival")] == [A, B, C]
-    assert bench.values("job")[0]["state"] == "queued"
+    assert bench.values("job")[0]["state"] in ("queued", "running")
 
 
 @pytest.mark.parametrize("reports, states", [
