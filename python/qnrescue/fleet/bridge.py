@@ -10,14 +10,14 @@ import time
 from collections.abc import Callable, Sequence
 from concurrent.futures import Future, ThreadPoolExecutor
 from pathlib import Path
-from typing import Protocol
+from typing import Any, Protocol
 
 from qnrescue.bench.findings import Finding
 from qnrescue.bench.polling import Poll
 from qnrescue.bench.slots import Slots
 from qnrescue.desk import Desk
 from qnrescue.fleet.clerk import Clerk
-from qnrescue.fleet.messages import ONLINE, answer_message, job_message, station_message
+from qnrescue.fleet.messages import ONLINE, answer_message, encode, job_message, station_value
 from qnrescue.fleet.orders import LONGEST_PAYLOAD
 from qnrescue.fleet.presence import Presence
 from qnrescue.fleet.settings import Settings
@@ -26,8 +26,11 @@ from qnrescue.jobs import Job, JobState, check_job_id
 from qnrescue.supervisor import ensure_supervisor
 
 _DAY = 86400.0
-# How often the station is published, jobs are let go, and a supervisor is ensured, in seconds.
+# How often the station is published at least, jobs are let go, and a supervisor is ensured, in
+# seconds.
 _MINUTE = 60.0
+# How often to look whether something has changed at the station, in seconds.
+_LOOK_SECONDS = 5.0
 # How often the doctor looks, in seconds.
 _DOCTOR_SECONDS = 3600.0
 # How long after the connection the broker still sends what it has kept, in seconds.
@@ -82,7 +85,8 @@ class Bridge:
         self._answers: set[str] = set()  # that are under way, by order
         self._replies: list[tuple[str, str, bool]] = []  # topic, payload, whether it is kept
         self._emptied: set[str] = set()  # jobs that are too old
-        self._station_at = self._swept_at = 0.0
+        self._station: dict[str, Any] = {}  # what was published of it
+        self._station_at = self._looked_at = self._swept_at = 0.0
         self._reads_kept = False
 
     def enter(self, line: Line) -> None:
@@ -141,7 +145,7 @@ class Bridge:
     def _note(self, poll: Poll) -> None:
         if poll.fault != self._fault:
             self._fault = poll.fault
-            self._station_at = 0.0
+            self._looked_at = 0.0
         self._is_listed = poll.attached is not None
         if poll.attached is not None:
             self._presence.note(poll.attached, poll.infos, self._slots, self._active())
@@ -230,10 +234,13 @@ class Bridge:
     def _publish_station(self) -> None:
         now = time.monotonic()
         has_news = self._take_findings()
-        if has_news or not self._station_at or now - self._station_at >= _MINUTE:
-            self._station_at = now
-            self._send(self._topics.station, station_message(
-                self._settings, self._slots, self._findings, self._fault))
+        if not has_news and self._looked_at and now - self._looked_at < _LOOK_SECONDS:
+            return
+        self._looked_at = now
+        value = station_value(self._settings, self._slots, self._findings, self._fault)
+        if value != self._station or now - self._station_at >= _MINUTE:
+            self._station, self._station_at = value, now
+            self._send(self._topics.station, encode({**value, "time": time.time()}))
 
     def _take_findings(self) -> bool:
         """Takes over what the doctor has found, and returns whether there was something new."""

@@ -36,11 +36,11 @@ def job_message(job: Job) -> str:
     return encode({**job.as_dict(), "device": job.device})
 
 
-def station_message(settings: Settings, slots: Slots, findings: Sequence[Finding] | None,
-                    fault: str) -> str:
-    """Returns what the station is. Without findings the doctor has not looked yet; `fault` says why
-    the devices are not known."""
-    return encode({
+def station_value(settings: Settings, slots: Slots, findings: Sequence[Finding] | None,
+                  fault: str) -> dict[str, Any]:
+    """Returns what the station is, without the time. Without findings the doctor has not looked
+    yet; `fault` says why the devices are not known."""
+    return {
         "versions": {"qnrescue": metadata.version("qnrescue"),
                      "python": platform.python_version(), "system": platform.platform()},
         "slots": [{"name": name, "location": location}
@@ -49,8 +49,7 @@ def station_message(settings: Settings, slots: Slots, findings: Sequence[Finding
                    "longest_validity": settings.longest_validity, "job_days": settings.job_days},
         "bundles": sorted(_names(settings.bundles)),
         "findings": None if findings is None else [dataclasses.asdict(each) for each in findings],
-        "fault": fault,
-        "time": time.time()})
+        "fault": fault}
 
 
 def _names(folder: Path) -> Iterable[str]:
