@@ -16,7 +16,8 @@ CORE = {"qnrescue.events", "qnrescue.documents", "qnrescue.outcome", "qnrescue.c
 OUTSIDE_OF_CORE = {"asyncio", "multiprocessing", "os", "pathlib", "psutil", "signal", "socket",
                    "sqlite3", "subprocess", "tempfile", "threading", "time"}
 # Tests whose subject is more than a module.
-OTHERS = {"hostile_circumstances", "layers", "package", "python_page", "bench_page"}
+OTHERS = {"hostile_circumstances", "layers", "package", "python_page", "bench_page", "fleet_access",
+          "fleet_broker", "fleet_rollout"}
 
 
 def name_of(path: Path) -> str:
@@ -48,11 +49,14 @@ def test_the_core_has_no_process_clock_or_thread(name: str) -> None:
     assert {each for each in used if each.startswith("qnrescue")} <= CORE
 
 
-def test_only_the_bench_imports_the_bench() -> None:
+def test_only_the_bench_and_the_fleet_import_the_bench() -> None:
     bench = {name for name in FILES if name.startswith("qnrescue.bench")}
-    assert len(bench) > 5
-    for name in FILES.keys() - bench:
-        assert not imports(name) & bench, name
+    fleet = {name for name in FILES if name.startswith("qnrescue.fleet")}
+    assert len(bench) > 5 and len(fleet) > 5
+    for name in FILES.keys() - bench - fleet:
+        assert not imports(name) & (bench | fleet), name
+    for name in bench - {"qnrescue.bench.cli"}:
+        assert not imports(name) & fleet, name
 
 
 def test_there_is_no_circle() -> None:
