@@ -293,6 +293,36 @@ def test_the_bridge_is_killed_at_an_instant(station: Station, monkeypatch: pytes
     assert station.starts() == [DEVICE]
 
 
+def test_a_job_that_was_ordered_is_accepted_whatever_came_since(
+        station: Station, monkeypatch: pytest.MonkeyPatch) -> None:
+    """The program was killed before the answer, and the order would be refused now."""
+    station.bundle("complete")
+    station.receive("order-1", message(not_after=time.time() + 1))
+    with monkeypatch.context() as patch:
+        patch.setattr(Journal, "answer", lambda *_: None)
+        station.step()
+    station.bench.end_of("order-1")
+    time.sleep(1.1)
+    station.start()
+    station.step()
+    assert [each["answer"] for each in station.broker.answers("order-1")] == ["accepted"]
+
+
+def test_a_cancellation_is_accepted_after_the_end_of_its_job(
+        station: Station, monkeypatch: pytest.MonkeyPatch) -> None:
+    station.bundle("report 3 1", "wait 600")
+    station.answer("order-1", message())
+    station.receive("cancel-1", {"action": "cancel", "job": "order-1",
+                                 "not_after": time.time() + 60})
+    with monkeypatch.context() as patch:
+        patch.setattr(Journal, "answer", lambda *_: None)
+        station.step()
+    station.bench.end_of("order-1")
+    station.start()
+    station.step()
+    assert station.broker.answers("cancel-1")[0]["answer"] == "accepted"
+
+
 def test_the_answer_is_sent_again_if_the_broker_did_not_get_it(station: Station) -> None:
     station.broker.is_slow = True
     station.answer("order-1", message())
@@ -391,9 +421,22 @@ def test_a_device_comes_and_goes(station: Station, monkeypatch: pytest.MonkeyPat
     station.poll = Poll(frozenset())
     station.step()
     assert f"devices/{DEVICE}" not in station.broker.kept
-    assert (f"devices/{DEVICE}", "") in station.broker.sent
+    assert station.broker.sent.count((f"devices/{DEVICE}", "")) == 1
+    station.start()  # the broker has said that it emptied the topic
+    assert station.broker.sent.count((f"devices/{DEVICE}", "")) == 1
+
+
+def test_a_topic_is_emptied_again_if_the_broker_may_not_have_done_so(
+        station: Station, monkeypatch: pytest.MonkeyPatch) -> None:
+    station.step()
+    monkeypatch.setattr(presence, "AWAY_SECONDS", 0.0)
+    station.broker.is_slow = True
+    station.poll = Poll(frozenset({OTHER_DEVICE}))
+    station.step()
+    station.bridge.leave()
+    station.broker = TestBroker()
     station.start()
-    assert not station.device()
+    assert (f"devices/{DEVICE}", "") in station.broker.sent
 
 
 def test_a_device_that_goes_while_there_is_no_connection(station: Station,
