@@ -263,9 +263,9 @@ class _Start:
 
     def failures_now(self) -> int:
         """Returns how many starts in a row ended at once."""
-        status = self.process.poll()
-        is_failure = bool(status) and time.monotonic() - self.at < _AT_ONCE_SECONDS
-        return self.failures + 1 if is_failure else 0
+        status = self.process.poll() or 0
+        has_failed = status > 0 and time.monotonic() - self.at < _AT_ONCE_SECONDS
+        return self.failures + 1 if has_failed else 0  # a signal, which is below 0, is no failure
 
 
 _starts: dict[Path, _Start] = {}
