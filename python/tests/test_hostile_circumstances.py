@@ -3,6 +3,7 @@
 from __future__ import annotations
 
 import os
+import secrets
 import sqlite3
 import subprocess
 import sys
@@ -243,12 +244,12 @@ def test_no_job_starts_on_a_full_disk(small_disk: Path) -> None:
         bench.close()
 
 
-def test_another_program_restores_the_device(bench: TestBench, monkeypatch) -> None:
+def test_another_program_restores_the_device(bench: TestBench) -> None:
     """This holds where all devices of the machine belong to one bench."""
-    order = bench.order("report 3 1", bench.gate(), "complete")
+    # Other tests may run at the same time.
+    order = bench.order("report 3 1", bench.gate(), "complete", device=secrets.token_hex(8))
     stranger = subprocess.Popen([*order.tool, "--restore", order.bundle, "--ecid",
                                  order.device.lower()], stdout=subprocess.DEVNULL)
-    monkeypatch.setenv("HOME", str(bench.path))
     default = """
 import sys
 from pathlib import Path
@@ -264,7 +265,8 @@ supervise(places.bench_folder(sys.argv[1]), None)
         assert (job.state, job.reason) == (
             JobState.REFUSED,
             f"another program restores the device: process {stranger.pid}")
-        other = bench.end_of(bench.desk.journal.submit(bench.order("complete"), "me").id)
+        other = bench.order("complete", device=secrets.token_hex(8))
+        other = bench.end_of(bench.desk.journal.submit(other, "me").id)
         assert other.state is JobState.SUCCEEDED
         bench.go()
         stranger.wait()

@@ -142,7 +142,7 @@ def test_files_of_a_job(bench: TestBench) -> None:
 FOLLOW = """
 import sys
 from qnrescue.bench.cli import main
-sys.exit(main(["--folder", sys.argv[1], "follow", sys.argv[2]]))
+sys.exit(main(["follow", "--folder", sys.argv[1], sys.argv[2]]))
 """
 
 
