@@ -91,6 +91,14 @@ def test_what_is_no_id(station: Station, order_id: str) -> None:
                                                    f"not an id of a job: {order_id!r}")
 
 
+def test_an_id_with_a_dot(station: Station) -> None:
+    """Some brokers would make another topic of it."""
+    station.bundle("complete")
+    assert station.answer("order.1", message()) == ("refused",
+                                                    "an id of an order has no dot: 'order.1'")
+    assert not station.bench.desk.journal.jobs()
+
+
 def test_a_device_that_is_not_there(station: Station) -> None:
     station.bundle("complete")
     assert station.answer("order-1", message(device="0" * 16)) == (

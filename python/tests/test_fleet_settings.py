@@ -54,6 +54,7 @@ longest_validity_hours = 2
     (LEAST + 'certificate = "a"', "belong together"),
     (LEAST.replace("bench-07", "a/b"), "not a name of a station"),
     (LEAST.replace("bench-07", "+"), "not a name of a station"),
+    (LEAST.replace("bench-07", "a.b"), "not a name of a station"),
     (LEAST.replace("bench-07", "a" * 65), "not a name of a station"),
     (LEAST.replace("mqtts:", "mqtt:"), "not encrypted"),
     ("station =", "Invalid value"),

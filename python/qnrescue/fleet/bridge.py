@@ -21,8 +21,8 @@ from qnrescue.fleet.messages import ONLINE, answer_message, encode, job_message,
 from qnrescue.fleet.orders import LONGEST_PAYLOAD
 from qnrescue.fleet.presence import Presence
 from qnrescue.fleet.settings import Settings
-from qnrescue.fleet.topics import Topics
-from qnrescue.jobs import Job, JobState, check_job_id
+from qnrescue.fleet.topics import Topics, check_order_id
+from qnrescue.jobs import Job, JobState
 from qnrescue.supervisor import ensure_supervisor
 
 _DAY = 86400.0
@@ -108,7 +108,7 @@ class Bridge:
 
     def _receive_order(self, order_id: str, payload: bytes) -> None:
         try:
-            check_job_id(order_id)
+            check_order_id(order_id)
         except ValueError as fault:
             self._reply(order_id, answer_message(order_id, str(fault)))
             return

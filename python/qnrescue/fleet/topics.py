@@ -5,15 +5,25 @@ from __future__ import annotations
 import re
 from dataclasses import dataclass
 
+from qnrescue.jobs import check_job_id
+
 _ROOT = "qnrescue"
-_STATION = re.compile(r"[A-Za-z0-9][A-Za-z0-9._-]{0,63}")
+# No dots: some brokers take them for slashes.
+_STATION = re.compile(r"[A-Za-z0-9][A-Za-z0-9_-]{0,63}")
 
 
 def check_station(text: str) -> str:
     """Returns the name of a station. Raises ValueError if it cannot be one."""
     if not _STATION.fullmatch(text):
         raise ValueError(f"not a name of a station: {text!r}; it has up to 64 letters, digits,"
-                         " dots, underscores and hyphens")
+                         " underscores and hyphens")
+    return text
+
+
+def check_order_id(text: str) -> str:
+    """Returns the id of an order. Raises ValueError if it cannot be one."""
+    if "." in check_job_id(text):
+        raise ValueError(f"an id of an order has no dot: {text!r}")
     return text
 
 
