@@ -2,6 +2,7 @@
 
 from __future__ import annotations
 
+import signal
 from collections.abc import Iterator
 from pathlib import Path
 
@@ -13,6 +14,8 @@ from bench_of_tests import TestBench
 # A busy machine is no reason to fail.
 settings.register_profile("default", deadline=None, database=None)
 settings.load_profile("default")
+# Programs in the background of a shell ignore Control-C, and so do those that they start.
+signal.signal(signal.SIGINT, signal.default_int_handler)
 
 
 @pytest.fixture(autouse=True)
