@@ -91,19 +91,17 @@ void number_unknown(std::vector<visit> & visits) {
     }
 }
 
-// Changes every string inside the value.
-void change_strings(value & inside, auto const & change) {
+// Calls a function for every text inside the value, with its key or that of the array it is in.
+void for_each_text(value const & inside, auto const & see, std::string_view key = {}) {
     if (auto const text = std::get_if<std::string>(&inside.held)) {
-        *text = change(*text);
+        see(key, *text);
     } else if (auto const elements = std::get_if<array>(&inside.held)) {
-        for (auto & each : *elements) {
-            change_strings(each, change);
+        for (auto const & each : *elements) {
+            for_each_text(each, see, key);
         }
     } else if (auto const entries = std::get_if<dictionary>(&inside.held)) {
-        for (auto & each : *entries) {
-            if (each.key != "$type") {
-                change_strings(each.content, change);
-            }
+        for (auto const & each : *entries) {
+            for_each_text(each.content, see, each.key);
         }
     }
 }
@@ -125,7 +123,7 @@ public:
                        [this](auto const & text) { return names.product_string(text); });
         for (auto & each : target.calls) {
             if (each.argument) {
-                learn_paths(*each.argument);
+                learn_paths(each);
             }
         }
         cover_texts();
@@ -144,17 +142,44 @@ private:
         }
     }
 
-    void learn_paths(value & inside) {
-        change_strings(inside, [this](std::string const & text) {
-            if (is_path(text)) {
+    // A relative path is known by its place alone; a mere word in it may mean something else
+    // elsewhere.
+    void learn_paths(recorded_call const & from) {
+        bool const is_log = from.function == "AMRestoreEnableFileLogging";
+        for_each_text(*from.argument, [&](std::string_view key, std::string const & text) {
+            bool const is_relative = (is_log || key.ends_with("Path")) &&
+                                     text.find_first_of("./\\") != std::string::npos;
+            if (is_path(text) || is_relative) {
                 names.path(text);
             }
-            return text;
         });
     }
 
     void cover(value & inside) {
-        change_strings(inside, [this](std::string const & text) { return names.text(text); });
+        if (auto const text = std::get_if<std::string>(&inside.held)) {
+            *text = names.text(*text);
+        } else if (auto const leaf = std::get_if<element>(&inside.held)) {
+            cover_integer(*leaf);
+        } else if (auto const elements = std::get_if<array>(&inside.held)) {
+            std::ranges::for_each(*elements, [this](value & each) { cover(each); });
+        } else if (auto const entries = std::get_if<dictionary>(&inside.held)) {
+            for (auto & each : *entries) {
+                if (each.key != "$type") {
+                    each.key = names.text(each.key);
+                    cover(each.content);
+                }
+            }
+        }
+    }
+
+    void cover_integer(element & leaf) {
+        constexpr std::string_view opening = "<integer>";
+        constexpr std::string_view closing = "</integer>";
+        if (leaf.xml.starts_with(opening)) {
+            auto const length = leaf.xml.size() - opening.size() - closing.size();
+            leaf.xml.replace(opening.size(), length,
+                             names.integer(leaf.xml.substr(opening.size(), length)));
+        }
     }
 
     void cover_texts() {

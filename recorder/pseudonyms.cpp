@@ -11,6 +11,7 @@ namespace recorder {
 namespace {
 
 constexpr std::size_t shortest_to_replace = 6; // a shorter text may well mean something else
+constexpr std::size_t longest_extension = 5;   // a longer one may well be a name
 constexpr int attempts_limit = 1000;
 
 // Endless bytes that depend on the seed alone and do not reveal it.
@@ -117,6 +118,19 @@ bool is_drive(std::string_view text) {
     return text.size() == 2 && is_letter(text[0]) && text[1] == ':';
 }
 
+// Returns whether a word of a text is a path, ends in one, or is a part of one with blanks. The
+// names of files in a bundle, and addresses of servers, are none.
+bool reveals_path(std::string_view word) {
+    bool const is_address =
+        word.find("://") != std::string_view::npos && !word.starts_with("file:");
+    auto const begins_path = [](char before, char character) {
+        return character == '/' &&
+               std::string_view{"(=:[{<,;"}.find(before) != std::string_view::npos;
+    };
+    return is_path(word) || word.find('\\') != std::string_view::npos ||
+           (!is_address && std::ranges::adjacent_find(word, begins_path) != word.end());
+}
+
 } // namespace
 
 bool is_path(std::string_view text) {
@@ -159,7 +173,9 @@ std::string pseudonyms::product_string(std::string const & real) {
 
 std::string pseudonyms::path(std::string const & real) {
     auto const extension = std::min(real.size(), real.find_last_of("./\\"));
-    auto const kept = extension < real.size() && real[extension] == '.' ? extension : real.size();
+    bool const keeps = extension < real.size() && real[extension] == '.' &&
+                       real.size() - extension - 1 <= longest_extension;
+    auto const kept = keeps ? extension : real.size();
     auto result = for_each_part(std::string_view{real}.substr(0, kept), is_separator,
                                 [this](std::string const & part) {
                                     return is_drive(part) ? part : name(part);
@@ -179,10 +195,14 @@ std::string pseudonyms::text(std::string const & real) {
     };
     return replace_known(real, [&](std::string_view part) {
         return for_each_part(part, is_blank, [this](std::string const & word) {
-            bool const reveals = is_path(word) || word.find('\\') != std::string::npos;
-            return reveals ? path(word) : word;
+            return reveals_path(word) ? path(word) : word;
         });
     });
+}
+
+std::string pseudonyms::integer(std::string const & real) const {
+    auto const found = std::ranges::find(known, real, &std::pair<std::string, std::string>::first);
+    return found == known.end() ? real : found->second;
 }
 
 std::string

@@ -25,11 +25,15 @@ public:
     // Returns a text with other digits; identities that are known by now are replaced as a whole.
     std::string product_string(std::string const & real);
 
-    // Returns the path with other names; separators, drives and the last extension stay.
+    // Returns the path with other names; separators, drives and the last extension stay, if that
+    // has at most five characters.
     std::string path(std::string const & real);
 
     // Returns a text in which the identities that are known by now, and paths, are replaced.
     std::string text(std::string const & real);
+
+    // Returns the pseudonym of a decimal number that is an ECID known by now, else the number.
+    std::string integer(std::string const & real) const;
 
 private:
     std::string unique(std::string const & kind, std::string const & real,

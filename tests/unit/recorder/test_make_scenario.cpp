@@ -212,6 +212,37 @@ TEST(MakeScenario, IdentitiesAreReplacedEverywhere) {
         << shown;
 }
 
+TEST(MakeScenario, EcidsThatAreNumbersOrKeysAreReplaced) {
+    auto recorded = identified();
+    recorded.calls[0].argument = recorder::value{
+        recorder::dictionary{{"ECID", number(0x000C1A2B3C4D5E6F)}, {"Other", number(4711)}}};
+    recorded.default_options = {recorder::value{
+        recorder::dictionary{{"000c1a2b3c4d5e6f", recorder::value{recorder::array{}}}}}};
+    auto const text = text_of_scenario(recorded, false);
+    EXPECT_EQ(text.find("3406472718147183"), std::string::npos) << text;
+    EXPECT_EQ(text.find("c1a2b3c4d5e6f"), std::string::npos) << text;
+    EXPECT_NE(text.find("<integer>4711</integer>"), std::string::npos) << text;
+    EXPECT_NE(text_of_scenario(recorded, true).find("<integer>3406472718147183"),
+              std::string::npos);
+}
+
+TEST(MakeScenario, RelativePathsAreReplaced) {
+    auto recorded = identified();
+    recorded.visits[0].restores = {{{0s, status("cannot write joe.log, nor Restoring")}}};
+    recorded.calls = {{0s, "AMRestoreEnableFileLogging", {}, make_string("joe.log"), {}},
+                      {0s,
+                       "AMRestorableDeviceRestore",
+                       {},
+                       recorder::value{recorder::dictionary{
+                           {"RestoreBundlePath", make_string("joe/b.ipsw")},
+                           {"PersonalizedRestoreBundlePath", make_string("Restoring")}}},
+                       {}}};
+    recorded.default_options.clear();
+    auto const text = text_of_scenario(recorded, false);
+    EXPECT_EQ(text.find("joe"), std::string::npos) << text;
+    EXPECT_NE(text.find(".log, nor Restoring"), std::string::npos) << text;
+}
+
 TEST(MakeScenario, IdentitiesAreKeptWhereThatIsWanted) {
     auto const text = text_of_scenario(identified(), true);
     for (auto const identity : {"000C1A2B3C4D5E6F", "F4GSM1QN0D8X", "4711", "C:\\joe\\a b.ipsw"}) {

@@ -70,6 +70,7 @@ TEST(Pseudonyms, APathKeepsItsShape) {
     EXPECT_EQ(other.substr(0, 9), sibling.substr(0, 9));
     EXPECT_TRUE(names.path("/home/joe").starts_with("/"));
     EXPECT_EQ(names.path("/home/joe").find("joe"), std::string::npos);
+    EXPECT_EQ(names.path("C:\\log.001E2D4C0A91C026").find("001E2D4C"), std::string::npos);
 }
 
 TEST(Pseudonyms, IdentitiesInsideATextAreReplaced) {
@@ -86,6 +87,24 @@ TEST(Pseudonyms, IdentitiesInsideATextAreReplaced) {
     EXPECT_EQ(unknown.find("share"), std::string::npos) << unknown;
     EXPECT_TRUE(unknown.starts_with("cannot open \"D:\\")) << unknown;
     EXPECT_TRUE(unknown.ends_with(" and/or 5/6")) << unknown;
+}
+
+TEST(Pseudonyms, EcidsAreFoundInDecimal) {
+    pseudonyms names;
+    auto const ecid = names.ecid(0x000C1A2B3C4D5E6F);
+    EXPECT_EQ(names.text("number 3406472718147183"), fmt::format("number {}", ecid));
+    EXPECT_EQ(names.integer("3406472718147183"), fmt::to_string(ecid));
+    EXPECT_EQ(names.integer("34064727181471830"), "34064727181471830");
+}
+
+TEST(Pseudonyms, PathsInsideWordsAreReplaced) {
+    for (auto const text :
+         {"file:///C:/joe/x", "at=/joe/x", "(/joe/x)", "bad:C:\\joe", "My\\joe"}) {
+        EXPECT_EQ(pseudonyms{}.text(text).find("joe"), std::string::npos) << text;
+    }
+    for (auto const text : {"Firmware/all_flash/iBoot.im4p", "https://gs.apple.com:443", "1 / 2"}) {
+        EXPECT_EQ(pseudonyms{}.text(text), text);
+    }
 }
 
 TEST(Pseudonyms, ShortTextsAreNotTakenForIdentities) {
