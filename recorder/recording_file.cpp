@@ -6,6 +6,7 @@
 
 #include <chrono>
 #include <cstdint>
+#include <exception>
 #include <filesystem>
 #include <system_error>
 #include <utility>
@@ -80,15 +81,22 @@ void recording_file::run() {
 }
 
 void recording_file::write() {
-    auto const text = write_property_list(make_scenario(from.copy(), keeps_identities));
-    auto const aside = path + ".new";
-    bool const written =
-        mobile_device::write_file(
-            aside, {reinterpret_cast<std::uint8_t const *>(text.data()), text.size()}) &&
-        replace_file(aside, path);
-    if (!written && !std::exchange(complained, true)) {
+    if (!write_aside_and_rename() && !std::exchange(complained, true)) {
         mobile_device::write_error_line(
             path + ": the recording cannot be written; is its folder there, and writable?");
+    }
+}
+
+// The thread has nobody to throw to, and the session must go on.
+bool recording_file::write_aside_and_rename() noexcept {
+    try {
+        auto const text = write_property_list(make_scenario(from.copy(), keeps_identities));
+        auto const aside = path + ".new";
+        return mobile_device::write_file(
+                   aside, {reinterpret_cast<std::uint8_t const *>(text.data()), text.size()}) &&
+               replace_file(aside, path);
+    } catch (std::exception const &) { // no memory
+        return false;
     }
 }
 

@@ -28,6 +28,7 @@ public:
 private:
     void run();
     void write();
+    bool write_aside_and_rename() noexcept;
 
     session & from;
     std::string const path;
