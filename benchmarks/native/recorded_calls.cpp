@@ -1,6 +1,7 @@
 // What recording adds to a call and to a report:
 //   call/plain, report/plain        of a library that does nothing;
-//   call/recorded, report/recorded  through the recorder, whose thread writes the file.
+//   call/recorded, report/recorded  through the recorder, whose thread waits with the file
+//   meanwhile.
 #include "benchmarks/report_calls.hpp"
 #include "recorder/functions.hpp"
 #include "recorder/process_session.hpp"
