@@ -9,6 +9,7 @@
 #include "tests/unit/helpers/temporary_folder.hpp"
 #include "tests/unit/simulator/MobileDevice/property_list_text.hpp"
 
+#include <algorithm>
 #include <condition_variable>
 #include <mutex>
 #include <regex>
@@ -286,6 +287,60 @@ TEST_F(RecordedFunctions, NotificationsOnSeveralThreads) {
     EXPECT_EQ(scenario.devices.at(0).disconnect_thread, 2);
     EXPECT_EQ(scenario.notifications.at(1).thread, 1);
     EXPECT_EQ(scenario.notifications.at(2).thread, 2);
+}
+
+// How many callbacks came on this thread.
+thread_local int callbacks_here = 0;
+
+// Counts callbacks.
+struct callback_counter {
+    void add(int here) {
+        std::lock_guard const lock{mutex};
+        most_on_a_thread = std::max(most_on_a_thread, here);
+        ++all;
+        changed.notify_all();
+    }
+
+    bool waits_for(int count) {
+        std::unique_lock lock{mutex};
+        return changed.wait_for(lock, 30s, [&] { return all == count; });
+    }
+
+    std::mutex mutex;
+    std::condition_variable changed;
+    int most_on_a_thread = 0;
+    int all = 0;
+};
+
+TEST_F(RecordedFunctions, CallbacksComeOnTheThreadOfTheLibrary) {
+    auto const report = xml::dictionary({{"Status", xml::dictionary({})}});
+    auto const notification = xml::dictionary(
+        {{"After", integer(1)}, {"Type", integer(5)}, {"ECID", text("C1A2B3C4D5E6F")}});
+    auto const scenario = scenario_of(
+        {full_device("<key>RestoreReports</key>" + xml::array({report, report, report}))},
+        {notification, notification});
+    record(parsed(scenario), "file", [](small_tool &) {
+        static AMRestorableDeviceRef device;
+        callback_counter notifications;
+        callback_counter reports;
+        recorded_AMRestorableDeviceRegisterForNotifications(
+            [](AMRestorableDeviceRef shown, AMRestorableDeviceNotificationType, void * counter) {
+                device = shown;
+                static_cast<callback_counter *>(counter)->add(++callbacks_here);
+            },
+            &notifications, nullptr);
+        EXPECT_TRUE(notifications.waits_for(3));
+        EXPECT_EQ(notifications.most_on_a_thread, 3);
+        recorded_AMRestorableDeviceRestore(
+            device, nullptr,
+            [](AMRestorableDeviceRef, CFDictionaryRef, void * counter) {
+                static_cast<callback_counter *>(counter)->add(++callbacks_here);
+            },
+            &reports);
+        EXPECT_TRUE(reports.waits_for(3));
+        EXPECT_EQ(reports.most_on_a_thread, 3);
+        mobile_device::simulator::replace(nullptr); // ends its threads before the counters
+    });
 }
 
 TEST_F(RecordedFunctions, CommandsAndTheReturnOfTheDevice) {
