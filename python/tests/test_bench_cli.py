@@ -369,6 +369,13 @@ class TestBenchFolder:
         bench("jobs", status=ExitStatus.BENCH, errors=f"the journal cannot be used: {path} has"
                                                       " version 99; this program knows 1")
 
+    def test_supervisor_that_cannot_work(self, table, bench, monkeypatch):
+        monkeypatch.setattr(sys, "executable", "/bin/false")
+        table.plug_in(A)
+        bench("restore", table.bundle, A, status=ExitStatus.BENCH,
+              errors="the supervisor ends at once, with status 1;"
+                     f" see {table.bench / 'supervisor.log'}")
+
     def test_help_has_the_exit_statuses(self, table, capfd):
         with pytest.raises(SystemExit):
             cli.main(["--help"])

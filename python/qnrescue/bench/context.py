@@ -16,6 +16,7 @@ from qnrescue.bench.slots import FILE_NAME, Slots, read_slots
 from qnrescue.database import JournalError
 from qnrescue.desk import Desk
 from qnrescue.places import BenchFolder, bench_folder
+from qnrescue.supervisor import SupervisorFailure
 from qnrescue.tool import Tool
 
 # Has the words that start the tool, one a line.
@@ -66,13 +67,16 @@ class Context:
 
     @contextlib.contextmanager
     def desk(self) -> Iterator[Desk]:
-        """Gives the desk. What goes wrong with the journal raises CommandFailure."""
+        """Gives the desk. What goes wrong with the journal or the supervisor raises
+        CommandFailure."""
         try:
             with Desk(self.folder) as desk:
                 yield desk
         except JournalError as fault:
             raise CommandFailure(ExitStatus.BENCH,
                                  f"the journal cannot be used: {fault}") from fault
+        except SupervisorFailure as fault:
+            raise CommandFailure(ExitStatus.BENCH, str(fault)) from fault
 
     @contextlib.contextmanager
     def starting(self) -> Iterator[None]:
