@@ -68,8 +68,10 @@ std::vector<finding> usb_findings(std::vector<usb_device> const & devices) {
     std::vector<finding> findings;
     for (auto const & each : devices) {
         auto const product = product_of(each.instance);
-        auto const in = product ? mode_of(*product) : std::nullopt;
-        if (in) {
+        if (!product) {
+            continue;
+        }
+        if (auto const in = mode_of(*product)) {
             findings.push_back(device_finding(each, *product, *in));
         }
     }

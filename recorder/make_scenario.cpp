@@ -123,7 +123,7 @@ public:
                        [this](auto const & text) { return names.product_string(text); });
         for (auto & each : target.calls) {
             if (each.argument) {
-                learn_paths(each);
+                learn_paths(each.function, *each.argument);
             }
         }
         cover_texts();
@@ -144,9 +144,9 @@ private:
 
     // A relative path is known by its place alone; a mere word in it may mean something else
     // elsewhere.
-    void learn_paths(recorded_call const & from) {
-        bool const is_log = from.function == "AMRestoreEnableFileLogging";
-        for_each_text(*from.argument, [&](std::string_view key, std::string const & text) {
+    void learn_paths(std::string_view function, value const & argument) {
+        bool const is_log = function == "AMRestoreEnableFileLogging";
+        for_each_text(argument, [&](std::string_view key, std::string const & text) {
             bool const is_relative = (is_log || key.ends_with("Path")) &&
                                      text.find_first_of("./\\") != std::string::npos;
             if (is_path(text) || is_relative) {

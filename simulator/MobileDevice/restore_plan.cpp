@@ -9,6 +9,7 @@ namespace {
 
 std::vector<planned_report> plan_scripted_restore(std::vector<scripted_report> const & reports) {
     std::vector<planned_report> result;
+    result.reserve(reports.size());
     for (auto const & report : reports) {
         result.push_back({report});
     }

@@ -185,7 +185,7 @@ class Licenses(Package):
                          re.MULTILINE):
                 (libraries,) = re.findall(r"^  LINK_LIBRARIES = (.*)", edge, re.MULTILINE)
                 # Those of the build have relative paths.
-                linked |= set(re.findall(r" (?:/|\w\$?:)\S*/lib([a-z]+)\w*\.a\b", libraries))
+                linked |= set(re.findall(r' "?(?:/|\w\$?:)[^"]*?/lib([a-z]+)\w*\.a\b', libraries))
         self.assertIn("boost", linked)
         self.assertEqual(set(), linked - known)
 
