@@ -18,7 +18,7 @@ PYTHON = os.environ.get("QNRESCUE_PYTHON", "/usr/bin/python3")
 class Bench:
     """A bench with its own folder, whose devices live in a world. Close it at the end."""
 
-    def __init__(self, folder, scenario, trace=None):
+    def __init__(self, folder, scenario, world=None):
         self.folder = pathlib.Path(folder)
         scenario_file = self.folder / "scenario.plist"
         scenario_file.write_bytes(plistlib.dumps(scenario))
@@ -27,7 +27,7 @@ class Bench:
             "PYTHONDONTWRITEBYTECODE": "1", "QNRESCUE_BENCH_FOLDER": str(self.folder / "bench"),
             "QNRESCUE_TOOL": "\n".join([*RUNNER, str(BIN / "qnrescue.exe")]),
             "MOBILEDEVICE_SIMULATOR_SCENARIO": str(scenario_file),
-            "MOBILEDEVICE_SIMULATOR_WORLD": str(self.folder / "world.plist"),
+            "MOBILEDEVICE_SIMULATOR_WORLD": str(world or self.folder / "world.plist"),
         }
         (self.folder / "bench").mkdir()
         self._supervisor = self.start("supervise")

@@ -33,7 +33,9 @@ supervise(folder, None)
 class Jobs(ToolTest):
     def new_bench(self, *reports, **how):
         scenario = {"Devices": [device(ECID, RestoreReports=[*reports, COMPLETE])]}
-        bench = Bench(how.get("folder") or self.new_folder(), scenario)
+        # Where the disk is full, the simulator ends the tool: it cannot keep the devices' state.
+        bench = Bench(how.get("folder") or self.new_folder(), scenario,
+                      world=self.new_folder() / "world.plist")
         (bench.folder / BUNDLE).touch()
         bench.environment["MOBILEDEVICE_SIMULATOR_TRACE"] = str(bench.folder / "trace")
         self.addCleanup(bench.close)
