@@ -71,6 +71,7 @@ class Supervisor:
         version = self._journal.data_version()
         if self._journal.path != self._file:
             self._open_journal()
+            self._data_version = None  # another connection counts for itself
         if version != self._data_version:
             self._take_over()
             self._obey_cancels()

@@ -16,7 +16,9 @@ from bench_of_tests import TIME_LIMIT, TestBench, run_python, wait_until
 from qnrescue import processes
 from qnrescue.file_lock import FileLock
 from qnrescue.jobs import JobOrder, JobState
-from qnrescue.supervisor import ensure_supervisor, supervise
+from qnrescue.journal import Journal
+from qnrescue.places import BenchFolder
+from qnrescue.supervisor import Supervisor, ensure_supervisor, supervise
 
 STATE_AND_REASON = [
     (["report 3 1", "complete"], "succeeded", "", 0),
@@ -374,3 +376,16 @@ def test_supervisors_are_killed_again_and_again(bench: TestBench, seed: int) -> 
         for device, count in started.items()}
     assert set(started.values()) <= {0, 1} and list(started.values()).count(1) >= 6
     assert not bench.tools()
+
+
+def test_starts_what_was_ordered_while_a_journal_was_replaced(bench: TestBench) -> None:
+    journal = bench.desk.journal
+    with Journal(bench.folder) as own:
+        supervisor = Supervisor(BenchFolder(bench.folder), own)
+        for _ in range(4):
+            supervisor.step()
+            journal.replace_broken()
+            job = journal.submit(bench.order("complete"), "the test")
+            supervisor.step()
+            assert journal.job(job.id).state is not JobState.QUEUED
+            wait_until(lambda: supervisor.step() or supervisor.is_idle)
