@@ -45,7 +45,7 @@ def test_commands() -> None:
 def script(tmp_path: Path) -> Path:
     """Gives a program that prints its arguments as a list of devices."""
     path = tmp_path / "my tool"
-    path.write_text(f"#!{sys.executable}\nimport sys, plistlib\n"
+    path.write_text("#!/usr/bin/env python3\nimport sys, plistlib\n"
                     "print(plistlib.dumps({'Type': 'DeviceList', 'Value': sys.argv[1:]}).decode())")
     path.chmod(0o755)
     return path
