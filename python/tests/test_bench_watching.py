@@ -262,14 +262,19 @@ def test_broken_output_ends_no_restore(bench):
     assert [job.state for job in jobs] in ([], [JobState.SUCCEEDED])
 
 
+def watch_context(folder):
+    """Returns what a watch in this process works with."""
+    bundle = folder / "update.ipsw"
+    bundle.touch()
+    options = cli.make_parser().parse_args(["watch", "--folder", str(folder / "bench"),
+                                            "--restore", str(bundle), "--plain"])
+    return Context(options, Output(plain=True))
+
+
 def test_journal_that_cannot_be_used_for_a_while(tmp_path, monkeypatch, capsys):
     """What was to be done is done as soon as it can be used again, and nothing twice."""
     monkeypatch.setattr("qnrescue.desk.ensure_supervisor", lambda _: None)
-    bundle = tmp_path / "update.ipsw"
-    bundle.touch()
-    options = cli.make_parser().parse_args(["watch", "--folder", str(tmp_path / "bench"),
-                                            "--restore", str(bundle), "--plain"])
-    context = Context(options, Output(plain=True))
+    context = watch_context(tmp_path)
     with context.desk() as desk, context.output.screen(full=True) as screen:
         watch = watching._Watch(context, desk, screen)
         journal = desk.journal
@@ -298,18 +303,14 @@ def test_journal_that_was_found_broken(tmp_path, monkeypatch, capsys):
     """The watch goes on with the next one, and keeps its visits there."""
     monkeypatch.setattr("qnrescue.desk.ensure_supervisor", lambda _: None)
     monkeypatch.setattr("qnrescue.bench.watching.ensure_supervisor", lambda _: None)
-    bundle = tmp_path / "update.ipsw"
-    bundle.touch()
-    options = cli.make_parser().parse_args(["watch", "--folder", str(tmp_path / "bench"),
-                                            "--restore", str(bundle), "--plain"])
-    context = Context(options, Output(plain=True))
+    context = watch_context(tmp_path)
     with context.desk() as desk, context.output.screen(full=True) as screen:
         watch = watching._Watch(context, desk, screen)
         watch.step(Poll(frozenset({A})))
         watch.step(Poll(frozenset({A})))
         visits = desk.journal.fact("visits")
         desk.journal.replace_broken()
-        desk.journal.submit(JobOrder(B, str(bundle)), "somebody")
+        desk.journal.submit(JobOrder(B, str(tmp_path / "update.ipsw")), "somebody")
         watch.step(Poll(frozenset({A})))
         watch.step(None)
         assert json.loads(desk.journal.fact("visits"))["visits"][0]["id"] == (
