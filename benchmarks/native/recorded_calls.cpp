@@ -48,17 +48,17 @@ private:
 };
 
 // Asks a device for its state.
-template <auto get_state>
+template <auto GetState>
 void call(benchmark::State & state) {
     recorded_session const session;
     auto const device = tests::make_device(1);
     for (auto _ : state) {
-        benchmark::DoNotOptimize(get_state(device.get()));
+        benchmark::DoNotOptimize(GetState(device.get()));
     }
 }
 
 // Reports a step to somebody who does nothing.
-template <auto restore>
+template <auto Restore>
 void report(benchmark::State & state) {
     recorded_session const session;
     auto const device = tests::make_device(1);
@@ -69,7 +69,7 @@ void report(benchmark::State & state) {
         report_to = callback;
         context = of_callback;
     };
-    restore(
+    Restore(
         device.get(), step.get(), [](AMRestorableDeviceRef, CFDictionaryRef, void *) {}, nullptr);
     for (auto _ : state) {
         report_to(device.get(), step.get(), context);

@@ -11,6 +11,7 @@ from pathlib import Path
 
 from qnrescue import processes
 from qnrescue.desk import Desk
+from qnrescue.file_lock import FileLock
 from qnrescue.jobs import Job, JobOrder
 
 PACKAGE = Path(__file__).parents[1]
@@ -80,6 +81,11 @@ class TestBench:
         """Returns the supervisors that run."""
         return list(processes.find(lambda words: "qnrescue.supervisor" in words
                                    and str(self.folder) in words))
+
+    def is_supervised(self) -> bool:
+        """Returns whether a supervisor is at work."""
+        with FileLock(self.desk.folder.supervisor_lock) as lock:
+            return not lock.try_acquire()
 
     def kill_supervisors(self) -> None:
         """Kills whatever supervises."""

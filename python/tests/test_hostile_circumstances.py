@@ -261,6 +261,8 @@ supervise(places.bench_folder(sys.argv[1]), None)
     supervisor = run_python(default, str(bench.folder))
     try:
         wait_until(bench.starts)
+        # Whoever waits for a job starts a supervisor of the named folder, if none is there.
+        wait_until(bench.is_supervised)
         job = bench.end_of(bench.desk.journal.submit(order, "me").id)
         assert (job.state, job.reason) == (
             JobState.REFUSED,
