@@ -15,6 +15,7 @@ from qnrescue.bench.output import Output, OutputBroken, show_all_letters
 from qnrescue.bench.slots import SlotsFault
 from qnrescue.fleet import serving
 from qnrescue.places import FOLDER_VARIABLE
+from qnrescue.screen import command as screen
 from qnrescue.supervisor import supervise
 from qnrescue.tool import ToolFailure
 
@@ -38,6 +39,7 @@ def make_parser() -> argparse.ArgumentParser:
     watching.add_commands(actions, common, looking, restoring)
     following.add_commands(actions, common)
     slot_names.add_commands(actions, common, looking)
+    screen.add_commands(actions, common, looking)
     json_lines.add_commands(actions, common)
     findings.add_commands(actions, common)
     serving.add_commands(actions, common)
