@@ -1,0 +1,330 @@
+"""The page of the screen in a browser."""
+
+from __future__ import annotations
+
+import os
+import time
+from collections.abc import Iterator
+from dataclasses import replace
+from pathlib import Path
+
+import pytest
+
+from browser_of_tests import BackgroundScreen, Page, new_browser
+from qnrescue.jobs import JobState
+from qnrescue.screen.board import Device, Station
+from qnrescue.screen.source import Answer, Papers
+from qnrescue.steps_file import Step
+from screen_of_tests import ECID, HOSTILE, MadeUp, job
+
+pytestmark = pytest.mark.full
+
+# Where the pictures go that the documentation shows; empty: nowhere.
+PICTURES = os.environ.get("QNRESCUE_PICTURES", "")
+RUNNING = f"000A35D83C6080{0x30:02X}"
+
+
+@pytest.fixture(scope="module")
+def driver() -> Iterator[object]:
+    """Gives a browser."""
+    driver = new_browser()
+    yield driver
+    driver.quit()  # type: ignore[attr-defined]
+
+
+@pytest.fixture
+def page(driver: object) -> Iterator[Page]:
+    """Gives the page of the browser, and checks that it has not complained."""
+    page = Page(driver)
+    page.set_media()
+    yield page
+    page.run("localStorage.clear()")
+    assert page.complaints() == []
+    page.open("about:blank")
+
+
+@pytest.fixture
+def source() -> MadeUp:
+    """Gives two stations, one of them offline, with jobs in every state."""
+    source = MadeUp(
+        Station("north", slots=tuple(f"left {number}" for number in range(1, 11)),
+                bundles=("iPhone_17.4.ipsw", "iPad_17.4.ipsw"), may_erase=True),
+        Station("south", online=False, heard=time.time() - 300, slots=("1", "2")))
+    states = [state for state in JobState]
+    source.devices = [Device(ECID, "left 10", "F17XK1", "iPhone")]
+    for number, state in enumerate(states):
+        device = f"000A35D83C6080{0x30 + number:02X}"
+        slot = f"left {number + 1}"
+        if number != 3:
+            source.devices.append(Device(device, slot, f"C39-{number}"))
+        reason = "Timeout waiting for NAND" if state is JobState.FAILED else ""
+        step = "" if state is JobState.QUEUED else "Sending ramdisk to device"
+        source.jobs.append(job(f"job-{number}", state, device=device, slot=slot, reason=reason,
+                               step=step, progress=100 if number == 2 else 10 * number))
+    source.kept = Papers(
+        (Step("Booting", 0.0), Step("Sending ramdisk to device", 12.0), Step("Flashing", 40.0)),
+        ({"Type": "RestoreStatus", "Value": {"Status": "Restoring", "Progress": 9}},))
+    now = time.time()
+    source.jobs = [replace(each, ordered_at=now - 95, started_at=each.started_at and now - 90,
+                           ended_at=each.ended_at and now, seconds=each.seconds and 90.0)
+                   for each in source.jobs]
+    return source
+
+
+@pytest.fixture
+def screen(source: MadeUp) -> Iterator[BackgroundScreen]:
+    """Gives a screen of these stations."""
+    screen = BackgroundScreen(source)
+    yield screen
+    screen.stop()
+
+
+def open_wall(page: Page, screen: BackgroundScreen, query: str = "") -> None:
+    """Opens the wall and waits for its tiles."""
+    page.open(screen.address + query)
+    page.until("document.querySelectorAll('.tile .state:not(:empty)').length > 0")
+
+
+def take_picture(page: Page, name: str) -> None:
+    """Keeps a picture of what the browser shows."""
+    if PICTURES:
+        page.driver.save_screenshot(str(Path(PICTURES) / f"{name}.png"))
+
+
+def test_every_state_has_its_word(page: Page, screen: BackgroundScreen, source: MadeUp) -> None:
+    open_wall(page, screen)
+    shown = "\n".join(page.tiles())
+    assert all(state.value in shown for state in JobState)
+    assert "attached" in shown and "Timeout waiting for NAND" in shown
+    assert "C39-2" in shown
+    take_picture(page, "screen")
+
+
+def test_a_new_report_is_shown(page: Page, screen: BackgroundScreen) -> None:
+    open_wall(page, screen)
+    for progress in (55, 56):
+        screen.change(lambda board: board.set_job("north", job(
+            "job-1", device=RUNNING.replace("30", "31"), slot="left 2", step="Flashing",
+            progress=progress)))
+        page.until("document.body.innerText.includes(arguments[0])", f"running {progress}%")
+
+
+def test_an_offline_station_has_the_time_of_its_last_word(
+        page: Page, screen: BackgroundScreen) -> None:
+    open_wall(page, screen)
+    assert "offline; last word:" in page.text("section.offline .status")
+    screen.change(lambda board: board.set_station(Station("south", slots=("1", "2"))))
+    page.until("!document.querySelector('section.offline')")
+
+
+def test_finds_by_ecid_serial_number_and_state(page: Page, screen: BackgroundScreen) -> None:
+    open_wall(page, screen)
+    page.press("/", ECID.lower())
+    (tile,) = page.tiles()
+    assert "F17XK1" in tile
+    page.press("\ue00c")  # Escape
+    assert len(page.tiles()) == 12
+    page.press("c39-4")
+    assert len(page.tiles()) == 1
+    page.press("\ue00c")
+    page.run("const filter = document.getElementById('filter'); filter.value = 'trouble';"
+             " filter.dispatchEvent(new Event('change'));")
+    assert len(page.tiles()) == 6
+    assert "6 of 12 shown" in page.text("#summary")
+
+
+def test_text_of_a_device_is_never_html(page: Page, source: MadeUp) -> None:
+    source.devices = [Device(ECID, HOSTILE, HOSTILE, HOSTILE)]
+    source.stations = (Station(HOSTILE, slots=(HOSTILE,), bundles=(HOSTILE,), note=HOSTILE),)
+    source.jobs = [job(state=JobState.FAILED, slot=HOSTILE, reason=HOSTILE, asked_by=HOSTILE)]
+    source.kept = Papers((Step(HOSTILE, 0.0),), ({"Type": HOSTILE, "Value": HOSTILE},))
+    screen = BackgroundScreen(source)
+    try:
+        open_wall(page, screen)
+        assert HOSTILE in page.text(".tile")
+        page.run("document.querySelector('.tile').click()")
+        page.until("document.querySelectorAll('.steps li').length && document.body.innerText"
+                   ".includes(arguments[0])", HOSTILE)
+        assert HOSTILE in page.text("summary")
+        assert page.run("return document.querySelectorAll('main img').length") == 0
+        assert page.run("return document.title") == "QNRescue"
+    finally:
+        screen.stop()
+
+
+def test_the_policy_lets_nothing_be_html(page: Page, screen: BackgroundScreen) -> None:
+    open_wall(page, screen)
+    with pytest.raises(Exception, match="TrustedHTML"):
+        page.run("document.getElementById('wall').innerHTML = '<b>text</b>'")
+    page.complaints()
+
+
+def test_a_job_has_its_time_line_and_documents(page: Page, screen: BackgroundScreen) -> None:
+    page.open(screen.address + "#/job/north/job-3")
+    page.until("document.querySelectorAll('.steps li').length === 3")
+    names = page.run("return [...document.querySelectorAll('.steps .name')]"
+                     ".map((each) => each.innerText)")
+    assert names == ["Booting", "Sending ramdisk to device", "Flashing"]
+    widths = page.run("return [...document.querySelectorAll('.steps .length')]"
+                      ".map((each) => each.getBoundingClientRect().width)")
+    assert widths[1] > 2 * widths[0] > 0, "28 seconds after 12"
+    assert "RestoreStatus" in page.text("summary")
+    assert "Timeout waiting for NAND" in page.text("dl")
+    assert not page.run("return document.querySelector('#details button').checkVisibility()")
+
+
+def test_a_running_job_is_cancelled_after_a_question(
+        page: Page, screen: BackgroundScreen, source: MadeUp) -> None:
+    page.open(screen.address + "#/job/north/job-1")
+    page.until("document.querySelector('#details button')?.checkVisibility()")
+    take_picture(page, "screen-job")
+    page.run("document.querySelector('#details button').focus()")
+    page.press("\ue007")  # Enter
+    page.until("document.getElementById('question').open")
+    page.press("\ue00c")
+    page.until("!document.getElementById('question').open")
+    assert source.cancelled == []
+    page.press("\ue007")
+    page.until("document.getElementById('question').open")
+    page.press("\ue004", "\ue007")  # Tab to "Yes", Enter
+    page.until("document.querySelector('#details .state').innerText === 'cancelled'")
+    assert source.cancelled == ["job-1"]
+
+
+def test_orders_a_restore_with_the_keyboard_alone(
+        page: Page, screen: BackgroundScreen, source: MadeUp) -> None:
+    open_wall(page, screen)
+    page.press("/", ECID)
+    page.until("document.querySelectorAll('.tiles li:not([hidden])').length === 1")
+    for _ in range(10):
+        page.press("\ue004")  # Tab
+        if page.run("return document.activeElement.classList.contains('tile')"):
+            break
+    page.press("\ue007")
+    page.until("document.querySelector('form select')?.options.length === 2")
+    assert page.run("return document.activeElement.localName") == "h2"
+    page.press("\ue004")
+    page.press("iPad")
+    page.press("\ue004", " ")
+    page.until("document.querySelector('#details form').innerText.includes('Type erase')")
+    assert page.run("return document.querySelector('#details form button').disabled")
+    take_picture(page, "screen-order")
+    page.press("\ue004", "erase", "\ue004", "\ue007")
+    page.until("location.hash.startsWith('#/job/north/')")
+    (order,) = source.orders
+    assert (order.device, order.bundle, order.erase) == (ECID, "iPad_17.4.ipsw", True)
+    page.until("document.querySelector('#details .state')?.innerText === 'queued'")
+
+
+def test_says_why_an_order_is_refused(
+        page: Page, screen: BackgroundScreen, source: MadeUp) -> None:
+    source.answer = Answer(False, "the device has a job already: job-7")
+    page.open(f"{screen.address}#/device/north/{ECID}")
+    page.until("document.querySelector('form select')?.options.length === 2")
+    page.run("document.querySelector('#details form button').click()")
+    page.until("document.body.innerText.includes('Not ordered: the device has a job already')")
+    page.complaints()  # of the status 409
+
+
+def test_arrow_keys_move_between_the_tiles(page: Page, screen: BackgroundScreen) -> None:
+    open_wall(page, screen)
+    page.run("document.querySelector('a.tile').focus()")
+    focused = "return document.activeElement.querySelector('.slot')?.innerText"
+    page.press("\ue014")  # right
+    assert page.run(focused) == "left 2"
+    page.press("\ue012")  # left
+    assert page.run(focused) == "left 1"
+    page.press("\ue015")  # down
+    columns = page.run("return getComputedStyle(document.querySelector('.tiles'))"
+                       ".gridTemplateColumns.split(' ').length")
+    assert page.run(focused) == f"left {1 + columns}"
+    page.press("\ue013")  # up
+    assert page.run(focused) == "left 1"
+
+
+def test_says_that_it_has_lost_its_server_and_recovers(
+        page: Page, source: MadeUp) -> None:
+    screen = BackgroundScreen(source)
+    open_wall(page, screen)
+    screen.stop()
+    page.until("document.getElementById('lost').innerText.startsWith('No contact')")
+    assert page.run("return document.body.classList.contains('lost')")
+    take_picture(page, "screen-lost")
+    source.jobs = [replace(each, state=JobState.SUCCEEDED, ended_at=1006.0)
+                   for each in source.jobs[:2]]
+    screen.start()
+    try:
+        page.until("document.getElementById('lost').hidden")
+        page.until("!document.body.innerText.includes('running')")
+        page.run("document.getElementById('search').value = ''")
+        page.open(f"{screen.address}#/device/north/{ECID}")
+        page.until("document.querySelector('form select')?.options.length === 2")
+        page.run("document.querySelector('#details form button').click()")
+        page.until("location.hash.startsWith('#/job/north/')")
+    finally:
+        screen.stop()
+    page.complaints()  # of the connections that failed
+
+
+def test_notices_a_server_that_says_nothing(
+        page: Page, screen: BackgroundScreen, monkeypatch: pytest.MonkeyPatch) -> None:
+    open_wall(page, screen)
+    page.driver.execute_cdp_cmd("Network.enable", {})
+    monkeypatch.setattr("qnrescue.screen.server._BEAT_SECONDS", 3600.0)
+    page.until("document.getElementById('lost').innerText.startsWith('No contact')")
+
+
+def test_read_only_has_no_buttons(page: Page, source: MadeUp) -> None:
+    screen = BackgroundScreen(source, read_only=True)
+    try:
+        page.open(screen.address + "#/job/north/job-1")
+        page.until("document.querySelector('#details .state')?.innerText.startsWith('running')")
+        visible = "[...document.querySelectorAll('#details button, #details form')]" \
+                  ".filter((each) => each.checkVisibility()).length"
+        assert page.run(f"return {visible}") == 0
+        page.open(f"{screen.address}#/device/north/{ECID}")
+        page.until("document.querySelector('#details .state')?.innerText.includes('attached')")
+        assert page.run(f"return {visible}") == 0
+    finally:
+        screen.stop()
+
+
+def test_the_form_for_a_wall_has_no_links_and_fits(page: Page, screen: BackgroundScreen) -> None:
+    open_wall(page, screen, "?wall")
+    page.until("document.documentElement.style.fontSize")
+    assert page.run("return document.querySelectorAll('main a').length") == 0
+    assert not page.run("return document.getElementById('tools').checkVisibility()")
+    assert page.run("return document.documentElement.scrollHeight <= innerHeight")
+    # Ordinary eyes read letters of five minutes of arc: from three metres, these are 4.4 mm, or 16
+    # pixels of a screen with 24 inches and 1920 columns. A capital is 0.7 of its font; half as
+    # much again is for comfort.
+    size = page.run("return parseFloat(getComputedStyle(document.querySelector('.tile .state'))"
+                    ".fontSize)")
+    assert 0.7 * size >= 1.5 * 16
+    take_picture(page, "screen-wall")
+
+
+@pytest.mark.parametrize("scheme", ["light", "dark"])
+@pytest.mark.parametrize("place", ["#/", "#/job/north/job-1", "#/job/north/job-3",
+                                   f"#/device/north/{ECID}", "?wall"])
+def test_axe_finds_nothing(page: Page, screen: BackgroundScreen, place: str, scheme: str) -> None:
+    page.set_media(prefers_color_scheme=scheme)
+    page.open(screen.address + place)
+    page.until("document.querySelectorAll('.tile .state:not(:empty)').length > 0")
+    page.until("location.hash.length < 3 || location.search || "
+               "document.querySelector('#details .steps li, #details option')")
+    assert page.run("return document.documentElement.dataset.theme") == scheme
+    if scheme == "dark":
+        take_picture(page, "screen-dark" if place == "#/" else "unused")
+    assert page.findings() == []
+
+
+def test_the_button_changes_the_colours_for_good(page: Page, screen: BackgroundScreen) -> None:
+    page.set_media(prefers_color_scheme="light")
+    open_wall(page, screen)
+    colour = "getComputedStyle(document.body).backgroundColor"
+    before = page.run(f"return {colour}")
+    page.run("document.getElementById('theme').click()")
+    assert page.run(f"return {colour}") != before
+    open_wall(page, screen)
+    assert page.run("return document.documentElement.dataset.theme") == "dark"
