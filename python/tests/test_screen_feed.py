@@ -63,8 +63,8 @@ def test_a_viewer_is_sent_everything_and_then_changes() -> None:
         feed.publish(view(north={"a": 1}))
         feed.publish(view(north={"a": 2}))
         assert parsed(await viewer.__anext__())[0] == "changes"
-        feed.beat(5.0)
-        assert parsed(await viewer.__anext__()) == ("beat", {"now": 5.0})
+        feed.beat(5.0, "no broker")
+        assert parsed(await viewer.__anext__()) == ("beat", {"now": 5.0, "notice": "no broker"})
         await viewer.aclose()  # type: ignore[attr-defined]
         assert feed.viewers == 0
 

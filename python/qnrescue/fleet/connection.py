@@ -7,7 +7,8 @@ import contextlib
 import ssl
 import time
 from collections.abc import Callable, Iterable
-from typing import Any
+from pathlib import Path
+from typing import Any, Protocol
 
 from paho.mqtt import client as mqtt
 
@@ -43,7 +44,7 @@ class Connection:
         self._is_accepted = False
         self._fault = ""
         # The broker keeps the session, so that orders that come meanwhile are not lost.
-        self._client = _client(f"qnrescue-{settings.station}")
+        self._client = new_client(f"qnrescue-{settings.station}", clean_session=False)
         self._client.enable_logger()
         self._client.on_connect = self._connected
         self._client.on_message = self._received
@@ -54,7 +55,7 @@ class Connection:
             self._client.username_pw_set(settings.user, settings.password)
         with _faults():
             if settings.broker.uses_tls:
-                self._client.tls_set_context(_tls(settings))
+                self._client.tls_set_context(tls_context(settings))
             self._client.connect(settings.broker.host, settings.broker.port, KEEP_ALIVE)
         limit = time.monotonic() + _ACCEPT_SECONDS
         while not self._is_accepted:
@@ -129,18 +130,36 @@ class Connection:
             self._fault = "the broker does not let the station read its topics"
 
 
-def _client(name: str) -> Any:
+class Secrets(Protocol):
+    """What proves who one is, and who the broker is."""
+
+    @property
+    def ca(self) -> Path | None:
+        """Returns the certificates that the broker's rests on; None: those of the system."""
+
+    @property
+    def certificate(self) -> Path | None:
+        """Returns the own certificate."""
+
+    @property
+    def key(self) -> Path | None:
+        """Returns its key."""
+
+
+def new_client(name: str, *, clean_session: bool) -> Any:
+    """Returns a client that is not connected, of any version of the library."""
     versions: Any = getattr(mqtt, "CallbackAPIVersion", None)  # since version 2
     named = {} if versions is None else {"callback_api_version": versions.VERSION2}
     make: Any = mqtt.Client
-    return make(client_id=name, clean_session=False, protocol=mqtt.MQTTv311, **named)
+    return make(client_id=name, clean_session=clean_session, protocol=mqtt.MQTTv311, **named)
 
 
-def _tls(settings: Settings) -> ssl.SSLContext:
-    context = ssl.create_default_context(cafile=settings.ca and str(settings.ca))
+def tls_context(secrets: Secrets) -> ssl.SSLContext:
+    """Returns a context that verifies the broker. Raises OSError."""
+    context = ssl.create_default_context(cafile=secrets.ca and str(secrets.ca))
     context.minimum_version = ssl.TLSVersion.TLSv1_2
-    if settings.certificate is not None and settings.key is not None:
-        context.load_cert_chain(settings.certificate, settings.key)
+    if secrets.certificate is not None and secrets.key is not None:
+        context.load_cert_chain(secrets.certificate, secrets.key)
     return context
 
 

@@ -3,7 +3,7 @@
 from __future__ import annotations
 
 from collections.abc import Iterable, Mapping
-from dataclasses import dataclass, field
+from dataclasses import dataclass, field, replace
 from typing import Any
 
 from qnrescue.jobs import Job, JobState
@@ -26,6 +26,10 @@ class Station:
     bundles: tuple[str, ...] = ()  # the names of those that can be ordered
     may_erase: bool = False
     note: str = ""  # what is wrong, for people
+
+    def seen(self, online: bool, heard: float | None) -> Station:
+        """Returns the station as it is reached now."""
+        return replace(self, online=online, heard=heard)
 
 
 @dataclass(frozen=True)
@@ -52,6 +56,7 @@ class Board:
 
     def __init__(self) -> None:
         self._known: dict[str, _Known] = {}
+        self.notice = ""  # what is wrong with the source, for people
 
     def set_station(self, station: Station) -> None:
         """Takes over what a station is now."""

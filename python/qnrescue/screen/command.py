@@ -17,6 +17,7 @@ from qnrescue.bench.context import CommandFailure, Context
 from qnrescue.bench.exit_status import ExitStatus
 from qnrescue.bench.slot_names import DETECT_SECONDS
 from qnrescue.screen.guard import SHORTEST_PASSWORD, Guard, is_loopback
+from qnrescue.screen.source import Source
 
 _HOST = "127.0.0.1"
 _PORT = 8470
@@ -42,6 +43,12 @@ def add_commands(actions: argparse._SubParsersAction[Any], common: argparse.Argu
     screen.add_argument("--key", metavar="FILE", help="its key; default: in the same file")
     screen.add_argument("--password-file", metavar="FILE", type=pathlib.Path,
                         help="a file with the password, which only its owner may read")
+    screen.add_argument("--broker", metavar="ADDRESS", nargs="?", const="",
+                        help="show the stations of a fleet instead of this bench; default: that of"
+                             " the settings")
+    screen.add_argument("--settings", metavar="FILE", type=pathlib.Path,
+                        help="how to get to the broker; default: screen.toml in the folder of the"
+                             " bench")
     screen.add_argument("--read-only", action="store_true", help="accept no orders")
     screen.add_argument("--bundles", metavar="FOLDER", type=pathlib.Path,
                         help="the folder with the bundles that can be ordered; default: bundles in"
@@ -77,7 +84,6 @@ def serve_screen(context: Context) -> int:
 async def _serve(context: Context) -> None:
     from aiohttp import web
 
-    from qnrescue.screen.journal_source import BenchSettings, JournalSource
     from qnrescue.screen.server import ScreenServer
 
     options = context.options
@@ -85,10 +91,7 @@ async def _serve(context: Context) -> None:
     scheme = "https" if tls else "http"
     guard = Guard(_names(options.listen, options.name), scheme=scheme,
                   password=_password(options.password_file), read_only=options.read_only)
-    source = JournalSource(BenchSettings(
-        socket.gethostname(), context.folder,
-        context.tool(options.detect_timeout or DETECT_SECONDS), context.tool_words,
-        (options.bundles or context.folder.path / "bundles").absolute(), options.allow_erase))
+    source = _bench(context) if options.broker is None else _fleet(context)
     runner = web.AppRunner(ScreenServer(source, guard).app(), access_log=None)
     await runner.setup()
     try:
@@ -100,6 +103,30 @@ async def _serve(context: Context) -> None:
         await _stopped()
     finally:
         await runner.cleanup()
+
+
+def _bench(context: Context) -> Source:
+    from qnrescue.screen.journal_source import BenchSettings, JournalSource
+
+    options = context.options
+    return JournalSource(BenchSettings(
+        socket.gethostname(), context.folder,
+        context.tool(options.detect_timeout or DETECT_SECONDS), context.tool_words,
+        (options.bundles or context.folder.path / "bundles").absolute(), options.allow_erase))
+
+
+def _fleet(context: Context) -> Source:
+    from qnrescue.fleet.settings import SettingsFault
+    from qnrescue.screen.broker_settings import FILE_NAME, read_access
+    try:
+        from qnrescue.screen.broker_source import BrokerSource
+    except ModuleNotFoundError as fault:
+        raise CommandFailure(ExitStatus.BENCH, f"{fault}; install qnrescue[fleet]") from fault
+    path = context.options.settings or context.folder.path / FILE_NAME
+    try:
+        return BrokerSource(read_access(path, context.options.broker))
+    except SettingsFault as fault:
+        raise CommandFailure(ExitStatus.BENCH, str(fault)) from fault
 
 
 async def _stopped() -> None:

@@ -59,9 +59,9 @@ class Feed:
         if change:
             self._send(message("changes", change))
 
-    def beat(self, now: float) -> None:
-        """Shows the viewers that the server is there, and what time it is."""
-        self._send(message("beat", {"now": now}))
+    def beat(self, now: float, notice: str = "") -> None:
+        """Shows the viewers that the server is there, what time it is, and what is wrong."""
+        self._send(message("beat", {"now": now, "notice": notice}))
 
     def _send(self, data: bytes) -> None:
         for viewer in self._viewers:

@@ -89,7 +89,7 @@ class ScreenServer:
             self._feed.publish(self._board.view(time.time()))
             if time.monotonic() - beaten >= _BEAT_SECONDS:
                 beaten = time.monotonic()
-                self._feed.beat(time.time())
+                self._feed.beat(time.time(), self._board.notice)
             await asyncio.sleep(_PUBLISH_SECONDS)
 
     async def _close(self, app: web.Application) -> None:

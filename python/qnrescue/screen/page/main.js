@@ -26,6 +26,8 @@ const wall = new Wall(by_id("wall"), by_id("summary"), {
 
 function receive(kind, value) {
   if (kind === "beat") {
+    by_id("notice").hidden = !value.notice;
+    set_text(by_id("notice"), value.notice);
     return;
   }
   if (kind === "state") {
