@@ -78,12 +78,14 @@ function fit() {
   }
   fit.tiles = [...wall.tiles()].length;
   const root = document.documentElement;
-  for (let size = 40; size >= 8; size -= 1) {
+  let [fitting, too_large] = [8, 41];
+  while (too_large - fitting > 1) {
+    const size = Math.floor((fitting + too_large) / 2);
     root.style.fontSize = `${size}px`;
-    if (root.scrollHeight <= innerHeight && root.scrollWidth <= innerWidth) {
-      break;
-    }
+    const fits = root.scrollHeight <= innerHeight && root.scrollWidth <= innerWidth;
+    [fitting, too_large] = fits ? [size, too_large] : [fitting, size];
   }
+  root.style.fontSize = `${fitting}px`;
 }
 
 function prepare_tools() {

@@ -4,8 +4,9 @@ import {element, set_text} from "./elements.js";
 import {Tile} from "./tile.js";
 import {FILTERS, is_under_way, time_of} from "./words.js";
 
-// How long drawing may take in a frame, in milliseconds; the rest waits for the next one.
-const BUDGET = 8;
+// How many tiles are drawn in a frame, so that layout and paint fit into it too; the rest waits for
+// the next one.
+const TILES_OF_A_FRAME = 20;
 
 class Station {
   constructor(name) {
@@ -57,6 +58,7 @@ export class Wall {
     this.changed = changed;
     this.ended = ended;
     this.stations = new Map();
+    this.has_changed = true;
     this.waiting = new Map(); // by tile: the value to be shown, null for the time alone
     this.text = "";
     this.filter_name = "all";
@@ -93,6 +95,7 @@ export class Wall {
         this.waiting.set(station.tiles.get(key), value);
       }
     }
+    this.has_changed = true;
     this.draw_soon();
   }
 
@@ -127,27 +130,21 @@ export class Wall {
 
   draw() {
     this.frame = null;
-    const start = performance.now();
-    let has_changed = false;
-    for (const [tile, value] of this.waiting) {
+    for (const [tile, value] of [...this.waiting].slice(0, TILES_OF_A_FRAME)) {
       this.waiting.delete(tile);
       if (value !== null) {
         this.announce(tile, value);
         tile.show(value);
         this.filter_tile(tile);
-        has_changed = true;
+        this.has_changed = true;
       }
       tile.tick(this.now());
-      if (performance.now() - start > BUDGET) {
-        break;
-      }
     }
     if (this.waiting.size) {
       this.draw_soon();
-    } else {
+    } else if (this.has_changed) {
+      this.has_changed = false;
       this.sum_up();
-    }
-    if (has_changed) {
       this.changed();
     }
   }
