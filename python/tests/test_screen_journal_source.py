@@ -16,6 +16,7 @@ from qnrescue.screen.board import Board
 from qnrescue.screen.journal_source import BenchSettings, JournalSource, bundle_names
 from qnrescue.screen.source import RestoreRequest
 from qnrescue.tool import Tool
+from tabletop import Tabletop
 
 
 async def until(condition: Callable[[], object]) -> None:
@@ -69,6 +70,18 @@ def test_shows_the_devices_in_their_slots(bench: TestBench) -> None:
         await until(lambda: board.view(0)["here"]["tiles"].get("slot:left 2"))
 
     watch(bench, act)
+
+
+def test_a_device_that_is_unplugged_has_gone(bench: TestBench) -> None:
+    tabletop = Tabletop(bench.path)
+    tabletop.plug_in(ECID, location=7)
+
+    async def act(source: JournalSource, board: Board) -> None:
+        await until(lambda: board.device("here", ECID))
+        tabletop.unplug(ECID)
+        await until(lambda: not board.device("here", ECID))
+
+    watch(bench, act, tool=tuple(tabletop.command))
 
 
 def test_orders_and_follows_a_restore(bench: TestBench) -> None:
