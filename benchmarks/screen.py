@@ -1,5 +1,5 @@
-"""screen.py [SECONDS]: measures the page of the screen in Chromium: 50 stations with 8 tiles each, of
-which every one reports once a second. build/python/venv/bin/python has to run it, after
+"""screen.py [SECONDS]: measures the page of the screen in Chromium: 50 stations with 8 tiles each,
+of which every one reports once a second. build/python/venv/bin/python has to run it, after
 scripts/python-environment."""
 
 import dataclasses

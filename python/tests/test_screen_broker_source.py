@@ -76,6 +76,8 @@ def play(monkeypatch: pytest.MonkeyPatch,
     async def run() -> None:
         source = BrokerSource(BrokerAccess(Broker("broker.example", 1883, False)))
         board = Board()
+        faults: list[object] = []
+        asyncio.get_running_loop().set_exception_handler(lambda _, what: faults.append(what))
         task = asyncio.create_task(source.run(board))
         await asyncio.sleep(0)
         assert "not connected" in board.notice
@@ -87,6 +89,7 @@ def play(monkeypatch: pytest.MonkeyPatch,
         finally:
             task.cancel()
             await asyncio.wait([task])
+        assert faults == []
 
     asyncio.run(run())
 

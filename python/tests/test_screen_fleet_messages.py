@@ -66,6 +66,13 @@ def test_refuses_rubbish(payload: bytes) -> None:
         read_answer(payload)
 
 
+@pytest.mark.parametrize("key", ["ordered_at", "seconds", "progress", "started_at", "ended_at",
+                                 "step", "reason", "asked_by"])
+def test_a_job_with_a_member_that_cannot_be_shown_is_refused(key: str) -> None:
+    with pytest.raises(MessageFault):
+        read_job("job-1", encoded({**JOB, key: {"<b>": 1}}))
+
+
 @given(st.data())
 def test_a_member_of_another_type_is_refused_or_harmless(data: st.DataObject) -> None:
     read, value = data.draw(st.sampled_from(READERS))

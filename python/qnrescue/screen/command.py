@@ -87,10 +87,11 @@ async def _serve(context: Context) -> None:
     from qnrescue.screen.server import ScreenServer
 
     options = context.options
+    password = _password(options.password_file)
     tls = _tls(options.certificate, options.key) if options.certificate else None
     scheme = "https" if tls else "http"
     guard = Guard(_names(options.listen, options.name), scheme=scheme,
-                  password=_password(options.password_file), read_only=options.read_only)
+                  password=password, read_only=options.read_only)
     source = _bench(context) if options.broker is None else _fleet(context)
     runner = web.AppRunner(ScreenServer(source, guard).app(), access_log=None)
     await runner.setup()
