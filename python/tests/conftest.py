@@ -20,8 +20,10 @@ signal.signal(signal.SIGINT, signal.default_int_handler)
 
 @pytest.fixture(autouse=True)
 def environment(monkeypatch: pytest.MonkeyPatch) -> None:
-    """Lets processes that the tests start leave no files beside the package."""
+    """Lets processes that the tests start leave no files beside the package, and write as they do
+    for users."""
     monkeypatch.setenv("PYTHONDONTWRITEBYTECODE", "1")
+    monkeypatch.delenv("PYTHONUNBUFFERED", raising=False)
 
 
 @pytest.fixture

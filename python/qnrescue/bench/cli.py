@@ -95,6 +95,7 @@ def run(context: Context) -> int:
     except KeyboardInterrupt:
         return ExitStatus.STOPPED
     except OutputBroken as fault:
+        context.output.give_up()
         context.note(f"the output cannot be written: {fault}; jobs go on, see qnrescue-bench"
                      " follow")
         return ExitStatus.OUTPUT

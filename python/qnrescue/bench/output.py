@@ -6,6 +6,7 @@ from __future__ import annotations
 
 import contextlib
 import json
+import os
 import sys
 from collections.abc import Iterator, Mapping, Sequence
 from typing import Any, TextIO
@@ -79,6 +80,14 @@ class Output:
             with _noticed():
                 self._stream.write("\a")
                 self._stream.flush()
+
+    def give_up(self) -> None:
+        """Drops what could not be written: at its end the interpreter would try that again, and
+        end with a status of its own."""
+        with contextlib.suppress(OSError, ValueError):
+            nowhere = os.open(os.devnull, os.O_WRONLY)
+            os.dup2(nowhere, self._stream.fileno())
+            os.close(nowhere)
 
     @contextlib.contextmanager
     def screen(self, *, full: bool) -> Iterator[Screen]:
