@@ -35,7 +35,12 @@ void show_utf8_on_consoles() {
         return;
     }
     former_code_page = GetConsoleOutputCP();
-    if (former_code_page == CP_UTF8 || !SetConsoleOutputCP(CP_UTF8)) {
+    if (former_code_page == CP_UTF8) {
+        return;
+    }
+    SetConsoleCtrlHandler(restore_code_page_on_interrupt, TRUE); // first: Ctrl+C may come at once
+    if (!SetConsoleOutputCP(CP_UTF8)) {
+        SetConsoleCtrlHandler(restore_code_page_on_interrupt, FALSE);
         return;
     }
     // The tool ends the process with exit, from its own library. That runs this handler too if
@@ -43,7 +48,6 @@ void show_utf8_on_consoles() {
     // Microsoft's static one. A TLS callback of the program would run in both cases; Wine does not
     // call it at the end, so it could not be tested.
     std::atexit(restore_code_page);
-    SetConsoleCtrlHandler(restore_code_page_on_interrupt, TRUE);
 }
 
 void write_text(std::FILE * stream, std::string const & text) {

@@ -1,17 +1,17 @@
 // Runs a program in a new console, as people do:
 //
-//     console_host [--no-output] [--no-error] [--interrupt] CODE_PAGE REPORT PROGRAM ARGUMENT...
+//     console_host [OPTION...] CODE_PAGE REPORT PROGRAM ARGUMENT...
 //
 // The console begins with the code page; what it shows goes to standard output. The file REPORT
-// gets a line of two numbers: the program's status and the code page that it leaves. With
-// --interrupt, Ctrl+C is pressed once the code page has changed; with the others, standard output
-// or standard error is the null device instead.
+// gets a line of two numbers: the program's status and the code page that it leaves. Options:
+//
+//     --no-output, --no-error   standard output or standard error is the null device instead
+//     --interrupt-at=FILE       Ctrl+C is pressed once the file is there, and another code page
 
 #include <windows.h>
 
 #include <shellapi.h>
 
-#include <chrono>
 #include <cstdio>
 #include <memory>
 #include <stdexcept>
@@ -62,11 +62,10 @@ DWORD status_of(handle const & process) {
 
 // --- In the console
 
-void press_control_c(UINT code_page, handle const & process) {
-    using namespace std::chrono_literals;
-    while (GetConsoleOutputCP() == code_page &&
-           WaitForSingleObject(process.get(), 0) == WAIT_TIMEOUT) {
-        std::this_thread::sleep_for(10ms);
+void press_control_c_at(std::wstring const & file, UINT code_page, handle const & process) {
+    while ((GetConsoleOutputCP() == code_page ||
+            GetFileAttributesW(file.c_str()) == INVALID_FILE_ATTRIBUTES) &&
+           WaitForSingleObject(process.get(), 10) == WAIT_TIMEOUT) {
     }
     SetConsoleCtrlHandler(nullptr, TRUE); // only now, as a process that is started inherits it
     require(GenerateConsoleCtrlEvent(CTRL_C_EVENT, 0), "GenerateConsoleCtrlEvent");
@@ -85,10 +84,20 @@ bool take_option(std::vector<std::wstring> & words, std::wstring_view option) {
     return given;
 }
 
+// Returns the value of the option; empty without it.
+std::wstring take_value(std::vector<std::wstring> & words, std::wstring_view option) {
+    if (!words[0].starts_with(option)) {
+        return {};
+    }
+    auto value = words[0].substr(option.size());
+    words.erase(words.begin());
+    return value;
+}
+
 void run_in_console(std::vector<std::wstring> words) {
     auto const output = open(take_option(words, L"--no-output") ? L"NUL" : L"CONOUT$");
     auto const error = open(take_option(words, L"--no-error") ? L"NUL" : L"CONOUT$");
-    bool const interrupt = take_option(words, L"--interrupt");
+    auto const interrupt_at = take_value(words, L"--interrupt-at=");
     auto const code_page = static_cast<UINT>(std::stoul(words[0]));
     auto const path = words[1];
     words.erase(words.begin(), words.begin() + 2);
@@ -100,8 +109,8 @@ void run_in_console(std::vector<std::wstring> words) {
     startup.StartupInfo.hStdOutput = output.get();
     startup.StartupInfo.hStdError = error.get();
     auto const process = start(words, startup);
-    if (interrupt) {
-        press_control_c(code_page, process);
+    if (!interrupt_at.empty()) {
+        press_control_c_at(interrupt_at, code_page, process);
     }
     auto const status = status_of(process);
     auto const report = _wfopen(path.c_str(), L"w");
