@@ -205,13 +205,13 @@ class Process:
     """A run under way. Its streams go to files: a pipe would stay open as long as a service that
     the first Windows process started."""
 
-    def __init__(self, command, folder, environment):
+    def __init__(self, command, folder, environment, runner=RUNNER):
         self._folder = folder
         self._read = 0
         with open(self._path("stdout"), "wb") as out, open(self._path("stderr"), "wb") as err:
             self.started = time.monotonic()
             self._process = subprocess.Popen(
-                RUNNER + [str(part) for part in command],
+                [*runner, *(str(part) for part in command)],
                 stdin=subprocess.DEVNULL,
                 stdout=out,
                 stderr=err,
@@ -301,7 +301,8 @@ class ToolTest(unittest.TestCase):
         self.addCleanup(folder.cleanup)
         return pathlib.Path(folder.name)
 
-    def start(self, *arguments, scenario=None, program=("qnrescue.exe",), environment=()):
+    def start(self, *arguments, scenario=None, program=("qnrescue.exe",), environment=(),
+              runner=RUNNER):
         """Starts a run; without a scenario it has the simulator's own devices. The scenario is a
         dictionary, or the path of a file."""
         folder = self.new_folder()
@@ -313,7 +314,7 @@ class ToolTest(unittest.TestCase):
         elif scenario is not None:
             environment["MOBILEDEVICE_SIMULATOR_SCENARIO"] = str(scenario)
         command = [BIN / program[0], *program[1:], *arguments]
-        process = Process(command, folder, environment)
+        process = Process(command, folder, environment, runner)
         self.addCleanup(process.kill)
         return process
 

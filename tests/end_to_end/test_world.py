@@ -6,7 +6,6 @@ import plistlib
 import random
 import time
 import unittest
-import unittest.mock
 
 from harness import ECID, RUNNER, TIME_LIMIT, ToolTest, device, side_by_side
 
@@ -22,8 +21,8 @@ class WorldTest(ToolTest):
         self.world = self.new_folder() / "world.plist"
         self.scenario = {"Devices": [device(AfterInterruption=6)]}
 
-    def start_in_world(self, *arguments):
-        return self.start(*arguments, scenario=self.scenario,
+    def start_in_world(self, *arguments, runner=RUNNER):
+        return self.start(*arguments, scenario=self.scenario, runner=runner,
                           environment={"MOBILEDEVICE_SIMULATOR_WORLD": str(self.world)})
 
     def run_in_world(self, *arguments):
@@ -134,8 +133,7 @@ class Broken(WorldTest):
         self.run_in_world("--list-devices", "--detect-timeout", "0")
         before = self.world.read_bytes()
         limited = ["sh", "-c", 'trap "" XFSZ; ulimit -f 2; exec "$@"', "sh", *RUNNER]
-        with unittest.mock.patch("harness.RUNNER", limited):
-            process = self.start_in_world("--exit-recovery", "--ecid", ECID)
+        process = self.start_in_world("--exit-recovery", "--ecid", ECID, runner=limited)
         self.assert_refused(process, "cannot be written; .*is the disk full")
         self.assertEqual(before, self.world.read_bytes())
         self.assertFalse(self.world.with_suffix(".plist.new").exists())
