@@ -1,9 +1,11 @@
 #include "recorder/capture.hpp"
 
 #include "platform/cf_strings.hpp"
-#include "simulator/MobileDevice/values.hpp"
+
+#include <boost/locale/utf.hpp>
 
 #include <algorithm>
+#include <iterator>
 #include <optional>
 #include <utility>
 
@@ -12,7 +14,6 @@
 namespace recorder {
 namespace {
 
-using mobile_device::whole_text;
 using qnrescue::adopt;
 
 constexpr int deepest = 200; // what follows nested values is recursive here and in the simulator
@@ -70,6 +71,15 @@ std::vector<std::pair<CFTypeRef, CFTypeRef>> entries_of(CFDictionaryRef from) {
     return result;
 }
 
+// Returns the key if a plain dictionary of a scenario can have it.
+std::optional<std::string> plain_key(CFTypeRef key) {
+    if (!qnrescue::is_a(key, CFStringGetTypeID())) {
+        return std::nullopt;
+    }
+    auto text = capture_text(static_cast<CFStringRef>(key));
+    return text != "$type" && is_xml_text(text) ? std::optional{std::move(text)} : std::nullopt;
+}
+
 // One capture: its losses and how deep it is.
 class capturer {
 public:
@@ -93,7 +103,7 @@ private:
     value existing(CFTypeRef object) {
         auto const type = CFGetTypeID(object);
         if (type == CFStringGetTypeID()) {
-            return make_string(capture_text(static_cast<CFStringRef>(object), losses));
+            return make_string(capture_text(static_cast<CFStringRef>(object)));
         }
         if (type == CFDictionaryGetTypeID()) {
             return mapping(static_cast<CFDictionaryRef>(object));
@@ -155,10 +165,8 @@ private:
     value mapping(CFDictionaryRef from) {
         dictionary plain;
         for (auto const & [key, content] : entries_of(from)) {
-            auto const name = key != nullptr && CFGetTypeID(key) == CFStringGetTypeID()
-                                  ? whole_text(static_cast<CFStringRef>(key))
-                                  : std::nullopt;
-            if (!name || *name == "$type") {
+            auto const name = plain_key(key);
+            if (!name) {
                 return mapping_of_any_keys(from);
             }
             plain.push_back({*name, any(content)});
@@ -182,12 +190,23 @@ private:
 
 } // namespace
 
-std::string capture_text(CFStringRef string, std::vector<std::string> & losses) {
-    auto text = whole_text(string);
-    if (!text) {
-        losses.emplace_back("A text is not valid Unicode; it was left out.");
+std::string capture_text(CFStringRef string) {
+    using utf16 = boost::locale::utf::utf_traits<char16_t>;
+    using utf8 = boost::locale::utf::utf_traits<char>;
+    std::string result;
+    auto const length = CFStringGetLength(string);
+    auto const unit_at = [&](CFIndex index) {
+        return index < length ? char16_t{CFStringGetCharacterAtIndex(string, index)} : char16_t{};
+    };
+    for (CFIndex index = 0; index < length; ++index) {
+        auto const unit = unit_at(index);
+        auto const next = unit_at(index + 1);
+        bool const is_pair = utf16::is_first_surrogate(unit) && utf16::is_second_surrogate(next);
+        utf8::encode(is_pair ? utf16::combine_surrogate(unit, next) : unit,
+                     std::back_inserter(result));
+        index += is_pair ? 1 : 0;
     }
-    return text.value_or("");
+    return result;
 }
 
 value capture(CFTypeRef object, std::vector<std::string> & losses) {
@@ -195,7 +214,7 @@ value capture(CFTypeRef object, std::vector<std::string> & losses) {
 }
 
 dictionary capture_error(CFErrorRef error, std::vector<std::string> & losses) {
-    dictionary result{{"Domain", make_string(capture_text(CFErrorGetDomain(error), losses))},
+    dictionary result{{"Domain", make_string(capture_text(CFErrorGetDomain(error)))},
                       {"Code", make_integer(static_cast<std::int64_t>(CFErrorGetCode(error)))}};
     auto const copied_text = [](CFStringRef text) { // the user info may hold anything
         auto owned = adopt(text);
@@ -206,10 +225,10 @@ dictionary capture_error(CFErrorRef error, std::vector<std::string> & losses) {
     auto const reason = copied_text(CFErrorCopyFailureReason(error));
     if (description &&
         qnrescue::MakeString(description.get()) != usual_description(error, reason.get())) {
-        result.push_back({"Description", make_string(capture_text(description.get(), losses))});
+        result.push_back({"Description", make_string(capture_text(description.get()))});
     }
     if (reason) {
-        result.push_back({"FailureReason", make_string(capture_text(reason.get(), losses))});
+        result.push_back({"FailureReason", make_string(capture_text(reason.get()))});
     }
     auto const info = adopt(CFErrorCopyUserInfo(error));
     for (auto const & [key, content] : entries_of(info.get())) {

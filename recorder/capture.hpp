@@ -9,8 +9,8 @@
 
 namespace recorder {
 
-// Returns the text of a string; adds a sentence to the losses if UTF-8 cannot hold it.
-std::string capture_text(CFStringRef string, std::vector<std::string> & losses);
+// Returns the text of a string, as values have it.
+std::string capture_text(CFStringRef string);
 
 // Returns the object as a scenario writes it: what no property list can hold becomes a dictionary
 // with the key "$type". Null becomes the null object. What a scenario cannot express is replaced by

@@ -3,6 +3,8 @@
 #include "recorder/capture.hpp"
 #include "recorder/process_session.hpp"
 
+#include <boost/locale/encoding_utf.hpp>
+
 #include <deque>
 #include <exception>
 #include <mutex>
@@ -27,6 +29,11 @@ void record(What what) noexcept {
     }
 }
 
+// Returns the text without the bytes that are no UTF-8; the empty text for null.
+std::string valid_utf8(char const * text) {
+    return boost::locale::conv::utf_to_utf<char>(text ? text : "");
+}
+
 value integer_of(auto number) {
     using wide =
         std::conditional_t<std::is_unsigned_v<decltype(number)>, std::uint64_t, std::int64_t>;
@@ -44,10 +51,7 @@ Result answered(char const * function, char const * key, AMRestorableDeviceRef d
 CFStringRef answered(char const * function, char const * key, AMRestorableDeviceRef device,
                      CFStringRef result) {
     record([&](session & to) {
-        std::vector<std::string> losses;
-        to.answer(function, key, device,
-                  result ? make_string(capture_text(result, losses)) : make_null());
-        to.lose(losses);
+        to.answer(function, key, device, result ? make_string(capture_text(result)) : make_null());
     });
     return result;
 }
@@ -136,7 +140,7 @@ int recorded_AMDeviceNotificationUnsubscribe(AMDeviceNotificationRef subscriptio
 
 AMRError recorded_AMRestoreEnableFileLogging(char const * path) {
     auto const result = AMRestoreEnableFileLogging(path);
-    record([&](session & to) { to.file_logging(path ? path : "", result); });
+    record([&](session & to) { to.file_logging(valid_utf8(path), result); });
     return result;
 }
 

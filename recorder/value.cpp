@@ -1,5 +1,9 @@
 #include "recorder/value.hpp"
 
+#include <cstddef>
+#include <optional>
+#include <utility>
+
 #include <fmt/format.h>
 
 namespace recorder {
@@ -7,19 +11,61 @@ namespace {
 
 void write_text(std::string & out, std::string_view text) {
     for (auto const character : text) {
-        auto const code = static_cast<unsigned char>(character);
         if (character == '<') {
             out += "&lt;";
         } else if (character == '>') {
             out += "&gt;";
         } else if (character == '&') {
             out += "&amp;";
-        } else if (code < 0x20 && character != '\t' && character != '\n') {
-            out += fmt::format("&#{};", code);
+        } else if (character == '\r') { // a plain one is read as a line feed
+            out += "&#13;";
         } else {
             out += character;
         }
     }
+}
+
+// A character that XML cannot hold: a control character, a lone surrogate, U+FFFE or U+FFFF.
+struct unwritable_character {
+    std::size_t at;
+    std::size_t length; // in bytes
+    std::uint64_t unit; // of UTF-16
+};
+
+std::optional<unwritable_character> find_unwritable(std::string_view text) {
+    auto const byte = [&](std::size_t at) {
+        return at < text.size() ? static_cast<unsigned char>(text[at]) : 0U;
+    };
+    for (std::size_t at = 0; at < text.size(); ++at) {
+        auto const first = byte(at);
+        if (first < 0x20 && first != '\t' && first != '\n' && first != '\r') {
+            return unwritable_character{at, 1, first};
+        }
+        if ((first & 0xF0) == 0xE0) {
+            auto const unit =
+                (first & 0x0F) << 12 | (byte(at + 1) & 0x3F) << 6 | (byte(at + 2) & 0x3F);
+            if ((unit & 0xF800) == 0xD800 || unit >= 0xFFFE) {
+                return unwritable_character{at, 3, unit};
+            }
+        }
+    }
+    return std::nullopt;
+}
+
+dictionary text_in_parts(std::string_view text) {
+    array parts;
+    while (!text.empty()) {
+        auto const found = find_unwritable(text);
+        auto const end = found ? found->at : text.size();
+        if (end > 0) {
+            parts.push_back(make_string(text.substr(0, end)));
+        }
+        if (found) {
+            parts.push_back(make_integer(found->unit));
+        }
+        text.remove_prefix(end + (found ? found->length : 0));
+    }
+    return {{"$type", make_string("text")}, {"Parts", {std::move(parts)}}};
 }
 
 void write_element(std::string & out, std::string_view tag, std::string_view text) {
@@ -43,6 +89,10 @@ public:
     }
 
     void operator()(std::string const & text) {
+        if (!is_xml_text(text)) {
+            (*this)(text_in_parts(text));
+            return;
+        }
         indent();
         write_element(out, "string", text);
     }
@@ -124,6 +174,10 @@ value make_string(std::string_view text) {
 
 value make_null() {
     return {dictionary{{"$type", make_string("null")}}};
+}
+
+bool is_xml_text(std::string_view text) {
+    return !find_unwritable(text);
 }
 
 std::string write_property_list(value const & root) {

@@ -20,6 +20,7 @@ struct value;
 using array = std::vector<value>;
 using dictionary = std::vector<entry>;
 
+// A text is in UTF-8, in which a lone surrogate has three bytes, too.
 struct value {
     std::variant<element, std::string, array, dictionary> held;
 };
@@ -40,7 +41,11 @@ value make_string(std::string_view text);
 // Returns the form in which a scenario writes the null object and a null pointer.
 value make_null();
 
-// Returns the value as a whole XML property list.
+// Returns whether XML can hold all characters of the text.
+bool is_xml_text(std::string_view text);
+
+// Returns the value as a whole XML property list. A text that XML cannot hold becomes a dictionary
+// with the key "$type"; keys must be texts that it can hold.
 std::string write_property_list(value const & root);
 
 } // namespace recorder

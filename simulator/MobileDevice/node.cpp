@@ -7,6 +7,38 @@
 #include <cmath>
 
 namespace mobile_device {
+namespace {
+
+void append_units(std::u16string & to, CFStringRef part) {
+    for (CFIndex index = 0; index < CFStringGetLength(part); ++index) {
+        to += static_cast<char16_t>(CFStringGetCharacterAtIndex(part, index));
+    }
+}
+
+char16_t read_unit(node const & value) {
+    auto const unit = value.unsigned_integer();
+    if (unit > 0xFFFF) {
+        value.fail("must be a UTF-16 unit");
+    }
+    return static_cast<char16_t>(unit);
+}
+
+cf_owner<CFStringRef> join_parts(node const & value) {
+    dictionary_node const description{value, {"$type", "Parts"}};
+    std::u16string units;
+    for (auto const & part : description.at("Parts").elements()) {
+        if (part.is_string()) {
+            append_units(units, part.string().get());
+        } else {
+            units += read_unit(part);
+        }
+    }
+    return adopt(CFStringCreateWithBytes(
+        kCFAllocatorDefault, reinterpret_cast<UInt8 const *>(units.data()),
+        static_cast<CFIndex>(units.size() * sizeof(char16_t)), kCFStringEncodingUTF16, false));
+}
+
+} // namespace
 
 void node::fail(std::string_view fault) const {
     throw scenario_fault{
@@ -30,10 +62,14 @@ std::string node::text() const {
 }
 
 cf_owner<CFStringRef> node::string() const {
-    if (!is_string()) {
+    if (is_string()) {
+        return retain(static_cast<CFStringRef>(held));
+    }
+    auto const type = is_dictionary() ? dictionary_node{*this}.find("$type") : std::nullopt;
+    if (!type || type->text() != "text") {
         fail("must be a string");
     }
-    return retain(static_cast<CFStringRef>(held));
+    return join_parts(*this);
 }
 
 bool node::boolean() const {

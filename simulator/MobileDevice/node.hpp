@@ -40,6 +40,7 @@ public:
     bool is_integer() const;
 
     std::string text() const;
+    // Returns a string, or the one that a dictionary with the "$type" text means.
     cf_owner<CFStringRef> string() const;
     bool boolean() const;
     // Returns seconds or a factor: a real or an integer, finite and not negative.

@@ -267,7 +267,7 @@ void check_remarks(dictionary_node const & root) {
     }
     if (auto const unplayable = root.find("Unplayable")) {
         for (auto const & sentence : unplayable->elements()) {
-            sentence.text();
+            sentence.string();
         }
     }
 }

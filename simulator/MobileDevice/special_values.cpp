@@ -38,16 +38,18 @@ object read_null(node const & value) {
     return retain<CFTypeRef>(kCFNull);
 }
 
+object read_text(node const & value) {
+    return value.string();
+}
+
 struct special_type {
     std::string_view name;
     object (*read)(node const & value);
 };
 
 constexpr special_type special_types[] = {
-    {"error", read_error_value},
-    {"set", read_set},
-    {"dictionary", read_dictionary},
-    {"null", read_null},
+    {"error", read_error_value}, {"set", read_set},   {"dictionary", read_dictionary},
+    {"text", read_text},         {"null", read_null},
 };
 
 object read_special(node const & value, node const & type) {
@@ -57,7 +59,7 @@ object read_special(node const & value, node const & type) {
             return special.read(value);
         }
     }
-    type.fail("must be error, set, dictionary or null");
+    type.fail("must be error, set, dictionary, text or null");
 }
 
 object read_plain_dictionary(dictionary_node const & value) {
@@ -94,7 +96,7 @@ cf_owner<CFDictionaryRef> read_status(node const & status) {
     dictionary_node const dictionary{status};
     if (auto const type = dictionary.find("$type")) {
         auto const name = type->text();
-        if (name == "error" || name == "set") {
+        if (name == "error" || name == "set" || name == "text") {
             type->fail("a whole status can only be dictionary or null");
         }
         if (name == "null") {
@@ -107,11 +109,11 @@ cf_owner<CFDictionaryRef> read_status(node const & status) {
 
 bool is_null(node const & value) {
     auto const type = value.is_dictionary() ? dictionary_node{value}.find("$type") : std::nullopt;
-    if (!type) {
+    if (!type || type->text() == "text") {
         return false;
     }
     if (type->text() != "null") {
-        type->fail("can only be null here");
+        type->fail("can only be text or null here");
     }
     read_null(value);
     return true;

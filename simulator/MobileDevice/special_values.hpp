@@ -11,8 +11,8 @@ namespace mobile_device {
 // replaced by the value that it means; null if the report is a null pointer. Throws scenario_fault.
 cf_owner<CFDictionaryRef> read_status(node const & status);
 
-// Returns whether the value is the dictionary that means null. Throws scenario_fault for another
-// one with "$type".
+// Returns whether the value is the dictionary that means null. Throws scenario_fault for one whose
+// "$type" is neither that nor text.
 bool is_null(node const & value);
 
 // Returns the error that a dictionary of Domain, Code, Description and FailureReason describes; the

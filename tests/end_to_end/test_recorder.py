@@ -329,6 +329,14 @@ class TheRecorder(RecorderTest):
         self.assertTrue(call["Argument"]["RestoreBundlePath"].endswith(".ipsw"))
         self.assertEqual("Update", call["Argument"]["AuthInstallRestoreBehavior"])
 
+    def test_texts_that_xml_cannot_hold(self):
+        odd = {"$type": "text", "Parts": ["a", 27, "b", 0xD800]}
+        scenario = {"DefaultOptions": {"Odd": odd}, "Devices": [device(RestoreReports=[COMPLETE])]}
+        for _ in range(2):  # the second time, the recording is played
+            _, scenario = self.record(("--restore", "x.ipsw", "--ecid", ECID), scenario,
+                                      MOBILEDEVICE_RECORDER_IDENTITIES="keep")
+            self.assertEqual({"Odd": odd}, scenario["DefaultOptions"])
+
     def test_killed_it_leaves_the_last_file(self):
         process = self.start_recorder(
             ("--restore", "x.ipsw", "--ecid", ECID, "--restore-timeout", "60"),

@@ -57,6 +57,14 @@ private:
         return result;
     }
 
+    // Sometimes one that XML cannot hold.
+    std::string any_string() {
+        return one_in(6) ? special("text", "Parts",
+                                   text(any_text()) +
+                                       integer(one_of<std::int64_t>({0, 1, 0x1B, 0xD800, 0xFFFF})))
+                         : text(any_text());
+    }
+
     std::int64_t any_integer() {
         return one_of<std::int64_t>({0, 1, -1, 255, 70'000, INT32_MAX, INT32_MIN});
     }
@@ -73,7 +81,7 @@ private:
         auto entries = as_value ? entry("$type", text("error")) : std::string{};
         entries += entry("Domain", text("d" + any_text())) + entry("Code", integer(any_integer()));
         for (auto const key : {"Description", "FailureReason"}) {
-            entries += one_in(2) ? entry(key, text(any_text())) : "";
+            entries += one_in(2) ? entry(key, any_string()) : "";
         }
         return element("dict", entries);
     }
@@ -99,7 +107,7 @@ private:
         case 7:
             return any_error(true);
         default:
-            return text(any_text());
+            return any_string();
         }
     }
 
@@ -203,7 +211,7 @@ private:
         for (auto const key : {"SerialNumber", "ProductString"}) {
             if (one_in(3)) {
                 result +=
-                    entry(key, sequence([this] { return one_in(3) ? null() : text(any_text()); }));
+                    entry(key, sequence([this] { return one_in(3) ? null() : any_string(); }));
             }
         }
         return element("dict", result);
@@ -216,7 +224,7 @@ private:
             result += one_in(2) ? entry(key, integer(any_integer())) : "";
         }
         for (auto const key : {"SerialNumber", "ProductString"}) {
-            result += one_in(3) ? "" : entry(key, text(any_text()));
+            result += one_in(3) ? "" : entry(key, any_string());
         }
         for (auto const key : {"SetAutoBootError", "RebootError"}) {
             result += one_in(5) ? entry(key, integer(one_of<std::int64_t>({1, 10, -1}))) : "";

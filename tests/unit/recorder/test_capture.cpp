@@ -99,12 +99,25 @@ TEST(Capture, SaysWhatIsLost) {
     recorder::capture(nested.get(), losses);
     ASSERT_EQ(losses.size(), 1U);
     EXPECT_NE(losses[0].find("nested too deeply"), std::string::npos);
-    UInt8 const lone_surrogate[] = {0x00, 0xD8};
-    auto const text = adopt(CFStringCreateWithBytes(kCFAllocatorDefault, lone_surrogate, 2,
-                                                    kCFStringEncodingUTF16, false));
-    ASSERT_NE(text, nullptr);
-    EXPECT_EQ(recorder::capture(text.get(), losses), recorder::make_string(""));
-    EXPECT_EQ(losses.size(), 2U);
+}
+
+TEST(Capture, TextsThatXmlCannotHoldAreReadAsTheSame) {
+    auto const odd = adopt(CFStringCreateWithBytes(kCFAllocatorDefault,
+                                                   reinterpret_cast<UInt8 const *>(u"\xD800\x01"
+                                                                                   u"z"),
+                                                   6, kCFStringEncodingUTF16, false));
+    ASSERT_NE(odd, nullptr);
+    auto const error = make_error(odd.get(), 1, odd.get(), odd.get());
+    auto const status = make_mutable_dictionary();
+    CFDictionarySetValue(status.get(), CFSTR("Text"), odd.get());
+    CFDictionarySetValue(status.get(), CFSTR("Error"), error.get());
+    auto const by_odd_key = make_mutable_dictionary();
+    CFDictionarySetValue(by_odd_key.get(), odd.get(), CFSTR("x"));
+    CFDictionarySetValue(status.get(), CFSTR("Inner"), by_odd_key.get());
+    std::vector<std::string> losses;
+    auto const captured = written(recorder::capture(status.get(), losses));
+    EXPECT_TRUE(CFEqual(status.get(), status_written(captured).get())) << captured;
+    EXPECT_EQ(losses, std::vector<std::string>{});
 }
 
 TEST(Capture, AnErrorHasTheDescriptionThatItWouldNotGetByItself) {

@@ -373,6 +373,31 @@ TEST_F(RecordedFunctions, FailuresOfTheLibrary) {
         });
 }
 
+TEST_F(RecordedFunctions, ALogPathIsRecordedWithoutWhatIsNoText) {
+    auto const no_log =
+        xml::dictionary({{"Failures", xml::dictionary({{"EnableFileLogging", integer(9)}})}});
+    auto const log = [](small_tool &) { recorded_AMRestoreEnableFileLogging("C:\\a\xFF\xC3\xA9"); };
+    record(parsed(no_log), "file", log);
+    EXPECT_EQ(written("file").failures.enable_file_logging, 9);
+    tests::set_environment(identities_variable, "keep");
+    record(parsed(no_log), "kept", log);
+    auto const content = tests::read_file(folder / "kept");
+    EXPECT_NE(content.find("<string>C:\\aé</string>"), std::string::npos) << content;
+}
+
+TEST_F(RecordedFunctions, TextsThatXmlCannotHold) {
+    auto const odd = xml::dictionary(
+        {{"$type", text("text")}, {"Parts", xml::array({text("a"), integer(1), integer(0xDC00)})}});
+    expect_round_trip(
+        scenario_of({full_device(
+            "<key>ProductString</key>" + odd + "<key>RestoreReports</key>" +
+            xml::array({xml::dictionary({{"Status", xml::dictionary({{"Text", odd}})}})}))}),
+        [](small_tool & tool) {
+            tool.listen(1);
+            tool.restore(1);
+        });
+}
+
 TEST_F(RecordedFunctions, IdentitiesAreReplacedUnlessTheyAreKept) {
     record(parsed(scenario_of({full_device()})), "file", [](small_tool & tool) { tool.listen(1); });
     auto const content = tests::read_file(folder / "file");

@@ -1,8 +1,8 @@
 // What is written as a property list is read by CoreFoundation as the same.
 #include "recorder/value.hpp"
 
-#include "platform/CoreFoundation.h"
-#include "simulator/MobileDevice/values.hpp"
+#include "recorder/capture.hpp"
+#include "simulator/MobileDevice/node.hpp"
 
 #include <gtest/gtest.h>
 
@@ -10,7 +10,6 @@ namespace {
 
 using mobile_device::adopt;
 using mobile_device::cf_owner;
-using mobile_device::whole_text;
 using recorder::dictionary;
 
 cf_owner<CFPropertyListRef> read_back(recorder::value const & written) {
@@ -25,17 +24,25 @@ cf_owner<CFPropertyListRef> read_back(recorder::value const & written) {
 TEST(Value, TextsAreReadAsTheyWere) {
     for (auto const & text :
          {std::string{}, std::string{"<a> & \"b\" 'c' ]]>"}, std::string{"\r\n\t \x01\x1F\x7F"},
-          std::string{"a\0b", 3}, std::string{"漢字 é 😀"}}) {
+          std::string{"a\0b", 3}, std::string{"漢字 é 😀"}, std::string{"\x1B[0m"},
+          std::string{"lone \xED\xA0\xBD and \xED\xB8\x80"}, std::string{"\uFFFD\uFFFE\uFFFF"}}) {
         auto const read = read_back(recorder::make_string(text));
         ASSERT_NE(read, nullptr) << text;
-        EXPECT_EQ(whole_text(static_cast<CFStringRef>(read.get())), text);
+        EXPECT_EQ(recorder::capture_text(mobile_device::node{read.get(), ""}.string().get()), text);
     }
 }
 
-TEST(Value, ControlCharactersAreWrittenAsReferences) {
-    EXPECT_NE(recorder::write_property_list(recorder::make_string("a\rb\x01"))
-                  .find("<string>a&#13;b&#1;</string>"),
+TEST(Value, ACharacterThatXmlCannotHoldIsANumber) {
+    EXPECT_NE(recorder::write_property_list(recorder::make_string("a\rb")).find("a&#13;b"),
               std::string::npos);
+    auto const text =
+        recorder::write_property_list(recorder::make_string("a\x01\xED\xA0\x80\uFFFFé"));
+    for (auto const part :
+         {"<string>text</string>", "<string>a</string>", "<integer>1</integer>",
+          "<integer>55296</integer>", "<integer>65535</integer>", "<string>é</string>"}) {
+        EXPECT_NE(text.find(part), std::string::npos) << part << " in " << text;
+    }
+    EXPECT_EQ(text.find("&#1;"), std::string::npos);
 }
 
 TEST(Value, NumbersAreReadAsTheyWere) {

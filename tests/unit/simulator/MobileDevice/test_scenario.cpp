@@ -249,6 +249,18 @@ TEST(Scenario, ANulIsPartOfAText) {
     EXPECT_EQ(whole_text(device.serial_number.get()), (std::string{"DFU\0", 4}));
 }
 
+TEST(Scenario, ATextOfADeviceMayHaveParts) {
+    auto const parts =
+        dictionary({{"$type", text("text")}, {"Parts", array({text("SN"), integer(2)})}});
+    auto const device =
+        parse_root(with_device({{"ECID", text("1")},
+                                {"SerialNumber", parts},
+                                {"Answers", dictionary({{"ProductString", array({parts})}})}}))
+            .devices.at(0);
+    EXPECT_EQ(whole_text(device.serial_number.get()), "SN\x02");
+    EXPECT_EQ(whole_text(device.answers.at("ProductString").at(0).text.get()), "SN\x02");
+}
+
 TEST(Scenario, ADelayIsARealOrAnInteger) {
     EXPECT_EQ(parse_root(dictionary({{"TimeScale", integer(2)}})).time_scale, 2);
     EXPECT_EQ(parse_root(dictionary({{"TimeScale", real(0.25)}})).time_scale, 0.25);
@@ -505,7 +517,7 @@ TEST(Scenario, FaultsAreNamedByTheirKeyPath) {
         {with_answers("SerialNumber", array({integer(1)})),
          "Devices[0].Answers.SerialNumber[0]: must be a string"},
         {with_answers("SerialNumber", array({dictionary({{"$type", text("set")}})})),
-         "Devices[0].Answers.SerialNumber[0].$type: can only be null here"},
+         "Devices[0].Answers.SerialNumber[0].$type: can only be text or null here"},
         {with_answers("RecoveryModeDevice", array({boolean(true), integer(1)})),
          "Devices[0].Answers.RecoveryModeDevice[1]: must be a boolean"},
         {with_answers("RebootError", array({integer(1LL << 40)})),
@@ -561,12 +573,22 @@ TEST(Scenario, FaultsInsideAStatusAreNamedByTheirKeyPath) {
          ".$type: a whole status can only be dictionary or null"},
         {dictionary({{"$type", text("set")}}),
          ".$type: a whole status can only be dictionary or null"},
-        {dictionary({{"$type", text("bag")}}), ".$type: must be error, set, dictionary or null"},
+        {dictionary({{"$type", text("text")}}),
+         ".$type: a whole status can only be dictionary or null"},
+        {dictionary({{"X", dictionary({{"$type", text("text")}})}}),
+         ".X: the key Parts is missing"},
+        {dictionary({{"X", dictionary({{"$type", text("text")},
+                                       {"Parts", array({text("a"), integer(0x10000)})}})}}),
+         ".X.Parts[1]: must be a UTF-16 unit"},
+        {dictionary({{"X", dictionary({{"$type", text("text")}, {"Parts", array({real(1)})}})}}),
+         ".X.Parts[0]: must be an integer"},
+        {dictionary({{"$type", text("bag")}}),
+         ".$type: must be error, set, dictionary, text or null"},
         {dictionary({{"$type", integer(1)}}), ".$type: must be a string"},
         {dictionary({{"$type", text("dictionary")}}), ": the key Entries is missing"},
         {dictionary({{"$type", text("null")}, {"Value", integer(1)}}), ".Value: unknown key"},
         {dictionary({{"X", dictionary({{"$type", text("bag")}})}}),
-         ".X.$type: must be error, set, dictionary or null"},
+         ".X.$type: must be error, set, dictionary, text or null"},
         {dictionary({{"X", dictionary({{"$type", text("error")}, {"Domain", text("d")}})}}),
          ".X: the key Code is missing"},
         {dictionary(
@@ -580,7 +602,7 @@ TEST(Scenario, FaultsInsideAStatusAreNamedByTheirKeyPath) {
         {dictionary({{"X", dictionary({{"$type", text("set")},
                                        {"Values", array({integer(1),
                                                          dictionary({{"$type", text("y")}})})}})}}),
-         ".X.Values[1].$type: must be error, set, dictionary or null"},
+         ".X.Values[1].$type: must be error, set, dictionary, text or null"},
         {dictionary({{"X", array({dictionary(
                                {{"$type", text("dictionary")},
                                 {"Entries", array({dictionary({{"Key", text("k")}})})}})})}}),

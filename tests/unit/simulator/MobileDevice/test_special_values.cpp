@@ -86,6 +86,28 @@ TEST(SpecialValues, ADictionaryHasKeysOfAnyType) {
     }
 }
 
+TEST(SpecialValues, ATextHasParts) {
+    auto const odd =
+        dictionary({{"$type", text("text")},
+                    {"Parts", array({text("aé😀"), integer(1), integer(0xD800), text("b")})}});
+    auto const status = status_of(dictionary(
+        {{"Text", odd},
+         {"Empty", dictionary({{"$type", text("text")}, {"Parts", array({})}})},
+         {"Error",
+          dictionary({{"$type", text("error")}, {"Domain", odd}, {"Code", integer(1)}})}}));
+    auto const read = static_cast<CFStringRef>(value(status, "Text"));
+    ASSERT_EQ(CFGetTypeID(read), CFStringGetTypeID());
+    std::u16string units;
+    for (CFIndex index = 0; index < CFStringGetLength(read); ++index) {
+        units += static_cast<char16_t>(CFStringGetCharacterAtIndex(read, index));
+    }
+    EXPECT_EQ(units, u"aé😀\x01\xD800"
+                     u"b");
+    EXPECT_TRUE(CFEqual(value(status, "Empty"), CFSTR("")));
+    auto const error = static_cast<CFErrorRef>(const_cast<void *>(value(status, "Error")));
+    EXPECT_TRUE(CFEqual(CFErrorGetDomain(error), read));
+}
+
 TEST(SpecialValues, NullIsAnObjectInsideAndANullPointerAsAWhole) {
     auto const null = dictionary({{"$type", text("null")}});
     EXPECT_FALSE(status_of(null));
