@@ -16,7 +16,8 @@ namespace {
 
 using qnrescue::adopt;
 
-constexpr int deepest = 200; // what follows nested values is recursive here and in the simulator
+// A value takes up to three levels of the file, which the simulator reads to 512 levels.
+constexpr int deepest = 160;
 
 // Returns the element that the library itself writes for an object without children.
 std::optional<element> written_by_library(CFTypeRef object) {
@@ -50,24 +51,56 @@ std::optional<element> capture_number(CFNumberRef number) {
                                                : written_by_library(number);
 }
 
-// Returns the description that every error has whose user info holds none.
-std::string usual_description(CFErrorRef error, CFStringRef reason) {
+// Returns the text that is to be released; nothing for anything else, as the user info of an error
+// may hold that in place of a text.
+std::optional<std::string> text_of(CFStringRef copied) {
+    auto const owned = adopt(copied);
+    return qnrescue::is_a(copied, CFStringGetTypeID()) ? std::optional{capture_text(copied)}
+                                                       : std::nullopt;
+}
+
+// Returns the description that every error has whose user info holds no other.
+std::string usual_description(CFErrorRef error, std::optional<std::string> const & reason) {
     return fmt::format("The operation couldn\u2019t be completed. {}",
-                       reason ? qnrescue::MakeString(reason)
-                              : fmt::format("({} error {}.)",
-                                            qnrescue::MakeString(CFErrorGetDomain(error)),
+                       reason ? *reason
+                              : fmt::format("({} error {}.)", capture_text(CFErrorGetDomain(error)),
                                             CFErrorGetCode(error)));
 }
 
-std::vector<std::pair<CFTypeRef, CFTypeRef>> entries_of(CFDictionaryRef from) {
+using object_entries = std::vector<std::pair<CFTypeRef, CFTypeRef>>;
+
+object_entries entries_of(CFDictionaryRef from) {
     auto const count = static_cast<std::size_t>(CFDictionaryGetCount(from));
     std::vector<CFTypeRef> keys(count);
     std::vector<CFTypeRef> values(count);
     CFDictionaryGetKeysAndValues(from, keys.data(), values.data());
-    std::vector<std::pair<CFTypeRef, CFTypeRef>> result(count);
+    object_entries result(count);
     for (std::size_t index = 0; index < count; ++index) {
         result[index] = {keys[index], values[index]};
     }
+    return result;
+}
+
+// Returns whether the tool reads the entry of an error's user info: it shows these if they are
+// texts.
+bool is_read(object_entries::value_type const & of_user_info) {
+    return CFEqual(of_user_info.first, kCFErrorLocalizedDescriptionKey) ||
+           CFEqual(of_user_info.first, kCFErrorLocalizedFailureReasonKey);
+}
+
+// Returns whether an error may get another description by itself because of this.
+bool changes_description(object_entries::value_type const & of_user_info) {
+    return CFEqual(of_user_info.first, CFSTR("NSLocalizedFailure")) ||
+           CFEqual(of_user_info.first, CFSTR("NSDescription"));
+}
+
+// Returns what the user info holds beside a description and a failure reason.
+object_entries further_user_info(CFErrorRef error) {
+    auto const info = adopt(CFErrorCopyUserInfo(error));
+    auto result = info ? entries_of(info.get()) : object_entries{};
+    std::erase_if(result, [](auto const & each) {
+        return is_read(each) && qnrescue::is_a(each.second, CFStringGetTypeID());
+    });
     return result;
 }
 
@@ -80,22 +113,44 @@ std::optional<std::string> plain_key(CFTypeRef key) {
     return text != "$type" && is_xml_text(text) ? std::optional{std::move(text)} : std::nullopt;
 }
 
-// One capture: its losses and how deep it is.
+// One capture: its losses and how deep it is. Without a list of losses, a sentence takes the place
+// of what is lost.
 class capturer {
 public:
-    explicit capturer(std::vector<std::string> & into)
-        : losses{into} {}
+    explicit capturer(std::vector<std::string> * into, int already_deep = 0)
+        : losses{into}
+        , depth{already_deep} {}
 
     value any(CFTypeRef object) {
         if (object == nullptr || CFGetTypeID(object) == CFNullGetTypeID()) {
             return make_null();
         }
-        if (depth == deepest) {
+        if (depth >= deepest) {
             return lost(object, "is nested too deeply");
         }
         ++depth;
         auto result = existing(object);
         --depth;
+        return result;
+    }
+
+    dictionary error(CFErrorRef from) {
+        dictionary result{{"Domain", make_string(capture_text(CFErrorGetDomain(from)))},
+                          {"Code", make_integer(static_cast<std::int64_t>(CFErrorGetCode(from)))}};
+        auto const more = further_user_info(from);
+        auto const description = text_of(CFErrorCopyDescription(from));
+        auto const reason = text_of(CFErrorCopyFailureReason(from));
+        bool const may_get_another = std::ranges::any_of(more, changes_description);
+        if (description && (may_get_another || *description != usual_description(from, reason))) {
+            result.push_back({"Description", make_string(*description)});
+        }
+        if (reason) {
+            result.push_back({"FailureReason", make_string(*reason)});
+        }
+        if (!more.empty()) { // a loss matters where the tool would see it
+            auto const into = std::ranges::any_of(more, is_read) ? losses : nullptr;
+            result.push_back({"UserInfo", capturer{into, depth + 1}.mapping(more)});
+        }
         return result;
     }
 
@@ -106,7 +161,7 @@ private:
             return make_string(capture_text(static_cast<CFStringRef>(object)));
         }
         if (type == CFDictionaryGetTypeID()) {
-            return mapping(static_cast<CFDictionaryRef>(object));
+            return mapping(entries_of(static_cast<CFDictionaryRef>(object)));
         }
         if (type == CFArrayGetTypeID()) {
             return sequence(static_cast<CFArrayRef>(object));
@@ -115,9 +170,9 @@ private:
             return set(static_cast<CFSetRef>(object));
         }
         if (type == CFErrorGetTypeID()) {
-            auto error = capture_error(static_cast<CFErrorRef>(const_cast<void *>(object)), losses);
-            error.insert(error.begin(), {"$type", make_string("error")});
-            return {std::move(error)};
+            auto described = error(static_cast<CFErrorRef>(const_cast<void *>(object)));
+            described.insert(described.begin(), {"$type", make_string("error")});
+            return {std::move(described)};
         }
         return leaf(object, type);
     }
@@ -138,8 +193,11 @@ private:
 
     value lost(CFTypeRef object, std::string_view why) {
         auto const text = qnrescue::MakeDescription(object);
-        losses.push_back(fmt::format("A value {}: {}", why, text));
-        return make_string(text);
+        auto const sentence = fmt::format("A value {}: {}", why, text);
+        if (losses) {
+            losses->push_back(sentence);
+        }
+        return make_string(losses ? text : sentence);
     }
 
     value sequence(CFArrayRef from) {
@@ -162,9 +220,9 @@ private:
         return {dictionary{{"$type", make_string("set")}, {"Values", {std::move(values)}}}};
     }
 
-    value mapping(CFDictionaryRef from) {
+    value mapping(object_entries const & from) {
         dictionary plain;
-        for (auto const & [key, content] : entries_of(from)) {
+        for (auto const & [key, content] : from) {
             auto const name = plain_key(key);
             if (!name) {
                 return mapping_of_any_keys(from);
@@ -175,17 +233,17 @@ private:
         return {std::move(plain)};
     }
 
-    value mapping_of_any_keys(CFDictionaryRef from) {
+    value mapping_of_any_keys(object_entries const & from) {
         array result;
-        for (auto const & [key, content] : entries_of(from)) {
+        for (auto const & [key, content] : from) {
             result.push_back({dictionary{{"Key", any(key)}, {"Value", any(content)}}});
         }
         std::ranges::sort(result, {}, write_property_list);
         return {dictionary{{"$type", make_string("dictionary")}, {"Entries", {std::move(result)}}}};
     }
 
-    std::vector<std::string> & losses;
-    int depth = 0;
+    std::vector<std::string> * const losses;
+    int depth;
 };
 
 } // namespace
@@ -210,36 +268,15 @@ std::string capture_text(CFStringRef string) {
 }
 
 value capture(CFTypeRef object, std::vector<std::string> & losses) {
-    return capturer{losses}.any(object);
+    return capturer{&losses}.any(object);
+}
+
+value capture_to_read(CFTypeRef object) {
+    return capturer{nullptr}.any(object);
 }
 
 dictionary capture_error(CFErrorRef error, std::vector<std::string> & losses) {
-    dictionary result{{"Domain", make_string(capture_text(CFErrorGetDomain(error)))},
-                      {"Code", make_integer(static_cast<std::int64_t>(CFErrorGetCode(error)))}};
-    auto const copied_text = [](CFStringRef text) { // the user info may hold anything
-        auto owned = adopt(text);
-        return qnrescue::is_a(text, CFStringGetTypeID()) ? std::move(owned)
-                                                         : qnrescue::cf_owner<CFStringRef>{};
-    };
-    auto const description = copied_text(CFErrorCopyDescription(error));
-    auto const reason = copied_text(CFErrorCopyFailureReason(error));
-    if (description &&
-        qnrescue::MakeString(description.get()) != usual_description(error, reason.get())) {
-        result.push_back({"Description", make_string(capture_text(description.get()))});
-    }
-    if (reason) {
-        result.push_back({"FailureReason", make_string(capture_text(reason.get()))});
-    }
-    auto const info = adopt(CFErrorCopyUserInfo(error));
-    for (auto const & [key, content] : entries_of(info.get())) {
-        bool const known = CFEqual(key, kCFErrorLocalizedDescriptionKey) ||
-                           CFEqual(key, kCFErrorLocalizedFailureReasonKey);
-        if (!known || !qnrescue::is_a(content, CFStringGetTypeID())) {
-            losses.push_back(fmt::format("An error holds more than a scenario can express: {}",
-                                         qnrescue::MakeDescription(content)));
-        }
-    }
-    return result;
+    return capturer{&losses}.error(error);
 }
 
 } // namespace recorder

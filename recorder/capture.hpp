@@ -17,6 +17,10 @@ std::string capture_text(CFStringRef string);
 // a description, and adds a sentence to the losses.
 value capture(CFTypeRef object, std::vector<std::string> & losses);
 
+// Returns the same for what is recorded for readers alone: a sentence takes the place of what a
+// scenario cannot express.
+value capture_to_read(CFTypeRef object);
+
 // Returns the error as `Failures` writes it, without "$type".
 dictionary capture_error(CFErrorRef error, std::vector<std::string> & losses);
 

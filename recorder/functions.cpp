@@ -112,9 +112,7 @@ reported_client * begin_restore(AMRestorableDeviceRef device, CFDictionaryRef op
                                 AMRestorableDeviceProgressCallback callback, void * context) {
     reported_client * client = nullptr;
     record([&](session & to) {
-        std::vector<std::string> losses;
-        auto const id = to.begin_restore(device, capture(options, losses));
-        to.lose(losses);
+        auto const id = to.begin_restore(device, capture_to_read(options));
         if (callback) {
             client = keep(reported_client{callback, context, id});
         }

@@ -233,7 +233,7 @@ scripted_failures read_failures(node const & value) {
     scripted_failures result;
     if (auto const error = failures.find("RegisterForNotifications")) {
         result.register_for_notifications =
-            read_error({*error, {"Domain", "Code", "Description", "FailureReason"}});
+            read_error({*error, {"Domain", "Code", "Description", "FailureReason", "UserInfo"}});
     }
     if (auto const error = failures.find("EnableFileLogging")) {
         result.enable_file_logging = error->integer<int>();

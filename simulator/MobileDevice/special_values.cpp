@@ -10,7 +10,8 @@ using object = cf_owner<CFTypeRef>;
 object read_value(node const & value);
 
 object read_error_value(node const & value) {
-    return read_error({value, {"$type", "Domain", "Code", "Description", "FailureReason"}});
+    return read_error(
+        {value, {"$type", "Domain", "Code", "Description", "FailureReason", "UserInfo"}});
 }
 
 object read_set(node const & value) {
@@ -90,6 +91,15 @@ object read_value(node const & value) {
     return type ? read_special(value, *type) : read_plain_dictionary(dictionary);
 }
 
+cf_owner<CFMutableDictionaryRef> read_user_info(node const & value) {
+    auto const held = read_value(value);
+    if (!is_a(held.get(), CFDictionaryGetTypeID())) {
+        value.fail("must be a dictionary");
+    }
+    return adopt(CFDictionaryCreateMutableCopy(kCFAllocatorDefault, 0,
+                                               static_cast<CFDictionaryRef>(held.get())));
+}
+
 } // namespace
 
 cf_owner<CFDictionaryRef> read_status(node const & status) {
@@ -122,12 +132,16 @@ bool is_null(node const & value) {
 cf_owner<CFErrorRef> read_error(dictionary_node const & description) {
     auto const domain = description.at("Domain").string();
     auto const code = description.at("Code").integer<CFIndex>();
-    auto const optional_string = [&](std::string_view key) {
-        auto const value = description.find(key);
-        return value ? value->string() : cf_owner<CFStringRef>{};
+    auto const more = description.find("UserInfo");
+    auto const info = more ? read_user_info(*more) : make_mutable_dictionary();
+    auto const add_text = [&](std::string_view key, CFStringRef key_of_info) {
+        if (auto const value = description.find(key)) {
+            CFDictionarySetValue(info.get(), key_of_info, value->string().get());
+        }
     };
-    return make_error(domain.get(), code, optional_string("Description").get(),
-                      optional_string("FailureReason").get());
+    add_text("Description", kCFErrorLocalizedDescriptionKey);
+    add_text("FailureReason", kCFErrorLocalizedFailureReasonKey);
+    return adopt(CFErrorCreate(kCFAllocatorDefault, domain.get(), code, info.get()));
 }
 
 } // namespace mobile_device

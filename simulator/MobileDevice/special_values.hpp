@@ -15,8 +15,8 @@ cf_owner<CFDictionaryRef> read_status(node const & status);
 // "$type" is neither that nor text.
 bool is_null(node const & value);
 
-// Returns the error that a dictionary of Domain, Code, Description and FailureReason describes; the
-// last two are optional. Throws scenario_fault.
+// Returns the error that a dictionary of Domain, Code, Description, FailureReason and UserInfo
+// describes; the last three are optional. Throws scenario_fault.
 cf_owner<CFErrorRef> read_error(dictionary_node const & description);
 
 } // namespace mobile_device

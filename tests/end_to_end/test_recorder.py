@@ -213,7 +213,9 @@ class MadeUpScenarios:
                                 for index, each in enumerate(several)]}
         return {"$type": "error", "Domain": self.text() or "d", "Code": self.integer(),
                 **({"Description": self.text()} if self.draw.random() < 0.5 else {}),
-                **({"FailureReason": self.text()} if self.draw.random() < 0.5 else {})}
+                **({"FailureReason": self.text()} if self.draw.random() < 0.5 else {}),
+                **({"UserInfo": {"NSUnderlyingError": self.value(depth + 1)}}
+                   if self.draw.random() < 0.5 else {})}
 
     def reports(self):
         result = []

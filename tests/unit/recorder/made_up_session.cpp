@@ -83,7 +83,16 @@ private:
         for (auto const key : {"Description", "FailureReason"}) {
             entries += one_in(2) ? entry(key, any_string()) : "";
         }
-        return element("dict", entries);
+        return element("dict", entries + (one_in(3) ? entry("UserInfo", any_user_info()) : ""));
+    }
+
+    std::string any_user_info() {
+        std::string result;
+        for (auto const key : {"Path", "NSLocalizedFailure", "NSDescription"}) {
+            result += one_in(3) ? entry(key, leaf()) : "";
+        }
+        return element("dict",
+                       result + (one_in(2) ? entry("NSUnderlyingError", any_error(true)) : ""));
     }
 
     std::string null() { return element("dict", entry("$type", text("null"))); }

@@ -136,18 +136,91 @@ TEST(Capture, AnErrorHasTheDescriptionThatItWouldNotGetByItself) {
     EXPECT_TRUE(losses.empty());
 }
 
-TEST(Capture, AnErrorThatHoldsMore) {
+mobile_device::cf_owner<CFErrorRef>
+error_with(std::initializer_list<std::pair<CFStringRef, CFTypeRef>> user_info) {
     auto const info = make_mutable_dictionary();
-    CFDictionarySetValue(info.get(), CFSTR("More"), CFSTR("of it"));
-    CFDictionarySetValue(info.get(), kCFErrorLocalizedDescriptionKey, CFSTR("what"));
-    auto const error = adopt(CFErrorCreate(kCFAllocatorDefault, CFSTR("d"), 3, info.get()));
+    for (auto const & [key, content] : user_info) {
+        CFDictionarySetValue(info.get(), key, content);
+    }
+    return adopt(CFErrorCreate(kCFAllocatorDefault, CFSTR("d"), 3, info.get()));
+}
+
+TEST(Capture, AnErrorThatHoldsMoreIsReadAsTheSame) {
+    auto const inner = error_with({{CFSTR("Path"), CFSTR("C:\\x")}});
+    for (auto const & error :
+         {error_with({{CFSTR("NSUnderlyingError"), inner.get()},
+                      {kCFErrorLocalizedDescriptionKey, CFSTR("what")},
+                      {kCFErrorLocalizedFailureReasonKey, CFSTR("why")}}),
+          error_with({{CFSTR("NSLocalizedFailure"), CFSTR("It failed.")},
+                      {kCFErrorLocalizedDescriptionKey, CFSTR("otherwise")}}),
+          error_with({{kCFErrorLocalizedDescriptionKey, CFSTR("what")},
+                      {kCFErrorLocalizedFailureReasonKey, make_number(5).get()}})}) {
+        auto const status = make_mutable_dictionary();
+        CFDictionarySetValue(status.get(), CFSTR("Error"), error.get());
+        std::vector<std::string> losses;
+        auto const captured = written(recorder::capture(status.get(), losses));
+        EXPECT_TRUE(CFEqual(status.get(), status_written(captured).get())) << captured;
+        EXPECT_EQ(losses, std::vector<std::string>{});
+    }
+}
+
+TEST(Capture, AnErrorHasTheDescriptionThatWasShown) {
+    auto const number = make_number(5);
+    auto const usual = make_cfstring("The operation couldn’t be completed. (d error 3.)");
+    for (auto const & error : {error_with({{CFSTR("NSLocalizedFailure"), CFSTR("It failed.")}}),
+                               error_with({{CFSTR("NSDescription"), CFSTR("of it")}}),
+                               // Another library may not know the key, and show this by itself.
+                               error_with({{CFSTR("NSLocalizedFailure"), usual.get()}}),
+                               error_with({{kCFErrorLocalizedFailureReasonKey, number.get()}})}) {
+        std::vector<std::string> losses;
+        auto const captured = recorder::capture_error(error.get(), losses);
+        auto const shown = recorder::capture_text(adopt(CFErrorCopyDescription(error.get())).get());
+        ASSERT_EQ(captured.at(2).key, "Description");
+        EXPECT_EQ(captured.at(2).content, recorder::make_string(shown));
+        EXPECT_EQ(losses, std::vector<std::string>{});
+    }
+}
+
+TEST(Capture, WhatTheUserInfoLosesIsSaidInItsPlace) {
+    auto const subscription = error_with({{CFSTR("Type"), kCFAllocatorNull}});
     std::vector<std::string> losses;
-    recorder::value const result{recorder::capture_error(error.get(), losses)};
-    EXPECT_EQ(written(result), "<dict>\n\t<key>Domain</key>\n\t<string>d</string>\n"
-                               "\t<key>Code</key>\n\t<integer>3</integer>\n"
-                               "\t<key>Description</key>\n\t<string>what</string>\n</dict>\n");
-    ASSERT_EQ(losses.size(), 1U);
-    EXPECT_NE(losses[0].find("of it"), std::string::npos);
+    auto const captured = written({recorder::capture_error(subscription.get(), losses)});
+    EXPECT_NE(captured.find("<string>A value has a type that no scenario can hold: "),
+              std::string::npos)
+        << captured;
+    EXPECT_EQ(losses, std::vector<std::string>{});
+    auto const shown = error_with({{kCFErrorLocalizedFailureReasonKey, kCFAllocatorNull}});
+    recorder::capture_error(shown.get(), losses);
+    EXPECT_EQ(losses.size(), 1U);
+}
+
+TEST(Capture, OptionsOfARestoreAreForReadersAlone) {
+    auto const options = make_mutable_dictionary();
+    CFDictionarySetValue(options.get(), CFSTR("Odd"), kCFAllocatorNull);
+    EXPECT_NE(written(recorder::capture_to_read(options.get())).find("no scenario can hold"),
+              std::string::npos);
+}
+
+TEST(Capture, TheSimulatorReadsWhatIsNestedDeeply) {
+    auto const wrapped_in = [](auto const & wrap) {
+        auto nested = make_mutable_dictionary();
+        for (int depth = 0; depth < 300; ++depth) {
+            auto outer = make_mutable_dictionary();
+            wrap(outer.get(), nested.get());
+            nested = std::move(outer);
+        }
+        std::vector<std::string> losses;
+        return status_written(written(recorder::capture(nested.get(), losses)));
+    };
+    EXPECT_NE(wrapped_in([](CFMutableDictionaryRef outer, CFTypeRef inner) {
+                  CFDictionarySetValue(outer, make_number(1).get(), inner);
+              }),
+              nullptr);
+    EXPECT_NE(
+        wrapped_in([](CFMutableDictionaryRef outer, CFTypeRef inner) {
+            CFDictionarySetValue(outer, CFSTR("Error"), error_with({{CFSTR("\x01"), inner}}).get());
+        }),
+        nullptr);
 }
 
 } // namespace

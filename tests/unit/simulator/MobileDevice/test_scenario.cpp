@@ -558,6 +558,13 @@ TEST(Scenario, FaultsAreNamedByTheirKeyPath) {
          "Failures.RegisterForNotifications.Code: must be from -9223372036854775808 to "
          "9223372036854775807"},
         {failing_registration(
+             dictionary({{"Domain", text("d")}, {"Code", integer(1)}, {"UserInfo", text("i")}})),
+         "Failures.RegisterForNotifications.UserInfo: must be a dictionary"},
+        {failing_registration(dictionary({{"Domain", text("d")},
+                                          {"Code", integer(1)},
+                                          {"UserInfo", dictionary({{"$type", text("null")}})}})),
+         "Failures.RegisterForNotifications.UserInfo: must be a dictionary"},
+        {failing_registration(
              dictionary({{"Domain", text("d")}, {"Code", integer(1)}, {"Reason", text("r")}})),
          "Failures.RegisterForNotifications.Reason: unknown key"},
     };

@@ -86,6 +86,38 @@ TEST(SpecialValues, ADictionaryHasKeysOfAnyType) {
     }
 }
 
+TEST(SpecialValues, AnErrorMayHaveUserInfo) {
+    auto const error = [](std::initializer_list<std::pair<std::string_view, std::string>> more) {
+        return dictionary({{"$type", text("error")}, {"Domain", text("d")}, {"Code", integer(1)}})
+            .replace(0, 6, "<dict>" + dictionary(more).substr(6, dictionary(more).size() - 13));
+    };
+    auto const numbered = dictionary(
+        {{"$type", text("dictionary")},
+         {"Entries", array({dictionary({{"Key", integer(1)}, {"Value", text("one")}})})}});
+    auto const status = status_of(dictionary(
+        {{"Error", error({{"Description", text("what")},
+                          {"UserInfo", dictionary({{"NSUnderlyingError",
+                                                    error({{"FailureReason", text("why")}})},
+                                                   {"NSLocalizedDescription", text("hidden")},
+                                                   {"Path", text("C:\\x")}})}})},
+         {"Numbered", error({{"UserInfo", numbered}})}}));
+    auto const info_of = [](CFTypeRef of) {
+        return adopt(CFErrorCopyUserInfo(static_cast<CFErrorRef>(const_cast<void *>(of))));
+    };
+    auto const info = info_of(value(status, "Error"));
+    ASSERT_EQ(CFDictionaryGetCount(info.get()), 3);
+    EXPECT_TRUE(CFEqual(CFDictionaryGetValue(info.get(), CFSTR("Path")), CFSTR("C:\\x")));
+    EXPECT_TRUE(
+        CFEqual(CFDictionaryGetValue(info.get(), kCFErrorLocalizedDescriptionKey), CFSTR("what")));
+    auto const inner = CFDictionaryGetValue(info.get(), CFSTR("NSUnderlyingError"));
+    EXPECT_TRUE(
+        CFEqual(CFDictionaryGetValue(info_of(inner).get(), kCFErrorLocalizedFailureReasonKey),
+                CFSTR("why")));
+    EXPECT_TRUE(CFEqual(
+        CFDictionaryGetValue(info_of(value(status, "Numbered")).get(), make_number(1).get()),
+        CFSTR("one")));
+}
+
 TEST(SpecialValues, ATextHasParts) {
     auto const odd =
         dictionary({{"$type", text("text")},
