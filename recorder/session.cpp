@@ -1,5 +1,7 @@
 #include "recorder/session.hpp"
 
+#include "simulator/MobileDevice/amr_errors.hpp"
+
 #include <algorithm>
 #include <utility>
 
@@ -79,8 +81,11 @@ void session::end_registration(int result, std::optional<dictionary> error) {
 
 void session::unregistered(int client, int result) {
     std::lock_guard const lock{mutex};
-    if (clients.erase(client) == 1 && result != 0) {
-        add_loss(fmt::format("AMRestorableDeviceUnregisterForNotifications returned {}.", result));
+    bool const is_known = clients.erase(client) == 1;
+    if (result != (is_known ? 0 : mobile_device::amr_bad_argument)) {
+        add_loss(
+            fmt::format("AMRestorableDeviceUnregisterForNotifications returned {} for {} client.",
+                        result, is_known ? "a" : "an unknown"));
     }
     add_call({{},
               "AMRestorableDeviceUnregisterForNotifications",
@@ -148,10 +153,22 @@ void session::answer(std::string_view function, std::string_view key, void const
                      value result) {
     std::lock_guard const lock{mutex};
     auto const index = visit_of(function, device);
-    if (index) {
-        recorded.visits[*index].answers[std::string{key}].push_back(std::move(result));
+    if (!index) {
+        answer_for_null(function, std::move(result));
+        return;
     }
+    recorded.visits[*index].answers[std::string{key}].push_back(std::move(result));
     add_call({{}, std::string{function}, index, {}, {}});
+}
+
+// The simulator knows nothing of a null device.
+void session::answer_for_null(std::string_view function, value result) {
+    bool const is_usual = result == make_integer(std::int64_t{0}) || result == make_null() ||
+                          result == make_boolean(false);
+    if (!is_usual) {
+        add_loss(fmt::format("{} returned something for a null device.", function));
+    }
+    add_call({{}, std::string{function}, {}, {}, std::move(result)});
 }
 
 void session::ecid(void const * device, std::uint64_t result) {
@@ -167,8 +184,10 @@ void session::ecid(void const * device, std::uint64_t result) {
         } else {
             add_loss("The ECID of a device changed; the first one is played.");
         }
+        add_call({{}, function, index, {}, {}});
+    } else {
+        answer_for_null(function, make_integer(result));
     }
-    add_call({{}, function, index, {}, {}});
 }
 
 void session::remember_notification(std::size_t visit, int type, clock::duration after,
@@ -236,11 +255,13 @@ void session::recovery_mode_device(void const * device, void const * result) {
     constexpr auto function = "AMRestorableDeviceCopyRecoveryModeDevice";
     auto const index = visit_of(function, device);
     auto const exists = make_boolean(result != nullptr);
-    if (index) {
-        recorded.visits[*index].answers["RecoveryModeDevice"].push_back(exists);
-        if (result) {
-            recovery_modes[result] = *index;
-        }
+    if (!index) {
+        answer_for_null(function, exists);
+        return;
+    }
+    recorded.visits[*index].answers["RecoveryModeDevice"].push_back(exists);
+    if (result) {
+        recovery_modes[result] = *index;
     }
     add_call({{}, function, index, {}, {}});
 }
@@ -257,6 +278,8 @@ void session::command(std::string_view function, std::string_view key,
         recorded.visits[*index].answers[std::string{key}].push_back(returned);
     } else if (recovery_mode_device) {
         add_loss(fmt::format("{} was called for an unknown device.", function));
+    } else if (result != mobile_device::amr_bad_argument) {
+        add_loss(fmt::format("{} returned {} for a null device.", function, result));
     }
     add_call({{}, std::string{function}, index, std::move(argument), returned});
 }

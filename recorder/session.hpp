@@ -130,6 +130,7 @@ private:
 
     clock::duration since_registration(clock::time_point time) const;
     std::optional<std::size_t> visit_of(std::string_view function, void const * device);
+    void answer_for_null(std::string_view function, value result);
     void add_call(recorded_call what);
     void add_loss(std::string const & sentence);
     void add_notification(void const * device, int type, clock::duration after, int thread);

@@ -268,7 +268,7 @@ TEST_F(RecorderSession, WhatCannotBePlayedIsSaid) {
     recorded.command("g", "RebootError", &recorded, {}, 0);
     expect_loss("g was called for an unknown device");
     recorded.unregistered(1, 5);
-    expect_loss("returned 5");
+    expect_loss("returned 5 for a client");
     notify(nullptr, 0);
     expect_loss("after the tool had unregistered");
     recorded.file_logging("a", 0);
@@ -280,6 +280,41 @@ TEST_F(RecorderSession, WhatCannotBePlayedIsSaid) {
     recorded.begin_registration();
     recorded.end_registration(3, recorder::dictionary{});
     expect_loss("succeeded with an error");
+}
+
+// The results that the simulator has, too.
+TEST_F(RecorderSession, UsualResultsForNullAndUnknownAreNoLoss) {
+    constexpr int bad_argument = 1;
+    begin();
+    recorded.answer("f", "ChipID", nullptr, number(0));
+    recorded.answer("g", "SerialNumber", nullptr, recorder::make_null());
+    recorded.ecid(nullptr, 0);
+    recorded.recovery_mode_device(nullptr, nullptr);
+    recorded.command("h", "RebootError", nullptr, {}, bad_argument);
+    recorded.unregistered(2, bad_argument);
+    recorded.unregistered(1, 0);
+    EXPECT_EQ(losses(), std::vector<std::string>{});
+}
+
+TEST_F(RecorderSession, OtherResultsForNullAndUnknownAreSaid) {
+    begin();
+    recorded.answer("f", "ChipID", nullptr, number(7));
+    expect_loss("f returned something for a null device");
+    recorded.answer("g", "SerialNumber", nullptr, recorder::make_string("SN"));
+    expect_loss("g returned something for a null device");
+    recorded.ecid(nullptr, 7);
+    expect_loss("AMRestorableDeviceGetECID returned something");
+    recorded.recovery_mode_device(nullptr, &first);
+    expect_loss("AMRestorableDeviceCopyRecoveryModeDevice returned something");
+    recorded.command("h", "RebootError", nullptr, {}, 0);
+    expect_loss("h returned 0 for a null device");
+    recorded.unregistered(2, 0);
+    expect_loss("returned 0 for an unknown client");
+    auto const calls = recorded.copy().calls;
+    ASSERT_EQ(calls.size(), 7U);
+    EXPECT_EQ(calls[1].result, number(7));
+    EXPECT_EQ(calls[2].result, recorder::make_string("SN"));
+    EXPECT_EQ(calls[4].result, recorder::make_boolean(true));
 }
 
 TEST_F(RecorderSession, ReportsThatCannotBePlayedAreSaid) {
