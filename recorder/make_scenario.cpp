@@ -336,8 +336,7 @@ value make_array(std::vector<Element> const & from, auto const & make) {
 
 } // namespace
 
-value make_scenario(recording const & recorded, bool keeps_identities) {
-    auto from = recorded;
+value make_scenario(recording from, bool keeps_identities) {
     complete(from.visits);
     if (!keeps_identities) {
         identity_cover{from}.apply();

@@ -4,6 +4,7 @@
 #include <boost/uuid/uuid.hpp>
 
 #include <algorithm>
+#include <iterator>
 
 #include <fmt/format.h>
 
@@ -201,7 +202,7 @@ std::string pseudonyms::text(std::string const & real) {
 }
 
 std::string pseudonyms::integer(std::string const & real) const {
-    auto const found = std::ranges::find(known, real, &std::pair<std::string, std::string>::first);
+    auto const found = known.find(real);
     return found == known.end() ? real : found->second;
 }
 
@@ -228,12 +229,28 @@ std::string pseudonyms::name(std::string const & real) {
 }
 
 void pseudonyms::learn(std::string const & real, std::string const & pseudonym) {
-    std::pair const pair{real, pseudonym};
-    if (real.size() >= shortest_to_replace && std::ranges::find(known, pair) == known.end()) {
-        known.push_back(pair);
-        std::ranges::stable_sort(known, std::ranges::greater{},
-                                 [](auto const & each) { return each.first.size(); });
+    if (real.size() >= shortest_to_replace) {
+        known.try_emplace(real, pseudonym);
     }
+}
+
+// Returns the longest identity with which the text begins, or the end. The one before the text in
+// the order is it, or shares with it all that the text can begin with.
+pseudonyms::pseudonyms_by_identity::const_iterator
+pseudonyms::longest_at_begin(std::string_view text) const {
+    while (text.size() >= shortest_to_replace) {
+        auto const after = known.upper_bound(text);
+        if (after == known.begin()) {
+            break;
+        }
+        auto const before = std::prev(after);
+        if (text.starts_with(before->first)) {
+            return before;
+        }
+        auto const differs = std::ranges::mismatch(text, before->first).in1;
+        text = text.substr(0, static_cast<std::size_t>(differs - text.begin()));
+    }
+    return known.end();
 }
 
 // The longest identity that begins at a place is replaced there.
@@ -242,15 +259,13 @@ std::string pseudonyms::replace_known(std::string_view real,
     std::string result;
     std::size_t done = 0;
     for (std::size_t at = 0; at < real.size();) {
-        auto const found = std::ranges::find_if(
-            known, [&](auto const & each) { return real.substr(at).starts_with(each.first); });
+        auto const found = longest_at_begin(real.substr(at));
         if (found == known.end()) {
             ++at;
             continue;
         }
-        auto const [identity, pseudonym] = *found; // others may learn more
-        result += others(real.substr(done, at - done)) + pseudonym;
-        at += identity.size();
+        result += others(real.substr(done, at - done)) + found->second;
+        at += found->first.size();
         done = at;
     }
     return result + others(real.substr(done));

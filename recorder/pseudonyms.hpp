@@ -7,8 +7,6 @@
 #include <set>
 #include <string>
 #include <string_view>
-#include <utility>
-#include <vector>
 
 namespace recorder {
 
@@ -43,9 +41,13 @@ private:
     std::string replace_known(std::string_view real,
                               std::function<std::string(std::string_view)> const & others);
 
-    std::map<std::string, std::string> given;               // by kind and identity
-    std::set<std::string> taken;                            // kinds and pseudonyms
-    std::vector<std::pair<std::string, std::string>> known; // to be replaced inside texts
+    using pseudonyms_by_identity = std::map<std::string, std::string, std::less<>>;
+
+    pseudonyms_by_identity::const_iterator longest_at_begin(std::string_view text) const;
+
+    std::map<std::string, std::string> given; // by kind and identity
+    std::set<std::string> taken;              // kinds and pseudonyms
+    pseudonyms_by_identity known;             // to be replaced inside texts
 };
 
 // Returns whether the whole text is an absolute path.

@@ -6,6 +6,7 @@
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
+#include <deque>
 #include <functional>
 #include <map>
 #include <memory>
@@ -65,7 +66,9 @@ struct recording {
     std::vector<std::string> unplayable = {}; // sentences, each once
 };
 
-// Collects a recording. Any thread may call any function; none calls the library.
+// Collects a recording. Any thread may call any function; none calls the library. A call only notes
+// what happened, however long the session is; what that means is worked out by the thread that asks
+// for a copy. Names of functions and keys are literals.
 class session {
 public:
     explicit session(clock::time_point (*time)() = clock::now)
@@ -128,28 +131,48 @@ private:
         std::map<std::string, std::size_t, std::less<>> answers; // how many, by key
     };
 
-    clock::duration since_registration(clock::time_point time) const;
+    struct moment {
+        clock::time_point time;
+        std::thread::id thread;
+    };
+
+    // Something that happened, and what is made of it.
+    struct noted_event {
+        moment at;
+        std::function<void(moment const &)> work;
+    };
+
+    void add(std::function<void(moment const &)> event);
+    void add_locked(std::function<void(moment const &)> event);
+    void work_off();
+    void work_off_taken();
     std::optional<std::size_t> visit_of(std::string_view function, void const * device);
-    void answer_for_null(std::string_view function, value result);
-    void add_call(recorded_call what);
+    void answer_for_null(moment const & at, std::string_view function, value result);
+    void add_call(moment const & at, recorded_call what);
     void add_loss(std::string const & sentence);
     void add_notification(void const * device, int type, clock::duration after, int thread);
     void remember_notification(std::size_t visit, int type, clock::duration after, int thread);
     bool split_visit(std::size_t old, std::uint64_t ecid);
     void move_notification(std::size_t old, std::size_t other, latest_notification const & latest);
-    int number_of_this_thread();
-    void changed();
+    int number_of(std::thread::id thread);
 
     clock::time_point (*const now)();
 
-    std::mutex mutex;
+    std::mutex mutex; // of what calls change
+    std::deque<noted_event> noted;
+    restore_id restores_begun = 0;
+    bool news = false;
+    std::function<void()> news_call_back;
+
+    std::mutex working; // of all that follows
+    std::deque<noted_event> taken;
     clock::time_point began; // the first registration, or the start before that
     recording recorded;
     std::map<void const *, std::size_t> visits;         // the last one of each object
     std::map<void const *, std::size_t> recovery_modes; // visits, by the recovery-mode device
     std::set<std::size_t> attached;                     // visits
     std::map<std::size_t, latest_notification> latest;  // of visits
-    std::vector<restore_state> restores;
+    std::map<restore_id, restore_state> restores;
     std::set<std::string> losses;
     int registrations = 0;
     std::size_t registration_call = 0; // its place among the calls
@@ -158,8 +181,6 @@ private:
     std::map<std::thread::id, int> notifiers;
     int running_notifications = 0;
     clock::duration last_notification{0};
-    bool news = false;
-    std::function<void()> news_call_back;
 };
 
 } // namespace recorder

@@ -87,7 +87,7 @@ TEST_F(RecordingFile, IsWholeAtEveryMoment) {
     {
         recorder::recording_file file{session, path, true};
         for (int number = 0; number < 50; ++number) {
-            session.call("function " + std::to_string(number), {}, {});
+            session.call("function", recorder::make_integer(std::int64_t{number}), {});
             file.finish();
         }
     }
