@@ -47,7 +47,7 @@ class Samples:
         return sorted(int(name[1]) for name in names if name[0] == family)
 
 
-ROWS = 13
+ROWS = 14
 
 
 def run_once(program, shortest):
@@ -150,12 +150,16 @@ def device_table(samples):
 
 
 def recording(samples):
-    for family, what in (("call", "call"), ("report", "progress report")):
+    for family, how, what in (
+        ("call", "recorded", "call, recorded"),
+        ("report", "recorded", "progress report, recorded"),
+        ("report", "recorded_late", "progress report, recorded after 30,000"),
+    ):
         yield added(
-            f"one {what}, recorded",
+            f"one {what}",
             "the same, not recorded",
             samples.seconds(f"{family}/plain"),
-            samples.seconds(f"{family}/recorded"),
+            samples.seconds(f"{family}/{how}"),
             at_most=5e-6,
         )
 

@@ -129,6 +129,7 @@ def native_runs():
     names += [f"arrival/{who}" for who in ("tool", "baseline", "bare")]
     names += [f"{what}/{size}" for what in ("notification", "look_up") for size in (10, 1000, 10**5)]
     names += [f"{what}/{how}" for what in ("call", "report") for how in ("plain", "recorded")]
+    names += ["report/recorded_late"]
     counts = {"real_time": 2.0, "time_unit": "us", "median": 1e-6, "p99": 2e-6}
     return [{"name": name, "run_name": name, **counts} for name in names]
 
@@ -145,7 +146,7 @@ class InOneProcess(unittest.TestCase):
     def test_a_sound_program_is_measured(self):
         ended = self.measure(native_runs())
         self.assertEqual(ended.returncode, 0, ended.stderr)
-        self.assertIn("benchmark: rows 1 to 13 of 13: ", ended.stderr)
+        self.assertIn("benchmark: rows 1 to 14 of 14: ", ended.stderr)
         self.assertTrue((self.folder / "listing.svg").exists())
 
     def test_every_fault_is_seen(self):
@@ -159,7 +160,7 @@ class InOneProcess(unittest.TestCase):
             (broken, 0, "no speed"),
             (without_time, 0, "the samples are"),
             (without_relay, 0, "the samples are []"),
-            (without_size, 0, "12 rows instead of 13"),
+            (without_size, 0, "13 rows instead of 14"),
         ):
             with self.subTest(message=message):
                 ended = self.measure(runs, status)
