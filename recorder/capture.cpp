@@ -51,6 +51,18 @@ std::optional<element> capture_number(CFNumberRef number) {
                                                : written_by_library(number);
 }
 
+std::string shortened(std::string text) {
+    constexpr std::size_t longest = 300; // bytes
+    if (text.size() > longest) {
+        auto end = longest;
+        while ((text[end] & 0xC0) == 0x80) { // inside a character
+            --end;
+        }
+        text.replace(end, std::string::npos, "...");
+    }
+    return text;
+}
+
 // Returns the text that is to be released; nothing for anything else, as the user info of an error
 // may hold that in place of a text.
 std::optional<std::string> text_of(CFStringRef copied) {
@@ -192,7 +204,7 @@ private:
     }
 
     value lost(CFTypeRef object, std::string_view why) {
-        auto const text = qnrescue::MakeDescription(object);
+        auto const text = shortened(qnrescue::MakeDescription(object));
         auto const sentence = fmt::format("A value {}: {}", why, text);
         if (losses) {
             losses->push_back(sentence);

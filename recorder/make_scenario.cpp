@@ -357,6 +357,9 @@ value make_scenario(recording from, bool keeps_identities) {
                     {dictionary{{"Calls", make_array(from.calls, make_call)},
                                 {"Identities", make_string(keeps_identities ? "kept" : "replaced")},
                                 {"Version", make_integer(format_version)}}}});
+    if (from.unplayable_left_out > 0) {
+        from.unplayable.push_back(fmt::format("There were {} more.", from.unplayable_left_out));
+    }
     if (!from.unplayable.empty()) {
         root.push_back({"Unplayable", make_array(from.unplayable, make_string)});
     }

@@ -13,6 +13,7 @@ namespace {
 constexpr int connected_type = 0;
 constexpr int disconnected_type = 1;
 constexpr std::size_t most_threads = 100; // that a scenario can name
+constexpr std::size_t most_losses = 100;  // that somebody reads
 
 } // namespace
 
@@ -396,9 +397,15 @@ void session::add_call(moment const & at, recorded_call what) {
 }
 
 void session::add_loss(std::string const & sentence) {
-    if (losses.insert(sentence).second) {
-        recorded.unplayable.push_back(sentence);
+    if (losses.contains(sentence)) {
+        return;
     }
+    if (losses.size() == most_losses) {
+        ++recorded.unplayable_left_out;
+        return;
+    }
+    losses.insert(sentence);
+    recorded.unplayable.push_back(sentence);
 }
 
 void session::add(std::function<void(moment const &)> event) {

@@ -63,7 +63,8 @@ struct recording {
     std::optional<dictionary> registration_error = {};
     std::vector<int> logging_results = {};
     std::vector<std::optional<value>> default_options = {};
-    std::vector<std::string> unplayable = {}; // sentences, each once
+    std::vector<std::string> unplayable = {}; // the first sentences, each once
+    std::size_t unplayable_left_out = 0;      // those after them
 };
 
 // Collects a recording. Any thread may call any function; none calls the library. A call only notes

@@ -194,6 +194,25 @@ TEST(Capture, WhatTheUserInfoLosesIsSaidInItsPlace) {
     EXPECT_EQ(losses.size(), 1U);
 }
 
+TEST(Capture, WhatIsLostIsDescribedInShort) {
+    std::string longest;
+    for (int count = 0; count < 400; ++count) {
+        longest += "é";
+    }
+    mobile_device::cf_owner<CFTypeRef> nested = make_cfstring(longest);
+    for (int depth = 0; depth < 200; ++depth) {
+        auto outer = make_mutable_array();
+        CFArrayAppendValue(outer.get(), nested.get());
+        nested = std::move(outer);
+    }
+    std::vector<std::string> losses;
+    recorder::capture(nested.get(), losses);
+    ASSERT_EQ(losses.size(), 1U);
+    EXPECT_LT(losses[0].size(), 400U);
+    EXPECT_TRUE(losses[0].ends_with("...")) << losses[0];
+    EXPECT_NE(make_cfstring(losses[0]), nullptr);
+}
+
 TEST(Capture, OptionsOfARestoreAreForReadersAlone) {
     auto const options = make_mutable_dictionary();
     CFDictionarySetValue(options.get(), CFSTR("Odd"), kCFAllocatorNull);

@@ -147,6 +147,14 @@ TEST(MakeScenario, ReportsAndFailures) {
     EXPECT_NE(text_of_scenario(recorded).find("<string>It is lost.</string>"), std::string::npos);
 }
 
+TEST(MakeScenario, SaysHowManySentencesAreLeftOut) {
+    recorder::recording recorded{.unplayable = {"It is lost."}};
+    EXPECT_EQ(text_of_scenario(recorded).find("more."), std::string::npos);
+    recorded.unplayable_left_out = 7;
+    EXPECT_NE(text_of_scenario(recorded).find("<string>There were 7 more.</string>"),
+              std::string::npos);
+}
+
 TEST(MakeScenario, LaterRestoresAndThreads) {
     auto visit = visit_of(1, 0s);
     visit.restores = {{{1s, status("one")}}, {}, {{2s, status("three")}, {3s, status("four")}}};

@@ -339,6 +339,17 @@ TEST_F(RecorderSession, EachSentenceIsSaidOnce) {
     EXPECT_EQ(losses(), (std::vector<std::string>{"a", "b"}));
 }
 
+TEST_F(RecorderSession, SentencesAreLimited) {
+    for (int number = 0; number < 150; ++number) {
+        recorded.lose(std::to_string(number));
+        recorded.lose("0");
+    }
+    auto const copy = recorded.copy();
+    ASSERT_EQ(copy.unplayable.size(), 100U);
+    EXPECT_EQ(copy.unplayable.back(), "99");
+    EXPECT_EQ(copy.unplayable_left_out, 50U);
+}
+
 TEST_F(RecorderSession, NewsAreToldOnceForEachCopy) {
     int news = 0;
     recorded.call("f", {}, {});
