@@ -12,7 +12,12 @@ namespace recorder {
 namespace {
 
 constexpr std::size_t shortest_to_replace = 6; // a shorter text may well mean something else
-constexpr std::size_t longest_extension = 5;   // a longer one may well be a name
+
+// Any other may be a name.
+constexpr std::string_view usual_extensions[] = {
+    ".bbfw", ".bin", ".der", ".dll",   ".dmg",  ".exe", ".im4p", ".img4", ".ipsw",
+    ".json", ".log", ".pem", ".plist", ".shsh", ".txt", ".xml",  ".zip",
+};
 constexpr int attempts_limit = 1000;
 
 // Endless bytes that depend on the seed alone and do not reveal it.
@@ -154,6 +159,10 @@ std::uint64_t pseudonyms::ecid(std::uint64_t real) {
         learn(lower_case(shown), lower_case(hidden));
     }
     learn(fmt::to_string(real), fmt::to_string(result));
+    auto const with_sign = [](std::uint64_t number) {
+        return fmt::to_string(static_cast<std::int64_t>(number));
+    };
+    learn(with_sign(real), with_sign(result));
     return result;
 }
 
@@ -173,9 +182,9 @@ std::string pseudonyms::product_string(std::string const & real) {
 }
 
 std::string pseudonyms::path(std::string const & real) {
-    auto const extension = std::min(real.size(), real.find_last_of("./\\"));
-    bool const keeps = extension < real.size() && real[extension] == '.' &&
-                       real.size() - extension - 1 <= longest_extension;
+    auto const extension = std::min(real.size(), real.rfind('.'));
+    bool const keeps = std::ranges::find(usual_extensions, lower_case(real.substr(extension))) !=
+                       std::end(usual_extensions);
     auto const kept = keeps ? extension : real.size();
     auto result = for_each_part(std::string_view{real}.substr(0, kept), is_separator,
                                 [this](std::string const & part) {

@@ -23,8 +23,8 @@ public:
     // Returns a text with other digits; identities that are known by now are replaced as a whole.
     std::string product_string(std::string const & real);
 
-    // Returns the path with other names; separators, drives and the last extension stay, if that
-    // has at most five characters.
+    // Returns the path with other names; separators, drives and a usual extension such as ".ipsw"
+    // stay.
     std::string path(std::string const & real);
 
     // Returns a text in which the identities that are known by now, and paths, are replaced.

@@ -1,7 +1,9 @@
 // Identities are replaced by others of the same form, always alike.
 #include "recorder/pseudonyms.hpp"
 
+#include <map>
 #include <set>
+#include <tuple>
 
 #include <fmt/format.h>
 #include <gtest/gtest.h>
@@ -73,6 +75,35 @@ TEST(Pseudonyms, APathKeepsItsShape) {
     EXPECT_EQ(names.path("C:\\log.001E2D4C0A91C026").find("001E2D4C"), std::string::npos);
 }
 
+TEST(Pseudonyms, AnExtensionThatMayBeANameIsReplaced) {
+    for (auto const real : {"C:\\x\\backup.anna", "/home/.anna", "D:\\1.2.Anna", "/tmp/log.anna"}) {
+        auto const other = pseudonyms{}.path(real);
+        EXPECT_EQ(other.find("nna"), std::string::npos) << other;
+        EXPECT_EQ(other.size(), std::string_view{real}.size());
+    }
+    EXPECT_TRUE(pseudonyms{}.path("C:\\joe\\x.IPSW").ends_with(".IPSW"));
+    EXPECT_TRUE(pseudonyms{}.path("/joe/x.plist").ends_with(".plist"));
+    EXPECT_EQ(pseudonyms{}.path("C:\\a.log\\joe").find("joe"), std::string::npos);
+}
+
+TEST(Pseudonyms, TheLongestIdentityIsReplaced) {
+    pseudonyms names;
+    std::map<std::string, std::string> others;
+    for (std::string const real : {"ABCDEF", "ABCDEFGH", "ABCDEFGHKL", "ABCDXX", "ABCDEZ"}) {
+        others[real] = names.serial_number(real);
+    }
+    for (auto const & [text, identity, rest] : {std::tuple{"ABCDEF", "ABCDEF", ""},
+                                                {"ABCDEFGHK", "ABCDEFGH", "K"},
+                                                {"ABCDEFGHKLM", "ABCDEFGHKL", "M"},
+                                                {"ABCDEFZ", "ABCDEF", "Z"},
+                                                {"ABCDEZZ", "ABCDEZ", "Z"},
+                                                {"ABCDXXA", "ABCDXX", "A"}}) {
+        EXPECT_EQ(names.text(text), others[identity] + rest);
+        EXPECT_EQ(names.text(std::string{"- "} + text), "- " + others[identity] + rest);
+    }
+    EXPECT_EQ(names.text("ABCDEY ABCD"), "ABCDEY ABCD");
+}
+
 TEST(Pseudonyms, IdentitiesInsideATextAreReplaced) {
     pseudonyms names;
     auto const ecid = names.ecid(0x000C1A2B3C4D5E6F);
@@ -95,6 +126,9 @@ TEST(Pseudonyms, EcidsAreFoundInDecimal) {
     EXPECT_EQ(names.text("number 3406472718147183"), fmt::format("number {}", ecid));
     EXPECT_EQ(names.integer("3406472718147183"), fmt::to_string(ecid));
     EXPECT_EQ(names.integer("34064727181471830"), "34064727181471830");
+    auto const large = names.ecid(0xFFFFFFF000000001);
+    EXPECT_EQ(names.integer("18446744004990074881"), fmt::to_string(large));
+    EXPECT_EQ(names.integer("-68719476735"), fmt::to_string(static_cast<std::int64_t>(large)));
 }
 
 TEST(Pseudonyms, PathsInsideWordsAreReplaced) {
