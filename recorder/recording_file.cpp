@@ -4,7 +4,6 @@
 #include "simulator/MobileDevice/files.hpp"
 #include "simulator/MobileDevice/text.hpp"
 
-#include <chrono>
 #include <cstdint>
 #include <exception>
 #include <filesystem>
@@ -13,9 +12,6 @@
 
 namespace recorder {
 namespace {
-
-// Between two writes; with the time that a write takes, the file is less than a second old.
-constexpr std::chrono::milliseconds pause{500};
 
 // Another program that reads the file keeps Windows from replacing it, and it may be the last time.
 bool replace_file(std::string const & by, std::string const & target) {
@@ -34,10 +30,12 @@ bool replace_file(std::string const & by, std::string const & target) {
 
 } // namespace
 
-recording_file::recording_file(session & source, std::string target, bool keeps)
+recording_file::recording_file(session & source, std::string target, bool keeps,
+                               std::chrono::milliseconds between_writes)
     : from{source}
     , path{std::move(target)}
-    , keeps_identities{keeps} {
+    , keeps_identities{keeps}
+    , pause{between_writes} {
     write();
     from.on_news([this] {
         std::lock_guard const lock{mutex};

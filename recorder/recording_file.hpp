@@ -3,6 +3,7 @@
 
 #include "recorder/session.hpp"
 
+#include <chrono>
 #include <condition_variable>
 #include <mutex>
 #include <string>
@@ -14,9 +15,13 @@ namespace recorder {
 // under another name and renamed.
 class recording_file {
 public:
+    // Between two writes. With the time that a write takes, the file is at most a second old.
+    static constexpr std::chrono::milliseconds usual_pause{500};
+
     // Writes the file for the first time, and starts the thread. The path is in UTF-8. If the file
     // cannot be written, one line on standard error says so.
-    recording_file(session & source, std::string path, bool keeps_identities);
+    recording_file(session & source, std::string path, bool keeps_identities,
+                   std::chrono::milliseconds pause = usual_pause);
     recording_file(recording_file const &) = delete;
     recording_file & operator=(recording_file const &) = delete;
     // Ends the thread. The session must not be in use any more.
@@ -33,6 +38,7 @@ private:
     session & from;
     std::string const path;
     bool const keeps_identities;
+    std::chrono::milliseconds const pause;
 
     std::mutex mutex; // of the condition
     std::condition_variable woken;

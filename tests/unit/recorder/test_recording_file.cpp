@@ -52,6 +52,34 @@ TEST_F(RecordingFile, FollowsTheSession) {
     }
 }
 
+TEST_F(RecordingFile, IsWrittenWhileTheSessionGoesOn) {
+    recorder::recording_file const file{session, path, true, 10ms};
+    std::atomic<std::int64_t> calls = 1000; // no other number of the file
+    std::jthread const tool{[&](std::stop_token const & end) {
+        while (!end.stop_requested()) {
+            session.call("function", recorder::make_integer(++calls), {});
+            std::this_thread::sleep_for(1ms);
+        }
+    }};
+    for (int count = 0; count < 3; ++count) {
+        EXPECT_TRUE(waits_for("<integer>" + std::to_string(calls + 1) + "</integer>"));
+    }
+}
+
+TEST_F(RecordingFile, PausesForHalfOfTheSecondThatItMayBeOld) {
+    EXPECT_LE(2 * recorder::recording_file::usual_pause, 1s);
+}
+
+TEST_F(RecordingFile, EndsWithoutThePause) {
+    {
+        recorder::recording_file file{session, path, true, 24h};
+        session.call("last_function", {}, {});
+        std::this_thread::sleep_for(100ms); // until it pauses, most likely
+        file.finish();
+    }
+    EXPECT_NE(content().find("last_function"), std::string::npos);
+}
+
 TEST_F(RecordingFile, HoldsWhatCameBeforeIt) {
     session.call("early_function", {}, {});
     recorder::recording_file const file{session, path, true};
