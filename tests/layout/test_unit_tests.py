@@ -23,6 +23,7 @@ SUBJECTS = {
     "QNRescue/test_platform_failures.cpp": "the platform fails everywhere",
     "QNRescue/test_unusual_platform_values.cpp": "the linker replaces functions of the platform",
     "recorder/test_recorded_runs.cpp": "the tool, the recorder and the simulator run together",
+    "recorder/test_slow_library.cpp": "replaces the device library by one that blocks",
     "support/file/test_missing_handles.cpp": "replaces the function that opens files",
     "support/file/test_opening.cpp": "files of both kinds open and close alike",
     "support/win/test_error_texts.cpp": "the categories share the texts of the system",
