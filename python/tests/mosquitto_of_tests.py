@@ -10,10 +10,9 @@ import re
 import socket
 import ssl
 import subprocess
-import sys
 import threading
 import time
-from collections.abc import Sequence
+from collections.abc import Mapping, Sequence
 from pathlib import Path
 from typing import Any
 
@@ -21,10 +20,10 @@ from paho.mqtt import client as mqtt
 
 from bench_of_tests import FAKE_TOOL, TestBench, wait_until
 from fleet_of_tests import schema_of, validate
+from machine_of_tests import BENCH_PROGRAM
 from qnrescue import processes
 
 PAGE = Path(__file__).parents[2] / "docs" / "fleet.md"
-BENCH_PROGRAM = str(Path(sys.executable).with_name("qnrescue-bench"))
 
 
 def free_port() -> int:
@@ -125,20 +124,25 @@ class Client:
 
     def latest(self, topic: str, station: str = "bench-07") -> Any:
         """Returns the latest message of a topic: JSON, a text, or None."""
+        found = self._payloads(topic, station)
+        return _content(topic, found[-1]) if found else None
+
+    def all_of(self, topic: str, station: str = "bench-07") -> list[Any]:
+        """Returns the messages of a topic: JSON, texts, or None for empty ones."""
+        return [_content(topic, payload) for payload in self._payloads(topic, station)]
+
+    def _payloads(self, topic: str, station: str) -> list[bytes]:
         full = f"qnrescue/{station}/{topic}"
-        found = [payload for each, payload in list(self.got) if each == full]
-        if not found or not found[-1]:
-            return None
-        if not schema_of(full):
-            return found[-1].decode()
-        value = json.loads(found[-1])
-        validate(schema_of(full), value)
-        return value
+        return [payload for each, payload in list(self.got) if each == full]
 
     def state(self, job_id: str) -> str:
         """Returns the state of a job; empty if it is not known."""
         job = self.latest(f"jobs/{job_id}")
         return job["state"] if job else ""
+
+    def wait_for(self, topic: str) -> None:
+        """Waits for a message of this topic."""
+        wait_until(lambda: any(each == topic for each, _ in list(self.got)))
 
     def cut(self) -> None:
         """Ends the connection without a word."""
@@ -149,6 +153,17 @@ class Client:
         """Ends the connection."""
         self._client.disconnect()
         self._client.loop_stop()
+
+
+def _content(topic: str, payload: bytes) -> Any:
+    """Returns what a message of a station's topic has: JSON, which fits its schema, or a text; None
+    if it is empty."""
+    schema = schema_of(f"qnrescue/any/{topic}")
+    if not payload or not schema:
+        return payload.decode() or None
+    value = json.loads(payload)
+    validate(schema, value)
+    return value
 
 
 def _make(name: str) -> Any:
@@ -223,33 +238,50 @@ def _end(*sockets: socket.socket) -> None:
             each.shutdown(socket.SHUT_RDWR)
 
 
-class Service:
-    """A bench with `qnrescue-bench serve` as its own process."""
+def write_settings(folder: Path, station: str, address: str, bundles: Path,
+                   more: str = "") -> None:
+    """Writes the settings of a station into the folder of its bench."""
+    path = folder / "fleet.toml"
+    path.touch(0o600)
+    path.write_text(f'station = "{station}"\nbundles = "{bundles}"\nbroker = "{address}"\n{more}',
+                    encoding="utf-8")
+
+
+class Bridge:
+    """The command serve as its own process."""
+
+    def __init__(self, folder: Path, log: Path, *words: str,
+                 environment: Mapping[str, str] | None = None) -> None:
+        """Starts it for the bench in this folder; the words are further options."""
+        self.log = log
+        self._words = [BENCH_PROGRAM, "serve", "--folder", str(folder), *words]
+        self._environment = environment
+        self.start()
+
+    def start(self) -> None:
+        """Starts the bridge."""
+        with self.log.open("ab") as log:
+            self.process = subprocess.Popen(self._words, env=self._environment, stdout=log,
+                                            stderr=log)
+
+    def kill(self) -> None:
+        """Kills the bridge."""
+        self.process.kill()
+        self.process.wait()
+
+
+class Service(Bridge):
+    """A bridge with the double of the tool."""
 
     def __init__(self, bench: TestBench, port: int, settings: str = "",
                  scheme: str = "mqtt") -> None:
         self.bench = bench
         self.bundles = bench.path / "bundles"
         self.bundles.mkdir(exist_ok=True)
-        path = bench.folder / "fleet.toml"
-        path.touch(0o600)
-        path.write_text(f'station = "bench-07"\nbundles = "{self.bundles}"\n'
-                        f'broker = "{scheme}://127.0.0.1:{port}"\n{settings}')
-        self.log = bench.path / "serve.log"
-        self.start()
-
-    def start(self) -> None:
-        """Starts the bridge."""
-        words = [BENCH_PROGRAM, "serve", "--folder", self.bench.folder]
-        for word in FAKE_TOOL:
-            words += ["--tool", word]
-        with self.log.open("ab") as log:
-            self.process = subprocess.Popen(words, stdout=log, stderr=log)
-
-    def kill(self) -> None:
-        """Kills the bridge."""
-        self.process.kill()
-        self.process.wait()
+        write_settings(bench.folder, "bench-07", f"{scheme}://127.0.0.1:{port}", self.bundles,
+                       settings)
+        tool = [f"--tool={word}" for word in FAKE_TOOL]
+        super().__init__(bench.folder, bench.path / "serve.log", *tool)
 
     def bundle(self, *actions: str, name: str = "a.ipsw") -> None:
         """Makes a bundle for which the double of the tool does these actions."""
@@ -265,8 +297,3 @@ class Service:
         own = str(self.bench.folder), str(self.bundles)
         found = processes.find(lambda words: any(word.startswith(own) for word in words))
         return [each.pid for each in found if each.pid != os.getpid()]
-
-    def close(self) -> None:
-        """Ends the bridge."""
-        self.process.kill()
-        self.process.wait()

@@ -42,7 +42,7 @@ def service(bench: TestBench, line: CutLine) -> Iterator[Service]:
     """Gives a station."""
     service = Service(bench, line.port)
     yield service
-    service.close()
+    service.kill()
 
 
 @pytest.fixture

@@ -17,8 +17,11 @@ from collections.abc import Callable, Sequence
 from pathlib import Path
 from typing import Any
 
-from machine import Machine, Terminal
-from plan import RETRIES, SILENCE, Stay, make_plan, write_scenario
+sys.path.insert(0, str(Path(__file__).resolve().parents[2] / "python" / "tests"))
+
+from machine_of_tests import Machine  # noqa: E402
+from plan import RETRIES, SILENCE, Stay, make_plan, write_scenario  # noqa: E402
+from terminal import Terminal  # noqa: E402
 
 # How long a device is away before the bench takes it for unplugged, in seconds.
 AWAY = 5

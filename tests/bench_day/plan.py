@@ -11,6 +11,8 @@ from dataclasses import dataclass
 from pathlib import Path
 from typing import Any
 
+from machine_of_tests import report
+
 # How often a restore is repeated that failed before the device was changed.
 RETRIES = 1
 # How long a device may report nothing. No restore that succeeds is silent for so long.
@@ -60,28 +62,22 @@ class Stay:
                 "RestoreReports": self.reports, "AfterInterruption": 1.0}
 
 
-def _report(after: float, operation: int, progress: int, status: str = "Restoring",
-            **more: Any) -> dict[str, Any]:
-    return {"After": after, "Status": {"Status": status, "Operation": operation,
-                                       "Progress": progress, **more}}
-
-
 def _failure(operation: int) -> dict[str, Any]:
     error = {"$type": "error", "Domain": "AMRestoreErrorDomain", "Code": 1}
-    return _report(0.5, operation, 0, "Failed", Error=error)
+    return report(0.5, operation, 0, "Failed", Error=error)
 
 
 def _reports(kind: Kind, chance: random.Random) -> Iterator[dict[str, Any]]:
-    yield _report(0.3, _EARLY, 1)
+    yield report(0.3, _EARLY, 1)
     if kind.name == "fails early":
         yield _failure(_EARLY)
         return
-    yield _report(0.3, _RESTORE_MODE, 5)
+    yield report(0.3, _RESTORE_MODE, 5)
     steps = 60 if kind.name == "unplugged" else chance.randint(3, 8)
     for step in range(steps):
-        yield _report(chance.uniform(0.2, 1.2), _LATE, 100 * step // steps)
+        yield report(chance.uniform(0.2, 1.2), _LATE, 100 * step // steps)
     if kind.name == "good":
-        yield _report(0.3, 0, 100, "Successful")
+        yield report(0.3, 0, 100, "Successful")
     elif kind.name == "fails late":
         yield _failure(_LATE)
 

@@ -1,18 +1,17 @@
-"""The machine of the day: a folder with the bench, the world and the traces, and its processes."""
+"""A machine with a bench and simulated devices: a folder with the bench, the world and the traces,
+and its processes."""
 
 from __future__ import annotations
 
 import contextlib
 import json
 import os
-import pty
+import plistlib
 import re
 import shlex
 import signal
 import subprocess
 import sys
-import threading
-import time
 import zipfile
 from collections.abc import Sequence
 from pathlib import Path
@@ -23,23 +22,38 @@ import psutil
 from qnrescue.journal import Journal
 from qnrescue.processes import is_running
 
-_COMMAND = str(Path(sys.executable).with_name("qnrescue-bench"))
+BENCH_PROGRAM = str(Path(sys.executable).with_name("qnrescue-bench"))
 _RESTORE = re.compile(r"^AMRestorableDeviceRestore device=([0-9A-F]{16})", re.MULTILINE)
 
-# The tool, with a trace for each of its processes, by the job if it is for one.
+# The tool, with a trace for each of its processes, by the job if it is for one. A trace is appended
+# to a file that is there, so that an id of a process may come again.
 _TOOL = """\
 #!/bin/sh
 job=none
 for word; do
-    case $word in */restore.log) job=$(basename "${{word%/*}}") ;; esac
+    case $word in */restore.log) job=${{word%/*}} job=${{job##*/}} ;; esac
 done
-export MOBILEDEVICE_SIMULATOR_TRACE={traces}/$job.$$-$(date +%s%N)
+export MOBILEDEVICE_SIMULATOR_TRACE={traces}/$job.$$
 exec {tool} "$@"
 """
 
 
+def report(after: float, operation: int, progress: int, status: str = "Restoring",
+           **more: Any) -> dict[str, Any]:
+    """Returns a report of a restore for a scenario; `after` is in seconds from the one before."""
+    return {"After": after, "Status": {"Status": status, "Operation": operation,
+                                       "Progress": progress, **more}}
+
+
+def replace(path: Path, value: object) -> None:
+    """Writes a property list; other processes see the file whole at every moment."""
+    new = path.with_suffix(".new")
+    new.write_bytes(plistlib.dumps(value))
+    new.replace(path)
+
+
 class Machine:
-    """A folder for a day, and the processes that belong to it."""
+    """A folder with a bench, and the processes that belong to it."""
 
     def __init__(self, folder: Path, tool: Sequence[str]) -> None:
         self.folder = folder
@@ -64,7 +78,7 @@ class Machine:
 
     def ask(self, *words: str) -> list[dict[str, Any]]:
         """Returns what a command of the bench shows."""
-        run = subprocess.run([_COMMAND, *words, "--json"], env=self.environment, text=True,
+        run = subprocess.run([BENCH_PROGRAM, *words, "--json"], env=self.environment, text=True,
                              capture_output=True, timeout=120)
         if run.returncode != 0:
             raise AssertionError(f"{words}: status {run.returncode}, {run.stderr}")
@@ -94,7 +108,7 @@ class Machine:
         return True
 
     def processes(self) -> list[psutil.Process]:
-        """Returns the processes of this day that have not ended. Wine's own may stay."""
+        """Returns the processes of this machine that have not ended. Wine's own may stay."""
         found: list[psutil.Process] = []
         for process in psutil.process_iter():
             with contextlib.suppress(psutil.Error):
@@ -104,57 +118,7 @@ class Machine:
         return found
 
     def end_processes(self) -> None:
-        """Ends what is left of a day that did not go as planned."""
+        """Ends what is left."""
         for process in self.processes():
             with contextlib.suppress(psutil.Error):
                 process.kill()
-
-
-class Terminal:
-    """A terminal in which the operator watches the bench."""
-
-    def __init__(self, machine: Machine, *words: str) -> None:
-        self._master, slave = pty.openpty()
-        self.process = subprocess.Popen(
-            ["setsid", "--ctty", "env", "--default-signal", _COMMAND, "watch", *words],
-            env=machine.environment, stdin=slave, stdout=slave, stderr=slave, cwd=machine.folder)
-        os.close(slave)
-        self.shown = b""
-        threading.Thread(target=self._drain, args=(os.dup(self._master),), daemon=True).start()
-
-    def _drain(self, master: int) -> None:
-        try:
-            while chunk := os.read(master, 65536):
-                self.shown = (self.shown + chunk)[-20000:]
-        except OSError:
-            pass
-        finally:
-            os.close(master)
-
-    def type_control_c(self) -> None:
-        """Presses Control-C, which somebody can do who sees something."""
-        limit = time.monotonic() + 20
-        while not self.shown and time.monotonic() < limit:
-            time.sleep(0.05)
-        os.write(self._master, b"\x03")
-
-    def kill(self) -> None:
-        """Ends the command with no chance to do anything."""
-        self.process.kill()
-
-    def hang_up(self) -> None:
-        """Does what a terminal does that closes."""
-        os.killpg(self.process.pid, signal.SIGHUP)
-
-    def wait(self, seconds: float = 20.0) -> None:
-        """Waits for the end of the command and closes the terminal."""
-        limit = time.monotonic() + seconds
-        while self.process.poll() is None and time.monotonic() < limit:
-            time.sleep(0.05)
-        if self.process.poll() is None:
-            self.process.send_signal(signal.SIGABRT)  # shows where it is
-            self.process.wait()
-            time.sleep(0.5)
-            shown = self.shown[-4000:].decode("utf-8", "replace")
-            raise AssertionError(f"the command does not end; it showed {shown}")
-        os.close(self._master)
