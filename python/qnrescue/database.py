@@ -50,10 +50,15 @@ class Database:
         """Closes the connection."""
         self._connection.close()
 
+    def state(self) -> object:
+        """Returns a value that is another one when anything was written, here or elsewhere."""
+        version = self.rows("PRAGMA data_version")[0][0]  # of what others have written
+        return self.path, version, self._connection.total_changes
+
     def rows(self, statement: str, values: Sequence[Any] | Mapping[str, Any] = (),
              ) -> list[sqlite3.Row]:
         """Executes the statement and returns its rows."""
-        if not self._connection.in_transaction and _file(self._folder, self._number + 1).exists():
+        if not self._connection.in_transaction and os.path.exists(self._next):
             self._connection.close()
             self._open_latest()
         return self._execute(statement, values)
@@ -106,6 +111,7 @@ class Database:
             self._connection = sqlite3.connect(name, timeout=self._busy_timeout,
                                                isolation_level=None, uri=name.startswith("file:"))
         self._connection.row_factory = sqlite3.Row
+        self._next = str(_file(self._folder, self._number + 1))  # is looked for again and again
         try:
             self._check_version()
             self._execute("PRAGMA journal_mode = WAL")

@@ -296,6 +296,10 @@ class Journal:
 
     # Facts
 
+    def state(self) -> object:
+        """Returns a value that is another one when anything was written, here or elsewhere."""
+        return self._database.state()
+
     def data_version(self) -> int:
         """Returns a number that changes when another connection has written."""
         return int(self._database.rows("PRAGMA data_version")[0][0])

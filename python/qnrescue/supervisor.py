@@ -56,8 +56,8 @@ class Supervisor:
 
     @property
     def is_idle(self) -> bool:
-        """Returns whether there is nothing to do."""
-        return not (self._runs or self._ended or self._journal.jobs(JobState.QUEUED, limit=1))
+        """Returns whether there was nothing to do in the last step."""
+        return not (self._runs or self._ended or self._data_version is None)
 
     def step(self) -> None:
         """Does what there is to do now. Raises JournalError: then the next call goes on."""

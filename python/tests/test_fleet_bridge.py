@@ -9,6 +9,7 @@ import sqlite3
 import time
 from collections.abc import Iterator
 from pathlib import Path
+from types import SimpleNamespace
 
 import pytest
 
@@ -247,6 +248,8 @@ def test_exit_recovery(station: Station, monkeypatch: pytest.MonkeyPatch) -> Non
 
 
 def test_exit_recovery_with_the_tool(station: Station) -> None:
+    station.step()
+    station.poll = None  # it is answered without a further look at the devices
     assert station.answer("exit-1", {**EXIT, "not_after": time.time() + 60}) == ("accepted", "")
 
 
@@ -540,3 +543,28 @@ def test_another_journal_is_published(station: Station) -> None:
     station.step()
     assert station.job(second.id)
     assert station.job(first.id)  # from its record
+
+
+def test_news_of_the_journal_are_published_without_a_look_at_the_devices(station: Station) -> None:
+    station.step()
+    station.poll = None
+    station.bundle(station.bench.gate(), "complete")
+    station.answer("order-1", message())
+    station.bench.go()
+    station.step_until(lambda: station.job("order-1").get("state") == "succeeded")
+    station.step_until(lambda: station.device()["state"] == "attached")
+
+
+def test_without_news_only_the_state_of_the_journal_is_read(
+        station: Station, monkeypatch: pytest.MonkeyPatch) -> None:
+    journal = station.bench.desk.journal
+    station.step_until(lambda: json.loads(station.broker.kept["station"])["findings"])
+    station.poll = None
+    station.step()
+    state = journal.state()
+    monkeypatch.setattr(station.bridge, "_desk", SimpleNamespace(
+        journal=SimpleNamespace(state=lambda: state), folder=station.bench.desk.folder))
+    sent = len(station.broker.sent)
+    station.step()
+    station.step()
+    assert len(station.broker.sent) == sent

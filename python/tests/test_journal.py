@@ -210,6 +210,18 @@ def test_others_see_that_something_was_written(journal, tmp_path) -> None:
         assert another.data_version() != before
 
 
+def test_the_state_changes_with_what_anybody_writes(journal, tmp_path) -> None:
+    with Journal(tmp_path) as another:
+        states = [journal.state()]
+        assert journal.state() == states[0]
+        for writer in (another, journal, another):
+            writer.set_fact("weather", str(len(states)))
+            states.append(journal.state())
+            journal.fact("weather")
+            assert journal.state() == states[-1]
+        assert len(set(states)) == 4
+
+
 def test_a_job_of_another_journal_is_written_down(journal) -> None:
     job = end(journal.submit(ORDER, "me", "old"))
     journal.restore_record(job)

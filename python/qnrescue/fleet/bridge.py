@@ -72,6 +72,7 @@ class Bridge:
         self._examination: Future[list[Finding]] | None = None
         self._examined_at = 0.0
         self._ensured_at = 0.0
+        self._is_waiting = False  # whether there are orders that have no answer yet
         self.leave()
 
     # The connection
@@ -79,6 +80,7 @@ class Bridge:
     def leave(self) -> None:
         """Takes note that there is no connection."""
         self._line: Line | None = None
+        self._state: object = None  # of the journal, when it was read last
         self._file: Path | None = None  # of the journal whose jobs were published
         self._revision = 0
         self._devices: dict[str, str] = {}  # what was published of each
@@ -135,12 +137,17 @@ class Bridge:
 
     def step(self, poll: Poll | None) -> None:
         """Does what there is to do now. Raises JournalError: then the next call goes on."""
+        state = self._desk.journal.state()  # before it is read, so that nothing is missed
+        has_news = poll is not None or state != self._state or bool(self._replies)
         if poll is not None:
             self._note(poll)
-        self._clerk.step(self._presence.slots if self._is_listed else None, self._fault)
+        if has_news or self._is_waiting:
+            self._is_waiting = self._clerk.step(
+                self._presence.slots if self._is_listed else None, self._fault)
         self._look_after()
         if self._line is not None:
-            self._publish()
+            self._publish(has_news)
+        self._state = state
 
     def _note(self, poll: Poll) -> None:
         if poll.fault != self._fault:
@@ -168,10 +175,11 @@ class Bridge:
 
     # What is published
 
-    def _publish(self) -> None:
-        self._publish_jobs()
-        self._publish_devices()
-        self._publish_answers()
+    def _publish(self, has_news: bool = True) -> None:
+        if has_news:
+            self._publish_jobs()
+            self._publish_devices()
+            self._publish_answers()
         self._publish_station()
         now = time.monotonic()
         if self._reads_kept and now - self._entered_at >= _KEPT_SECONDS and self._line is not None:

@@ -39,20 +39,24 @@ class Clerk:
         self._digests = Digests(pool)
         self._exits: dict[str, tuple[str, Future[None]]] = {}  # by order: the device, and the run
 
-    def step(self, slots: Mapping[str, str] | None, fault: str) -> None:
-        """Answers what can be answered. `slots` has the devices of the station; None: they are not
-        known, and `fault` is why, or empty if they will be. Raises JournalError."""
+    def step(self, slots: Mapping[str, str] | None, fault: str) -> bool:
+        """Answers what can be answered, and returns whether something is left. `slots` has the
+        devices of the station; None: they are not known, and `fault` is why, or empty if they will
+        be. Raises JournalError."""
+        is_left = False
         for received in self._desk.journal.unanswered():
             try:
                 self._carry_out(received, slots, fault)
                 reason = ""
             except (NotYet, OSError):
                 # Without a supervisor a job waits in the journal, and is found there.
+                is_left = True
                 continue
             except OrderFault as refusal:
                 reason = str(refusal)
             self._desk.journal.answer(received.id, answer_message(received.id, reason))
             self._exits.pop(received.id, None)
+        return is_left
 
     def _carry_out(self, received: ReceivedOrder, slots: Mapping[str, str] | None,
                    fault: str) -> None:
