@@ -5,12 +5,14 @@
 
 #include <windows.h>
 #else
-#include <fstream>
-#include <iterator>
+#include <algorithm>
+#include <array>
+#include <charconv>
 #include <optional>
-#include <sstream>
-#include <string>
+#include <string_view>
 
+#include <fcntl.h>
+#include <fmt/format.h>
 #include <unistd.h>
 #endif
 
@@ -52,23 +54,28 @@ bool is_running(process_identity const & process) {
 namespace {
 
 // Returns when the process was created; nothing for one that is gone, or dead and not waited for.
+// Each process that shares a world asks this of all others that restore, many times a second.
 std::optional<std::int64_t> creation_of(std::int64_t id) {
-    std::ifstream file{"/proc/" + std::to_string(id) + "/stat"};
-    std::string const text{std::istreambuf_iterator<char>{file}, {}};
-    auto const name_end = text.rfind(')'); // a name may hold anything
-    if (name_end == std::string::npos) {
+    int const file = ::open(fmt::format("/proc/{}/stat", id).c_str(), O_RDONLY | O_CLOEXEC);
+    if (file < 0) {
         return std::nullopt;
     }
-    std::istringstream fields{text.substr(name_end + 1)};
-    char state = 0;
-    fields >> state;
-    constexpr int fields_between = 18;
-    for (int count = 0; count < fields_between; ++count) {
-        std::string skipped;
-        fields >> skipped;
+    std::array<char, 1024> buffer{};
+    auto const size = ::read(file, buffer.data(), buffer.size());
+    ::close(file);
+    std::string_view text{buffer.data(), size < 0 ? 0 : static_cast<std::size_t>(size)};
+    auto const name_end = text.rfind(')'); // a name may hold anything
+    if (name_end == std::string_view::npos) {
+        return std::nullopt;
+    }
+    text.remove_prefix(name_end + 2);
+    char const state = text.empty() ? 'X' : text.front();
+    constexpr int fields_before = 19;
+    for (int count = 0; count < fields_before; ++count) {
+        text.remove_prefix(std::min(text.find(' '), text.size() - 1) + 1);
     }
     std::int64_t created = 0;
-    fields >> created;
+    std::from_chars(text.data(), text.data() + text.size(), created);
     return state == 'Z' || state == 'X' ? std::nullopt : std::optional{created};
 }
 
