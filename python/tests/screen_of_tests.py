@@ -5,6 +5,7 @@ from __future__ import annotations
 import asyncio
 import contextlib
 import json
+import time
 from collections.abc import AsyncIterator, Mapping
 from dataclasses import replace
 from typing import Any
@@ -72,7 +73,7 @@ class MadeUp:
         self.cancelled.append(job_id)
         old = self.board.job(station, job_id) if self.board else None
         if self.board and old and self.answer.accepted:
-            self.board.set_job(station, replace(old, state=JobState.CANCELLED, ended_at=1010.0,
+            self.board.set_job(station, replace(old, state=JobState.CANCELLED, ended_at=time.time(),
                                                 cancel_asked_by=asked_by))
         return self.answer
 

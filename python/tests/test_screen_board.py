@@ -4,7 +4,10 @@ from __future__ import annotations
 
 from typing import Any
 
+import pytest
+
 from qnrescue.jobs import JobState
+from qnrescue.screen import board as module
 from qnrescue.screen.board import Board, Device, Station
 from screen_of_tests import ECID, job
 
@@ -133,3 +136,46 @@ def test_a_job_as_a_value_names_no_folder_and_no_program() -> None:
     value = board.job_value("north", job())
     assert value["bundle"] == "update.ipsw"
     assert "/bundles" not in str(value)
+
+
+def test_asking_for_a_station_makes_none() -> None:
+    board = Board()
+    assert board.job("south", "job-1") is board.device("south", ECID) is board.station("south")
+    board.remove_device("south", ECID)
+    board.remove_job("south", "job-1")
+    assert board.view(NOW) == {}
+
+
+def test_a_running_job_is_shown_also_if_another_device_is_in_its_slot() -> None:
+    board = board_of("left 1")
+    board.set_device("north", Device(OTHER, "left 1"))
+    board.set_job("north", job())
+    assert looks(board) == {"slot:left 1": "attached", f"device:{ECID}": "running"}
+    board.set_job("north", job(state=JobState.FAILED))
+    assert looks(board) == {"slot:left 1": "attached"}
+
+
+def test_a_job_is_forgotten_a_day_after_its_end() -> None:
+    board = board_of("left 1")
+    board.set_job("north", job(state=JobState.FAILED))
+    board.set_job("north", job("waits", device=OTHER, slot=""))
+    day = 24 * 3600
+    assert looks(board, 1006.0 + day - 1)["slot:left 1"] == "failed"
+    assert looks(board, 1006.0 + day + 1) == {"slot:left 1": "empty", f"device:{OTHER}": "running"}
+    assert board.job("north", "job-1") is None
+
+
+def test_a_tile_has_the_beginning_of_a_long_text() -> None:
+    board = board_of("left 1")
+    board.set_job("north", job(step="x" * 60000))
+    assert tiles(board)["slot:left 1"]["text"] == "x" * 200
+
+
+def test_a_station_with_too_many_devices_and_jobs_shows_the_latest(
+        monkeypatch: pytest.MonkeyPatch) -> None:
+    monkeypatch.setattr(module, "_MOST", 2)
+    board = board_of()
+    for number in range(5):
+        board.set_device("north", Device(f"{number:016X}"))
+        board.set_job("north", job(f"job-{number}", device=f"{number + 10:016X}", slot=""))
+    assert list(looks(board)) == [f"device:{number:016X}" for number in (3, 4, 13, 14)]

@@ -39,6 +39,12 @@ def test_a_station_that_has_gone_is_named() -> None:
     assert difference(view(north={}, south={}), view(north={})) == {"gone": ["south"]}
 
 
+def test_a_station_without_tiles_has_no_keys() -> None:
+    """A viewer may still show those that it had."""
+    assert difference({}, view(north={})) == {
+        "stations": [{"name": "north", "head": {"name": "north"}, "keys": []}]}
+
+
 def test_a_changed_head_is_sent() -> None:
     after = view(north={"a": 1})
     after["north"]["head"] = {"name": "north", "online": False}

@@ -77,7 +77,8 @@ def test_lets_in_orders_of_the_page() -> None:
 @pytest.mark.parametrize("change", [
     {"Origin": ""}, {"Origin": "null"}, {"Origin": "http://evil.example"},
     {"Origin": "https://localhost:8470"}, {"Origin": "http://localhost:8471"},
-    {TOKEN_HEADER: ""}, {TOKEN_HEADER: "guessed"}, {TOKEN_HEADER: "gu\xe9ssed"}])
+    {TOKEN_HEADER: ""}, {TOKEN_HEADER: "guessed"}, {TOKEN_HEADER: "gu\xe9ssed"},
+    {TOKEN_HEADER: "gu\udce9ssed"}])
 def test_refuses_orders_of_other_pages(change: dict[str, str]) -> None:
     guard = Guard(["localhost"])
     for method in ("POST", "PUT", "DELETE", "OPTIONS"):

@@ -3,7 +3,10 @@
 from __future__ import annotations
 
 import asyncio
+import itertools
 import json
+import socket
+import time
 from collections.abc import Awaitable, Callable
 from dataclasses import replace
 from pathlib import Path
@@ -11,8 +14,10 @@ from typing import Any
 
 import pytest
 
+from bench_of_tests import TIME_LIMIT
+from qnrescue.jobs import JobState
 from qnrescue.screen import server as server_module
-from qnrescue.screen.board import Station
+from qnrescue.screen.board import Board, Station
 from qnrescue.screen.guard import TOKEN_HEADER
 from qnrescue.screen.source import Answer, Papers
 from screen_of_tests import ECID, MadeUp, TestScreen, job, serving, tile_of
@@ -260,3 +265,107 @@ def test_a_job_with_any_text_can_be_sent() -> None:
         assert (await screen.get("/job?station=north&id=job-1"))[0] == 200
 
     run(source, talk)
+
+
+def test_an_order_that_comes_again_is_the_same_job() -> None:
+    source = MadeUp()
+    source.jobs = [
+        replace(job("new-1", JobState.FAILED, reason="no NAND"), ended_at=time.time()),
+        replace(job("new-2", JobState.REFUSED, reason="the device has a job"),
+                ended_at=time.time())]
+    source.devices = []
+
+    async def talk(screen: TestScreen) -> None:
+        status, text = await screen.post("/restore", ORDER)
+        assert (status, json.loads(text)["reason"]) == (200, "")
+        status, text = await screen.post("/restore", {**ORDER, "id": "new-2"})
+        assert (status, json.loads(text)["reason"]) == (409, "the device has a job")
+        status, text = await screen.post("/restore", {**ORDER, "device": "0" * 16})
+        assert (status, json.loads(text)["reason"]) == (409, "another job has this id")
+        assert source.orders == []
+
+    run(source, talk)
+
+
+def test_asking_for_a_station_that_is_not_there_shows_none() -> None:
+    source = MadeUp()
+
+    async def talk(screen: TestScreen) -> None:
+        for path in ("/job", "/documents"):
+            assert (await screen.get(f"{path}?station=ghost&id=job-1"))[0] == 404
+        assert (await screen.post("/cancel", {"station": "ghost", "id": "job-1"}))[0] == 404
+        assert (await screen.post("/restore", {**ORDER, "station": "ghost"}))[0] == 409
+        assert source.board and list(source.board.view(time.time())) == ["north"]
+
+    run(source, talk)
+
+
+def test_says_that_it_does_not_follow_the_stations_any_more(
+        monkeypatch: pytest.MonkeyPatch) -> None:
+    monkeypatch.setattr(server_module, "_BEAT_SECONDS", 0.1)
+
+    class Failing(MadeUp):
+        async def run(self, board: Board) -> None:
+            board.set_station(self.stations[0])
+            await asyncio.sleep(0.5)
+            raise ValueError("rubbish")
+
+    async def talk(screen: TestScreen) -> None:
+        async with screen.client.get(screen.base + "/events") as response:
+            async for line in response.content:
+                if b"what is shown is old: ValueError('rubbish')" in line:
+                    return
+
+    run(Failing(), talk)
+
+
+async def viewer_that_takes_nothing(screen: TestScreen) -> socket.socket:
+    """Returns a connection that has been let in, and reads nothing more."""
+    loop = asyncio.get_running_loop()
+    while True:
+        viewer = socket.socket()
+        viewer.setsockopt(socket.SOL_SOCKET, socket.SO_RCVBUF, 4096)
+        viewer.setblocking(False)
+        await loop.sock_connect(viewer, ("127.0.0.1", int(screen.base.rpartition(":")[2])))
+        await loop.sock_sendall(viewer, b"GET /events HTTP/1.1\r\nHost: localhost\r\n\r\n")
+        if await loop.sock_recv(viewer, 12) == b"HTTP/1.1 200":
+            return viewer
+        viewer.close()
+        await asyncio.sleep(0.05)  # until the one that asked before is known to have gone
+
+
+async def status_of_events(screen: TestScreen) -> int:
+    """Returns whether one more viewer is let in."""
+    async with screen.client.get(screen.base + "/events") as response:
+        return response.status
+
+
+def test_a_viewer_that_takes_nothing_is_let_go(monkeypatch: pytest.MonkeyPatch) -> None:
+    monkeypatch.setattr(server_module, "_TAKE_SECONDS", 0.5)
+    monkeypatch.setattr(server_module, "_PUBLISH_SECONDS", 0.01)
+    monkeypatch.setattr(server_module, "_MOST_VIEWERS", 2)
+    source = MadeUp()
+
+    async def talk(screen: TestScreen) -> None:
+        viewers = [await viewer_that_takes_nothing(screen) for _ in range(2)]
+        assert await status_of_events(screen) == 503
+        limit = time.monotonic() + TIME_LIMIT
+        for number in itertools.count():
+            assert source.board and time.monotonic() < limit
+            source.board.set_station(Station("north", slots=tuple(
+                f"{number} {slot}" for slot in range(2000))))
+            if await status_of_events(screen) == 200:
+                break
+            await asyncio.sleep(0.02)
+        for viewer in viewers:
+            viewer.close()
+
+    run(source, talk)
+
+
+def test_events_are_for_those_who_read_them() -> None:
+    async def talk(screen: TestScreen) -> None:
+        async with screen.client.head(screen.base + "/events") as response:
+            assert response.status == 404
+
+    run(MadeUp(), talk)

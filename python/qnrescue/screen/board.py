@@ -4,7 +4,7 @@ from __future__ import annotations
 
 from collections.abc import Iterable, Mapping
 from dataclasses import dataclass, field, replace
-from typing import Any
+from typing import Any, TypeVar
 
 from qnrescue.jobs import Job, JobState
 
@@ -13,6 +13,12 @@ from qnrescue.jobs import Job, JobState
 _VISIT_SECONDS = 60.0
 # How long a device that has gone and was in no slot is still shown, in seconds.
 _GONE_SECONDS = 3600.0
+# How long a job is known after its end, in seconds.
+_KNOWN_SECONDS = 24 * 3600.0
+# How many jobs, and how many devices, a station may have.
+_MOST = 5000
+# How much of a step or of a reason a tile has, in characters.
+_LONGEST_TEXT = 200
 
 
 @dataclass(frozen=True)
@@ -77,36 +83,43 @@ class Board:
     def set_device(self, station: str, device: Device) -> None:
         """Takes over an attached device."""
         known = self._of(station)
-        known.devices[device.ecid] = device
+        _put(known.devices, device.ecid, device)
         if device.serial_number:
-            known.serials[device.ecid] = device.serial_number
+            _put(known.serials, device.ecid, device.serial_number)
 
     def remove_device(self, station: str, ecid: str) -> None:
         """Notes that the device has gone."""
-        self._of(station).devices.pop(ecid, None)
+        if station in self._known:
+            self._known[station].devices.pop(ecid, None)
 
     def device(self, station: str, ecid: str) -> Device | None:
         """Returns the device; None if it is not attached."""
-        return self._of(station).devices.get(ecid)
+        known = self._known.get(station)
+        return known.devices.get(ecid) if known else None
 
     def set_job(self, station: str, job: Job) -> None:
         """Takes over a job as it is now."""
-        self._of(station).jobs[job.id] = job
+        _put(self._of(station).jobs, job.id, job)
 
     def remove_job(self, station: str, job_id: str) -> None:
         """Forgets a job."""
-        self._of(station).jobs.pop(job_id, None)
+        if station in self._known:
+            self._known[station].jobs.pop(job_id, None)
 
     def job(self, station: str, job_id: str) -> Job | None:
         """Returns the job; None if it is not known."""
-        return self._of(station).jobs.get(job_id)
+        known = self._known.get(station)
+        return known.jobs.get(job_id) if known else None
 
     def _of(self, station: str) -> _Known:
         return self._known.setdefault(station, _Known(Station(station, online=False)))
 
     def view(self, now: float) -> dict[str, dict[str, Any]]:
         """Returns the stations by name as values for JSON: `head`, and `tiles` by their keys, in
-        order."""
+        order. Forgets jobs that ended a day ago."""
+        for known in self._known.values():
+            known.jobs = {job.id: job for job in known.jobs.values()
+                          if job.ended_at is None or now - job.ended_at < _KNOWN_SECONDS}
         return {name: {"head": _head(self._known[name].station),
                        "tiles": {tile["key"]: tile for tile in _tiles(self._known[name], now)}}
                 for name in sorted(self._known)}
@@ -115,12 +128,22 @@ class Board:
         """Returns the job as a value for JSON."""
         order = job.order
         return {"id": job.id, "station": station, "device": job.device, "slot": order.slot,
-                "serial": self._of(station).serials.get(job.device, ""),
+                "serial": self._known[station].serials.get(job.device, ""),
                 "bundle": _last_part(order.bundle or order.plist), "erase": order.erase,
                 "look": job.state.value, "step": job.step, "progress": job.progress,
                 "reason": job.reason, "seconds": job.seconds, "exit_status": job.exit_status,
                 "ordered": job.ordered_at, "started": job.started_at, "ended": job.ended_at,
                 "asked_by": job.asked_by, "cancel_asked_by": job.cancel_asked_by}
+
+
+_Value = TypeVar("_Value")
+
+
+def _put(values: dict[str, _Value], key: str, value: _Value) -> None:
+    """Adds the value; if there are too many then, the oldest one goes."""
+    values[key] = value
+    if len(values) > _MOST:
+        del values[next(iter(values))]
 
 
 def _last_part(path: str) -> str:
@@ -149,8 +172,7 @@ def _tiles(known: _Known, now: float) -> Iterable[dict[str, Any]]:
         yield _tile(known.serials, f"slot:{slot}", slot, device, job)
     for ecid in sorted({*known.devices, *latest} - shown):
         device, job = known.devices.get(ecid), latest.get(ecid)
-        if device or (job and _is_recent(job, now)
-                      and job.order.slot not in known.station.slots):
+        if device or (job and _is_shown(job, known.station, now)):
             slot = device.slot if device else job.order.slot if job else ""
             yield _tile(known.serials, f"device:{ecid}", slot, device, job)
 
@@ -172,8 +194,11 @@ def _last_in(slot: str, devices: Mapping[str, Device], latest: Mapping[str, Job]
     return there[-1] if there else None
 
 
-def _is_recent(job: Job, now: float) -> bool:
-    return not job.state.is_end or now - (job.ended_at or 0.0) < _GONE_SECONDS
+def _is_shown(job: Job, station: Station, now: float) -> bool:
+    """Returns whether a job has a tile whose device is neither there nor the last one in its
+    slot."""
+    return not job.state.is_end or (job.order.slot not in station.slots
+                                    and now - (job.ended_at or 0.0) < _GONE_SECONDS)
 
 
 def _tile(serials: Mapping[str, str], key: str, slot: str, device: Device | None,
@@ -189,7 +214,7 @@ def _tile(serials: Mapping[str, str], key: str, slot: str, device: Device | None
     if job:
         has_started = job.started_at is not None
         tile |= {"look": job.state.value, "job": job.id,
-                 "text": job.reason if job.state.is_end else job.step,
+                 "text": (job.reason if job.state.is_end else job.step)[:_LONGEST_TEXT],
                  "progress": job.progress if has_started else None,
                  "started": None if job.state.is_end else job.started_at,
                  "seconds": job.seconds if has_started else None}

@@ -4,18 +4,17 @@ from __future__ import annotations
 
 import argparse
 import asyncio
-import os
 import pathlib
 import signal
 import socket
 import ssl
-import stat
 from collections.abc import Iterable
 from typing import Any
 
 from qnrescue.bench.context import CommandFailure, Context
 from qnrescue.bench.exit_status import ExitStatus
 from qnrescue.bench.slot_names import DETECT_SECONDS
+from qnrescue.fleet.private_file import check_private
 from qnrescue.screen.guard import SHORTEST_PASSWORD, Guard, is_loopback
 from qnrescue.screen.source import Source
 
@@ -162,11 +161,13 @@ def _password(path: pathlib.Path | None) -> str:
     if path is None:
         return ""
     try:
-        if os.name == "posix" and stat.S_IMODE(path.stat().st_mode) & 0o077:
-            raise CommandFailure(ExitStatus.BENCH, f"others may read {path}: chmod 600 {path}")
+        check_private(path)
         password = path.read_text(encoding="utf-8").strip()
-    except (OSError, ValueError) as fault:
-        raise CommandFailure(ExitStatus.BENCH, f"{path} cannot be read: {fault}") from fault
+    except OSError as fault:
+        raise CommandFailure(ExitStatus.BENCH,
+                             f"{path} cannot be used: {fault.strerror or fault}") from fault
+    except ValueError as fault:  # not UTF-8
+        raise CommandFailure(ExitStatus.BENCH, f"{path} is no text: {fault}") from fault
     if len(password) < SHORTEST_PASSWORD:
         raise CommandFailure(ExitStatus.BENCH, f"the password in {path} is shorter than"
                                                f" {SHORTEST_PASSWORD} characters")

@@ -10,6 +10,7 @@ from typing import Any
 # How many messages may wait for a viewer. One that is slower is sent everything anew.
 _WAITING = 32
 _View = dict[str, dict[str, Any]]
+_UNKNOWN: dict[str, Any] = {"head": None, "tiles": {}}
 
 
 def difference(before: _View, after: _View) -> dict[str, Any]:
@@ -17,11 +18,11 @@ def difference(before: _View, after: _View) -> dict[str, Any]:
     and the names of stations that have gone. Empty if nothing has changed."""
     stations = []
     for name, station in after.items():
-        old = before.get(name, {"head": None, "tiles": {}})
+        old = before.get(name, _UNKNOWN)
         change: dict[str, Any] = {}
         if station["head"] != old["head"]:
             change["head"] = station["head"]
-        if list(station["tiles"]) != list(old["tiles"]):
+        if old is _UNKNOWN or list(station["tiles"]) != list(old["tiles"]):
             change["keys"] = list(station["tiles"])
         changed = [tile for key, tile in station["tiles"].items()
                    if tile != old["tiles"].get(key)]

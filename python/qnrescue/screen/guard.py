@@ -102,7 +102,8 @@ def is_loopback(host: str) -> bool:
 
 
 def _same(one: str, other: str) -> bool:
-    return secrets.compare_digest(one.encode(), other.encode())
+    # A header may have bytes that are no text.
+    return secrets.compare_digest(one.encode(errors="surrogateescape"), other.encode())
 
 
 def _is_address(name: str) -> bool:

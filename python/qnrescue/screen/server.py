@@ -7,6 +7,7 @@ import contextlib
 import dataclasses
 import hashlib
 import json
+import logging
 import re
 import time
 from collections.abc import AsyncIterator, Mapping
@@ -16,11 +17,13 @@ from typing import Any
 from aiohttp import web
 
 from qnrescue.commands import clean_ecid
-from qnrescue.jobs import check_job_id
+from qnrescue.jobs import Job, JobState, check_job_id
 from qnrescue.screen.board import Board, Station
 from qnrescue.screen.feed import Feed
 from qnrescue.screen.guard import HEADERS, Guard, Refusal
 from qnrescue.screen.source import Answer, RestoreRequest, Source
+
+log = logging.getLogger("qnrescue.screen")
 
 _PAGE = Path(__file__).with_name("page")
 _TYPES = {".html": "text/html", ".css": "text/css", ".js": "text/javascript",
@@ -31,6 +34,8 @@ _BEAT_SECONDS = 2.0
 # How long an order may take to be seen by the screen, in seconds.
 _KNOWN_SECONDS = 3.0
 _MOST_VIEWERS = 100
+# How long a viewer may take to receive something before it is let go, in seconds.
+_TAKE_SECONDS = 30.0
 # The longest order, in bytes.
 _LONGEST_ORDER = 4096
 # What has to be typed to erase a device.
@@ -50,7 +55,7 @@ class ScreenServer:
     def app(self) -> web.Application:
         """Returns the web application."""
         app = web.Application(middlewares=[self._let_in], client_max_size=_LONGEST_ORDER)
-        app.router.add_get("/events", self._events)
+        app.router.add_get("/events", self._events, allow_head=False)
         app.router.add_get("/job", self._job)
         app.router.add_get("/documents", self._documents)
         app.router.add_post("/restore", self._restore)
@@ -75,13 +80,19 @@ class ScreenServer:
     # What changes by itself
 
     async def _background(self, app: web.Application) -> AsyncIterator[None]:
-        tasks = [asyncio.create_task(self._source.run(self._board)),
-                 asyncio.create_task(self._publish())]
+        tasks = [asyncio.create_task(self._run_source()), asyncio.create_task(self._publish())]
         yield
         for task in tasks:
             task.cancel()
             with contextlib.suppress(asyncio.CancelledError):
                 await task
+
+    async def _run_source(self) -> None:
+        try:
+            await self._source.run(self._board)
+        except Exception as fault:
+            self._board.notice = f"what is shown is old: {fault!r}"
+            log.exception("the stations are not followed any more")
 
     async def _publish(self) -> None:
         beaten = 0.0
@@ -102,9 +113,15 @@ class ScreenServer:
         await response.prepare(request)
         start = {"now": time.time(), "token": self._guard.token,
                  "read_only": self._guard.read_only, "page": self._page}
-        with contextlib.suppress(ConnectionError):
+        try:
             async for data in self._feed.follow(start):
-                await response.write(data)
+                async with asyncio.timeout(_TAKE_SECONDS):
+                    await response.write(data)
+        except ConnectionError:
+            pass
+        except TimeoutError:
+            if request.transport is not None:
+                request.transport.abort()
         return response
 
     # Jobs
@@ -140,6 +157,9 @@ class ScreenServer:
                                    values["bundle"], values["erase"])
         except ValueError as fault:
             raise web.HTTPBadRequest(text=f"{fault}\n") from fault
+        job = self._board.job(values["station"], order.id)
+        if job is not None:  # the order comes again
+            return _answer(_answer_again(job, order))
         reason = self._objection(self._board.station(values["station"]), order,
                                  values["confirmation"])
         if reason:
@@ -182,6 +202,14 @@ def _digest_of_page() -> str:
     """Returns a text that is another one when a file of the page is."""
     files = sorted(path for path in _PAGE.iterdir() if path.suffix in _TYPES)
     return hashlib.sha256(b"".join(path.read_bytes() for path in files)).hexdigest()
+
+
+def _answer_again(job: Job, order: RestoreRequest) -> Answer:
+    """Returns what was said to an order that became this job."""
+    if job.device != order.device:
+        return Answer(False, "another job has this id")
+    is_refused = job.state is JobState.REFUSED
+    return Answer(not is_refused, job.reason if is_refused else "")
 
 
 def _answer(answer: Answer) -> web.Response:

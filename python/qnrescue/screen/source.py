@@ -27,6 +27,7 @@ class Answer:
 
     accepted: bool
     reason: str = ""  # why it was refused, for people
+    is_known: bool = True  # whether the station has said this
 
 
 @dataclass(frozen=True)
