@@ -10,7 +10,7 @@ from collections.abc import Iterator, Mapping, Sequence
 from pathlib import Path
 from typing import Any
 
-from qnrescue.places import share_like_folder
+from qnrescue.places import make_shared_file
 
 
 class JournalError(Exception):
@@ -96,7 +96,7 @@ class Database:
 
     def _open(self) -> None:
         with _errors_of(self.path):
-            _make(self.path)
+            make_shared_file(self.path)  # the files that SQLite adds get its permissions
         try:
             self._connect(str(self.path))
         except JournalUnavailable:
@@ -165,13 +165,6 @@ def _file(folder: Path, number: int) -> Path:
 def _latest(folder: Path) -> int:
     return next(number for number in itertools.count(1)
                 if not _file(folder, number + 1).exists())
-
-
-def _make(path: Path) -> None:
-    """Makes an empty file, unless there is one. The files that SQLite adds get its permissions."""
-    with contextlib.suppress(FileExistsError):
-        path.touch(exist_ok=False)
-        share_like_folder(path)
 
 
 _BROKEN = (sqlite3.SQLITE_CORRUPT, sqlite3.SQLITE_NOTADB)

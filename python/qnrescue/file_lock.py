@@ -8,6 +8,8 @@ import time
 from pathlib import Path
 from types import TracebackType
 
+from qnrescue.places import make_shared_file
+
 
 class FileLock:
     """A lock on a file, which stays. The processes that the holder starts do not hold it."""
@@ -19,7 +21,8 @@ class FileLock:
     def try_acquire(self) -> bool:
         """Takes the lock, unless another process or object holds it; returns whether it did. Raises
         OSError if the file cannot be opened."""
-        descriptor = os.open(self._path, os.O_RDWR | os.O_CREAT, 0o666)
+        make_shared_file(self._path)
+        descriptor = os.open(self._path, os.O_RDONLY)  # another user may have made it
         try:
             _lock(descriptor)
         except OSError:

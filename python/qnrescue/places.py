@@ -2,8 +2,10 @@
 
 from __future__ import annotations
 
+import contextlib
 import os
 import stat
+import sys
 import tempfile
 import warnings
 from dataclasses import dataclass
@@ -27,12 +29,6 @@ class BenchFolder:
     """The folder of a bench."""
 
     path: Path
-
-    @property
-    def is_default(self) -> bool:
-        """Returns whether nobody named the folder. A named one is a bench with devices of its own,
-        such as one of a test."""
-        return self.path in (_shared(), _private())
 
     @property
     def supervisor_lock(self) -> Path:
@@ -117,7 +113,21 @@ def _can_write(folder: Path) -> bool:
             pass
     except OSError:
         return False
-    return all(os.access(path, os.W_OK) for path in folder.glob("*.sqlite"))
+    return all(map(_may_write, folder.glob("*.sqlite")))
+
+
+if sys.platform == "win32":
+    def _may_write(path: Path) -> bool:
+        # os.access knows nothing of access control lists.
+        try:
+            os.close(os.open(path, os.O_RDWR))
+        except OSError:
+            return False
+        return True
+else:
+    def _may_write(path: Path) -> bool:
+        # Closing a file that it has opened here would release the locks of SQLite.
+        return os.access(path, os.W_OK)
 
 
 def share_like_folder(path: Path) -> None:
@@ -126,3 +136,19 @@ def share_like_folder(path: Path) -> None:
     if os.name == "posix":
         allowed = stat.S_IMODE(path.parent.stat().st_mode) & 0o777
         path.chmod(allowed if path.is_dir() else allowed & 0o666)
+
+
+def make_shared_file(path: Path) -> None:
+    """Makes an empty file, for those who may use the folder, unless there is one. Raises
+    OSError."""
+    with contextlib.suppress(FileExistsError):
+        path.touch(exist_ok=False)
+        share_like_folder(path)
+
+
+def make_shared_folder(path: Path) -> None:
+    """Makes a folder, for those who may use the one that it is in, unless there is one. Raises
+    OSError."""
+    with contextlib.suppress(FileExistsError):
+        path.mkdir()
+        share_like_folder(path)

@@ -14,7 +14,7 @@ from qnrescue import processes
 from qnrescue.documents_file import DocumentsFile
 from qnrescue.jobs import Job, JobState
 from qnrescue.outcome import RestoreProgress
-from qnrescue.places import BenchFolder, share_like_folder
+from qnrescue.places import BenchFolder, make_shared_folder, share_like_folder
 from qnrescue.processes import ProcessIdentity
 from qnrescue.records import write_record
 from qnrescue.steps_file import StepsFile
@@ -123,11 +123,13 @@ def start(job: Job, folder: BenchFolder) -> Run:
     """Makes the folder of the job and starts the tool. Raises OSError if that fails, also if the
     folder is there: then the job was started before."""
     files = folder.job(job.id)
-    folder.jobs.mkdir(exist_ok=True)
+    make_shared_folder(folder.jobs)
     files.path.mkdir()
     share_like_folder(files.path)
     write_record(files, job)
     with files.documents.open("xb") as output, files.errors.open("xb") as errors:
+        for file in (files.documents, files.errors):
+            share_like_folder(file)
         _reserve(output.fileno())
         words = [*job.order.tool, *job.order.arguments(str(files.log))]
         popen = processes.start_detached(words, files.path, output, errors)

@@ -12,7 +12,6 @@ import os
 import subprocess
 import sys
 import time
-from collections.abc import Iterable
 from dataclasses import dataclass, replace
 from pathlib import Path
 
@@ -21,7 +20,8 @@ from qnrescue.database import JournalBroken, JournalError
 from qnrescue.file_lock import FileLock
 from qnrescue.jobs import Job, JobState
 from qnrescue.journal import Journal
-from qnrescue.places import BenchFolder, bench_folder
+from qnrescue.machine import Machine
+from qnrescue.places import BenchFolder, bench_folder, make_shared_file
 from qnrescue.processes import ProcessIdentity
 from qnrescue.records import read_records, write_record
 from qnrescue.run import Run, start
@@ -49,6 +49,7 @@ class Supervisor:
     def __init__(self, folder: BenchFolder, journal: Journal) -> None:
         self._folder = folder
         self._journal = journal
+        self._machine = Machine()
         self._runs: dict[str, Run] = {}
         self._ended: list[Job] = []  # jobs whose end is not written down yet
         self._file: Path | None = None  # of the journal
@@ -75,8 +76,7 @@ class Supervisor:
         if version != self._data_version:
             self._take_over()
             self._obey_cancels()
-            self._start_queued()
-            self._data_version = version
+            self._data_version = version if self._start_queued() else None
         for run in list(self._runs.values()):
             self._follow(run)
         self._record()
@@ -111,6 +111,8 @@ class Supervisor:
                 self._journal.record_process(one.job.id, process)
             self._runs[one.job.id] = Run(one.job, self._folder, process,
                                          one.clock or time.monotonic(), verdict=one.verdict)
+            if process is not None:
+                self._machine.note(one.job.device, process)
             log.info("job %s: taken over", one.job.id)
 
     def _search(self, job_ids: set[str]) -> dict[str, ProcessIdentity]:
@@ -152,19 +154,26 @@ class Supervisor:
             if run and left.job.cancel_asked_by and run.verdict is None:
                 run.verdict = JobState.CANCELLED, f"cancelled by {left.job.cancel_asked_by}"
 
-    def _start_queued(self) -> None:
+    def _start_queued(self) -> bool:
+        """Returns whether that was possible."""
         queued = self._journal.jobs(JobState.QUEUED)
-        # A named folder is a bench with devices of its own, such as one of a test.
-        busy = _devices_under_restore() if queued and self._folder.is_default else {}
-        for waiting in reversed(queued):
-            if job := self._journal.claim(waiting.id):
-                if job.device in busy:
-                    self._refuse(job, "another program restores the device: process"
-                                      f" {busy[job.device].pid}")
-                elif job.order.not_after is not None and time.time() > job.order.not_after:
-                    self._refuse(job, "it is too late to start")
-                else:
-                    self._start(job)
+        if not queued:
+            return True
+        with self._machine.starting() as busy:
+            if busy is None:
+                return False
+            for waiting in reversed(queued):
+                if job := self._journal.claim(waiting.id):
+                    self._start_unless_busy(job, busy.get(job.device))
+        return True
+
+    def _start_unless_busy(self, job: Job, other: ProcessIdentity | None) -> None:
+        if other is not None:
+            self._refuse(job, f"another program restores the device: process {other.pid}")
+        elif job.order.not_after is not None and time.time() > job.order.not_after:
+            self._refuse(job, "it is too late to start")
+        else:
+            self._start(job)
 
     def _start(self, job: Job) -> None:
         try:
@@ -174,6 +183,7 @@ class Supervisor:
             return
         self._runs[job.id] = run
         if run.process is not None:
+            self._machine.note(job.device, run.process)
             self._journal.record_process(job.id, run.process)
             log.info("job %s: started, process %s", job.id, run.process.pid)
 
@@ -200,15 +210,6 @@ class Supervisor:
             write_record(self._folder.job(job.id), job)
         self._ended.append(job)
         del self._runs[job.id]
-
-
-def _devices_under_restore() -> dict[str, ProcessIdentity]:
-    """Returns the devices that tools restore, whoever started them, as far as this user sees."""
-    def restores(words: Iterable[str]) -> bool:
-        return bool({"--restore", "--restore-plist"} & set(words))
-
-    return {(processes.value_after(words, "--ecid") or "").upper(): process
-            for process, words in processes.find(restores).items()}
 
 
 def supervise(folder: BenchFolder, idle_seconds: float | None) -> bool:
@@ -285,6 +286,7 @@ def ensure_supervisor(folder: BenchFolder) -> None:
     if latest is not None and failures >= _FAILURES:
         raise SupervisorFailure(f"the supervisor ends at once, with status {latest.process.poll()};"
                                 f" see {folder.supervisor_log}")
+    make_shared_file(folder.supervisor_log)
     with folder.supervisor_log.open("ab") as errors:
         # -P: no module is taken from the folder.
         process = processes.start_detached(

@@ -10,6 +10,7 @@ import pytest
 from hypothesis import settings
 
 from bench_of_tests import TestBench
+from qnrescue import machine
 
 # A busy machine is no reason to fail.
 settings.register_profile("default", deadline=None, database=None)
@@ -19,9 +20,10 @@ signal.signal(signal.SIGINT, signal.default_int_handler)
 
 
 @pytest.fixture(autouse=True)
-def environment(monkeypatch: pytest.MonkeyPatch) -> None:
-    """Lets processes that the tests start leave no files beside the package, and write as they do
-    for users."""
+def environment(monkeypatch: pytest.MonkeyPatch, tmp_path: Path) -> None:
+    """Gives each test devices of its own; the processes that it starts leave no files beside the
+    package, and write as they do for users."""
+    monkeypatch.setenv(machine.FOLDER_VARIABLE, str(tmp_path / "machine"))
     monkeypatch.setenv("PYTHONDONTWRITEBYTECODE", "1")
     monkeypatch.delenv("PYTHONUNBUFFERED", raising=False)
 

@@ -71,7 +71,8 @@ class Machine:
         with zipfile.ZipFile(self.bundle, "w") as archive:
             archive.writestr("BuildManifest.plist", "")
         self.environment = {**os.environ, "QNRESCUE_TOOL": str(self.tool),
-                            "QNRESCUE_BENCH_FOLDER": str(self.bench), "TERM": "xterm",
+                            "QNRESCUE_BENCH_FOLDER": str(self.bench),
+                            "QNRESCUE_MACHINE_FOLDER": str(folder / "machine"), "TERM": "xterm",
                             "PYTHONFAULTHANDLER": "1",
                             "MOBILEDEVICE_SIMULATOR_SCENARIO": str(self.scenario),
                             "MOBILEDEVICE_SIMULATOR_WORLD": str(self.world)}

@@ -3,7 +3,6 @@
 from __future__ import annotations
 
 import os
-import secrets
 import sqlite3
 import subprocess
 import sys
@@ -242,42 +241,6 @@ def test_no_job_starts_on_a_full_disk(small_disk: Path) -> None:
         assert bench.restore("complete").state is JobState.SUCCEEDED
     finally:
         bench.close()
-
-
-def test_another_program_restores_the_device(bench: TestBench) -> None:
-    """This holds where all devices of the machine belong to one bench."""
-    # Other tests may run at the same time.
-    order = bench.order("report 3 1", bench.gate(), "complete", device=secrets.token_hex(8))
-    stranger = subprocess.Popen([*order.tool, "--restore", order.bundle, "--ecid",
-                                 order.device.lower()], stdout=subprocess.DEVNULL)
-    default = """
-import sys
-from pathlib import Path
-from qnrescue import places
-places._shared = lambda: Path(sys.argv[1])
-from qnrescue.supervisor import supervise
-supervise(places.bench_folder(sys.argv[1]), None)
-"""
-    supervisor = run_python(default, str(bench.folder))
-    try:
-        wait_until(bench.starts)
-        # Whoever waits for a job starts a supervisor of the named folder, if none is there.
-        wait_until(bench.is_supervised)
-        job = bench.end_of(bench.desk.journal.submit(order, "me").id)
-        assert (job.state, job.reason) == (
-            JobState.REFUSED,
-            f"another program restores the device: process {stranger.pid}")
-        other = bench.order("complete", device=secrets.token_hex(8))
-        other = bench.end_of(bench.desk.journal.submit(other, "me").id)
-        assert other.state is JobState.SUCCEEDED
-        bench.go()
-        stranger.wait()
-        again = bench.end_of(bench.desk.journal.submit(order, "me").id)
-        assert again.state is JobState.SUCCEEDED
-    finally:
-        stranger.kill()
-        supervisor.kill()
-        supervisor.wait()
 
 
 def test_an_end_that_cannot_be_written_down_is_tried_again(bench: TestBench) -> None:

@@ -27,7 +27,7 @@ def test_the_folder_of_the_machine(machine: Path) -> None:
         warnings.simplefilter("error")
         folder = bench_folder()
     assert folder.path == machine / "all" / "qnrescue"
-    assert folder.is_default and folder.path.is_dir()
+    assert folder.path.is_dir()
     assert list(folder.path.iterdir()) == []
 
 
@@ -36,7 +36,7 @@ def test_the_users_own_folder_comes_with_a_warning(machine: Path) -> None:
     with pytest.warns(PrivateFolder, match="jobs of other users are not known"):
         folder = bench_folder()
     assert folder.path == machine / "mine" / "qnrescue"
-    assert folder.is_default and folder.path.is_dir()
+    assert folder.path.is_dir()
 
 
 def test_a_journal_of_another_user_that_may_not_be_written(machine: Path, monkeypatch) -> None:
@@ -52,7 +52,7 @@ def test_a_folder_that_is_named(machine: Path, monkeypatch) -> None:
     monkeypatch.setenv("QNRESCUE_BENCH_FOLDER", str(machine / "a" / "b"))
     folder = bench_folder()
     assert folder.path == machine / "a" / "b"
-    assert not folder.is_default and folder.path.is_dir()
+    assert folder.path.is_dir()
     monkeypatch.chdir(machine)
     assert bench_folder("c").path == machine / "c"
 

@@ -6,9 +6,11 @@ import json
 import os
 import random
 import signal
+import stat
 import subprocess
 import sys
 import time
+from pathlib import Path
 
 import pytest
 
@@ -137,6 +139,24 @@ def test_files_of_a_job(bench: TestBench) -> None:
     assert b"\0" not in files.documents.read_bytes()
     assert files.errors.read_text() == "hello\n"
     assert f"--amr-logfile {files.log}" in files.log.read_text()
+
+
+@pytest.mark.skipif(os.name != "posix", reason="permissions of POSIX")
+def test_others_who_may_use_the_folder_may_supervise(tmp_path: Path) -> None:
+    folder = tmp_path / "bench"
+    folder.mkdir()
+    folder.chmod(0o2770)
+    before = os.umask(0o077)
+    bench = TestBench(tmp_path)
+    try:
+        bench.restore("report 3 1", "complete")
+    finally:
+        os.umask(before)
+        bench.close()
+    modes = {path.name: stat.S_IMODE(path.stat().st_mode) & 0o777 for path in folder.rglob("*")}
+    own = {"restore.log", "job.json", "steps.jsonl"}  # nobody else has to write these
+    assert own <= modes.keys()
+    assert {name for name, mode in modes.items() if mode not in (0o660, 0o770)} == own
 
 
 # What happens to viewers

@@ -25,6 +25,7 @@ class Bench:
         self.environment = {
             **os.environ, **LOCALE, "PYTHONPATH": str(ROOT / "python"), "PYTHONUTF8": "1",
             "PYTHONDONTWRITEBYTECODE": "1", "QNRESCUE_BENCH_FOLDER": str(self.folder / "bench"),
+            "QNRESCUE_MACHINE_FOLDER": str(self.folder / "machine"),
             "QNRESCUE_TOOL": "\n".join([*RUNNER, str(BIN / "qnrescue.exe")]),
             "MOBILEDEVICE_SIMULATOR_SCENARIO": str(scenario_file),
             "MOBILEDEVICE_SIMULATOR_WORLD": str(world or self.folder / "world.plist"),
