@@ -406,6 +406,33 @@ def test_everything_is_published_after_each_connection(station: Station) -> None
     assert station.broker.sent[-1] == ("availability", "online")
 
 
+def test_everything_is_published_again_now_and_then(
+        station: Station, monkeypatch: pytest.MonkeyPatch) -> None:
+    """For those who join later, where the broker does not send them what it has kept."""
+    jobs = [station.bench.restore("complete") for _ in range(2)]
+    station.step_until(lambda: "station" in station.broker.kept and station.device())
+    kept = dict(station.broker.kept)
+    set_end(station.bench.desk.journal.path, jobs[1].id, time.time() - DAY - 60)
+    station.broker.kept.clear()
+    station.step()
+    assert not station.broker.kept
+    monkeypatch.setattr("qnrescue.fleet.bridge.REFRESH_SECONDS", 0.0)
+    station.step()
+    del kept[f"jobs/{jobs[1].id}"], kept["station"]  # that is published every minute
+    assert station.broker.kept == kept
+    monkeypatch.setattr("qnrescue.fleet.bridge.REFRESH_SECONDS", 600.0)
+    station.broker.kept.clear()
+    station.step()
+    assert "availability" not in station.broker.kept
+
+
+def test_the_station_names_only_bundles_that_can_be_ordered(station: Station) -> None:
+    for name in (".a.ipsw.part", "-a", "b.ipsw", "CON", "\u00e4.ipsw"):
+        station.bundle("complete", name=name)
+    station.start()
+    assert json.loads(station.broker.kept["station"])["bundles"] == ["b.ipsw"]
+
+
 def test_the_station(station: Station) -> None:
     station.bundle("complete")
     station.step_until(lambda: json.loads(station.broker.kept["station"])["findings"])

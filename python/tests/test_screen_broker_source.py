@@ -32,6 +32,7 @@ class TestClient:
     on_connect: Callable[..., None]
     on_disconnect: Callable[..., None]
     on_message: Callable[..., None]
+    on_subscribe: Callable[..., None]
 
     def __init__(self) -> None:
         self.subscribed: list[str] = []
@@ -129,10 +130,15 @@ def test_a_station_that_goes_is_offline_since_its_last_word(
         await asyncio.sleep(0.01)
         assert (head(board)["online"], head(board)["heard"]) == (False, 1000.0)
         client.say("qnrescue/north/availability", "online", kept=False)
-        client.say("qnrescue/north/availability", "offline", kept=False)
         await asyncio.sleep(0.01)
-        assert abs(head(board)["heard"] - time.time()) < 60
+        monkeypatch.setattr(module.time, "time", lambda: real() + 1000)
+        # The last will comes from the broker, long after the station's last word.
+        client.say("qnrescue/north/availability", "offline", kept=False)
+        client.say("qnrescue/south/station", STATION)
+        await asyncio.sleep(0.01)
+        assert (head(board)["online"], abs(head(board)["heard"] - real()) < 60) == (False, True)
 
+    real = time.time
     play(monkeypatch, act)
 
 
@@ -146,11 +152,73 @@ def test_without_the_broker_all_are_offline_until_it_is_back(
         answer = await source.order("north", ORDER, "the test")
         assert (answer.accepted, client.published) == (False, [])
         client.on_connect(client, None, {}, 5)
+        client.on_disconnect(client, None, 5)
         await asyncio.sleep(0.01)
         assert "refuses" in board.notice
         client.on_connect(client, None, {}, 0)
+        client.say("qnrescue/north/availability", "online")
         await asyncio.sleep(0.01)
         assert (head(board)["online"], board.notice) == (True, "")
+
+    play(monkeypatch, act)
+
+
+def test_says_that_it_may_not_read_the_topics(monkeypatch: pytest.MonkeyPatch) -> None:
+    async def act(source: BrokerSource, client: TestClient, board: Board) -> None:
+        client.on_subscribe(client, None, 1, [1, 128])
+        client.on_subscribe(client, None, 1, [1, 1])
+        await asyncio.sleep(0.01)
+        assert board.notice == "the broker does not let the screen read the topics"
+
+    play(monkeypatch, act)
+
+
+@pytest.mark.parametrize("topics", [
+    ("availability", "station", f"devices/{ECID}", "jobs/job-1"),
+    ("jobs/job-1", f"devices/{ECID}", "station", "availability")])
+def test_a_station_whose_topics_are_emptied_vanishes(monkeypatch: pytest.MonkeyPatch,
+                                                     topics: tuple[str, ...]) -> None:
+    async def act(source: BrokerSource, client: TestClient, board: Board) -> None:
+        for topic in topics:
+            assert list(board.view(1000.0)) == ["north"]
+            client.say(f"qnrescue/north/{topic}", "", kept=False)
+            client.say(f"qnrescue/ghost/{topic}", "", kept=False)
+            await asyncio.sleep(0.01)
+        assert board.view(1000.0) == {}
+
+    play(monkeypatch, act)
+
+
+def test_without_its_availability_a_station_is_online_at_its_next_word(
+        monkeypatch: pytest.MonkeyPatch) -> None:
+    """Not every broker sends what it has kept."""
+    async def act(source: BrokerSource, client: TestClient, board: Board) -> None:
+        client.on_disconnect(client, None, 7)
+        client.on_connect(client, None, {}, 0)
+        client.say("qnrescue/north/station", STATION)
+        await asyncio.sleep(0.01)
+        assert head(board)["online"] is False
+        client.say("qnrescue/north/station", STATION, kept=False)
+        await asyncio.sleep(0.01)
+        assert head(board)["online"] is True
+
+    play(monkeypatch, act)
+
+
+def test_a_broker_that_sends_nothing_of_what_it_has_kept(monkeypatch: pytest.MonkeyPatch) -> None:
+    """Then the stations are given the time to publish everything again."""
+    monkeypatch.setattr(module, "_KEPT_SECONDS", 0.1)
+    monkeypatch.setattr(module, "_REFRESHED_SECONDS", 1.0)
+
+    async def act(source: BrokerSource, client: TestClient, board: Board) -> None:
+        client.on_disconnect(client, None, 7)
+        client.on_connect(client, None, {}, 0)
+        client.say("qnrescue/north/station", STATION, kept=False)
+        client.say(f"qnrescue/north/devices/{ECID}", DEVICE, kept=False)
+        await asyncio.sleep(0.5)
+        assert tile(board)["look"] == "running"
+        await asyncio.sleep(1.0)
+        assert tile(board)["look"] == "attached", "the job was not published again"
 
     play(monkeypatch, act)
 
@@ -187,6 +255,21 @@ def test_sends_orders_and_returns_their_answers(monkeypatch: pytest.MonkeyPatch)
     play(monkeypatch, act)
 
 
+def test_an_order_that_waits_for_its_answer_is_not_sent_again(
+        monkeypatch: pytest.MonkeyPatch) -> None:
+    async def act(source: BrokerSource, client: TestClient, board: Board) -> None:
+        client.reply = ""
+        orders = [asyncio.create_task(source.order("north", ORDER, "the test")) for _ in range(2)]
+        await asyncio.sleep(0.01)
+        client.say("qnrescue/south/answers/order-1", answer_message("order-1", "forged"),
+                   kept=False)
+        client.say("qnrescue/north/answers/order-1", answer_message("order-1", ""), kept=False)
+        assert await asyncio.gather(*orders) == [Answer(True)] * 2
+        assert len(client.published) == 1
+
+    play(monkeypatch, act)
+
+
 def test_says_if_a_station_does_not_answer(monkeypatch: pytest.MonkeyPatch) -> None:
     monkeypatch.setattr(module, "_ANSWER_SECONDS", 0.05)
 
@@ -194,6 +277,7 @@ def test_says_if_a_station_does_not_answer(monkeypatch: pytest.MonkeyPatch) -> N
         client.reply = ""
         answer = await source.order("north", ORDER, "the test")
         assert not answer.accepted and "may still carry it out" in answer.reason
+        assert not answer.is_known
 
     play(monkeypatch, act)
 
@@ -207,6 +291,19 @@ def test_keeps_the_steps_that_it_sees(monkeypatch: pytest.MonkeyPatch) -> None:
         papers = await source.papers("north", "job-1")
         assert papers.steps == (Step("Booting", 5.0), Step("Flashing", 9.0))
         assert papers.file is None and "at the station" in papers.note
+
+    play(monkeypatch, act)
+
+
+def test_keeps_no_more_steps_than_a_restore_has(monkeypatch: pytest.MonkeyPatch) -> None:
+    monkeypatch.setattr(module, "_MOST_STEPS", 3)
+
+    async def act(source: BrokerSource, client: TestClient, board: Board) -> None:
+        for number in range(9):
+            client.say("qnrescue/north/jobs/job-1", job_message(job(step=f"step {number}")))
+        await asyncio.sleep(0.01)
+        steps = (await source.papers("north", "job-1")).steps
+        assert [step.name for step in steps] == ["Booting", "step 0", "step 1"]
 
     play(monkeypatch, act)
 

@@ -73,6 +73,31 @@ def test_a_job_with_a_member_that_cannot_be_shown_is_refused(key: str) -> None:
         read_job("job-1", encoded({**JOB, key: {"<b>": 1}}))
 
 
+@pytest.mark.parametrize("progress", [-1, 101, 1e9])
+def test_a_progress_that_is_no_percentage_is_refused(progress: float) -> None:
+    with pytest.raises(MessageFault):
+        read_job("job-1", encoded({**JOB, "progress": progress}))
+
+
+def test_an_id_that_is_none_is_refused() -> None:
+    with pytest.raises(MessageFault):
+        read_job("a b", encoded({**JOB, "id": "a b"}))
+
+
+def test_a_number_that_is_too_large_is_refused() -> None:
+    for read, value in READERS:
+        for key in ("time", "since", "ordered_at", "started_at", "exit_status"):
+            if key in value:
+                with pytest.raises(MessageFault):
+                    read(encoded({**value, key: 10 ** 400}))
+
+
+def test_a_message_that_no_broker_of_ours_lets_through_is_refused() -> None:
+    for read, value in READERS:
+        with pytest.raises(MessageFault, match="too long"):
+            read(encoded({**value, "more": "x" * 65536}))
+
+
 @given(st.data())
 def test_a_member_of_another_type_is_refused_or_harmless(data: st.DataObject) -> None:
     read, value = data.draw(st.sampled_from(READERS))

@@ -17,7 +17,8 @@ from qnrescue.bench.polling import Poll
 from qnrescue.bench.slots import Slots
 from qnrescue.desk import Desk
 from qnrescue.fleet.clerk import Clerk
-from qnrescue.fleet.messages import ONLINE, answer_message, encode, job_message, station_value
+from qnrescue.fleet.messages import (ONLINE, REFRESH_SECONDS, answer_message, encode, job_message,
+                                     station_value)
 from qnrescue.fleet.orders import LONGEST_PAYLOAD
 from qnrescue.fleet.presence import Presence
 from qnrescue.fleet.settings import Settings
@@ -89,6 +90,7 @@ class Bridge:
         self._emptied: set[str] = set()  # jobs that are too old
         self._station: dict[str, Any] = {}  # what was published of it
         self._station_at = self._looked_at = self._swept_at = 0.0
+        self._published_at = math.inf
         self._reads_kept = False
 
     def enter(self, line: Line) -> None:
@@ -98,7 +100,7 @@ class Bridge:
         self._reads_kept = True
         line.subscribe([self._topics.orders, *self._topics.kept])
         self._publish()
-        line.publish(self._topics.availability, ONLINE, retain=True)
+        self._publish_availability()
 
     def receive(self, topic: str, payload: bytes, was_kept: bool) -> None:
         """Takes over a message. Raises JournalError; then it has to come again."""
@@ -176,6 +178,9 @@ class Bridge:
     # What is published
 
     def _publish(self, has_news: bool = True) -> None:
+        if time.monotonic() - self._published_at >= REFRESH_SECONDS:
+            self._publish_again()
+            has_news = True
         if has_news:
             self._publish_jobs()
             self._publish_devices()
@@ -186,12 +191,29 @@ class Bridge:
             self._reads_kept = False
             self._line.unsubscribe(self._topics.kept)
 
+    def _publish_again(self) -> None:
+        """Publishes what the broker keeps, for those who joined later: not every broker sends it to
+        them. Jobs that ended earlier than a day ago are left out."""
+        for job in self._jobs_since(time.time() - _DAY):
+            self._send(self._topics.job(job.id), job_message(job))
+        self._devices.clear()
+        self._publish_availability()
+
+    def _publish_availability(self) -> None:
+        self._published_at = time.monotonic()
+        self._send(self._topics.availability, ONLINE)
+
+    def _jobs_since(self, earliest: float) -> list[Job]:
+        """Returns the jobs that are under way, and those that ended since then."""
+        journal = self._desk.journal
+        return journal.jobs(JobState.QUEUED, JobState.RUNNING) \
+            + journal.ended_between(earliest, math.inf)
+
     def _publish_jobs(self) -> None:
         journal = self._desk.journal
         if journal.path != self._file:  # the other one was found broken, or the connection is new
             self._file, self._revision = journal.path, journal.revision()
-            jobs = journal.jobs(JobState.QUEUED, JobState.RUNNING)
-            jobs += journal.ended_between(self._oldest(), math.inf)
+            jobs = self._jobs_since(self._oldest())
         else:
             jobs = journal.changes_since(self._revision)
         for job in jobs:

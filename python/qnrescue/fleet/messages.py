@@ -13,11 +13,13 @@ from typing import Any
 
 from qnrescue.bench.findings import Finding
 from qnrescue.bench.slots import Slots
-from qnrescue.fleet.orders import LONGEST_PAYLOAD
+from qnrescue.fleet.orders import LONGEST_PAYLOAD, is_bundle_name
 from qnrescue.fleet.settings import Settings
 from qnrescue.jobs import Job
 
 ONLINE, OFFLINE = "online", "offline"
+# How often a station publishes again what the broker keeps, in seconds.
+REFRESH_SECONDS = 600.0
 
 
 def encode(value: Mapping[str, Any]) -> str:
@@ -47,7 +49,7 @@ def station_value(settings: Settings, slots: Slots, findings: Sequence[Finding] 
                   for location, name in slots.names.items()],
         "limits": {"allow_erase": settings.allow_erase, "longest_order": LONGEST_PAYLOAD,
                    "longest_validity": settings.longest_validity, "job_days": settings.job_days},
-        "bundles": sorted(_names(settings.bundles)),
+        "bundles": sorted(filter(is_bundle_name, _names(settings.bundles))),
         "findings": None if findings is None else [dataclasses.asdict(each) for each in findings],
         "fault": fault}
 

@@ -126,9 +126,14 @@ def _text(root: Mapping[str, Any], key: str, pattern: re.Pattern[str]) -> str:
     return value
 
 
+def is_bundle_name(name: str) -> bool:
+    """Returns whether an order can name this bundle."""
+    return bool(_BUNDLE.fullmatch(name)) and not _RESERVED.fullmatch(name)
+
+
 def _bundle(root: Mapping[str, Any]) -> str:
     name = _text(root, "bundle", _BUNDLE)
-    if _RESERVED.fullmatch(name):
+    if name and not is_bundle_name(name):
         raise OrderFault("not a valid bundle")
     return name
 

@@ -7,12 +7,14 @@ import math
 from typing import Any
 
 from qnrescue.commands import clean_ecid
-from qnrescue.jobs import Job
+from qnrescue.jobs import Job, check_job_id
 from qnrescue.screen.board import Device, Station
 from qnrescue.screen.source import Answer
 
-# The most that a message has, in bytes.
-_LONGEST = 1 << 20
+# The most that a message has, in bytes: as much as the broker of docs/fleet.md lets through.
+_LONGEST = 1 << 16
+# What is wrong with a message.
+_FAULTS = (AttributeError, KeyError, OverflowError, TypeError, ValueError)
 
 
 class MessageFault(Exception):
@@ -30,7 +32,7 @@ def read_station(name: str, payload: bytes) -> tuple[Station, float]:
                           may_erase=root["limits"]["allow_erase"] is True,
                           note="; ".join(filter(None, [_text(root, "fault"), *problems])))
         return station, _number(root, "time")
-    except (KeyError, TypeError, ValueError) as fault:
+    except _FAULTS as fault:
         raise MessageFault(f"not a station: {fault!r}") from fault
 
 
@@ -40,7 +42,7 @@ def read_device(ecid: str, payload: bytes) -> Device:
         root = _root(payload)
         return Device(clean_ecid(ecid), _text(root, "slot"), _text(root, "serial_number"),
                       _text(root, "product"), _number(root, "since"))
-    except (KeyError, TypeError, ValueError) as fault:
+    except _FAULTS as fault:
         raise MessageFault(f"not a device: {fault!r}") from fault
 
 
@@ -49,10 +51,13 @@ def read_job(job_id: str, payload: bytes) -> Job:
     try:
         root = _root(payload)
         root.pop("device")
+        check_job_id(job_id)
         for key in ("asked_by", "step", "reason", "cancel_asked_by"):
             _text(root, key)
         for key in ("ordered_at", "seconds", "progress"):
             _number(root, key)
+        if not 0 <= root["progress"] <= 100:
+            raise ValueError("not percent")
         for key in ("started_at", "ended_at", "exit_status"):
             if root[key] is not None:
                 _number(root, key)
@@ -62,7 +67,7 @@ def read_job(job_id: str, payload: bytes) -> Job:
         if job.id != job_id:
             raise ValueError("another id")
         return job
-    except (KeyError, TypeError, ValueError, AttributeError) as fault:
+    except _FAULTS as fault:
         raise MessageFault(f"not a job: {fault!r}") from fault
 
 
@@ -71,7 +76,7 @@ def read_answer(payload: bytes) -> Answer:
     try:
         root = _root(payload)
         return Answer(_text(root, "answer") == "accepted", _text(root, "reason"))
-    except (KeyError, TypeError, ValueError) as fault:
+    except _FAULTS as fault:
         raise MessageFault(f"not an answer: {fault!r}") from fault
 
 
