@@ -7,6 +7,7 @@ import time
 from collections.abc import Iterator
 from dataclasses import replace
 from pathlib import Path
+from typing import Any
 
 import pytest
 
@@ -136,7 +137,8 @@ def test_finds_by_ecid_serial_number_and_state(page: Page, screen: BackgroundScr
 def test_text_of_a_device_is_never_html(page: Page, source: MadeUp) -> None:
     source.devices = [Device(ECID, HOSTILE, HOSTILE, HOSTILE)]
     source.stations = (Station(HOSTILE, slots=(HOSTILE,), bundles=(HOSTILE,), note=HOSTILE),)
-    source.jobs = [job(state=JobState.FAILED, slot=HOSTILE, reason=HOSTILE, asked_by=HOSTILE)]
+    source.jobs = [replace(job(state=JobState.FAILED, slot=HOSTILE, reason=HOSTILE,
+                               asked_by=HOSTILE), ended_at=time.time())]
     source.kept = Papers((Step(HOSTILE, 0.0),), ({"Type": HOSTILE, "Value": HOSTILE},))
     screen = BackgroundScreen(source)
     try:
@@ -226,6 +228,68 @@ def test_says_why_an_order_is_refused(
     page.complaints()  # of the status 409
 
 
+def test_what_was_refused_is_ordered_again_as_another_job(
+        page: Page, screen: BackgroundScreen, source: MadeUp) -> None:
+    page.open(f"{screen.address}#/device/north/{ECID}")
+    page.until("document.querySelector('form select')?.options.length === 2")
+    for answer in (Answer(False, "no answer", is_known=False), Answer(False, "a reason"),
+                   Answer(True)):
+        source.answer = answer
+        page.run("document.querySelector('#details form button').click()")
+        page.until("location.hash.startsWith('#/job/') || document.querySelector("
+                   "'#details [role=alert]').innerText.endsWith(arguments[0])",
+                   f": {answer.reason}")
+    first, again, last = (order.id for order in source.orders)
+    assert first == again != last
+    page.complaints()  # of the status 409
+
+
+def test_the_bundle_stays_chosen(page: Page, screen: BackgroundScreen) -> None:
+    page.open(f"{screen.address}#/device/north/{ECID}")
+    page.until("document.querySelector('form select')?.options.length === 2")
+    page.run("document.querySelector('form select').value = 'iPhone_17.4.ipsw'")
+    for bundles, chosen in ((("Apple_TV.ipsw", "iPad_17.4.ipsw", "iPhone_17.4.ipsw"),
+                             "iPhone_17.4.ipsw"), (("iPad_17.4.ipsw",), ""), ((), ""),
+                            (("iPad_17.4.ipsw", "iPhone_17.4.ipsw"), "")):
+        screen.change(lambda board: board.set_station(Station("north", bundles=bundles)))
+        page.until(f"document.querySelector('form select').options.length === {len(bundles)}")
+        assert page.run("return document.querySelector('form select').value") == chosen
+        page.until("document.querySelector('form button').disabled ===" + str(not chosen).lower())
+
+
+def test_says_why_a_job_is_not_cancelled(
+        page: Page, screen: BackgroundScreen, source: MadeUp) -> None:
+    source.answer = Answer(False, "the station is asleep")
+    page.open(screen.address + "#/job/north/job-1")
+    page.until("document.querySelector('#details button')?.checkVisibility()")
+    page.run("document.querySelector('#details button').click()")
+    page.run("document.querySelector('#question .risky').click()")
+    page.until("document.body.innerText.includes('Not cancelled: the station is asleep')")
+    source.kept = replace(source.kept, note="It was read again.")
+    page.until("document.querySelector('#details').innerText.includes('It was read again.')")
+    assert "Not cancelled: the station is asleep" in page.text("#details")
+    page.complaints()  # of the status 409
+
+
+def test_the_way_back_leads_to_the_tile(page: Page, screen: BackgroundScreen) -> None:
+    open_wall(page, screen)
+    page.run("document.querySelectorAll('a.tile')[2].focus()")
+    page.press("\ue007")
+    page.until("document.querySelector('#details h2')?.checkVisibility()")
+    page.run("history.back()")
+    page.until("document.getElementById('wall').checkVisibility()")
+    assert page.run("return document.activeElement === document.querySelectorAll('a.tile')[2]")
+
+
+def test_the_link_to_the_content_stays_on_the_page(page: Page, screen: BackgroundScreen) -> None:
+    page.open(screen.address + "#/job/north/job-1")
+    page.until("document.querySelector('#details .state')?.innerText.startsWith('running')")
+    page.run("document.querySelector('.skip').focus()")
+    page.press("\ue007")
+    page.until("document.activeElement.id === 'content'")
+    assert page.run("return document.querySelector('#details h2').checkVisibility()")
+
+
 def test_arrow_keys_move_between_the_tiles(page: Page, screen: BackgroundScreen) -> None:
     open_wall(page, screen)
     page.run("document.querySelector('a.tile').focus()")
@@ -250,7 +314,7 @@ def test_says_that_it_has_lost_its_server_and_recovers(
     page.until("document.getElementById('lost').innerText.startsWith('No contact')")
     assert page.run("return document.body.classList.contains('lost')")
     take_picture(page, "screen-lost")
-    source.jobs = [replace(each, state=JobState.SUCCEEDED, ended_at=1006.0)
+    source.jobs = [replace(each, state=JobState.SUCCEEDED, ended_at=time.time())
                    for each in source.jobs[:2]]
     screen.start()
     try:
@@ -271,6 +335,22 @@ def test_notices_a_server_that_says_nothing(
     page.driver.execute_cdp_cmd("Network.enable", {})
     monkeypatch.setattr("qnrescue.screen.server._BEAT_SECONDS", 3600.0)
     page.until("document.getElementById('lost').innerText.startsWith('No contact')")
+
+
+def test_a_station_that_has_lost_its_devices_meanwhile_has_no_tiles(
+        page: Page, source: MadeUp) -> None:
+    source.stations, source.jobs = (Station("north"),), []
+    screen = BackgroundScreen(source)
+    open_wall(page, screen)
+    screen.stop()
+    source.devices = []
+    screen.start()
+    try:
+        page.until("document.getElementById('lost').hidden")
+        page.until("document.querySelectorAll('.tile').length === 0")
+    finally:
+        screen.stop()
+    page.complaints()  # of the connections that failed
 
 
 def test_read_only_has_no_buttons(page: Page, source: MadeUp) -> None:
@@ -301,6 +381,101 @@ def test_the_form_for_a_wall_has_no_links_and_fits(page: Page, screen: Backgroun
                     ".fontSize)")
     assert 0.7 * size >= 1.5 * 16
     take_picture(page, "screen-wall")
+
+
+@pytest.fixture
+def hurried(driver: Any) -> Iterator[None]:
+    """Lets what the page does now and then happen twenty times as often."""
+    script = ("const usual = setInterval;"
+              "window.setInterval = (act, pause) => usual(act, pause / 20);")
+    added = driver.execute_cdp_cmd("Page.addScriptToEvaluateOnNewDocument", {"source": script})
+    yield
+    driver.execute_cdp_cmd("Page.removeScriptToEvaluateOnNewDocument", added)
+
+
+def test_a_wall_on_which_not_everything_fits_turns_its_pages(
+        page: Page, source: MadeUp, hurried: None) -> None:
+    slots = tuple(str(number) for number in range(30))
+    source.stations = tuple(Station(f"station {number}", slots=slots) for number in range(3))
+    source.devices, source.jobs = [], []
+    screen = BackgroundScreen(source)
+    try:
+        open_wall(page, screen, "?wall")
+        page.run("""
+            window.seen = new Set();
+            (function look() {
+              for (const each of document.querySelectorAll(".tiles li")) {
+                const {top, bottom} = each.getBoundingClientRect();
+                if (top >= document.querySelector("header").getBoundingClientRect().bottom
+                    && bottom <= innerHeight) {
+                  window.seen.add(each);
+                }
+              }
+              requestAnimationFrame(look);
+            })();""")
+        page.until("window.seen.size === 90 && scrollY > 0")
+        page.until("scrollY === 0")
+        size = page.run("return parseFloat(getComputedStyle(document.querySelector("
+                        "'.tile .state')).fontSize)")
+        assert 0.7 * size >= 1.5 * 16, "it can be read from three metres"
+    finally:
+        screen.stop()
+
+
+def test_long_texts_do_not_make_a_wall_longer(page: Page, screen: BackgroundScreen) -> None:
+    open_wall(page, screen, "?wall")
+    page.until("document.documentElement.style.fontSize")
+    screen.change(lambda board: board.set_station(Station(
+        "south", online=False, heard=1.0, slots=("1", "2"), note="What is wrong. " * 50)))
+    page.until("document.body.innerText.includes('What is wrong.')")
+    assert page.run("return document.documentElement.scrollHeight <= innerHeight")
+
+
+def test_keeps_the_latest_ends_for_those_who_listen(page: Page, screen: BackgroundScreen) -> None:
+    open_wall(page, screen)
+    for number in range(12):
+        for state in (JobState.RUNNING, JobState.FAILED, JobState.RUNNING, JobState.CANCELLED):
+            new = job("job-1", state, device=RUNNING.replace("30", "31"), slot="left 2",
+                      step=f"{number}")
+            screen.change(lambda board: board.set_job("north", replace(
+                new, ended_at=new.ended_at and time.time())))
+            page.until("document.querySelectorAll('.tile .state')[1].innerText"
+                       ".startsWith(arguments[0])", state.value)
+    said = page.run("return [...document.querySelectorAll('#said span')]"
+                    ".map((each) => each.textContent)")
+    assert len(said) == 20
+    assert "cancelled" in said[-1] and "failed" in said[-2]
+
+
+def test_draws_fewer_tiles_at_once_if_that_takes_long(page: Page, source: MadeUp) -> None:
+    slots = tuple(str(number) for number in range(300))
+    source.stations, source.devices, source.jobs = (Station("north", slots=slots),), [], []
+    screen = BackgroundScreen(source)
+    counts = []
+    try:
+        open_wall(page, screen)
+        page.run("""
+            window.counts = [];
+            window.work = 0;
+            const changed = new MutationObserver((list) => window.counts.push(new Set(
+              list.map(({target}) => target.parentElement?.closest("li"))).size));
+            changed.observe(document.getElementById("wall"), {subtree: true, childList: true});
+            (function work() {
+              const end = performance.now() + window.work;
+              while (performance.now() < end);
+              requestAnimationFrame(work);
+            })();""")
+        for work in (0, 80):
+            page.run("window.work = arguments[0]; window.counts.length = 0", work)
+            screen.change(lambda board: [board.set_device("north", Device(
+                f"{number:016X}", str(number), f"{work}")) for number in range(300)])
+            page.until("document.querySelector('.tiles li:last-child .device').textContent"
+                       ".endsWith(arguments[0])", f"  {work}")
+            counts.append(page.run("return window.counts"))
+    finally:
+        screen.stop()
+    assert max(counts[0]) == 20
+    assert set(counts[1][4:-1]) == {4}
 
 
 @pytest.mark.parametrize("scheme", ["light", "dark"])

@@ -76,7 +76,8 @@ export class Connection {
     return answer.json();
   }
 
-  /** Posts an order; returns why it was refused, empty if it was accepted. */
+  /** Posts an order; returns the `reason` why it was refused, empty if it was accepted, and whether
+      the outcome `is_known`. */
   async post(path, order) {
     let answer;
     try {
@@ -86,11 +87,11 @@ export class Connection {
         body: JSON.stringify(order),
       });
     } catch {
-      return "the server is not there; nothing is known of the order";
+      return {reason: "the server is not there; nothing is known of the order", is_known: false};
     }
-    const text = (await answer.text()).trim();
-    return answer.headers.get("Content-Type")?.startsWith("application/json")
-      ? JSON.parse(text).reason
-      : answer.ok ? "" : text;
+    if (answer.headers.get("Content-Type")?.startsWith("application/json")) {
+      return answer.json();
+    }
+    return {reason: (await answer.text()).trim(), is_known: true};
   }
 }

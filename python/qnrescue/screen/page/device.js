@@ -10,7 +10,8 @@ export class DevicePage {
     this.connection = connection;
     this.names = {station, device: ecid};
     this.find = find;
-    this.id = crypto.randomUUID(); // sent twice, the order is the same one
+    // Sent twice, the order is the same one; what was refused stays refused.
+    this.id = crypto.randomUUID();
     this.state = element("p", {class: "state"});
     this.latest = element("p");
     this.fault = element("p", {role: "alert"});
@@ -62,7 +63,10 @@ export class DevicePage {
   show_bundles(names) {
     const known = [...this.bundle.options].map((each) => each.value);
     if (known.join("\n") !== names.join("\n")) {
+      const chosen = this.has_chosen ? this.bundle.value : names[0];
+      this.has_chosen ||= names.length > 0;
       this.bundle.replaceChildren(...names.map((name) => element("option", {value: name}, name)));
+      this.bundle.value = chosen; // none, if that bundle is no longer there
     }
   }
 
@@ -77,10 +81,11 @@ export class DevicePage {
 
   async order() {
     this.submit.disabled = true;
-    const reason = await this.connection.post("restore", {
+    const {reason, is_known} = await this.connection.post("restore", {
       ...this.names, id: this.id, bundle: this.bundle.value, erase: this.erase.checked,
       confirmation: this.confirmation.value});
     if (reason) {
+      this.id = is_known ? crypto.randomUUID() : this.id;
       set_text(this.fault, `Not ordered: ${reason}`);
       this.update();
       return;

@@ -10,6 +10,7 @@ export class JobPage {
     this.connection = connection;
     this.names = {station, id};
     this.fault = element("p", {role: "alert"});
+    this.refusal = element("p", {role: "alert"});
     this.state = element("p", {class: "state"});
     this.facts = element("dl");
     this.cancel = element("button", {type: "button", class: "risky", hidden: true}, "Cancel the restore");
@@ -20,7 +21,8 @@ export class JobPage {
     this.left_out = element("p");
     this.file = element("a", {hidden: true, download: true}, "All documents as a file");
     root.replaceChildren(
-      element("h2", {tabindex: -1}, `Job ${id}`), this.state, this.fault, this.facts,
+      element("h2", {tabindex: -1}, `Job ${id}`), this.state, this.fault, this.refusal,
+      this.facts,
       element("p", {class: "actions"}, this.cancel, " ", this.again),
       element("h3", {}, "Time line"), this.steps,
       element("h3", {}, "Documents"), this.left_out, this.documents, element("p", {}, this.file));
@@ -120,8 +122,8 @@ export class JobPage {
     if (!await ask("End this restore? The device may need another one.")) {
       return;
     }
-    const reason = await this.connection.post("cancel", this.names);
-    set_text(this.fault, reason && `Not cancelled: ${reason}`);
+    const {reason} = await this.connection.post("cancel", this.names);
+    set_text(this.refusal, reason && `Not cancelled: ${reason}`);
     this.change();
   }
 }

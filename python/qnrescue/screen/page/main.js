@@ -3,6 +3,7 @@
 import {Connection} from "./connection.js";
 import {DevicePage} from "./device.js";
 import {element, set_text} from "./elements.js";
+import {WallFit} from "./fit.js";
 import {JobPage} from "./job.js";
 import {prepare_theme} from "./theme.js";
 import {Wall} from "./wall.js";
@@ -11,7 +12,11 @@ import {FILTERS, time_of} from "./words.js";
 const by_id = (id) => document.getElementById(id);
 // For a wall that nobody touches: no links, and as large as it fits.
 const is_for_wall = new URLSearchParams(location.search).has("wall");
+const wall_fit = is_for_wall ? new WallFit(by_id("wall")) : null;
+// How many ends of jobs are kept for those who listen to the page.
+const ENDS = 20;
 let page = null;
+let place = ""; // the hash of the page
 
 const connection = new Connection(receive, show_lost);
 const wall = new Wall(by_id("wall"), by_id("summary"), {
@@ -19,9 +24,9 @@ const wall = new Wall(by_id("wall"), by_id("summary"), {
   now: () => connection.now(),
   changed: () => {
     page?.change();
-    fit();
+    wall_fit?.fit();
   },
-  ended: (text) => by_id("said").append(element("span", {}, text)),
+  ended: say,
 });
 
 function receive(kind, value) {
@@ -38,6 +43,14 @@ function receive(kind, value) {
   wall.change(value);
 }
 
+function say(text) {
+  const said = by_id("said");
+  said.append(element("span", {}, text));
+  if (said.children.length > ENDS) {
+    said.firstChild.remove();
+  }
+}
+
 function show_lost(since) {
   by_id("lost").hidden = false;
   document.body.classList.add("lost");
@@ -49,11 +62,14 @@ function show_lost(since) {
 function show_page() {
   page?.close();
   page = null;
+  const left = place;
+  place = location.hash;
   const [, kind, station, id] = location.hash.split("/").map(decode);
   const has_page = !is_for_wall && ["job", "device"].includes(kind) && id;
   by_id("wall").hidden = has_page;
   by_id("details").hidden = !has_page;
   if (!has_page) {
+    wall.focus(left);
     return;
   }
   page = kind === "job" ? new JobPage(by_id("details"), connection, station, id)
@@ -69,23 +85,6 @@ function decode(part) {
   } catch {
     return "";
   }
-}
-
-/** Makes everything on a wall as large as fits. */
-function fit() {
-  if (!is_for_wall || fit.tiles === [...wall.tiles()].length) {
-    return;
-  }
-  fit.tiles = [...wall.tiles()].length;
-  const root = document.documentElement;
-  let [fitting, too_large] = [8, 41];
-  while (too_large - fitting > 1) {
-    const size = Math.floor((fitting + too_large) / 2);
-    root.style.fontSize = `${size}px`;
-    const fits = root.scrollHeight <= innerHeight && root.scrollWidth <= innerWidth;
-    [fitting, too_large] = fits ? [size, too_large] : [fitting, size];
-  }
-  root.style.fontSize = `${fitting}px`;
 }
 
 function prepare_tools() {
@@ -107,12 +106,11 @@ function prepare_tools() {
   });
 }
 
-document.body.classList.toggle("for-wall", is_for_wall);
 prepare_theme(by_id("theme"));
 prepare_tools();
-addEventListener("hashchange", show_page);
-addEventListener("resize", () => {
-  fit.tiles = null;
-  fit();
+by_id("skip").addEventListener("click", (event) => {
+  event.preventDefault(); // the hash says which page is shown
+  by_id("content").focus();
 });
+addEventListener("hashchange", show_page);
 show_page();

@@ -22,7 +22,9 @@ export class Tile {
   show(value) {
     this.value = value;
     const {look, progress} = value;
-    this.body.dataset.look = look;
+    if (this.body.dataset.look !== look) {
+      this.body.dataset.look = look;
+    }
     set_text(this.slot, value.slot || value.device);
     this.slot.classList.toggle("long", this.slot.textContent.length > 12);
     set_text(this.state, look === "running" ? `running ${progress ?? 0}%` : look);

@@ -5,8 +5,9 @@ import {Tile} from "./tile.js";
 import {FILTERS, is_under_way, time_of} from "./words.js";
 
 // How many tiles are drawn in a frame, so that layout and paint fit into it too; the rest waits for
-// the next one.
-const TILES_OF_A_FRAME = 20;
+// the next one. After a frame that took longer than this, in milliseconds, there are fewer.
+const [FEWEST_TILES, MOST_TILES] = [4, 20];
+const LONG_FRAME = 34;
 
 class Station {
   constructor(name) {
@@ -60,6 +61,8 @@ export class Wall {
     this.stations = new Map();
     this.has_changed = true;
     this.waiting = new Map(); // by tile: the value to be shown, null for the time alone
+    this.at_once = MOST_TILES;
+    this.drawn_at = null;
     this.text = "";
     this.filter_name = "all";
     setInterval(() => this.tick(), 1000);
@@ -125,12 +128,16 @@ export class Wall {
   }
 
   draw_soon() {
-    this.frame ??= requestAnimationFrame(() => this.draw());
+    this.frame ??= requestAnimationFrame((now) => this.draw(now));
   }
 
-  draw() {
+  draw(now) {
     this.frame = null;
-    for (const [tile, value] of [...this.waiting].slice(0, TILES_OF_A_FRAME)) {
+    if (this.drawn_at) {
+      this.at_once = now - this.drawn_at > LONG_FRAME ? Math.max(FEWEST_TILES, this.at_once / 2)
+        : Math.min(MOST_TILES, this.at_once + 1);
+    }
+    for (const [tile, value] of [...this.waiting].slice(0, this.at_once)) {
       this.waiting.delete(tile);
       if (value !== null) {
         this.announce(tile, value);
@@ -140,6 +147,7 @@ export class Wall {
       }
       tile.tick(this.now());
     }
+    this.drawn_at = this.waiting.size ? now : null; // the next frame says how long this one took
     if (this.waiting.size) {
       this.draw_soon();
     } else if (this.has_changed) {
@@ -196,6 +204,12 @@ export class Wall {
       parts.unshift(`${shown} of ${all} shown`);
     }
     set_text(this.summary, parts.join(", ") || "nothing is attached");
+  }
+
+  /** Gives the focus to the tile that leads to this address, if there is one. */
+  focus(address) {
+    [...this.root.querySelectorAll("a[href]")]
+      .find((each) => each.getAttribute("href") === address)?.focus();
   }
 
   /** Moves between the tiles with the arrow keys. */
