@@ -38,6 +38,16 @@ def test_refuses_settings_that_are_none(tmp_path: Path, text: str) -> None:
         read_access(settings(tmp_path, text))
 
 
+def test_refuses_a_key_that_others_may_read(tmp_path: Path) -> None:
+    path = settings(tmp_path, 'broker = "mqtts://b"\ncertificate = "c.pem"\nkey = "k.pem"')
+    key = tmp_path / "k.pem"
+    key.touch(0o640)
+    with pytest.raises(SettingsFault, match="others"):
+        read_access(path)
+    key.chmod(0o600)
+    assert read_access(path).key == key
+
+
 def test_refuses_settings_that_others_may_read(tmp_path: Path) -> None:
     path = settings(tmp_path, 'broker = "mqtts://b"')
     path.chmod(0o644)

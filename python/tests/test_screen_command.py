@@ -13,6 +13,7 @@ import sys
 import urllib.error
 import urllib.request
 from pathlib import Path
+from typing import Any
 
 import pytest
 
@@ -74,6 +75,44 @@ def test_serves_the_page_until_it_is_stopped(tmp_path: Path) -> None:
     finally:
         process.kill()
         process.communicate()
+
+
+def state_of(address: str) -> dict[str, Any]:
+    """Returns what a page is sent first."""
+    with urllib.request.urlopen(address + "events") as events:
+        for line in events:
+            if line.startswith(b"data: ") and b'"may_erase"' in line:
+                value: dict[str, Any] = json.loads(line.removeprefix(b"data: "))
+                return value
+    raise AssertionError("it ended")
+
+
+@pytest.mark.parametrize("words", [[], ["--read-only", "--allow-erase"]])
+def test_what_can_be_ordered(tmp_path: Path, words: list[str]) -> None:
+    bundles = tmp_path / "others"
+    bundles.mkdir()
+    (bundles / "a.ipsw").touch()
+    process, address = start(tmp_path, "--bundles", str(bundles), *words)
+    try:
+        state = state_of(address)
+        while not state["stations"][0]["head"]["bundles"]:
+            state = state_of(address)
+        head = state["stations"][0]["head"]
+        assert (head["bundles"], head["may_erase"]) == (["a.ipsw"], bool(words))
+        with urllib.request.urlopen(address + "events") as events:
+            events.readline()
+            token = json.loads(events.readline().removeprefix(b"data: "))["token"]
+        order = {"station": "x", "id": "job-1"}
+        request = urllib.request.Request(
+            address + "cancel", json.dumps(order).encode(),
+            {"Content-Type": "application/json", "Origin": address.rstrip("/"),
+             "X-QNRescue-Token": token})
+        with pytest.raises(urllib.error.HTTPError) as refused:
+            urllib.request.urlopen(request)
+        assert refused.value.code == (403 if words else 404)
+        refused.value.close()
+    finally:
+        stop(process)
 
 
 def test_serves_beyond_this_machine_with_tls_and_a_password(

@@ -383,18 +383,106 @@ def test_the_form_for_a_wall_has_no_links_and_fits(page: Page, screen: Backgroun
     take_picture(page, "screen-wall")
 
 
+# Scripts that the browser runs before those of the page.
+HURRY = "const usual = setInterval; window.setInterval = (act, pause) => usual(act, pause / 20);"
+WRONG_CLOCK = "const usual = Date.now; Date.now = () => usual() + 3600e3;"
+
+
 @pytest.fixture
-def hurried(driver: Any) -> Iterator[None]:
-    """Lets what the page does now and then happen twenty times as often."""
-    script = ("const usual = setInterval;"
-              "window.setInterval = (act, pause) => usual(act, pause / 20);")
-    added = driver.execute_cdp_cmd("Page.addScriptToEvaluateOnNewDocument", {"source": script})
+def prepared(driver: Any, request: pytest.FixtureRequest) -> Iterator[None]:
+    """Runs a script before those of the page."""
+    added = driver.execute_cdp_cmd("Page.addScriptToEvaluateOnNewDocument",
+                                   {"source": request.param})
     yield
     driver.execute_cdp_cmd("Page.removeScriptToEvaluateOnNewDocument", added)
 
 
+@pytest.mark.parametrize("prepared", ["", WRONG_CLOCK], ids=["clock", "wrong clock"], indirect=True)
+def test_shows_for_how_long_a_restore_has_run(page: Page, source: MadeUp, prepared: None) -> None:
+    source.devices = []
+    source.jobs = [replace(job(), started_at=time.time() - 3725),
+                   replace(job("job-2", JobState.FAILED, slot="left 2", device=RUNNING),
+                           seconds=65.0, ended_at=time.time())]
+    screen = BackgroundScreen(source)
+    try:
+        open_wall(page, screen)
+        page.until("document.querySelector('.time').innerText.startsWith('1:02:')")
+        before = page.text(".time")
+        page.until("document.querySelector('.time').innerText > arguments[0]", before)
+        assert page.run("return document.querySelectorAll('.time')[1].innerText") == "1:05"
+    finally:
+        screen.stop()
+
+
+def test_says_what_is_wrong_with_the_stations(page: Page, screen: BackgroundScreen) -> None:
+    open_wall(page, screen)
+    assert not page.run("return document.getElementById('notice').checkVisibility()")
+    screen.change(lambda board: setattr(board, "notice", "no connection to the broker"))
+    page.until("document.getElementById('notice').innerText === 'no connection to the broker'")
+    screen.change(lambda board: setattr(board, "notice", ""))
+    page.until("!document.getElementById('notice').checkVisibility()")
+    screen.change(lambda board: board.set_station(Station("south", note="the disk is full")))
+    page.until("document.querySelectorAll('.status')[1].innerText === 'the disk is full'")
+
+
+def test_sums_up_what_there_is(page: Page, screen: BackgroundScreen) -> None:
+    open_wall(page, screen)
+    page.until("document.getElementById('summary').innerText.includes('station offline')")
+    assert page.text("#summary") == (
+        "1 queued, 1 running, 1 succeeded, 1 failed, 1 timed out, 1 hung, 1 cancelled,"
+        " 1 interrupted, 1 refused, 1 attached, 2 empty, 1 station offline")
+    assert "Timeout waiting for NAND, gone" in "".join(page.tiles()), "it is not attached"
+
+
+def test_nothing_can_be_ordered_from_a_station_that_is_offline(
+        page: Page, screen: BackgroundScreen) -> None:
+    page.open(f"{screen.address}#/device/north/{ECID}")
+    page.until("document.querySelector('#details form')?.checkVisibility()")
+    north = screen.source.stations[0]
+    screen.change(lambda board: board.set_station(north.seen(False, 1.0)))
+    page.until("!document.querySelector('#details form').checkVisibility()")
+    screen.change(lambda board: board.set_station(north))
+    page.until("document.querySelector('#details form').checkVisibility()")
+    screen.change(lambda board: board.remove_device("north", ECID))
+    page.until("!document.querySelector('#details form').checkVisibility()")
+
+
+def test_a_page_of_a_newer_server_is_read_again(
+        page: Page, source: MadeUp, monkeypatch: pytest.MonkeyPatch) -> None:
+    screen = BackgroundScreen(source)
+    open_wall(page, screen)
+    page.run("window.is_old = true")
+    screen.stop()
+    screen.start()
+    page.until("document.getElementById('lost').hidden")
+    assert page.run("return window.is_old")
+    screen.stop()
+    monkeypatch.setattr("qnrescue.screen.server._digest_of_page", lambda: "another")
+    screen.start()
+    try:
+        page.until("!window.is_old")
+    finally:
+        screen.stop()
+    page.complaints()  # of the connections that failed
+
+
+def test_the_latest_documents_are_shown_as_they_come(
+        page: Page, screen: BackgroundScreen, source: MadeUp) -> None:
+    documents = [{"Type": "RestoreStatus", "Value": {"Progress": number}} for number in range(6)]
+    for first, last in ((0, 2), (1, 4), (3, 6)):
+        source.kept = Papers(documents=documents[first:last], left_out=first)
+        if not first:
+            page.open(screen.address + "#/job/north/job-1")
+        page.until("document.querySelector('.documents')?.innerText.includes(arguments[0])",
+                   f"{last - 1} %")
+        assert page.text(".documents").split("\n") == [
+            f"RestoreStatus {number} %" for number in range(first, last)]
+    assert "The last 3 of 6." in page.text("#details")
+
+
+@pytest.mark.parametrize("prepared", [HURRY], ids=["hurry"], indirect=True)
 def test_a_wall_on_which_not_everything_fits_turns_its_pages(
-        page: Page, source: MadeUp, hurried: None) -> None:
+        page: Page, source: MadeUp, prepared: None) -> None:
     slots = tuple(str(number) for number in range(30))
     source.stations = tuple(Station(f"station {number}", slots=slots) for number in range(3))
     source.devices, source.jobs = [], []
