@@ -195,6 +195,22 @@ def test_shows_only_the_latest_documents(bench: TestBench) -> None:
     watch(bench, act)
 
 
+def test_a_document_is_shown_when_it_is_complete(bench: TestBench) -> None:
+    job = bench.restore("report 5 9")
+    path = bench.desk.files(job.id).documents
+    document = path.read_bytes()
+    assert document.count(b"<?xml") == 1
+
+    async def act(source: JournalSource, board: Board) -> None:
+        for length in (0, 1, len(document) // 2, len(document)):
+            path.write_bytes(document + document[:length] + bytes(100000))
+            papers = await source.papers("here", job.id)
+            assert [each["Type"] for each in papers.documents] == ["RestoreStatus"] * (
+                2 if length == len(document) else 1)
+
+    watch(bench, act)
+
+
 def test_a_job_without_documents_has_a_note(bench: TestBench) -> None:
     async def act(source: JournalSource, board: Board) -> None:
         papers = await source.papers("here", "never")

@@ -11,13 +11,13 @@ from collections.abc import Iterator, Mapping, Sequence
 from concurrent.futures import ThreadPoolExecutor
 from dataclasses import dataclass
 from pathlib import Path
-from typing import Any
 
-from qnrescue.bench.json_lines import values
+from qnrescue.bench.json_lines import value_of
 from qnrescue.bench.polling import Poller
 from qnrescue.bench.slots import FILE_NAME, Slots, SlotsFault, read_slots
 from qnrescue.database import JournalError
 from qnrescue.desk import Desk
+from qnrescue.documents import DocumentSplitter
 from qnrescue.events import DeviceInfo
 from qnrescue.jobs import Job, JobOrder, JobState
 from qnrescue.places import BenchFolder
@@ -115,24 +115,27 @@ class JournalSource:
     def _papers(self, job_id: str) -> Papers:
         files = self._settings.folder.job(job_id)
         count = 0
-        latest: deque[dict[str, Any]] = deque(maxlen=_DOCUMENTS)
+        latest: deque[bytes] = deque(maxlen=_DOCUMENTS)
         note = ""
         try:
-            for document in values(_chunks(files.documents)):
+            for document in _documents(files.documents):
                 count += 1
                 latest.append(document)
         except FileNotFoundError:
             note = "the tool has not been started" if not files.path.exists() else ""
         except OSError as fault:
             note = f"the documents cannot be read: {fault.strerror or fault}"
-        return Papers(read_steps(files.steps), list(latest), count - len(latest),
-                      files.documents if count else None, note)
+        return Papers(read_steps(files.steps), [value_of(each) for each in latest],
+                      count - len(latest), files.documents if count else None, note)
 
 
-def _chunks(path: Path) -> Iterator[bytes]:
+def _documents(path: Path) -> Iterator[bytes]:
+    """Yields the documents that are complete: the last one may be under way."""
+    splitter = DocumentSplitter()
     with path.open("rb") as file:
-        while chunk := file.read(_CHUNK):
-            yield chunk
+        # What follows the documents up to the end is NULs, if space was reserved.
+        while chunk := file.read(_CHUNK).partition(b"\0")[0]:
+            yield from splitter.feed(chunk)
 
 
 def bundle_names(folder: Path) -> tuple[str, ...]:
