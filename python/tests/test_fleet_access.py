@@ -12,6 +12,7 @@ import pytest
 from bench_of_tests import TestBench, wait_until
 from fleet_of_tests import DEVICE, message
 from mosquitto_of_tests import Client, Mosquitto, Service, file_of_page
+from page_of_tests import Screen
 from qnrescue.fleet.connection import Connection, Disconnected
 from qnrescue.fleet.settings import Broker, Settings
 
@@ -114,6 +115,23 @@ def test_a_station_and_an_operator(fleet: Fleet, bench: TestBench) -> None:
     service.kill()
     wait_until(lambda: screen.latest("availability") == "offline")
     screen.close()
+
+
+def test_a_station_and_a_screen(fleet: Fleet, bench: TestBench) -> None:
+    service = Service(bench, fleet.broker.port, scheme="mqtts", settings=(
+        f'user = "{STATION}"\npassword = "{STATION}!"\nca = "{fleet.folder}/ca.pem"\n'))
+    service.bundle("complete")
+    settings = bench.path / "screen.toml"
+    settings.touch(0o600)
+    settings.write_text(f'broker = "mqtts://127.0.0.1:{fleet.broker.port}"\nuser = "screen"\n'
+                        f'password = "screen!"\nca = "{fleet.folder}/ca.pem"\n')
+    screen = Screen(bench.path / "screen", "--broker", "--settings", str(settings))
+    wait_until(screen.is_complete)
+    assert screen.restore()[1]["accepted"]
+    wait_until(lambda: screen.tile()["look"] == "succeeded")
+    assert service.starts() == [DEVICE]
+    screen.close()
+    service.kill()
 
 
 OWN = [f"qnrescue/{STATION}/{topic}" for topic in (

@@ -3,96 +3,19 @@
 from __future__ import annotations
 
 import json
-import threading
 import time
-import urllib.error
-import urllib.request
 from collections.abc import Iterator
 from pathlib import Path
-from typing import Any
 
 import pytest
 
 from bench_of_tests import TestBench, wait_until
 from fleet_of_tests import DEVICE, OTHER_DEVICE
 from mosquitto_of_tests import Client, Mosquitto, Service
+from page_of_tests import NAME, Screen
 from qnrescue.jobs import new_job_id
-from qnrescue.screen.guard import TOKEN_HEADER
-from test_screen_command import start, stop
 
 pytestmark = pytest.mark.full
-
-NAME = "bench-07"
-
-
-class Screen:
-    """A screen as its own process, and what a page knows of it."""
-
-    def __init__(self, folder: Path, port: int) -> None:
-        folder.mkdir(exist_ok=True)
-        self.process, self.address = start(folder, "--broker", f"mqtt://127.0.0.1:{port}")
-        self.stations: dict[str, dict[str, Any]] = {}
-        self.notice = ""
-        self.token = ""
-        self._thread = threading.Thread(target=self._follow)
-        self._thread.start()
-        wait_until(lambda: self.token)
-
-    def _follow(self) -> None:
-        with urllib.request.urlopen(self.address + "events") as events:
-            for line in events:
-                name, _, text = line.decode().strip().partition(": ")
-                if name == "data":
-                    self._take(json.loads(text))
-
-    def _take(self, value: dict[str, Any]) -> None:
-        self.token = value.get("token", self.token)
-        self.notice = value.get("notice", self.notice)
-        for name in value.get("gone", ()):
-            del self.stations[name]
-        for each in value.get("stations", ()):
-            station = self.stations.setdefault(each["name"], {"tiles": {}})
-            tiles = {**station["tiles"], **{tile["key"]: tile for tile in each.get("tiles", ())}}
-            keys = each.get("keys", list(station["tiles"]))
-            self.stations[each["name"]] = {"head": each.get("head", station.get("head")),
-                                           "tiles": {key: tiles[key] for key in keys}}
-
-    def head(self) -> dict[str, Any]:
-        """Returns what is shown of the station itself; empty if it is not known."""
-        return dict(self.stations.get(NAME, {}).get("head") or {})
-
-    def tile(self, ecid: str = DEVICE) -> dict[str, Any]:
-        """Returns the tile of the device; empty if there is none."""
-        return dict(self.stations.get(NAME, {"tiles": {}})["tiles"].get(f"device:{ecid}", {}))
-
-    def post(self, path: str, **values: object) -> tuple[int, dict[str, Any]]:
-        """Posts as the page does; returns the status and the answer."""
-        request = urllib.request.Request(
-            self.address + path, json.dumps({"station": NAME, **values}).encode(),
-            {"Content-Type": "application/json", "Origin": self.address.rstrip("/"),
-             TOKEN_HEADER: self.token})
-        try:
-            with urllib.request.urlopen(request) as response:
-                return response.status, json.load(response)
-        except urllib.error.HTTPError as refusal:
-            with refusal:
-                return refusal.code, json.load(refusal)
-
-    def restore(self, device: str = DEVICE, bundle: str = "a.ipsw") -> tuple[int, dict[str, Any]]:
-        """Orders a restore."""
-        return self.post("restore", id=new_job_id(), device=device, bundle=bundle, erase=False,
-                         confirmation="")
-
-    def job(self, job_id: str) -> dict[str, Any]:
-        """Returns what the page of the job shows."""
-        with urllib.request.urlopen(f"{self.address}job?station={NAME}&id={job_id}") as response:
-            value: dict[str, Any] = json.load(response)
-            return value
-
-    def close(self) -> None:
-        """Ends it."""
-        assert stop(self.process) == 0
-        self._thread.join()
 
 
 @pytest.fixture
@@ -115,16 +38,10 @@ def service(bench: TestBench, broker: Mosquitto) -> Iterator[Service]:
 @pytest.fixture
 def screen(tmp_path: Path, broker: Mosquitto, service: Service) -> Iterator[Screen]:
     """Gives a screen that shows the station with its bundle."""
-    screen = Screen(tmp_path / "screen", broker.port)
-    wait_until(lambda: is_complete(screen))
+    screen = Screen(tmp_path / "screen", "--broker", f"mqtt://127.0.0.1:{broker.port}")
+    wait_until(lambda: screen.is_complete())
     yield screen
     screen.close()
-
-
-def is_complete(screen: Screen) -> bool:
-    """Returns whether the station is online, with its bundle and both devices."""
-    return bool(screen.head().get("online") and "a.ipsw" in screen.head()["bundles"]
-                and screen.tile() and screen.tile(OTHER_DEVICE) and not screen.notice)
 
 
 def test_orders_a_restore_and_shows_what_becomes_of_it(service: Service, screen: Screen) -> None:
@@ -160,7 +77,7 @@ def test_a_station_that_dies_is_offline_since_its_last_word(
     assert screen.restore()[1]["reason"] == "the station is offline"
     assert screen.tile()["look"] == "attached"
     service.start()
-    wait_until(lambda: is_complete(screen))
+    wait_until(lambda: screen.is_complete())
 
 
 @pytest.mark.parametrize("forgets", [False, True])
@@ -177,26 +94,26 @@ def test_the_broker_is_killed_and_comes_back(broker: Mosquitto, service: Service
     service.bench.go()
     service.bench.end_of(screen.tile()["job"])
     broker.start()
-    wait_until(lambda: is_complete(screen) and screen.tile()["look"] == "succeeded")
+    wait_until(lambda: screen.is_complete() and screen.tile()["look"] == "succeeded")
     assert service.starts() == [DEVICE]
 
 
 def test_a_screen_that_was_there_before_the_broker(tmp_path: Path, broker: Mosquitto,
                                                    service: Service) -> None:
     broker.kill()
-    screen = Screen(tmp_path / "screen", broker.port)
+    screen = Screen(tmp_path / "screen", "--broker", f"mqtt://127.0.0.1:{broker.port}")
     try:
         wait_until(lambda: screen.notice)
         assert (screen.notice, screen.stations) == ("not connected to the broker yet", {})
         broker.start()
-        wait_until(lambda: is_complete(screen))
+        wait_until(lambda: screen.is_complete())
     finally:
         screen.close()
 
 
 def test_a_screen_that_the_broker_refuses(tmp_path: Path) -> None:
     broker = Mosquitto(tmp_path / "broker", "listener PORT 127.0.0.1", "allow_anonymous false")
-    screen = Screen(tmp_path / "screen", broker.port)
+    screen = Screen(tmp_path / "screen", "--broker", f"mqtt://127.0.0.1:{broker.port}")
     try:
         wait_until(lambda: "the broker refuses the screen" in screen.notice)
         time.sleep(3)  # it tries again, and the notice stays

@@ -129,6 +129,9 @@ def test_a_station_that_goes_is_offline_since_its_last_word(
         client.say("qnrescue/north/availability", "offline")
         await asyncio.sleep(0.01)
         assert (head(board)["online"], head(board)["heard"]) == (False, 1000.0)
+        client.say("qnrescue/north/station", {**STATION, "time": real() + 1e6})
+        await asyncio.sleep(0.01)
+        assert head(board)["heard"] <= real(), "its clock is ahead"
         client.say("qnrescue/north/availability", "online", kept=False)
         await asyncio.sleep(0.01)
         monkeypatch.setattr(module.time, "time", lambda: real() + 1000)

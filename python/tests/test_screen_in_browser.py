@@ -108,6 +108,10 @@ def test_a_new_report_is_shown(page: Page, screen: BackgroundScreen) -> None:
             "job-1", device=RUNNING.replace("30", "31"), slot="left 2", step="Flashing",
             progress=progress)))
         page.until("document.body.innerText.includes(arguments[0])", f"running {progress}%")
+        bar, done = page.run(
+            "return [...document.querySelectorAll('.tile')[1].querySelectorAll('.bar, .done')]"
+            ".map((each) => each.getBoundingClientRect().width)")
+        assert abs(done / bar - progress / 100) < 0.02
 
 
 def test_an_offline_station_has_the_time_of_its_last_word(

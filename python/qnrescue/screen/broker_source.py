@@ -182,6 +182,7 @@ class BrokerSource:
             self._set_availability(station, payload == ONLINE.encode())
         elif kind == "station":
             self._stations[station], heard = read_station(station, payload)
+            heard = min(heard, time.time())  # the clocks may differ
             self._heard[station] = max(heard, self._heard.get(station, 0.0))
             self._show_stations()
         elif kind == "devices":
