@@ -35,7 +35,7 @@ _BEAT_SECONDS = 2.0
 _KNOWN_SECONDS = 3.0
 _MOST_VIEWERS = 100
 # How long a viewer may take to receive something before it is let go, in seconds.
-_TAKE_SECONDS = 30.0
+_TAKE_SECONDS = 10.0
 # The longest order, in bytes.
 _LONGEST_ORDER = 4096
 # What has to be typed to erase a device.
