@@ -23,7 +23,11 @@ from qnrescue.supervisor import ensure_supervisor
 
 def who_asks() -> str:
     """Returns the user, the process and the machine, for people."""
-    return f"{getpass.getuser()} (process {os.getpid()} on {socket.gethostname()})"
+    try:
+        user = getpass.getuser()
+    except (OSError, KeyError, ImportError):  # a user without a name, or a service of Windows
+        user = "a user without a name"
+    return f"{user} (process {os.getpid()} on {socket.gethostname()})"
 
 
 class Desk:

@@ -148,3 +148,13 @@ def test_followers_go_on_with_the_next_journal(bench: TestBench) -> None:
     journal.restore_record(replace(job, state=JobState.SUCCEEDED))
     assert [one.state for one in follower.news()] == [JobState.SUCCEEDED]
     assert follower.is_over
+
+
+def test_a_user_without_a_name(bench: TestBench, monkeypatch) -> None:
+    def refuse() -> str:
+        raise KeyError("getpwuid(): uid not found: 12345")
+
+    monkeypatch.setattr("getpass.getuser", refuse)
+    job = bench.desk.order(bench.order("complete"))
+    assert job.asked_by.startswith(f"a user without a name (process {os.getpid()} on ")
+    bench.end_of(job.id)
