@@ -114,3 +114,13 @@ def run_python(program: str, *words: str, **how: object) -> subprocess.Popen[byt
     path = os.pathsep.join((str(PACKAGE), str(Path(__file__).parent)))
     return subprocess.Popen([sys.executable, "-c", program, *words],
                             env={**os.environ, "PYTHONPATH": path}, **how)  # type: ignore
+
+
+def spoil(path: Path) -> bytes:
+    """Overwrites the whole journal."""
+    content = b"\xa5" * max(8192, path.stat().st_size)
+    path.write_bytes(content)
+    for part in (path.with_name(path.name + ending) for ending in ("-wal", "-shm")):
+        if part.exists():  # as long as somebody uses the journal
+            part.write_bytes(b"\xa5" * part.stat().st_size)
+    return content

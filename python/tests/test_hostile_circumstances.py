@@ -2,10 +2,8 @@
 
 from __future__ import annotations
 
-import os
 import sqlite3
 import subprocess
-import sys
 import time
 from collections.abc import Iterator
 from dataclasses import replace
@@ -13,13 +11,14 @@ from pathlib import Path
 
 import pytest
 
-from bench_of_tests import TIME_LIMIT, TestBench, run_python, wait_until
+from bench_of_tests import TIME_LIMIT, TestBench, run_python, spoil, wait_until
 from qnrescue import processes
 from qnrescue.database import JournalUnavailable, broken_files
 from qnrescue.jobs import JobState
 from qnrescue.records import write_record
 from qnrescue.run import RESERVED
 from qnrescue.supervisor import ensure_supervisor
+from small_disk import fill, mount, unmount
 
 LOCK = """
 import sqlite3, sys
@@ -45,16 +44,6 @@ def test_a_journal_that_another_process_locks(bench: TestBench) -> None:
     holder.communicate()
     ended = bench.end_of(job.id)
     assert (ended.state, ended.exit_status) == (JobState.SUCCEEDED, 0)
-
-
-def spoil(path: Path) -> bytes:
-    """Overwrites the whole journal."""
-    content = b"\xa5" * max(8192, path.stat().st_size)
-    path.write_bytes(content)
-    for part in (path.with_name(path.name + ending) for ending in ("-wal", "-shm")):
-        if part.exists():  # as long as somebody uses the journal
-            part.write_bytes(b"\xa5" * part.stat().st_size)
-    return content
 
 
 def test_a_journal_that_breaks_while_jobs_run(bench: TestBench) -> None:
@@ -177,29 +166,11 @@ def test_a_clock_that_is_set_back(bench: TestBench) -> None:
 @pytest.fixture
 def small_disk(tmp_path: Path) -> Iterator[Path]:
     """Gives a folder on a small file system."""
-    if sys.platform != "linux" or os.getuid() != 0:
-        pytest.skip("only root can mount a file system")
     path = tmp_path / "disk"
-    path.mkdir()
-    mount = subprocess.run(["mount", "-t", "tmpfs", "-o", "size=12m", "tmpfs", str(path)],
-                           capture_output=True, check=False)
-    if mount.returncode:
-        pytest.skip(f"no file system can be mounted here: {mount.stderr.decode()}")
+    if fault := mount(path):
+        pytest.skip(fault)
     yield path
-    subprocess.run(["umount", "--lazy", str(path)], check=True)
-
-
-def fill(path: Path) -> Path:
-    """Fills the file system up to the last byte."""
-    filler = path / "filler"
-    with filler.open("wb", buffering=0) as file:
-        for size in (1 << 20, 1 << 12, 1):
-            try:
-                while True:
-                    file.write(bytes(size))
-            except OSError:
-                pass
-    return filler
+    unmount(path)
 
 
 def test_a_disk_that_is_full_while_a_job_runs(small_disk: Path) -> None:

@@ -1,12 +1,14 @@
 """Restores as jobs, with the real tool: what the double of the package's own tests cannot show."""
 
-import os
-import pathlib
 import subprocess
+import sys
 import unittest
 
-from bench import PYTHON, Bench, wait_until
+from bench import PYTHON, ROOT, Bench, wait_until
 from harness import COMPLETE, TIME_LIMIT, ToolTest, device, report, side_by_side
+
+sys.path.append(str(ROOT / "python" / "tests"))
+from small_disk import fill, mount, unmount  # noqa: E402
 
 load_tests = side_by_side
 
@@ -100,29 +102,11 @@ class Jobs(ToolTest):
         self.assertEqual(503, documents.read_bytes().count(b"</plist>"))
 
     def new_small_disk(self):
-        if os.getuid() != 0:
-            self.skipTest("only root can mount a file system")
         disk = self.new_folder() / "disk"
-        disk.mkdir()
-        mounted = subprocess.run(["mount", "-t", "tmpfs", "-o", "size=12m", "tmpfs", disk],
-                                 capture_output=True)
-        if mounted.returncode:
-            self.skipTest(f"no file system can be mounted here: {mounted.stderr.decode()}")
-        self.addCleanup(subprocess.run, ["umount", "--lazy", disk], check=True)
+        if fault := mount(disk):
+            self.skipTest(fault)
+        self.addCleanup(unmount, disk)
         return disk
-
-
-def fill(folder):
-    """Fills the file system up to the last byte; returns the file to remove."""
-    filler = pathlib.Path(folder) / "filler"
-    with filler.open("wb", buffering=0) as file:
-        for size in (1 << 20, 1 << 12, 1):
-            try:
-                while True:
-                    file.write(bytes(size))
-            except OSError:
-                pass
-    return filler
 
 
 if __name__ == "__main__":
