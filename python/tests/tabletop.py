@@ -52,7 +52,8 @@ class Tabletop:
                     process.wait(20)
 
     def restores(self):
-        """The ECIDs of the restores that were started, in order, "!" added to those that erase."""
+        """The ECIDs of the restores that were started, in order, with "!" if they erase, and
+        with "*" if a file has their options."""
         try:
             return (self.folder / "restores").read_text().split()
         except FileNotFoundError:
@@ -74,10 +75,11 @@ def restore(folder, ecid, device):
     log = folder / "restores"
     before = log.read_text().split() if log.exists() else []
     with log.open("a") as file:
-        file.write(ecid + ("!" if "--erase" in sys.argv else "") + "\n")
+        file.write(ecid + ("!" if "--erase" in sys.argv else "")
+                   + ("*" if "--restore-plist" in sys.argv else "") + "\n")
     reports = device["reports"]
     if reports and isinstance(reports[0], list):
-        done = sum(each.rstrip("!") == ecid for each in before)
+        done = sum(each.rstrip("!*") == ecid for each in before)
         reports = reports[min(done, len(reports) - 1)]
     for report in reports:
         if isinstance(report, (int, float)):
@@ -108,7 +110,7 @@ def main():
                  "ProductType": 0, "FusingInfo": 3, "LocationID": device["location"],
                  "SerialNumber": device["serial"]}
         tell("DeviceInfo", {name: each for name, each in value.items() if each is not None})
-    elif option == "--restore":
+    elif option in ("--restore", "--restore-plist"):
         restore(folder, ecid, device)
 
 

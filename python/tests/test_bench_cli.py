@@ -5,6 +5,7 @@ import os
 import pathlib
 import pty
 import select
+import shlex
 import signal
 import subprocess
 import sys
@@ -126,7 +127,9 @@ class TestRestore:
 
     @pytest.mark.parametrize("words, fault", [
         ([], "name the devices, or give --all"), (["--erase"], "name the devices, or give --all"),
-        ([A, "--all"], "either name devices, or give --all"), (["12"], "not an ECID")])
+        ([A, "--all"], "either name devices, or give --all"), (["12"], "not an ECID"),
+        ([A, "--plist", "--erase"], "with --plist, the file says whether to erase"),
+        ([A, "--plist", "--restore-timeout", "9"], "--restore-timeout has no effect")])
     def test_what_is_restored_must_be_said(self, table, capfd, words, fault):
         table.plug_in(A)
         with pytest.raises(SystemExit) as raised:
@@ -156,6 +159,17 @@ class TestRestore:
         bench("restore", table.bundle, "--all", "--erase", "--yes")
         assert table.restores() == [f"{A}!"]
         sys.stdin.close()
+
+    def test_file_of_options(self, table, bench, monkeypatch):
+        table.plug_in(A)
+        bench("restore", "--plist", table.bundle, A)
+        table.plug_in(A)
+        monkeypatch.setattr(sys, "stdin", None)
+        bench("restore", "--plist", table.bundle, "--all", status=ExitStatus.UNCONFIRMED,
+              errors=f"This may erase all that are attached: {A}. Give --yes, or confirm on a"
+                     " terminal")
+        bench("restore", "--plist", table.bundle, "--all", "--yes")
+        assert table.restores() == [f"{A}*", f"{A}*"]
 
     @pytest.mark.parametrize("typed, status, restores", [
         (b"erase\n", ExitStatus.DONE, [f"{A}!"]), (b"yes\n", ExitStatus.UNCONFIRMED, []),
@@ -209,7 +223,9 @@ class TestViewers:
         while b"Sending ramdisk" not in process.stdout.readline():
             pass
         process.send_signal(signal.SIGINT)
-        assert process.communicate(timeout=TIME_LIMIT) == (b"", b"")
+        assert process.communicate(timeout=TIME_LIMIT) == (
+            b"", b"qnrescue-bench: jobs go on: qnrescue-bench follow shows them, and cancel ends"
+                 b" one\n")
         assert process.returncode == ExitStatus.STOPPED
         self.assert_restored(table)
 
@@ -263,6 +279,33 @@ class TestViewers:
             assert "Sending ramdisk to device" in shown
             assert "SUCCEEDED" in shown
         self.assert_restored(table)
+
+
+class TestClosedStreams:
+    """A stream may be closed before the start: Python then has None in its place."""
+
+    def run(self, closed, *words):
+        command = shlex.join([sys.executable, "-m", "qnrescue.bench.cli", *map(str, words)])
+        run = subprocess.run(["sh", "-c", f"{command} {closed}"], capture_output=True, text=True,
+                             timeout=TIME_LIMIT)
+        return run.returncode, run.stdout, run.stderr
+
+    def test_output(self, table):
+        status, _, errors = self.run(">&-", "list")
+        assert (status, errors) == (
+            ExitStatus.OUTPUT, "qnrescue-bench: the output cannot be written: I/O operation on"
+                               " closed file; jobs go on, see qnrescue-bench follow\n")
+
+    def test_errors(self, table):
+        assert self.run("2>&-", "follow", "x") == (ExitStatus.NOTHING, "", "")
+
+    def test_input(self, table):
+        assert self.run("<&-", "json") == (
+            ExitStatus.NOTHING, "", "qnrescue-bench: standard input is closed\n")
+        table.plug_in(A)
+        assert self.run("<&-", "restore", table.bundle, "--all", "--erase")[0] == (
+            ExitStatus.UNCONFIRMED)
+        assert not table.restores()
 
 
 class TestJobs:
@@ -368,6 +411,17 @@ class TestBenchFolder:
             desk.journal._database.rows("PRAGMA user_version = 99")
         bench("jobs", status=ExitStatus.BENCH, errors=f"the journal cannot be used: {path} has"
                                                       " version 99; this program knows 1")
+
+        bench("supervise", status=ExitStatus.BENCH,
+              errors=f"the journal cannot be used: {path} has version 99; this program knows 1")
+
+    @pytest.mark.parametrize("words", [["supervise"], ["watch", "--restore", __file__]])
+    def test_file_that_cannot_be_opened(self, table, bench, words):
+        table.bench.mkdir()
+        lock = table.bench / ("watch.lock" if "watch" in words else "supervisor.lock")
+        lock.symlink_to("nowhere")
+        bench(*words, status=ExitStatus.BENCH,
+              errors=f"[Errno 2] No such file or directory: '{lock}'")
 
     def test_supervisor_that_cannot_work(self, table, bench, monkeypatch):
         monkeypatch.setattr(sys, "executable", "/bin/false")

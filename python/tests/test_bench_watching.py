@@ -12,6 +12,7 @@ import time
 import xml.etree.ElementTree
 
 import pytest
+from bench_of_tests import spoil
 from tabletop import BOOTING, DONE, FAILED, STEP, Tabletop
 
 from qnrescue.bench import cli, watching
@@ -187,6 +188,15 @@ def test_watch_that_restores_nothing(bench):
     assert not bench.jobs()
 
 
+def test_file_of_options(bench):
+    bench.table.plug_in(A, reports=[STEP, DONE])
+    bench.restore("--plist", "--yes", "--on-end", "echo $QNRESCUE_BUNDLE")
+    (job,) = bench.wait_for_end(1)
+    assert (job.order.plist, bench.table.restores()) == (str(bench.table.bundle), [f"{A}*"])
+    log = bench.table.bench / "hooks.log"
+    wait_until(lambda: log.exists() and log.read_text("utf-8") == f"{bench.table.bundle}\n")
+
+
 @pytest.mark.parametrize("starts, ends", [(0, 0), (1, 0), (1, 1), (2, 1), (2, 2)])
 def test_killed_watch_is_taken_up(bench, starts, ends):
     """Whenever it is killed, each device is restored once."""
@@ -297,6 +307,40 @@ def test_journal_that_cannot_be_used_for_a_while(tmp_path, monkeypatch, capsys):
 
 def unavailable(*_, **__):
     raise JournalUnavailable("locked")
+
+
+def test_journal_that_breaks(tmp_path, monkeypatch, capsys):
+    """The watch goes on with the next one, and orders again, with the same id, what was lost."""
+    monkeypatch.setattr("qnrescue.desk.ensure_supervisor", lambda _: None)
+    context = watch_context(tmp_path)
+    with context.desk() as desk, context.output.screen(full=True) as screen:
+        watch = watching._Watch(context, desk, screen)
+        watch.step(Poll(frozenset({A})))
+        (job,) = desk.journal.jobs()
+        broken = desk.journal.path
+        content = spoil(broken)
+        for _ in range(3):
+            watch.step(Poll(frozenset({A})))
+        assert desk.journal.path != broken
+        assert [again.id for again in desk.journal.jobs()] == [job.id]
+        assert broken.read_bytes() == content
+    assert "the journal cannot be used now: " in capsys.readouterr().out
+
+
+def test_supervisor_that_cannot_be_started_for_a_while(tmp_path, monkeypatch, capsys):
+    context = watch_context(tmp_path)
+    monkeypatch.setattr("qnrescue.desk.ensure_supervisor", no_process)
+    monkeypatch.setattr("qnrescue.bench.watching.ensure_supervisor", no_process)
+    with context.desk() as desk, context.output.screen(full=True) as screen:
+        watch = watching._Watch(context, desk, screen)
+        watch.step(Poll(frozenset({A})))
+        watch.step(Poll(frozenset({A})))
+        assert [job.device for job in desk.journal.jobs()] == [A]
+    assert "Cannot fork" in capsys.readouterr().out
+
+
+def no_process(_):
+    raise OSError("Cannot fork")
 
 
 def test_journal_that_was_found_broken(tmp_path, monkeypatch, capsys):

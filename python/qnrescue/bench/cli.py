@@ -9,10 +9,12 @@ import warnings
 from collections.abc import Sequence
 
 from qnrescue.bench import devices, findings, following, json_lines, ordering, slot_names, watching
+from qnrescue.bench.arguments import whole_seconds
 from qnrescue.bench.context import TOOL_VARIABLE, CommandFailure, Context
 from qnrescue.bench.exit_status import ExitStatus
 from qnrescue.bench.output import Output, OutputBroken, show_all_letters
 from qnrescue.bench.slots import SlotsFault
+from qnrescue.database import JournalError
 from qnrescue.fleet import serving
 from qnrescue.places import FOLDER_VARIABLE
 from qnrescue.screen import command as screen
@@ -24,7 +26,7 @@ def make_parser() -> argparse.ArgumentParser:
     """Returns the command line."""
     common = _common_options()
     looking = argparse.ArgumentParser(add_help=False)
-    looking.add_argument("--detect-timeout", type=int, metavar="SECONDS",
+    looking.add_argument("--detect-timeout", type=whole_seconds, metavar="SECONDS",
                          help="how long to look for devices; default: 3, of watch and slots: 1")
     restoring = ordering.restore_options()
     parser = argparse.ArgumentParser(
@@ -68,8 +70,11 @@ def _common_options() -> argparse.ArgumentParser:
 
 def _supervise(context: Context) -> int:
     logging.basicConfig(level=logging.INFO, format="%(asctime)s %(message)s")
-    if supervise(context.folder, None):
-        return ExitStatus.DONE
+    try:
+        if supervise(context.folder, None):
+            return ExitStatus.DONE
+    except JournalError as fault:
+        raise CommandFailure(ExitStatus.BENCH, f"the journal cannot be used: {fault}") from fault
     raise CommandFailure(ExitStatus.BENCH, "another process supervises the jobs")
 
 
@@ -108,6 +113,9 @@ def run(context: Context) -> int:
     except ToolFailure as fault:
         context.note(str(fault))
         return ExitStatus.FAILED
+    except OSError as fault:  # a file of the bench, or a process that cannot be started
+        context.note(str(fault))
+        return ExitStatus.BENCH
 
 
 if __name__ == "__main__":

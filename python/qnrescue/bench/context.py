@@ -90,5 +90,6 @@ class Context:
 
     def note(self, text: str) -> None:
         """Writes a line for people to standard error, if that is possible."""
-        with contextlib.suppress(OSError, ValueError):
-            print(f"qnrescue-bench: {text}", file=sys.stderr, flush=True)
+        with contextlib.suppress(OSError, ValueError, AttributeError):  # closed before the start
+            sys.stderr.write(f"qnrescue-bench: {text}\n")
+            sys.stderr.flush()

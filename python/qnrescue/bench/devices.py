@@ -6,11 +6,11 @@ import argparse
 from concurrent.futures import ThreadPoolExecutor
 from typing import Any
 
+from qnrescue.bench.arguments import ecid
 from qnrescue.bench.context import Context
 from qnrescue.bench.exit_status import ExitStatus
 from qnrescue.bench.slots import Slots
 from qnrescue.bench.values import device_value
-from qnrescue.commands import clean_ecid
 from qnrescue.events import DeviceInfo
 from qnrescue.tool import Tool, ToolFailure
 
@@ -27,14 +27,6 @@ def add_commands(actions: argparse._SubParsersAction[Any], common: argparse.Argu
     info = actions.add_parser("info", parents=[common, looking], help="show what a device is")
     info.add_argument("ecid", metavar="ECID", type=ecid)
     info.set_defaults(act=show_info)
-
-
-def ecid(text: str) -> str:
-    """Returns the ECID of an argument."""
-    try:
-        return clean_ecid(text)
-    except ValueError as fault:
-        raise argparse.ArgumentTypeError(str(fault)) from fault
 
 
 def list_devices(context: Context) -> int:

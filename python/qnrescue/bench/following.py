@@ -7,6 +7,7 @@ import time
 from collections.abc import Collection, Mapping
 from typing import Any
 
+from qnrescue.bench.arguments import count
 from qnrescue.bench.context import CommandFailure, Context
 from qnrescue.bench.display import Row, clean, compact, line_of, row_of
 from qnrescue.bench.exit_status import ExitStatus
@@ -31,7 +32,7 @@ def add_commands(actions: argparse._SubParsersAction[Any],
                                  help="show the jobs that have ended, the latest first")
     history.add_argument("ecid", nargs="?", metavar="ECID", type=str.upper,
                          help="only those of this device")
-    history.add_argument("--limit", type=int, default=50, metavar="N",
+    history.add_argument("--limit", type=count, default=50, metavar="N",
                          help="how many; 0: all; default: %(default)s")
     history.set_defaults(act=show_history)
 
@@ -65,14 +66,18 @@ def follow(context: Context, desk: Desk, jobs: Collection[Job],
     """Shows these jobs until they have ended. Returns the exit status."""
     viewer = _Viewer(context, jobs, serials or {})
     follower = desk.follower(*(job.id for job in jobs))
-    with context.output.screen(full=False) as screen:
-        while True:
-            for job in follower.news():
-                viewer.note(job)
-            viewer.draw(screen)
-            if follower.is_over:
-                break
-            time.sleep(follower.POLL_SECONDS)
+    try:
+        with context.output.screen(full=False) as screen:
+            while True:
+                for job in follower.news():
+                    viewer.note(job)
+                viewer.draw(screen)
+                if follower.is_over:
+                    break
+                time.sleep(follower.POLL_SECONDS)
+    except KeyboardInterrupt:
+        context.note("jobs go on: qnrescue-bench follow shows them, and cancel ends one")
+        raise
     states = {job.state for job in viewer.jobs.values()}
     return ExitStatus.DONE if states <= {JobState.SUCCEEDED} else ExitStatus.FAILED
 

@@ -47,6 +47,8 @@ def show_documents(context: Context) -> int:
 
 
 def _open(name: str | None) -> IO[bytes]:
+    if name is None and sys.stdin is None:
+        raise CommandFailure(ExitStatus.NOTHING, "standard input is closed")
     if name is None:
         return sys.stdin.buffer
     try:

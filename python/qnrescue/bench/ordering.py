@@ -3,12 +3,12 @@
 from __future__ import annotations
 
 import argparse
-import os
 import sys
 from typing import Any
 
+from qnrescue.bench.arguments import ecid, existing_path, silence, whole_seconds
 from qnrescue.bench.context import CommandFailure, Context
-from qnrescue.bench.devices import ask_all, ecid, slot_of
+from qnrescue.bench.devices import ask_all, slot_of
 from qnrescue.bench.exit_status import ExitStatus
 from qnrescue.bench.following import find_job, follow
 from qnrescue.bench.values import job_value
@@ -28,7 +28,8 @@ def add_commands(actions: argparse._SubParsersAction[Any], common: argparse.Argu
         "restore", parents=[common, looking, restoring], help="restore devices",
         description="Orders the restore of devices and shows it. The restores go on when this"
                     " command is stopped, whatever stops it.")
-    restore.add_argument("bundle", metavar="BUNDLE", type=bundle, help="the firmware bundle")
+    restore.add_argument("bundle", metavar="BUNDLE", type=existing_path,
+                         help="the firmware bundle")
     restore.add_argument("ecids", nargs="*", metavar="ECID", type=ecid, help="the devices")
     restore.add_argument("--all", action="store_true", help="all devices that are attached")
     restore.add_argument("--detach", action="store_true", help="do not show the restores")
@@ -41,24 +42,26 @@ def add_commands(actions: argparse._SubParsersAction[Any], common: argparse.Argu
 def restore_options() -> argparse.ArgumentParser:
     """Returns the options of all restores."""
     options = argparse.ArgumentParser(add_help=False)
+    options.add_argument("--plist", action="store_true",
+                         help="BUNDLE is a property-list file with the options of a restore")
     options.add_argument("--erase", action="store_true", help="erase the devices")
     options.add_argument("--yes", action="store_true", help="erase without asking")
     options.add_argument("--enter-restore-mode", action="store_true",
                          help="stop when a device is in restore mode")
-    options.add_argument("--restore-timeout", type=int, metavar="SECONDS",
+    options.add_argument("--restore-timeout", type=whole_seconds, metavar="SECONDS",
                          help="how long a restore may take; default: 7200")
-    options.add_argument("--silence-timeout", type=float, default=SILENCE_TIMEOUT,
+    options.add_argument("--silence-timeout", type=silence, default=SILENCE_TIMEOUT,
                          metavar="SECONDS",
                          help="how long a device may report nothing before it counts as hung;"
                               " default: %(default)g")
     return options
 
 
-def bundle(text: str) -> str:
-    """Returns the path of an argument."""
-    if not os.path.exists(text):
-        raise argparse.ArgumentTypeError(f"there is no {text!r}")
-    return os.path.abspath(text)
+def check_options(options: argparse.Namespace) -> str:
+    """Returns what is wrong with the options of a restore, for people; empty if nothing is."""
+    if options.plist and (options.erase or options.restore_timeout is not None):
+        return "with --plist, the file says whether to erase, and --restore-timeout has no effect"
+    return ""
 
 
 def _check_restore(options: argparse.Namespace) -> str:
@@ -66,7 +69,7 @@ def _check_restore(options: argparse.Namespace) -> str:
         return "either name devices, or give --all"
     if not options.all and not options.ecids:
         return "name the devices, or give --all"
-    return ""
+    return check_options(options)
 
 
 def restore_devices(context: Context) -> int:
@@ -78,8 +81,8 @@ def restore_devices(context: Context) -> int:
         if not ecids:
             raise CommandFailure(ExitStatus.NOTHING, "no device is attached; connect one in DFU or"
                                                      " Recovery mode, or raise --detect-timeout")
-        if options.all and options.erase:
-            confirm(context, f"This erases all that are attached: {' '.join(ecids)}.")
+        if options.all:
+            confirm(context, f"all that are attached: {' '.join(ecids)}")
         infos = ask_all(tool, ecids) if context.slots.names else {}
     with context.desk() as desk:
         jobs = [desk.order(order_for(context, each, slot_of(infos.get(each), context.slots)))
@@ -99,7 +102,8 @@ def restore_devices(context: Context) -> int:
 def order_for(context: Context, device: str, slot: str, repeats: str = "") -> JobOrder:
     """Returns the order of a restore as the options say."""
     options = context.options
-    return JobOrder(device, options.bundle, erase=options.erase,
+    what = {"plist" if options.plist else "bundle": options.bundle}
+    return JobOrder(device, **what, erase=options.erase,
                     enter_restore_mode=options.enter_restore_mode,
                     restore_timeout=options.restore_timeout,
                     detect_timeout=options.detect_timeout,
@@ -107,12 +111,14 @@ def order_for(context: Context, device: str, slot: str, repeats: str = "") -> Jo
                     repeats=repeats)
 
 
-def confirm(context: Context, question: str) -> None:
-    """Asks on the terminal whether to erase, unless that is settled. Raises CommandFailure without
-    a confirmation."""
-    if context.options.yes:
+def confirm(context: Context, devices: str) -> None:
+    """Asks on the terminal whether to erase these devices, if the options erase them or may do so,
+    unless that is settled. Raises CommandFailure without a confirmation."""
+    options = context.options
+    if options.yes or not (options.erase or options.plist):
         return
-    if not sys.stdin.isatty():
+    question = f"This {'erases' if options.erase else 'may erase'} {devices}."
+    if sys.stdin is None or not sys.stdin.isatty():
         raise CommandFailure(ExitStatus.UNCONFIRMED,
                              f"{question} Give --yes, or confirm on a terminal")
     context.note(f"{question} Type {_CONFIRMATION} to go on:")

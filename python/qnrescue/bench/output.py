@@ -5,6 +5,7 @@ Nothing else writes to standard output, so that a broken output is noticed in on
 from __future__ import annotations
 
 import contextlib
+import io
 import json
 import os
 import sys
@@ -40,7 +41,7 @@ class Output:
     def __init__(self, *, as_json: bool = False, plain: bool = False,
                  stream: TextIO | None = None) -> None:
         self.as_json = as_json
-        self._stream = sys.stdout if stream is None else stream
+        self._stream = stream or sys.stdout or _closed_stream()
         # A terminal that has closed is no terminal any more: rich would then write nothing.
         self._console = Console(file=self._stream, highlight=False, markup=False, emoji=False,
                                 force_terminal=Console(file=self._stream).is_terminal)
@@ -105,6 +106,13 @@ class Output:
         finally:
             with _noticed():
                 live.stop()
+
+
+def _closed_stream() -> TextIO:
+    """Returns a stream in place of a standard output that was closed before the start."""
+    stream = io.StringIO()
+    stream.close()
+    return stream
 
 
 @contextlib.contextmanager

@@ -3,6 +3,7 @@
 from __future__ import annotations
 
 import argparse
+import contextlib
 import dataclasses
 import json
 import pathlib
@@ -10,10 +11,11 @@ import time
 from collections.abc import Iterable
 from typing import Any
 
+from qnrescue.bench.arguments import count, existing_path, seconds
 from qnrescue.bench.context import CommandFailure, Context
 from qnrescue.bench.exit_status import ExitStatus
 from qnrescue.bench.hooks import ARRIVAL, DEPARTURE, END, Hooks
-from qnrescue.bench.ordering import bundle, confirm, order_for
+from qnrescue.bench.ordering import check_options, confirm, order_for
 from qnrescue.bench.output import Screen
 from qnrescue.bench.picture import picture
 from qnrescue.bench.polling import Poll, Poller
@@ -23,7 +25,7 @@ from qnrescue.bench.visits import (Action, Arrived, Bench, Departed, Ended, Orde
                                    load)
 from qnrescue.bench.wall import Wall
 from qnrescue.bench.whole_file import replace_file
-from qnrescue.database import JournalUnavailable
+from qnrescue.database import JournalBroken, JournalError
 from qnrescue.desk import Desk
 from qnrescue.documents_file import DocumentsFile
 from qnrescue.events import DeviceInfo, RestoreStatus, UnreadableDocument
@@ -57,17 +59,17 @@ def add_commands(actions: argparse._SubParsersAction[Any], common: argparse.Argu
                     " device that arrives is restored: once until it has been unplugged, and not"
                     " if it has just been restored. Control-C ends the command, and no restore.")
     rules = Rules()
-    watch.add_argument("--restore", dest="bundle", metavar="BUNDLE", type=bundle,
+    watch.add_argument("--restore", dest="bundle", metavar="BUNDLE", type=existing_path,
                        help="restore each device that arrives")
-    watch.add_argument("--at-once", type=_count, default=rules.at_once, metavar="N",
+    watch.add_argument("--at-once", type=count, default=rules.at_once, metavar="N",
                        help="how many restores may be under way; default: any number")
-    watch.add_argument("--retry", type=_count, default=rules.retries, metavar="N",
+    watch.add_argument("--retry", type=count, default=rules.retries, metavar="N",
                        help="how often to repeat a restore that failed before it changed the"
                             " device; default: %(default)s")
-    watch.add_argument("--away", type=float, default=rules.away, metavar="SECONDS",
+    watch.add_argument("--away", type=seconds, default=rules.away, metavar="SECONDS",
                        help="how long a device is away before it counts as unplugged; default:"
                             " %(default)g")
-    watch.add_argument("--rest", type=float, default=rules.rest, metavar="SECONDS",
+    watch.add_argument("--rest", type=seconds, default=rules.rest, metavar="SECONDS",
                        help="how long after a success a device that arrives is not restored;"
                             " default: %(default)g")
     for event, when in ((ARRIVAL, "a device arrives"), (DEPARTURE, "a device has gone"),
@@ -79,24 +81,18 @@ def add_commands(actions: argparse._SubParsersAction[Any], common: argparse.Argu
     watch.set_defaults(act=watch_bench, check=_check)
 
 
-def _count(text: str) -> int:
-    count = int(text)
-    if count < 0:
-        raise ValueError(text)
-    return count
-
-
 def _check(options: argparse.Namespace) -> str:
-    if options.bundle is None and (options.erase or options.at_once or options.retry):
-        return "--erase, --at-once and --retry need --restore"
-    return ""
+    if options.bundle is None and (options.erase or options.plist or options.at_once
+                                   or options.retry):
+        return "--erase, --plist, --at-once and --retry need --restore"
+    return check_options(options)
 
 
 def watch_bench(context: Context) -> int:
     """Shows the bench until Control-C."""
     options = context.options
-    if options.bundle is not None and options.erase:
-        confirm(context, "This erases each device that is attached, and each that arrives.")
+    if options.bundle is not None:
+        confirm(context, "each device that is attached, and each that arrives")
     lock = FileLock(context.folder.path / "watch.lock")
     if options.bundle is not None and not lock.try_acquire():
         raise CommandFailure(ExitStatus.BENCH, "another program restores the devices that arrive")
@@ -178,9 +174,17 @@ class _Watch:
             self._read_journal()
             if poll is not None:
                 self._act(poll)
-        except JournalUnavailable as unavailable:  # what is to be done waits for the next step
-            self._say(f"the journal cannot be used now: {unavailable}")
+        except JournalError as fault:  # what is to be done waits for the next step
+            self._say(f"the journal cannot be used now: {fault}")
+            if isinstance(fault, JournalBroken):
+                self._replace_journal()
+        except OSError as fault:
+            self._say(str(fault))
         self._draw()
+
+    def _replace_journal(self) -> None:
+        with contextlib.suppress(JournalError):  # perhaps at the next step
+            self._desk.journal.replace_broken()
 
     def _act(self, poll: Poll) -> None:
         self._has_looked = True
@@ -270,7 +274,7 @@ class _Watch:
         facts, files = self._wall.facts(job.device), self._desk.files(job.id)
         return {**facts, "slot": facts["slot"] or job.order.slot, "job": job.id,
                 "result": job.state.value, "reason": job.reason, "step": job.step,
-                "seconds": f"{job.seconds:.0f}", "bundle": job.order.bundle,
+                "seconds": f"{job.seconds:.0f}", "bundle": job.order.bundle or job.order.plist,
                 "repeats": job.order.repeats, "documents": files.documents, "log": files.log}
 
     def _say(self, message: str) -> None:
