@@ -28,10 +28,11 @@ function(qnrescue_stress_tests)
   set_property(TEST ${names} PROPERTY TIMEOUT 3600)
 endfunction()
 
-# qnrescue_unit_test(name SOURCES file... LINK library...): adds a GoogleTest program as one test of
-# CTest (starting Wine once for each case would take most of the time).
+# qnrescue_unit_test(name [PORTABLE] SOURCES file... LINK library...): adds a GoogleTest program as
+# one test of CTest (starting Wine once for each case would take most of the time). PORTABLE: what is
+# tested is the same on all systems, so that only the full run has it for Windows too.
 function(qnrescue_unit_test name)
-  cmake_parse_arguments(PARSE_ARGV 1 unit "" "" "SOURCES;LINK")
+  cmake_parse_arguments(PARSE_ARGV 1 unit "PORTABLE" "" "SOURCES;LINK")
   add_executable(${name} ${unit_SOURCES})
   qnrescue_test_settings(${name})
   target_link_libraries(${name} PRIVATE ${unit_LINK} GTest::gtest_main Threads::Threads)
@@ -41,6 +42,11 @@ function(qnrescue_unit_test name)
     FAIL_REGULAR_EXPRESSION " 0 tests from 0 test suites"
     ENVIRONMENT "UBSAN_OPTIONS=print_stacktrace=1;TSAN_OPTIONS=second_deadlock_stack=1"
   )
+  if(unit_PORTABLE AND CMAKE_CROSSCOMPILING)
+    set_target_properties(${name} PROPERTIES EXCLUDE_FROM_ALL ON)
+    add_dependencies(full ${name})
+    qnrescue_label_tests(full ${name})
+  endif()
 endfunction()
 
 # The interpreter is named by its path: CMake would run an imported target in the emulator.
