@@ -224,7 +224,7 @@ def test_hooks(bench):
     bench.stop()
     text = (bench.table.bench / "hooks.log").read_text("utf-8")
     calls = [dict(line.split("=", 1) for line in part.splitlines() if line.partition("=")[0] not in
-                  ("QNRESCUE_TOOL", "QNRESCUE_BENCH_FOLDER"))
+                  ("QNRESCUE_TOOL", "QNRESCUE_BENCH_FOLDER", "QNRESCUE_MACHINE_FOLDER"))
              for part in text.split("\n\n") if part]
     calls = [{name: value for name, value in call.items() if name.startswith("QNRESCUE_")}
              for call in calls]

@@ -20,7 +20,7 @@ RECORDER = BIN.parent / "recorder_setup" / "qnrescue.exe"
 BUILT_IN = None
 
 # Seconds by which a time of the replay may differ; the machine may be busy.
-TOLERANCE = 0.75
+TOLERANCE = 3.0
 TIMES = {"After", "ConnectAfter", "DisconnectAfter"}
 
 # Each restore has a scratch folder of its own.
