@@ -63,12 +63,11 @@ std::string shortened(std::string text) {
     return text;
 }
 
-// Returns the text that is to be released; nothing for anything else, as the user info of an error
-// may hold that in place of a text.
-std::optional<std::string> text_of(CFStringRef copied) {
-    auto const owned = adopt(copied);
-    return qnrescue::is_a(copied, CFStringGetTypeID()) ? std::optional{capture_text(copied)}
-                                                       : std::nullopt;
+// Returns nothing for what is no text, as the user info of an error may hold that in its place.
+std::optional<std::string> text_of(qnrescue::cf_owner<CFStringRef> const & object) {
+    return qnrescue::is_a(object.get(), CFStringGetTypeID())
+               ? std::optional{capture_text(object.get())}
+               : std::nullopt;
 }
 
 // Returns the description that every error has whose user info holds no other.
@@ -150,8 +149,8 @@ public:
         dictionary result{{"Domain", make_string(capture_text(CFErrorGetDomain(from)))},
                           {"Code", make_integer(static_cast<std::int64_t>(CFErrorGetCode(from)))}};
         auto const more = further_user_info(from);
-        auto const description = text_of(CFErrorCopyDescription(from));
-        auto const reason = text_of(CFErrorCopyFailureReason(from));
+        auto const description = text_of(adopt(CFErrorCopyDescription(from)));
+        auto const reason = text_of(adopt(CFErrorCopyFailureReason(from)));
         bool const may_get_another = std::ranges::any_of(more, changes_description);
         if (description && (may_get_another || *description != usual_description(from, reason))) {
             result.push_back({"Description", make_string(*description)});
