@@ -333,11 +333,12 @@ class TheRecorder(RecorderTest):
 
     def test_texts_that_xml_cannot_hold(self):
         odd = {"$type": "text", "Parts": ["a", 27, "b", 0xD800]}
-        scenario = {"DefaultOptions": {"Odd": odd}, "Devices": [device(RestoreReports=[COMPLETE])]}
-        for _ in range(2):  # the second time, the recording is played
-            _, scenario = self.record(("--restore", "x.ipsw", "--ecid", ECID), scenario,
-                                      MOBILEDEVICE_RECORDER_IDENTITIES="keep")
-            self.assertEqual({"Odd": odd}, scenario["DefaultOptions"])
+        error = {"$type": "error", "Domain": "d", "Code": 4, "UserInfo": {"Odd": odd}}
+        step = report(5, 9)
+        step["Status"]["Error"] = error
+        recording = self.assert_round_trip(("--restore", "x.ipsw", "--ecid", ECID),
+                                           {"Devices": [device(RestoreReports=[step, COMPLETE])]})
+        self.assertEqual(error, recording["Devices"][0]["RestoreReports"][0]["Status"]["Error"])
 
     def test_killed_it_leaves_the_last_file(self):
         process = self.start_recorder(
