@@ -4,6 +4,8 @@
 #include "simulator/MobileDevice/scenario.hpp"
 #include "tests/unit/simulator/MobileDevice/property_list_text.hpp"
 
+#include <algorithm>
+
 #include <gtest/gtest.h>
 
 namespace {
@@ -78,6 +80,19 @@ TEST(Capture, WritesWhatAScenarioSays) {
         "<dict>\n\t<key>a</key>\n\t<false/>\n\t<key>b</key>\n\t<integer>1</integer>\n</dict>\n");
     EXPECT_EQ(recorder::capture(nullptr, losses), recorder::make_null());
     EXPECT_EQ(recorder::capture(kCFNull, losses), recorder::make_null());
+}
+
+TEST(Capture, TheValuesOfASetAreSorted) {
+    auto const set = adopt(CFSetCreateMutable(kCFAllocatorDefault, 0, &kCFTypeSetCallBacks));
+    for (int number = 10; number < 60; ++number) {
+        CFSetAddValue(set.get(), make_number(number).get());
+    }
+    std::vector<std::string> losses;
+    auto const captured = recorder::capture(set.get(), losses);
+    auto const & described = std::get<recorder::dictionary>(captured.held);
+    auto const & values = std::get<recorder::array>(described.at(1).content.held);
+    EXPECT_EQ(values.size(), 50U);
+    EXPECT_TRUE(std::ranges::is_sorted(values, {}, written));
 }
 
 TEST(Capture, ADictionaryWithTheKeyOfSpecialValuesIsWrittenAsOne) {

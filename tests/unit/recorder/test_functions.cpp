@@ -292,11 +292,11 @@ TEST_F(RecordedFunctions, NotificationsOnSeveralThreads) {
 // How many callbacks came on this thread.
 thread_local int callbacks_here = 0;
 
-// Counts callbacks.
+// Counts callbacks, and keeps the largest number that one of them gave.
 struct callback_counter {
-    void add(int here) {
+    void add(int count) {
         std::lock_guard const lock{mutex};
-        most_on_a_thread = std::max(most_on_a_thread, here);
+        most = std::max(most, count);
         ++all;
         changed.notify_all();
     }
@@ -308,7 +308,7 @@ struct callback_counter {
 
     std::mutex mutex;
     std::condition_variable changed;
-    int most_on_a_thread = 0;
+    int most = 0;
     int all = 0;
 };
 
@@ -330,7 +330,7 @@ TEST_F(RecordedFunctions, CallbacksComeOnTheThreadOfTheLibrary) {
             },
             &notifications, nullptr);
         EXPECT_TRUE(notifications.waits_for(3));
-        EXPECT_EQ(notifications.most_on_a_thread, 3);
+        EXPECT_EQ(notifications.most, 3);
         recorded_AMRestorableDeviceRestore(
             device, nullptr,
             [](AMRestorableDeviceRef, CFDictionaryRef, void * counter) {
@@ -338,7 +338,38 @@ TEST_F(RecordedFunctions, CallbacksComeOnTheThreadOfTheLibrary) {
             },
             &reports);
         EXPECT_TRUE(reports.waits_for(3));
-        EXPECT_EQ(reports.most_on_a_thread, 3);
+        EXPECT_EQ(reports.most, 3);
+        mobile_device::simulator::replace(nullptr); // ends its threads before the counters
+    });
+}
+
+TEST_F(RecordedFunctions, WhatTheToolSeesIsRecordedBefore) {
+    auto const report = xml::dictionary({{"Status", xml::dictionary({})}});
+    auto const scenario =
+        scenario_of({full_device("<key>RestoreReports</key>" + xml::array({report}))});
+    record(parsed(scenario), "file", [](small_tool &) {
+        static AMRestorableDeviceRef device;
+        callback_counter visits;
+        callback_counter reports;
+        recorded_AMRestorableDeviceRegisterForNotifications(
+            [](AMRestorableDeviceRef shown, AMRestorableDeviceNotificationType, void * counter) {
+                device = shown;
+                auto const recorded = recorder::process_session()->copy().visits.size();
+                static_cast<callback_counter *>(counter)->add(static_cast<int>(recorded));
+            },
+            &visits, nullptr);
+        EXPECT_TRUE(visits.waits_for(1));
+        EXPECT_EQ(visits.most, 1);
+        recorded_AMRestorableDeviceRestore(
+            device, nullptr,
+            [](AMRestorableDeviceRef, CFDictionaryRef, void * counter) {
+                auto const recorded =
+                    recorder::process_session()->copy().visits.at(0).restores.at(0).size();
+                static_cast<callback_counter *>(counter)->add(static_cast<int>(recorded));
+            },
+            &reports);
+        EXPECT_TRUE(reports.waits_for(1));
+        EXPECT_EQ(reports.most, 1);
         mobile_device::simulator::replace(nullptr); // ends its threads before the counters
     });
 }

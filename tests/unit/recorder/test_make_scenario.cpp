@@ -87,6 +87,7 @@ TEST(MakeScenario, WhatOneVisitWasAskedHoldsForTheOthersOfTheDevice) {
     asked.answers["State"] = {number(2)};
     asked.answers["ChipID"] = {number(7)};
     asked.answers["RebootError"] = {number(10)};
+    asked.restores = {{{1s, status("Restoring")}}};
     auto same_state = visit_of(1, 1s);
     same_state.answers["State"] = {number(2)};
     auto other_state = visit_of(1, 2s);
@@ -96,8 +97,10 @@ TEST(MakeScenario, WhatOneVisitWasAskedHoldsForTheOthersOfTheDevice) {
     EXPECT_EQ(devices.at(0).chip_id, 7U);
     EXPECT_EQ(devices.at(0).reboot_error, 10);
     EXPECT_FALSE(devices.at(0).returns);
+    EXPECT_EQ(devices.at(0).restore_reports.value().size(), 1U);
     EXPECT_EQ(devices.at(2).chip_id, 7U);
     EXPECT_EQ(devices.at(2).reboot_error, 0);
+    EXPECT_EQ(devices.at(2).restore_reports, std::nullopt);
     EXPECT_EQ(devices.at(3).chip_id, 0U);
 }
 

@@ -158,6 +158,19 @@ TEST_F(RecorderSession, AnswersAreKeptInOrder) {
     EXPECT_EQ(visit.answers.at("RebootError"), std::vector{number(10)});
 }
 
+TEST_F(RecorderSession, ARecoveryModeDeviceBelongsToWhoeverGaveItLast) {
+    char at_one_address = 0;
+    begin();
+    for (auto const device : {&first, &second}) {
+        notify(device, 0);
+        recorded.recovery_mode_device(device, &at_one_address);
+    }
+    recorded.command("g", "RebootError", &at_one_address, {}, 10);
+    auto const visits = recorded.copy().visits;
+    EXPECT_FALSE(visits.at(0).answers.contains("RebootError"));
+    EXPECT_TRUE(visits.at(1).answers.contains("RebootError"));
+}
+
 TEST_F(RecorderSession, ReportsHaveTheTimeSinceTheOneBefore) {
     begin();
     notify(&first, 0);
