@@ -178,7 +178,7 @@ TEST(MakeScenario, LaterRestoresAndThreads) {
 
 TEST(MakeScenario, DefaultOptionsAreThoseOfTheLibrary) {
     recorder::recording recorded;
-    recorded.default_options.push_back(
+    recorded.default_options.emplace_back(
         recorder::value{recorder::dictionary{{"AutoBootDelay", number(5)}}});
     auto const scenario = played(recorded);
     EXPECT_FALSE(scenario.failures.create_default_options);
@@ -199,7 +199,7 @@ recorder::recording identified() {
              recorder::dictionary{{"RestoreBundlePath", make_string("C:\\joe\\a b.ipsw")}}},
          std::nullopt},
         {0s, "AMRestorableDeviceCopySerialNumber", 0U, std::nullopt, make_string("F4GSM1QN0D8X")}};
-    result.default_options.push_back(
+    result.default_options.emplace_back(
         recorder::value{recorder::dictionary{{"Log", make_string("/home/joe/x")}}});
     result.registration_error = {{"Domain", make_string("d")},
                                  {"Code", number(1)},
