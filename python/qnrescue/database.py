@@ -30,16 +30,20 @@ class Database:
     """A connection, for one thread, to the latest of the files in a folder: `journal-1.sqlite`,
     `journal-2.sqlite`, ... There is more than one if a file was found broken. It is kept as it is,
     and all processes go on with the next one. (Renaming a database in use would damage the new
-    one.) Every operation may raise JournalError."""
+    one.) Every operation may raise JournalError; after JournalBroken, the next one goes on."""
 
     def __init__(self, folder: Path, schema: str, version: int, busy_timeout: float) -> None:
         self._folder = folder
         self._schema = schema
         self._version = version
         self._busy_timeout = busy_timeout
-        self._number: int
+        self._number = _latest(folder)
+        self._next: str
         self._connection: sqlite3.Connection
-        self._open_latest()
+        try:
+            self._open()
+        except JournalBroken:
+            self.replace_broken()
 
     @property
     def path(self) -> Path:
@@ -58,41 +62,62 @@ class Database:
     def rows(self, statement: str, values: Sequence[Any] | Mapping[str, Any] = (),
              ) -> list[sqlite3.Row]:
         """Executes the statement and returns its rows."""
-        if not self._connection.in_transaction and os.path.exists(self._next):
-            self._connection.close()
+        if self._connection.in_transaction:
+            return self._execute(statement, values)
+        if os.path.exists(self._next):
             self._open_latest()
-        return self._execute(statement, values)
+        with self._broken_is_replaced():
+            return self._execute(statement, values)
 
     @contextlib.contextmanager
     def writing(self) -> Iterator[None]:
         """Makes one transaction of what happens in the context."""
         self.rows("BEGIN IMMEDIATE")
-        try:
-            yield
-            self._execute("COMMIT")
-        except BaseException:
-            if self._connection.in_transaction:
-                self._connection.rollback()
-            raise
+        with self._broken_is_replaced():
+            try:
+                yield
+                self._execute("COMMIT")
+            except BaseException:
+                with contextlib.suppress(sqlite3.DatabaseError):  # it may be broken
+                    self._connection.rollback()
+                raise
 
     def check(self) -> None:
         """Reads the whole file. Raises JournalBroken if it is damaged."""
         (result,) = self.rows("PRAGMA quick_check(1)")[0]
-        if result != "ok":
-            raise JournalBroken(f"{self.path}: {result}")
+        with self._broken_is_replaced():
+            if result != "ok":
+                raise JournalBroken(f"{self.path}: {result}")
+
+    @contextlib.contextmanager
+    def _broken_is_replaced(self) -> Iterator[None]:
+        try:
+            yield
+        except JournalBroken:
+            with contextlib.suppress(JournalError):  # perhaps the next time
+                self.replace_broken()
+            raise
 
     def replace_broken(self) -> None:
         """Goes on with the next file, which is made if no other process was faster."""
-        self._connection.close()
-        self._number = max(self._number + 1, _latest(self._folder))
-        self._open()
+        self._go_on_with(max(self._number + 1, _latest(self._folder)))
 
     def _open_latest(self) -> None:
-        self._number = _latest(self._folder)
+        latest = _latest(self._folder)
+        try:
+            self._go_on_with(latest)
+        except JournalBroken:
+            self._go_on_with(latest + 1)
+
+    def _go_on_with(self, number: int) -> None:
+        before = self._number, self._next, self._connection
+        self._number = number
         try:
             self._open()
-        except JournalBroken:
-            self.replace_broken()
+        except BaseException:
+            self._number, self._next, self._connection = before
+            raise
+        before[-1].close()
 
     def _open(self) -> None:
         with _errors_of(self.path):

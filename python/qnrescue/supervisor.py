@@ -16,7 +16,7 @@ from dataclasses import dataclass, replace
 from pathlib import Path
 
 from qnrescue import processes
-from qnrescue.database import JournalBroken, JournalError
+from qnrescue.database import JournalError
 from qnrescue.file_lock import FileLock
 from qnrescue.jobs import Job, JobState
 from qnrescue.journal import Journal
@@ -100,6 +100,7 @@ class Supervisor:
         self._journal.record_supervisor(identity)
         self._restore_records()
         self._file = path
+        log.info("supervises %s", path)
 
     def _take_over(self) -> None:
         own = {*self._runs, *(job.id for job in self._ended)}
@@ -220,14 +221,14 @@ def supervise(folder: BenchFolder, idle_seconds: float | None) -> bool:
         if not lock.acquire(timeout=1.0):  # others take it for a moment, to see whether it is held
             return False
         with lock, Journal(folder.path, busy_timeout=_BUSY_TIMEOUT) as journal:
-            _work(Supervisor(folder, journal), journal, idle_seconds)
+            _work(Supervisor(folder, journal), idle_seconds)
         # Whoever ordered a job while the lock was held relies on this process.
         with Journal(folder.path) as journal:
             if not journal.jobs(JobState.QUEUED, limit=1):
                 return True
 
 
-def _work(supervisor: Supervisor, journal: Journal, idle_seconds: float | None) -> None:
+def _work(supervisor: Supervisor, idle_seconds: float | None) -> None:
     latest_fault = ""
     idle_since = time.monotonic()
     while True:
@@ -242,15 +243,7 @@ def _work(supervisor: Supervisor, journal: Journal, idle_seconds: float | None) 
                 log.warning("%s", fault)
                 latest_fault = str(fault)
             time.sleep(_RETRY_SECONDS)
-            if isinstance(fault, JournalBroken):
-                _replace(journal)
         time.sleep(_TICK)
-
-
-def _replace(journal: Journal) -> None:
-    with contextlib.suppress(JournalError):
-        journal.replace_broken()
-        log.warning("goes on with %s", journal.path)
 
 
 class SupervisorFailure(Exception):

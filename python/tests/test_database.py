@@ -106,21 +106,47 @@ def test_a_database_of_another_program_is_kept(tmp_path) -> None:
     assert (tmp_path / "journal-1.sqlite").read_bytes() == content
 
 
-def test_damage_is_found_when_the_journal_is_used(tmp_path) -> None:
+@pytest.mark.parametrize("use", [lambda one: one.check(), lambda one: words(one),
+                                 lambda one: replace_words(one)])
+def test_damage_is_found_when_the_journal_is_used(tmp_path, use) -> None:
     path = tmp_path / "journal-1.sqlite"
     filled(path)
     spoil_rows(path)
+    spoilt = path.read_bytes()
     one = database(tmp_path)
     with pytest.raises(JournalBroken):
-        one.check()
-    with pytest.raises(JournalBroken):
-        words(one)
-    spoilt = path.read_bytes()
-    one.replace_broken()
+        use(one)
     add(one, "new")
     assert words(one) == ["new"]
+    assert one.path.name == "journal-2.sqlite"
     one.close()
     assert path.read_bytes() == spoilt
+
+
+def replace_words(one: Database) -> None:
+    """Changes all rows."""
+    with one.writing():
+        one.rows("UPDATE words SET word = word || '!'")
+
+
+def test_a_new_file_that_cannot_be_opened(tmp_path) -> None:
+    """The old one is used until that is possible."""
+    one = database(tmp_path)
+    add(one, "old")
+    following = tmp_path / "journal-2.sqlite"
+    following.mkdir()
+    for _ in range(2):
+        with pytest.raises(JournalUnavailable):
+            words(one)
+    following.rmdir()
+    assert words(one) == ["old"]
+
+
+def test_a_new_file_that_is_broken_too(tmp_path) -> None:
+    one = database(tmp_path)
+    (tmp_path / "journal-2.sqlite").write_bytes(b"rubbish" * 1000)
+    assert words(one) == []
+    assert one.path.name == "journal-3.sqlite"
 
 
 def test_everybody_goes_on_with_the_new_file(tmp_path) -> None:

@@ -13,7 +13,7 @@ from collections.abc import Iterator
 from qnrescue.bench.exit_status import ExitStatus
 from qnrescue.bench.output import Output
 from qnrescue.bench.slots import FILE_NAME, Slots, read_slots
-from qnrescue.database import JournalError
+from qnrescue.database import JournalBroken, JournalError
 from qnrescue.desk import Desk
 from qnrescue.places import BenchFolder, bench_folder
 from qnrescue.supervisor import SupervisorFailure
@@ -72,6 +72,9 @@ class Context:
         try:
             with Desk(self.folder) as desk:
                 yield desk
+        except JournalBroken as fault:
+            raise CommandFailure(ExitStatus.BENCH, f"the journal is damaged: {fault}; it is kept,"
+                                                   " and the next command has a new one") from fault
         except JournalError as fault:
             raise CommandFailure(ExitStatus.BENCH,
                                  f"the journal cannot be used: {fault}") from fault

@@ -149,8 +149,8 @@ def examine_journal(context: Context) -> Iterator[Finding]:
                 yield examine(desk)
     except CommandFailure as fault:
         yield _finding("bench-journal", PROBLEM, str(fault),
-                       "If another program holds it, end that. If it is damaged, keep a copy:"
-                       " the next job begins a new one.")
+                       "If another program holds it, end that. A damaged one is kept, and the"
+                       " bench goes on with a new one.")
 
 
 def _examine_broken_files(desk: Desk) -> Finding:

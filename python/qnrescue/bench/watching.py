@@ -3,7 +3,6 @@
 from __future__ import annotations
 
 import argparse
-import contextlib
 import dataclasses
 import json
 import pathlib
@@ -25,7 +24,7 @@ from qnrescue.bench.visits import (Action, Arrived, Bench, Departed, Ended, Orde
                                    load)
 from qnrescue.bench.wall import Wall
 from qnrescue.bench.whole_file import replace_file
-from qnrescue.database import JournalBroken, JournalError
+from qnrescue.database import JournalError
 from qnrescue.desk import Desk
 from qnrescue.documents_file import DocumentsFile
 from qnrescue.events import DeviceInfo, RestoreStatus, UnreadableDocument
@@ -176,15 +175,9 @@ class _Watch:
                 self._act(poll)
         except JournalError as fault:  # what is to be done waits for the next step
             self._say(f"the journal cannot be used now: {fault}")
-            if isinstance(fault, JournalBroken):
-                self._replace_journal()
         except OSError as fault:
             self._say(str(fault))
         self._draw()
-
-    def _replace_journal(self) -> None:
-        with contextlib.suppress(JournalError):  # perhaps at the next step
-            self._desk.journal.replace_broken()
 
     def _act(self, poll: Poll) -> None:
         self._has_looked = True
