@@ -46,7 +46,7 @@ def test_a_path_becomes_absolute(tmp_path: Path, monkeypatch) -> None:
     ["watch", "--restore", __file__, "--plist", "--erase"],
     ["restore", __file__, ECID, "--restore-timeout", "0"],
     ["restore", __file__, ECID, "--silence-timeout", "0"], ["restore", "nowhere", ECID],
-    ["info", "12"]])
+    ["info", "12"], ["history", "12"]])
 def test_commands_refuse_them(tmp_path: Path, words) -> None:
     with pytest.raises(SystemExit) as ended:
         cli.main([*words, "--folder", str(tmp_path / "bench")])

@@ -4,6 +4,7 @@ import json
 import os
 import pathlib
 import pty
+import secrets
 import select
 import shlex
 import signal
@@ -414,6 +415,26 @@ class TestBenchFolder:
 
         bench("supervise", status=ExitStatus.BENCH,
               errors=f"the journal cannot be used: {path} has version 99; this program knows 1")
+
+    def test_journal_that_breaks_while_a_job_runs(self, table, bench, capfd):
+        table.plug_in(A, reports=[STEP, 600])
+        bench("restore", table.bundle, A, "--detach")
+        while json.loads(bench("jobs", "--json")[0])["step"] != STEP["QN_OperationName"]:
+            pass
+        broken = table.bench / "journal-1.sqlite"
+        broken.write_bytes(secrets.token_bytes(20000))  # what SQLite has beside it stays
+        limit = time.monotonic() + TIME_LIMIT
+        lines = []
+        while not lines:  # damage is found at once, or when a command reads the jobs
+            assert time.monotonic() < limit
+            status = cli.main(["jobs", "--json"])
+            out, err = capfd.readouterr()
+            assert (status, "the journal is damaged: " in err) in (
+                (ExitStatus.DONE, False), (ExitStatus.BENCH, True))
+            lines = out.splitlines()
+        bench("cancel", json.loads(lines[0])["id"])
+        assert table.restores() == [A]
+        assert broken.exists()
 
     @pytest.mark.parametrize("words", [["supervise"], ["watch", "--restore", __file__]])
     def test_file_that_cannot_be_opened(self, table, bench, words):

@@ -7,7 +7,7 @@ import time
 from collections.abc import Collection, Mapping
 from typing import Any
 
-from qnrescue.bench.arguments import count
+from qnrescue.bench.arguments import count, ecid
 from qnrescue.bench.context import CommandFailure, Context
 from qnrescue.bench.display import Row, clean, compact, line_of, row_of
 from qnrescue.bench.exit_status import ExitStatus
@@ -30,7 +30,7 @@ def add_commands(actions: argparse._SubParsersAction[Any],
     jobs.set_defaults(act=show_active)
     history = actions.add_parser("history", parents=[common],
                                  help="show the jobs that have ended, the latest first")
-    history.add_argument("ecid", nargs="?", metavar="ECID", type=str.upper,
+    history.add_argument("ecid", nargs="?", metavar="ECID", type=ecid,
                          help="only those of this device")
     history.add_argument("--limit", type=count, default=50, metavar="N",
                          help="how many; 0: all; default: %(default)s")
