@@ -69,14 +69,23 @@ PAGE_BEGIN = "<!-- what `scripts/benchmark --update-page` has measured -->\n"
 PAGE_END = "<!-- end of what was measured -->\n"
 
 
+def fill(text):
+    """The text in lines of the pages' width."""
+    return textwrap.fill(text, 100)
+
+
 def update_page(path, machine, rows):
     """Puts the machine and the table between the two marks of a Markdown page."""
-    before, begin, rest = path.read_text(encoding="utf-8").partition(PAGE_BEGIN)
+    put_into_page(path, PAGE_BEGIN, f"{fill(machine)}\n\n{table(rows)}\n")
+
+
+def put_into_page(path, mark, text):
+    """Puts the text between this mark of a page and the one that ends what was measured."""
+    before, begin, rest = path.read_text(encoding="utf-8").partition(mark)
     _, end, after = rest.partition(PAGE_END)
     if not begin or not end:
-        raise ValueError(f"{path} lacks the marks of the table")
-    measured = f"{textwrap.fill(machine, 100)}\n\n{table(rows)}\n"
-    path.write_text(before + begin + measured + end + after, encoding="utf-8")
+        raise ValueError(f"{path} lacks the marks of what was measured")
+    path.write_text(before + begin + text + end + after, encoding="utf-8")
 
 
 def write_json(path, machine, rows, listing):

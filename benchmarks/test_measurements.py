@@ -7,11 +7,13 @@ import pathlib
 import subprocess
 import sys
 import tempfile
+import time
 import unittest
 from contextlib import redirect_stderr
 
 import progress
 import report
+from report_times import ReportTimes, delays
 from rows import Row, added, compare
 
 HERE = pathlib.Path(__file__).resolve().parent
@@ -209,6 +211,49 @@ class Table(unittest.TestCase):
         self.assertEqual(machine, "machine")
         self.assertEqual(report.table(rows), report.table([row]))
         self.assertIsInstance(rows[0], Row)
+
+
+def document(progress):
+    return f"<key>Progress</key>\n\t<integer>{progress}</integer>\n".encode()
+
+
+class Delays(unittest.TestCase):
+    def test_a_report_is_shown_when_it_or_a_later_one_is(self):
+        reports = {"a": [(5, 10.0), (9, 11.0)], "b": [(5, 10.0)]}
+        shown = {"a": [(5, 10.5), (12, 11.25), (13, 12.0)], "b": [(4, 10.5), (5, 13.0)]}
+        self.assertEqual(delays(reports, shown), [0.25, 0.5, 3.0])
+
+    def test_the_files_say_when_reports_were_written(self):
+        with tempfile.TemporaryDirectory() as folder:
+            path = pathlib.Path(folder) / "documents.plist"
+            times = ReportTimes({"a": path, "missing": pathlib.Path(folder) / "nothing"})
+            try:
+                # Space is reserved behind the reports.
+                for number, text in enumerate((document(3), document(3) + document(7)), 1):
+                    put(path, text + bytes(1000), number)
+                    wait_until(lambda: len(times.found["a"]) == number)
+                # Without it, the end of the file was cut then.
+                put(path, document(3) + document(7) + document(100), 9)
+                wait_until(lambda: times.places["a"][1] == 9 * 10**9)
+            finally:
+                times.close()
+        self.assertEqual(times.found, {"a": [(3, 1.0), (7, 2.0)], "missing": []})
+
+
+def put(path, content, written):
+    """Writes a file that was written at this time, in one step."""
+    new = path.with_suffix(".new")
+    new.write_bytes(content)
+    os.utime(new, ns=(0, written * 10**9))
+    new.replace(path)
+
+
+def wait_until(holds):
+    end = time.monotonic() + 60
+    while not holds():
+        if time.monotonic() > end:
+            raise AssertionError("it does not happen")
+        time.sleep(0.02)
 
 
 class Steps(unittest.TestCase):

@@ -110,16 +110,22 @@ class Machine:
 
     def processes(self) -> list[psutil.Process]:
         """Returns the processes of this machine that have not ended. Wine's own may stay."""
-        found: list[psutil.Process] = []
-        for process in psutil.process_iter():
-            with contextlib.suppress(psutil.Error):
-                world = process.environ().get("MOBILEDEVICE_SIMULATOR_WORLD")
-                if world == str(self.world) and "qnrescue" in " ".join(process.cmdline()):
-                    found.append(process)
-        return found
+        return processes_of(self)
 
     def end_processes(self) -> None:
         """Ends what is left."""
         for process in self.processes():
             with contextlib.suppress(psutil.Error):
                 process.kill()
+
+
+def processes_of(*machines: Machine) -> list[psutil.Process]:
+    """Returns the processes of these machines that have not ended. Wine's own may stay."""
+    worlds = {str(machine.world) for machine in machines}
+    found: list[psutil.Process] = []
+    for process in psutil.process_iter():
+        with contextlib.suppress(psutil.Error):
+            world = process.environ().get("MOBILEDEVICE_SIMULATOR_WORLD")
+            if world in worlds and "qnrescue" in " ".join(process.cmdline()):
+                found.append(process)
+    return found
