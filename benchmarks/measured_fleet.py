@@ -48,6 +48,7 @@ class Broker:
             folder,
             "listener PORT 127.0.0.1",
             "allow_anonymous true",
+            "max_queued_messages 0",
             "sys_interval 1",
         )
         self.port = self.mosquitto.port

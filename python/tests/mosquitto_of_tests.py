@@ -12,7 +12,7 @@ import ssl
 import subprocess
 import threading
 import time
-from collections.abc import Mapping, Sequence
+from collections.abc import Iterable, Mapping, Sequence
 from pathlib import Path
 from typing import Any
 
@@ -55,7 +55,8 @@ class Mosquitto:
     @classmethod
     def open(cls, folder: Path) -> Mosquitto:
         """Starts one without users that keeps sessions and messages over its end."""
-        return cls(folder, "listener PORT 127.0.0.1", "allow_anonymous true", "persistence true",
+        return cls(folder, "listener PORT 127.0.0.1", "allow_anonymous true",
+                   "max_queued_messages 0", "persistence true",
                    f"persistence_location {folder}/", "autosave_interval 1",
                    "autosave_on_changes true")
 
@@ -114,8 +115,12 @@ class Client:
 
     def publish(self, topic: str, payload: str | bytes, retain: bool = False) -> None:
         """Sends a message, and waits until the broker has it."""
-        mid = self._client.publish(topic, payload, qos=1, retain=retain).mid
-        wait_until(lambda: mid in self._acknowledged)
+        self.publish_all([topic], payload, retain)
+
+    def publish_all(self, topics: Iterable[str], payload: str | bytes, retain: bool) -> None:
+        """Sends a message to each of the topics, and waits until the broker has them."""
+        sent = {self._client.publish(topic, payload, qos=1, retain=retain).mid for topic in topics}
+        wait_until(lambda: sent <= self._acknowledged)
 
     def order(self, order_id: str, value: object, station: str = "bench-07") -> None:
         """Sends an order."""

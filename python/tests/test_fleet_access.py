@@ -134,6 +134,16 @@ def test_a_station_and_a_screen(fleet: Fleet, bench: TestBench) -> None:
     service.kill()
 
 
+def test_who_joins_is_sent_all_that_is_kept(fleet: Fleet) -> None:
+    station, topics = fleet.client(STATION), {f"qnrescue/{STATION}/jobs/{each}"
+                                              for each in range(3000)}
+    station.publish_all(topics, "x" * 762, True)
+    screen = fleet.client("screen")
+    wait_until(lambda: {topic for topic, _ in list(screen.got)} == topics)
+    for client in (station, screen):
+        client.close()
+
+
 OWN = [f"qnrescue/{STATION}/{topic}" for topic in (
     "availability", "station", f"devices/{DEVICE}", "jobs/a", "answers/a")]
 OF_ANOTHER = [topic.replace(STATION, OTHER) for topic in OWN]
