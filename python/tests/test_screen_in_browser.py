@@ -341,17 +341,18 @@ def test_notices_a_server_that_says_nothing(
     page.until("document.getElementById('lost').innerText.startsWith('No contact')")
 
 
-def test_a_station_that_has_lost_its_devices_meanwhile_has_no_tiles(
+def test_what_has_gone_while_the_server_was_lost_is_not_shown(
         page: Page, source: MadeUp) -> None:
-    source.stations, source.jobs = (Station("north"),), []
+    source.stations, source.jobs = (Station("north"), Station("south")), []
     screen = BackgroundScreen(source)
     open_wall(page, screen)
     screen.stop()
-    source.devices = []
+    source.stations, source.devices = source.stations[:1], []
     screen.start()
     try:
         page.until("document.getElementById('lost').hidden")
         page.until("document.querySelectorAll('.tile').length === 0")
+        assert page.run("return document.querySelectorAll('section').length") == 1
     finally:
         screen.stop()
     page.complaints()  # of the connections that failed
@@ -510,6 +511,23 @@ def test_a_wall_on_which_not_everything_fits_turns_its_pages(
         size = page.run("return parseFloat(getComputedStyle(document.querySelector("
                         "'.tile .state')).fontSize)")
         assert 0.7 * size >= 1.5 * 16, "it can be read from three metres"
+    finally:
+        screen.stop()
+
+
+@pytest.mark.parametrize("count", [2, 3])
+def test_the_form_for_a_wall_is_as_large_as_fits(page: Page, source: MadeUp, count: int) -> None:
+    source.stations = tuple(Station(f"station {number}", slots=("1",)) for number in range(count))
+    source.devices, source.jobs = [], []
+    screen = BackgroundScreen(source)
+    try:
+        open_wall(page, screen, "?wall")
+        size = page.until("parseInt(document.documentElement.style.fontSize)")
+        page.run("document.body.classList.add('measured')")
+        for wanted in (size, size + 1):
+            page.run("document.documentElement.style.fontSize = arguments[0]", f"{wanted}px")
+            assert page.run("return document.documentElement.scrollHeight <= innerHeight") == (
+                wanted == size)
     finally:
         screen.stop()
 
