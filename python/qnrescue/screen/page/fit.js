@@ -25,14 +25,25 @@ export class WallFit {
       return;
     }
     this.count = count;
+    set_size(SMALLEST);
+    if (this.is_hopeless()) {
+      return; // to measure all of it would take long
+    }
     document.body.classList.add("measured");
     let [fitting, too_large] = [SMALLEST, fits(SMALLEST) ? LARGEST + 1 : SMALLEST + 1];
     while (too_large - fitting > 1) {
       const size = Math.floor((fitting + too_large) / 2);
       [fitting, too_large] = fits(size) ? [size, too_large] : [fitting, size];
     }
-    fits(fitting);
+    set_size(fitting);
     document.body.classList.remove("measured");
+  }
+
+  /** Returns whether the tiles alone need more space than there is. */
+  is_hopeless() {
+    const {width, height} = this.root.querySelector("li")?.getBoundingClientRect()
+      ?? {width: 0, height: 0};
+    return this.count * width * height > innerWidth * innerHeight;
   }
 
   /** Shows what comes below, or the beginning again. */
@@ -50,8 +61,12 @@ export class WallFit {
   }
 }
 
+function set_size(size) {
+  document.documentElement.style.fontSize = `${size}px`;
+}
+
 function fits(size) {
+  set_size(size);
   const page = document.documentElement;
-  page.style.fontSize = `${size}px`;
   return page.scrollHeight <= innerHeight && page.scrollWidth <= innerWidth;
 }
