@@ -7,7 +7,7 @@ import {FILTERS, is_under_way, time_of} from "./words.js";
 // How many tiles are drawn in a frame, so that layout and paint fit into it too; the rest waits for
 // the next one. After a frame that took longer than this, in milliseconds, there are fewer.
 const [FEWEST_TILES, MOST_TILES] = [4, 20];
-const LONG_FRAME = 34;
+const LONG_FRAME = 30;
 
 class Station {
   constructor(name) {
