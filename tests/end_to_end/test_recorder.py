@@ -65,15 +65,13 @@ def named_last(scenario, arguments):
 
 
 def known_names(lines):
-    """The lines, in which devices whose ECID the tool never asked for have a number in its place:
-    a recording cannot know their ECIDs."""
+    """The lines, in which devices whose ECID the tool never asked for have none: a recording can
+    know neither their ECIDs, nor which of them come back."""
     asked = {line.split("device=")[1][:16] for line in lines
              if line.startswith("AMRestorableDeviceGetECID")}
-    numbers = {}
 
     def name(match):
-        ecid = match[1]
-        return match[0] if ecid in asked else f"device={numbers.setdefault(ecid, len(numbers))}"
+        return match[0] if match[1] in asked else "device=unknown"
 
     return [re.sub(r"device=([0-9A-F]{16})", name, line) for line in lines]
 
