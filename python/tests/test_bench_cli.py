@@ -19,7 +19,7 @@ from qnrescue.bench import cli
 from qnrescue.bench.exit_status import ExitStatus
 from qnrescue.bench.slots import Slots, read_slots, write_slots
 from qnrescue.desk import Desk
-from qnrescue.jobs import JobState
+from qnrescue.jobs import JobOrder, JobState
 
 A, B, C = "A" * 16, "B" * 16, "C" * 16
 PACKAGE = pathlib.Path(cli.__file__).parents[2]
@@ -319,6 +319,14 @@ class TestJobs:
         (job,) = jobs_of(table)
         assert bench("follow", job.id) == [f"{A}       succeeded"]
         assert bench("follow", job.id[:6], "--plain") == [f"{A}       succeeded"]
+
+    def test_beginnings_of_ids(self, table, bench):
+        with Desk(table.bench) as desk:
+            for job_id in ("ab-1", "ab-2", "ab"):
+                desk.journal.submit(JobOrder(A, "x"), "test", job_id)
+        bench("cancel", "a", status=ExitStatus.NOTHING, errors="several jobs begin with 'a'")
+        assert "ab-2" in bench("cancel", "ab-2", status=ExitStatus.FAILED)[1]
+        assert bench("cancel", "ab", status=ExitStatus.FAILED)[1].startswith("ab ")
 
     def test_cancel(self, table, bench):
         table.plug_in(A, reports=[STEP, 600])

@@ -119,8 +119,6 @@ def _closed_stream() -> TextIO:
 def _noticed() -> Iterator[None]:
     try:
         yield
-    except UnicodeEncodeError:
-        raise
     except (OSError, ValueError) as fault:  # ValueError: the stream is closed
         raise OutputBroken(getattr(fault, "strerror", None) or str(fault)) from fault
 
