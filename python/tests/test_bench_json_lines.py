@@ -2,6 +2,7 @@
 
 from __future__ import annotations
 
+import codecs
 import json
 import plistlib
 import subprocess
@@ -44,6 +45,15 @@ def test_any_cutting_gives_the_same(cuts: list[int]) -> None:
     chunks = [stream[start:end] for start, end in zip(places, places[1:])]
     assert list(values(chunks)) == [{"Type": "RestoreStatus", "Value": STATUS},
                                     {"Type": "DeviceList", "Value": ["001E2D4C0A91C026"]}]
+
+
+@given(some.integers(1, 9))
+def test_what_powershell_makes_of_documents(size: int) -> None:
+    """It ends lines as Windows does, and may begin with a byte order mark."""
+    stream = (document(STATUS) + document(["\ufeff"], "DeviceList")).replace(b"\n", b"\r\n")
+    stream = codecs.BOM_UTF8 + stream
+    chunks = [stream[start:start + size] for start in range(0, len(stream), size)]
+    assert [value["Value"] for value in values(chunks)] == [STATUS, ["\ufeff"]]
 
 
 def test_what_json_does_not_have() -> None:

@@ -4,6 +4,7 @@ from __future__ import annotations
 
 import argparse
 import base64
+import codecs
 import datetime
 import json
 import math
@@ -67,12 +68,21 @@ def _chunks(stream: IO[bytes]) -> Iterator[bytes]:
 def values(chunks: Iterable[bytes]) -> Iterator[dict[str, Any]]:
     """Yields the type and the value of each document, as values for JSON."""
     splitter = DocumentSplitter()
-    for chunk in chunks:
+    for chunk in _without_mark(iter(chunks)):
         # No document holds a NUL. While a job runs, they may follow the documents in its file.
         for document in splitter.feed(chunk.replace(b"\0", b"")):
             yield value_of(document)
     if rest := splitter.pending.strip():
         yield _unreadable(rest, "the documents end within this one")
+
+
+def _without_mark(chunks: Iterator[bytes]) -> Iterator[bytes]:
+    """Yields the chunks without the byte order mark that PowerShell 5.1 may put in front."""
+    start = b""
+    while len(start) < len(codecs.BOM_UTF8) and (chunk := next(chunks, b"")):
+        start += chunk
+    yield start.removeprefix(codecs.BOM_UTF8)
+    yield from chunks
 
 
 def value_of(document: bytes) -> dict[str, Any]:
