@@ -17,7 +17,7 @@ OUTSIDE_OF_CORE = {"asyncio", "multiprocessing", "os", "pathlib", "psutil", "sig
                    "sqlite3", "subprocess", "tempfile", "threading", "time"}
 # Tests whose subject is more than a module.
 OTHERS = {"hostile_circumstances", "layers", "package", "python_page", "bench_page", "fleet_access",
-          "fleet_broker", "fleet_rollout", "screen_in_browser"}
+          "fleet_broker", "fleet_rollout", "screen_broker", "screen_in_browser"}
 
 
 def name_of(path: Path) -> str:
