@@ -32,7 +32,7 @@ def service(bench: TestBench, broker: Mosquitto) -> Iterator[Service]:
     service = Service(bench, broker.port)
     service.bundle("report 3 10", bench.gate(), "report 5 50", "complete")
     yield service
-    service.close()
+    service.kill()
 
 
 @pytest.fixture
