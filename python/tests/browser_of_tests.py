@@ -139,5 +139,7 @@ class Page:
         return list(found)
 
     def complaints(self) -> list[str]:
-        """Returns what the browser has written to its console since the last time."""
-        return [each["message"] for each in self.driver.get_log("browser")]
+        """Returns what the browser has written to its console since the last time, but for
+        connections to a server that was stopped."""
+        return [each["message"] for each in self.driver.get_log("browser")
+                if "net::ERR_" not in each["message"]]

@@ -211,7 +211,7 @@ def test_without_its_availability_a_station_is_online_at_its_next_word(
 def test_a_broker_that_sends_nothing_of_what_it_has_kept(monkeypatch: pytest.MonkeyPatch) -> None:
     """Then the stations are given the time to publish everything again."""
     monkeypatch.setattr(module, "_KEPT_SECONDS", 0.1)
-    monkeypatch.setattr(module, "_REFRESHED_SECONDS", 1.0)
+    monkeypatch.setattr(module, "_REFRESHED_SECONDS", 4.0)
 
     async def act(source: BrokerSource, client: TestClient, board: Board) -> None:
         client.on_disconnect(client, None, 7)
@@ -220,7 +220,7 @@ def test_a_broker_that_sends_nothing_of_what_it_has_kept(monkeypatch: pytest.Mon
         client.say(f"qnrescue/north/devices/{ECID}", DEVICE, kept=False)
         await asyncio.sleep(0.5)
         assert tile(board)["look"] == "running"
-        await asyncio.sleep(1.0)
+        await asyncio.sleep(4.0)
         assert tile(board)["look"] == "attached", "the job was not published again"
 
     play(monkeypatch, act)
