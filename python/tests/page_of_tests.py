@@ -27,7 +27,7 @@ class Screen:
         self.stations: dict[str, dict[str, Any]] = {}
         self.notice = ""
         self.token = ""
-        self._thread = threading.Thread(target=self._follow)
+        self._thread = threading.Thread(target=self._follow, daemon=True)
         self._thread.start()
         wait_until(lambda: self.token)
 

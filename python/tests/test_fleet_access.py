@@ -2,6 +2,7 @@
 
 from __future__ import annotations
 
+import contextlib
 import subprocess
 from collections.abc import Callable, Iterator
 from dataclasses import dataclass, replace
@@ -125,12 +126,12 @@ def test_a_station_and_a_screen(fleet: Fleet, bench: TestBench) -> None:
     settings.touch(0o600)
     settings.write_text(f'broker = "mqtts://127.0.0.1:{fleet.broker.port}"\nuser = "screen"\n'
                         f'password = "screen!"\nca = "{fleet.folder}/ca.pem"\n')
-    screen = Screen(bench.path / "screen", "--broker", "--settings", str(settings))
-    wait_until(screen.is_complete)
-    assert screen.restore()[1]["accepted"]
-    wait_until(lambda: screen.tile()["look"] == "succeeded")
-    assert service.starts() == [DEVICE]
-    screen.close()
+    with contextlib.closing(Screen(bench.path / "screen", "--broker", "--settings",
+                                   str(settings))) as screen:
+        wait_until(screen.is_complete)
+        assert screen.restore()[1]["accepted"]
+        wait_until(lambda: screen.tile()["look"] == "succeeded")
+        assert service.starts() == [DEVICE]
     service.kill()
 
 

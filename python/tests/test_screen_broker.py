@@ -154,6 +154,7 @@ def test_rubbish_of_another_client_changes_nothing(broker: Mosquitto, service: S
     assert screen.restore(bundle="b.ipsw")[1]["reason"] == "the station has no such bundle"
     client.publish("qnrescue/other/availability", "online", retain=True)
     wait_until(lambda: "other" in screen.stations)
+    assert set(screen.stations) == {NAME, "other"}
     assert json.dumps({NAME: screen.stations[NAME]}) == before
     client.close()
 

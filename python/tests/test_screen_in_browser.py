@@ -485,8 +485,13 @@ def test_the_latest_documents_are_shown_as_they_come(
             page.open(screen.address + "#/job/north/job-1")
         page.until("document.querySelector('.documents')?.innerText.includes(arguments[0])",
                    f"{last - 1} %")
-        assert page.text(".documents").split("\n") == [
+        assert page.run("return [...document.querySelectorAll('.documents summary')]"
+                        ".map((each) => each.innerText)") == [
             f"RestoreStatus {number} %" for number in range(first, last)]
+        if not first:
+            page.run("document.querySelectorAll('details')[1].open = true")
+        elif first == 1:
+            assert page.run("return document.querySelector('details').open"), "as it was left"
     assert "The last 3 of 6." in page.text("#details")
 
 
