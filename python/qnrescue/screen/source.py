@@ -46,12 +46,16 @@ class Source(Protocol):
 
     async def run(self, board: Board) -> None:
         """Keeps the board true until it is cancelled."""
+        ...
 
     async def order(self, station: str, request: RestoreRequest, asked_by: str) -> Answer:
         """Orders a restore."""
+        ...
 
     async def cancel(self, station: str, job_id: str, asked_by: str) -> Answer:
         """Orders the end of a job."""
+        ...
 
     async def papers(self, station: str, job_id: str) -> Papers:
         """Returns what is kept about the job."""
+        ...
