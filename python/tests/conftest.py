@@ -10,6 +10,7 @@ import pytest
 from hypothesis import settings
 
 from bench_of_tests import TestBench
+from mosquitto_of_tests import Mosquitto
 from qnrescue import machine
 
 # A busy machine is no reason to fail.
@@ -34,3 +35,11 @@ def bench(tmp_path: Path) -> Iterator[TestBench]:
     bench = TestBench(tmp_path)
     yield bench
     bench.close()
+
+
+@pytest.fixture
+def broker(tmp_path: Path) -> Iterator[Mosquitto]:
+    """Gives a broker without users."""
+    broker = Mosquitto.open(tmp_path / "broker")
+    yield broker
+    broker.kill()

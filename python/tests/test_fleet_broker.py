@@ -8,7 +8,6 @@ import shutil
 import signal
 import time
 from collections.abc import Iterator
-from pathlib import Path
 
 import pytest
 
@@ -19,14 +18,6 @@ from qnrescue.desk import Desk
 from qnrescue.jobs import JobState
 
 pytestmark = pytest.mark.full
-
-
-@pytest.fixture
-def broker(tmp_path: Path) -> Iterator[Mosquitto]:
-    """Gives a broker without users."""
-    broker = Mosquitto.open(tmp_path / "broker")
-    yield broker
-    broker.kill()
 
 
 @pytest.fixture

@@ -19,14 +19,6 @@ pytestmark = pytest.mark.full
 
 
 @pytest.fixture
-def broker(tmp_path: Path) -> Iterator[Mosquitto]:
-    """Gives a broker without users."""
-    broker = Mosquitto.open(tmp_path / "broker")
-    yield broker
-    broker.kill()
-
-
-@pytest.fixture
 def service(bench: TestBench, broker: Mosquitto) -> Iterator[Service]:
     """Gives a station with a bundle."""
     service = Service(bench, broker.port)
