@@ -13,8 +13,6 @@ import plistlib
 import sys
 import time
 
-import psutil
-
 STEP = {"Status": "Restoring", "Operation": 5, "Progress": 9,
         "QN_OperationName": "Sending ramdisk to device"}
 BOOTING = {"Status": "Restoring", "Operation": 9, "Progress": 20, "QN_OperationName": "Booting"}
@@ -30,6 +28,7 @@ class Tabletop:
     def __init__(self, folder):
         self.folder = pathlib.Path(folder)
         (self.folder / "devices").mkdir(parents=True)
+        (self.folder / "looks").touch()
         self.bench = self.folder / "bench"
         self.bundle = self.folder / "update.ipsw"
         self.bundle.touch()
@@ -45,11 +44,13 @@ class Tabletop:
 
     def close(self):
         """Ends the supervisor and the tools."""
+        import psutil  # here, since it takes longer than all else that the tool does
         for process in psutil.process_iter():
             with contextlib.suppress(psutil.Error):
                 if any(word.startswith(str(self.folder)) for word in process.cmdline()):
                     process.kill()
-                    process.wait(20)
+                    while process.status() != psutil.STATUS_ZOMBIE:  # its parent may never ask
+                        time.sleep(0.01)
 
     def restores(self):
         """The ECIDs of the restores that were started, in order, with "!" if they erase, and
@@ -58,6 +59,10 @@ class Tabletop:
             return (self.folder / "restores").read_text().split()
         except FileNotFoundError:
             return []
+
+    def looks(self):
+        """How often the devices were listed."""
+        return (self.folder / "looks").stat().st_size
 
 
 def tell(document_type, value):
@@ -97,8 +102,10 @@ def main():
     if (folder / "broken").exists():
         fail(1, "no library")
     if option == "--list-devices":
-        time.sleep(0.1)
+        time.sleep(0.3)
         tell("DeviceList", sorted(each.name for each in (folder / "devices").iterdir()))
+        with (folder / "looks").open("a") as file:
+            file.write(".")
         return
     ecid = sys.argv[sys.argv.index("--ecid") + 1]
     try:

@@ -1,5 +1,8 @@
 from __future__ import annotations
 
+import threading
+import time
+
 import pytest
 
 from qnrescue.bench import polling
@@ -56,6 +59,31 @@ def test_a_tool_that_fails(monkeypatch: pytest.MonkeyPatch) -> None:
     assert failed == Poll(None, fault="the devices cannot be listed: no library")
     assert missing == Poll(None, fault="the tool cannot be started: not there", cannot_start=True)
     assert (well.attached, list(well.infos)) == ({A}, [A])
+
+
+def test_the_stop_waits_for_the_last_poll() -> None:
+    class SlowTool(FakeTool):
+        def list_devices(self) -> list[str]:
+            began.set()
+            time.sleep(0.2)
+            ended.append(True)
+            return []
+
+    began = threading.Event()
+    ended: list[bool] = []
+    poller = Poller(SlowTool([]))  # type: ignore[arg-type]
+    assert began.wait(TIME_LIMIT)
+    poller.stop()
+    assert ended
+
+
+def test_the_stop_does_not_wait_for_ever(monkeypatch: pytest.MonkeyPatch) -> None:
+    monkeypatch.setattr(polling, "_LAST_POLL_SECONDS", 0.01)
+    hangs = threading.Event()
+    tool = FakeTool([])
+    monkeypatch.setattr(tool, "list_devices", lambda: hangs.wait() and [])
+    Poller(tool).stop()  # type: ignore[arg-type]
+    hangs.set()
 
 
 def test_after_the_stop_nothing_comes() -> None:

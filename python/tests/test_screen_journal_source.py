@@ -7,6 +7,8 @@ import time
 from collections.abc import Awaitable, Callable
 from pathlib import Path
 
+import pytest
+
 from bench_of_tests import FAKE_TOOL, TIME_LIMIT, TestBench
 from plists import ECID
 from qnrescue.bench.slots import FILE_NAME, Slots, write_slots
@@ -156,13 +158,17 @@ def test_shows_jobs_that_others_ordered(bench: TestBench) -> None:
     watch(bench, act)
 
 
-def test_goes_on_with_the_journal_after_a_broken_one(bench: TestBench) -> None:
+@pytest.mark.parametrize("empty", [0.0, 1.0])
+def test_goes_on_with_the_journal_after_a_broken_one(bench: TestBench, empty: float) -> None:
+    """The source may see the new journal while there is nothing in it."""
     bench.restore("complete")
     bench.restore("complete")
+    bench.kill_supervisors()  # it would fill the new journal at once
 
     async def act(source: JournalSource, board: Board) -> None:
         await until(lambda: len(board.view(time.time())["here"]["tiles"]) >= 2)
         bench.desk.journal.replace_broken()
+        await asyncio.sleep(empty)
         job = await asyncio.to_thread(restore_elsewhere, bench.path, "complete")
         await until(lambda: board.job("here", job.id))
 

@@ -7,6 +7,7 @@ QNRESCUE_BIN is the folder of qnrescue.exe and its DLLs, QNRESCUE_RUNNER what ru
 import os
 import pathlib
 import plistlib
+import signal
 import subprocess
 import tempfile
 import time
@@ -17,6 +18,9 @@ from dataclasses import dataclass
 
 BIN = pathlib.Path(os.environ["QNRESCUE_BIN"])
 RUNNER = [os.environ["QNRESCUE_RUNNER"]] if os.environ.get("QNRESCUE_RUNNER") else []
+
+# Programs in the background of a shell ignore Control-C, and so do those that they start.
+signal.signal(signal.SIGINT, signal.default_int_handler)
 
 # Wine reads arguments in the locale's encoding.
 LOCALE = {"LC_ALL": "C.UTF-8"} if RUNNER else {}

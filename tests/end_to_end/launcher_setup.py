@@ -48,11 +48,15 @@ def make_prefix():
 
 def copy_prefix(source, target):
     """Makes a prefix like another one, whose Windows folder it shares: that is faster than making
-    it anew."""
-    shutil.copytree(source, target, symlinks=True, dirs_exist_ok=True,
-                    ignore=shutil.ignore_patterns("windows"))
+    it anew. What others keep in its folder for temporary files stays there."""
+    shutil.copytree(source, target, symlinks=True, dirs_exist_ok=True, ignore=left_out)
     pathlib.Path(target, "drive_c", "windows").symlink_to(
         pathlib.Path(source, "drive_c", "windows").resolve())
+
+
+def left_out(folder, names):
+    """Returns what of the folder is not copied into a new prefix."""
+    return names if pathlib.Path(folder).name == "Temp" else {"windows"}
 
 
 class Registry:

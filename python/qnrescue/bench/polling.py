@@ -13,6 +13,8 @@ from qnrescue.tool import Tool, ToolFailure
 
 # How long to wait after a failure, in seconds.
 _PAUSE = 1.0
+# How long the last poll may take, in seconds.
+_LAST_POLL_SECONDS = 5.0
 
 
 @dataclass(frozen=True)
@@ -36,7 +38,8 @@ class Poller:
         self._polls: queue.SimpleQueue[Poll] = queue.SimpleQueue()
         self._stopped = threading.Event()
         self._attached: frozenset[str] = frozenset()
-        threading.Thread(target=self._run, daemon=True).start()
+        self._thread = threading.Thread(target=self._run, daemon=True)
+        self._thread.start()
 
     def next(self, timeout: float) -> Poll | None:
         """Returns the next result; None if there is none within `timeout` seconds."""
@@ -46,8 +49,9 @@ class Poller:
             return None
 
     def stop(self) -> None:
-        """Lets the poll under way be the last one."""
+        """Lets the poll under way be the last one, and waits a few seconds for its end."""
         self._stopped.set()
+        self._thread.join(_LAST_POLL_SECONDS)
 
     def _run(self) -> None:
         while not self._stopped.is_set():

@@ -208,7 +208,7 @@ class _Watcher:
             journal = self._desk.journal
             changed = journal.changes_since(self._revision)
             if journal.path != self._journal_file:  # the other one was found broken
-                self._journal_file = journal.path
+                self._journal_file, self._revision = journal.path, 0
                 changed = journal.changes_since(0)
         except (JournalError, OSError) as fault:
             self._journal_fault = f"the journal cannot be used now: {fault}"
