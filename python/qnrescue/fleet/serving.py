@@ -6,7 +6,6 @@ import argparse
 import logging
 import pathlib
 import signal
-import time
 from concurrent.futures import ThreadPoolExecutor
 from typing import TYPE_CHECKING, Any
 
@@ -20,6 +19,7 @@ from qnrescue.desk import Desk
 from qnrescue.file_lock import FileLock
 from qnrescue.fleet.bridge import Bridge
 from qnrescue.fleet.clerk import Clerk
+from qnrescue.fleet.retries import Retries
 from qnrescue.fleet.settings import FILE_NAME, Settings, SettingsFault, read_settings
 from qnrescue.fleet.topics import Topics
 from qnrescue.tool import Tool
@@ -31,8 +31,6 @@ log = logging.getLogger("qnrescue.fleet")
 
 # How often to look at the journal, in seconds.
 _TICK = 0.1
-# How long to wait before the broker is tried again, at first and at most, in seconds.
-_FIRST_WAIT, _LONGEST_WAIT = 1.0, 30.0
 # How long to wait between looks at the devices, in seconds.
 _LOOK_SECONDS = 2.0
 # How long the tool may take for a command that is not a restore, in seconds.
@@ -91,8 +89,7 @@ class _Service:
                               context.slots, lambda: list(findings(context)), pool)
         self._connection: Connection | None = None
         self._poll: Poll | None = None  # that was not taken over yet
-        self._next_try = 0.0
-        self._wait = _FIRST_WAIT
+        self._retries = Retries()
         self._said = ""
         self._is_stopped = False
 
@@ -113,7 +110,7 @@ class _Service:
             self._connection.close(Topics(self._settings.station).availability)
 
     def _step(self) -> None:
-        if self._connection is None and time.monotonic() >= self._next_try:
+        if self._connection is None and self._retries.is_due:
             self._connect()
         if self._connection is not None:
             self._connection.step(_TICK)
@@ -125,7 +122,8 @@ class _Service:
         from qnrescue.fleet.connection import Connection
         self._connection = Connection(self._settings, self._bridge.receive)
         self._bridge.enter(self._connection)
-        self._wait, self._said = _FIRST_WAIT, ""
+        self._retries.note_success()
+        self._said = ""
         log.info("connected to %s as %s", self._settings.broker.host, self._settings.station)
 
     def _leave(self, reason: str) -> None:
@@ -136,5 +134,4 @@ class _Service:
         if reason != self._said:  # once, not at each try
             self._said = reason
             log.warning("not connected: %s", reason)
-        self._next_try = time.monotonic() + self._wait
-        self._wait = min(_LONGEST_WAIT, 2 * self._wait)
+        self._retries.note_failure()
