@@ -13,14 +13,15 @@ import collections
 import json
 import os
 import pathlib
+import shutil
+import signal
 import statistics
 import sys
-import tempfile
 import time
 
 import machine
 import report
-from measured_fleet import Fleet, kept_by, wait_until
+from measured_fleet import BROKER, Fleet, kept_by, wait_until, work_folder
 from report_times import ReportTimes, delays
 from usage import Usage, memory
 
@@ -167,6 +168,9 @@ def parse_arguments():
                         help="put the figures into this page too")
     parser.add_argument("tool", nargs="+")
     options = parser.parse_args()
+    for program in (options.tool[0], BROKER):
+        if shutil.which(program) is None:
+            parser.error(f"there is no program {program}")
     options.tool = [os.path.abspath(word) if os.path.isfile(word) else word
                     for word in options.tool]
     return options
@@ -174,10 +178,9 @@ def parse_arguments():
 
 def main():
     options = parse_arguments()
+    signal.signal(signal.SIGTERM, lambda *_: sys.exit(128 + signal.SIGTERM))
     where = machine.description()
-    with tempfile.TemporaryDirectory(prefix="fleet.", ignore_cleanup_errors=True) as folder:
-        path = options.keep or pathlib.Path(folder)
-        path.mkdir(exist_ok=True)
+    with work_folder("fleet.", options.keep) as path:
         fleet = Fleet(path, options)
         try:
             say("start")
@@ -196,4 +199,7 @@ def main():
 
 
 if __name__ == "__main__":
-    main()
+    try:
+        main()
+    except KeyboardInterrupt:
+        sys.exit(128 + signal.SIGINT)

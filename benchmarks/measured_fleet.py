@@ -8,11 +8,10 @@ import random
 import sys
 import time
 
-import psutil
-
 sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[1] / "python" / "tests"))
 
-from machine_of_tests import processes_of  # noqa: E402
+from machine_of_tests import end_processes, work_folder  # noqa: E402, F401
+from mosquitto_of_tests import PROGRAM as BROKER  # noqa: E402, F401
 from mosquitto_of_tests import Client, Mosquitto  # noqa: E402
 from screens_of_tests import ScreenProcess, Viewer, faults_of_screen  # noqa: E402
 from stations_of_tests import (  # noqa: E402
@@ -91,6 +90,9 @@ class Broker:
             if "/answers/" in topic
         }
 
+    def kill(self):
+        self.mosquitto.kill()
+
     def restart(self):
         """Kills the broker, which has forgotten everything when it is back."""
         self.client.close()
@@ -103,9 +105,18 @@ class Fleet:
     """Stations with devices, each with an order that restores it."""
 
     def __init__(self, folder, options):
+        with contextlib.ExitStack() as opened:  # what is to be closed, also if the rest fails
+            self.broker = Broker(folder / "broker")
+            opened.callback(self.broker.kill)
+            self.screen = ScreenProcess(folder / "screen", self.broker.port)
+            opened.callback(self.screen.close)
+            self.plug_in(folder, options)
+            self.viewer = Viewer(self.screen, self.note)
+            opened.callback(self.end_stations)
+            self.opened = opened.pop_all()
+
+    def plug_in(self, folder, options):
         chance = random.Random(options.seed)
-        self.broker = Broker(folder / "broker")
-        self.screen = ScreenProcess(folder / "screen", self.broker.port)
         self.stations = []
         self.supervisors = []
         self.orders = {}  # by id: the station and the device
@@ -121,7 +132,6 @@ class Fleet:
                 station.plug_in({"ECID": ecid, "RestoreReports": good_reports(pauses)})
                 self.orders[f"order-{number}-{slot}"] = station, ecid
             self.stations.append(station)
-        self.viewer = Viewer(self.screen, self.note)
 
     def note(self, tile, at):
         if tile["job"]:
@@ -188,13 +198,8 @@ class Fleet:
             *faults_of_screen(self.stations, self.screen, self.viewer),
         ]
 
+    def end_stations(self):
+        end_processes(*(station.machine for station in self.stations))
+
     def close(self):
-        self.screen.close()
-        for each in processes_of(*(station.machine for station in self.stations)):
-            with contextlib.suppress(psutil.NoSuchProcess):
-                each.kill()
-        for each in self.supervisors:
-            each.wait()
-        for station in self.stations[: len(self.supervisors)]:
-            station.bridge.kill()
-        self.broker.mosquitto.kill()
+        self.opened.close()

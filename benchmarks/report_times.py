@@ -51,11 +51,15 @@ class ReportTimes:
 
 def delays(reports, shown):
     """The seconds from each report to the first showing of it, or of a later one of its job, in
-    ascending order. Both are progress and time, by job."""
+    ascending order. Both are progress and time, by job. Raises AssertionError if a report was never
+    shown, or a job has none."""
     found = []
     for job, written in reports.items():
+        if not written:
+            raise AssertionError(f"{job} has no reports")
         for progress, at in written:
             later = [each for value, each in shown[job] if value >= progress and each >= at]
-            if later:
-                found.append(min(later) - at)
+            if not later:
+                raise AssertionError(f"{job}: {progress} % was not shown after {at}")
+            found.append(min(later) - at)
     return sorted(found)

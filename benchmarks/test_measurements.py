@@ -223,6 +223,15 @@ class Delays(unittest.TestCase):
         shown = {"a": [(5, 10.5), (12, 11.25), (13, 12.0)], "b": [(4, 10.5), (5, 13.0)]}
         self.assertEqual(delays(reports, shown), [0.25, 0.5, 3.0])
 
+    def test_a_report_that_is_not_shown_is_a_fault(self):
+        for shown in ([], [(4, 10.5)], [(5, 9.5)]):
+            with self.subTest(shown), self.assertRaisesRegex(AssertionError, "a: 5 % was not"):
+                delays({"a": [(5, 10.0)]}, {"a": shown})
+
+    def test_a_job_without_reports_is_a_fault(self):
+        with self.assertRaisesRegex(AssertionError, "b has no reports"):
+            delays({"a": [(5, 10.0)], "b": []}, {"a": [(5, 10.5)], "b": []})
+
     def test_the_files_say_when_reports_were_written(self):
         with tempfile.TemporaryDirectory() as folder:
             path = pathlib.Path(folder) / "documents.plist"

@@ -9,11 +9,14 @@ import os
 import plistlib
 import re
 import shlex
+import shutil
 import signal
 import subprocess
 import sys
+import tempfile
+import time
 import zipfile
-from collections.abc import Sequence
+from collections.abc import Iterator, Sequence
 from pathlib import Path
 from typing import Any
 
@@ -23,6 +26,8 @@ from qnrescue.journal import Journal
 from qnrescue.processes import is_running
 
 BENCH_PROGRAM = str(Path(sys.executable).with_name("qnrescue-bench"))
+# How long processes may take to end that were killed, in seconds.
+_END_SECONDS = 30.0
 _RESTORE = re.compile(r"^AMRestorableDeviceRestore device=([0-9A-F]{16})", re.MULTILINE)
 
 # The tool, with a trace for each of its processes, by the job if it is for one. A trace is appended
@@ -114,9 +119,7 @@ class Machine:
 
     def end_processes(self) -> None:
         """Ends what is left."""
-        for process in self.processes():
-            with contextlib.suppress(psutil.Error):
-                process.kill()
+        end_processes(self)
 
 
 def processes_of(*machines: Machine) -> list[psutil.Process]:
@@ -129,3 +132,35 @@ def processes_of(*machines: Machine) -> list[psutil.Process]:
             if world in worlds and "qnrescue" in " ".join(process.cmdline()):
                 found.append(process)
     return found
+
+
+def end_processes(*machines: Machine) -> None:
+    """Ends what is left of these machines, and what that has started meanwhile."""
+    limit = time.monotonic() + _END_SECONDS
+    while (found := processes_of(*machines)) and time.monotonic() < limit:
+        for process in found:
+            with contextlib.suppress(psutil.Error):
+                process.kill()
+        time.sleep(0.05)
+
+
+@contextlib.contextmanager
+def work_folder(prefix: str, keep: Path | None) -> Iterator[Path]:
+    """Gives a folder to work in: the one to keep, or a new one. That is removed at the end, but not
+    after a failure; then a line says where it is."""
+    if keep is not None:
+        keep.mkdir(parents=True, exist_ok=True)
+        if any(keep.iterdir()):
+            sys.exit(f"{keep} is not empty")
+        yield keep.absolute()
+        return
+    path = Path(tempfile.mkdtemp(prefix=prefix))
+    try:
+        yield path
+    except KeyboardInterrupt:
+        shutil.rmtree(path, ignore_errors=True)
+        raise
+    except BaseException:
+        print(f"what is left of it: {path}", file=sys.stderr)
+        raise
+    shutil.rmtree(path, ignore_errors=True)

@@ -23,6 +23,7 @@ from fleet_of_tests import schema_of, validate
 from machine_of_tests import BENCH_PROGRAM
 from qnrescue import processes
 
+PROGRAM = "/usr/sbin/mosquitto"
 PAGE = Path(__file__).parents[2] / "docs" / "fleet.md"
 
 
@@ -64,7 +65,7 @@ class Mosquitto:
         """Starts the broker."""
         with (self.folder / "mosquitto.log").open("ab") as log:
             self.process = subprocess.Popen(
-                ["/usr/sbin/mosquitto", "-c", self.folder / "mosquitto.conf"], stdout=log,
+                [PROGRAM, "-c", self.folder / "mosquitto.conf"], stdout=log,
                 stderr=log)
         wait_until(self._listens)
 
@@ -85,6 +86,7 @@ class Client:
     def __init__(self, port: int, user: str = "", password: str = "", ca: Path | None = None,
                  filters: Sequence[str] = ("qnrescue/#",), will: str = "", name: str = "") -> None:
         self.got: list[tuple[str, bytes]] = []
+        self.kept: dict[str, bytes] = {}  # what the broker had kept of it
         self.reason: int | None = None
         self.ended = False
         self._subscribed = not filters
@@ -92,8 +94,7 @@ class Client:
         self._acknowledged: set[int] = set()
         self._client: Any = _make(name or f"test-{time.monotonic_ns()}")
         self._client.on_connect = self._on_connect
-        self._client.on_message = lambda _client, _data, message: self.got.append(
-            (message.topic, bytes(message.payload)))
+        self._client.on_message = self._on_message
         self._client.on_publish = lambda _client, _data, mid, *_: self._acknowledged.add(mid)
         self._client.on_subscribe = lambda *_: setattr(self, "_subscribed", True)
         self._client.on_disconnect = lambda *_: setattr(self, "ended", True)
@@ -112,6 +113,11 @@ class Client:
         self.reason = int(getattr(reason, "value", reason))
         if not self.reason and self._filters:
             client.subscribe([(each, 1) for each in self._filters])
+
+    def _on_message(self, _client: Any, _data: Any, message: Any) -> None:
+        if message.retain:
+            self.kept[message.topic] = bytes(message.payload)
+        self.got.append((message.topic, bytes(message.payload)))
 
     def publish(self, topic: str, payload: str | bytes, retain: bool = False) -> None:
         """Sends a message, and waits until the broker has it."""
