@@ -30,12 +30,16 @@ class ScreenProcess:
 
     def __init__(self, folder: Path, port: int) -> None:
         folder.mkdir()
-        with (folder / "screen.log").open("wb") as log:
+        self.log = folder / "screen.log"
+        with self.log.open("wb") as log:
             self.process = subprocess.Popen(
                 [BENCH_PROGRAM, "screen", "--folder", str(folder), "--port", "0",
                  "--broker", f"mqtt://127.0.0.1:{port}"], stdout=subprocess.PIPE, stderr=log)
         assert self.process.stdout is not None
         self.address = self.process.stdout.readline().decode().strip()
+        if not self.address:
+            self.close()
+            raise AssertionError(f"the screen does not start: {self.log.read_text()}")
         self.host = urllib.parse.urlsplit(self.address).netloc
 
     def job(self, station: str, job_id: str) -> dict[str, Any]:
@@ -119,6 +123,10 @@ class Viewer:
         with self._lock:
             return copy.deepcopy(self._view)
 
+    def online(self) -> set[str]:
+        """Returns the stations that a page shows as online now."""
+        return {name for name, station in self.view().items() if station["head"]["online"]}
+
     def _follow(self, host: str) -> None:
         with contextlib.suppress(OSError, http.client.HTTPException), _Stream(host) as events:
             for kind, value in events:
@@ -163,6 +171,11 @@ def faults_of_screen(stations: list[Station], screen: ScreenProcess, viewer: Vie
         faults += [f"{station.name}: {fault}" for job in jobs
                    if (fault := _fault_of_page(job, screen.job(station.name, job.id)))]
         tiles = {tile["device"]: tile for tile in shown["tiles"].values()}
+        attached = {ecid: (tile["slot"], tile["serial"]) for ecid, tile in tiles.items()
+                    if tile["attached"]}
+        if attached != (known := {ecid: (device["slot"], device["serial_number"])
+                                  for ecid, device in station.devices().items()}):
+            faults.append(f"{station.name} has the devices {attached}, and not {known}")
         faults += [f"{station.name}: {fault}" for job in _latest(jobs)
                    if (fault := _fault_of_tile(job, tiles.get(job.device)))]
     return [f"the screen: {fault}" for fault in faults]

@@ -1,8 +1,9 @@
 """Stations of a fleet with simulated devices, and what is true of them: what the broker has kept
-and the traces have to agree with the journals."""
+and the traces have to agree with the journals, and with what is plugged in."""
 
 from __future__ import annotations
 
+import contextlib
 import json
 import os
 import shutil
@@ -15,10 +16,15 @@ from typing import Any
 
 from machine_of_tests import BENCH_PROGRAM, Machine, replace, report
 from mosquitto_of_tests import Bridge, Client, write_settings
+from qnrescue import commands
+from qnrescue.bench.slot_names import DETECT_SECONDS
 from qnrescue.bench.slots import FILE_NAME, Slots, write_slots
+from qnrescue.documents import DocumentSplitter, parse_document
+from qnrescue.events import DeviceList
 from qnrescue.fleet.messages import job_message
 from qnrescue.jobs import Job, JobState
 from qnrescue.journal import Journal
+from qnrescue.tool import pick
 
 BUNDLE = "update.ipsw"
 _FIRST_LOCATION = 0x14100000
@@ -71,6 +77,23 @@ class Station:
                                   "LocationID": _FIRST_LOCATION + len(self._devices), **device})
         replace(self.machine.scenario, {"Devices": self._devices})
 
+    def plugged_in(self) -> dict[str, dict[str, Any]]:
+        """Returns what the broker has to have of the devices that ever were plugged in."""
+        attached = self._attached()
+        return {each["ECID"]: {"state": "attached" if each["ECID"] in attached else "away",
+                               "serial_number": each.get("SerialNumber", ""),
+                               "slot": f"slot {number}", "job": ""}
+                for number, each in enumerate(self._devices, 1)}
+
+    def _attached(self) -> Sequence[str]:
+        """Returns the devices that the tool lists."""
+        run = subprocess.run(
+            [self.machine.tool, *commands.list_devices(detect_timeout=DETECT_SECONDS)],
+            env=self.machine.environment, stdin=subprocess.DEVNULL, capture_output=True,
+            timeout=120)
+        return pick(DeviceList, [parse_document(each) for each in
+                                 DocumentSplitter().feed(run.stdout)], str(run)).ecids
+
     def jobs(self) -> list[Job]:
         """Returns what the journal has, the newest first."""
         with Journal(self.machine.bench) as journal:
@@ -90,7 +113,8 @@ class Station:
             while found := {each.pid for each in self.machine.processes()} - seen:
                 seen |= found
                 for pid in found:
-                    os.kill(pid, number)
+                    with contextlib.suppress(ProcessLookupError):  # it has ended meanwhile
+                        os.kill(pid, number)
             if number == signal.SIGSTOP:
                 shutil.copytree(bench, disk)
         self.bridge.process.wait()
@@ -105,7 +129,7 @@ def kept_by(port: int) -> dict[str, bytes]:
     client.publish(mark, "")
     client.wait_for(mark)
     client.close()
-    return {topic: payload for topic, payload in client.got if topic != mark}
+    return client.kept
 
 
 def faults_of_traces(station: Station) -> list[str]:
@@ -133,9 +157,8 @@ def faults_of_broker(station: Station, kept: Mapping[str, bytes]) -> list[str]:
     faults = []
     if found.pop("availability", "") != "online":
         faults.append("the station is not online")
-    if "station" not in found:
-        faults.append("there is no station")
-    found.pop("station", None)
+    if json.loads(found.pop("station", "{}")).get("bundles") != [BUNDLE]:
+        faults.append("the station is not what it has to be")
     for job in jobs:
         if found.pop(f"jobs/{job.id}", "") != job_message(job):
             faults.append(f"{job.id} is not {job.state}")
@@ -145,4 +168,17 @@ def faults_of_broker(station: Station, kept: Mapping[str, bytes]) -> list[str]:
                 value.get(name) != each for name, each in device.items()):
             faults.append(f"{ecid} is {value}, and not {device}")
     faults += [f"{topic} is not known to the journal" for topic in found]
+    return [f"the broker, {station.name}: {fault}" for fault in faults]
+
+
+def faults_of_devices(station: Station, kept: Mapping[str, bytes]) -> list[str]:
+    """Returns where the broker differs from what is plugged in at a station without jobs under way.
+    That a device has gone may take a while to be known: it is away until then."""
+    start = f"qnrescue/{station.name}/devices/"
+    found = {topic.removeprefix(start): json.loads(payload) for topic, payload in kept.items()
+             if topic.startswith(start)}
+    devices = station.plugged_in()
+    faults = [f"{ecid} is {found.get(ecid)}, and not {device}" for ecid, device in devices.items()
+              if not device.items() <= found.get(ecid, {**device, "state": "away"}).items()]
+    faults += [f"{ecid} was never plugged in" for ecid in found.keys() - devices.keys()]
     return [f"the broker, {station.name}: {fault}" for fault in faults]

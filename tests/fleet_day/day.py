@@ -9,16 +9,21 @@ tool, with the simulator."""
 from __future__ import annotations
 
 import argparse
+import os
 import random
+import shutil
+import signal
 import sys
-import tempfile
 import time
-from collections.abc import Sequence
+import traceback
+from collections.abc import Callable, Sequence
 from pathlib import Path
 
 sys.path.insert(0, str(Path(__file__).resolve().parents[2] / "python" / "tests"))
 
 from fleet import Fleet  # noqa: E402
+from machine_of_tests import work_folder  # noqa: E402
+from mosquitto_of_tests import PROGRAM as BROKER  # noqa: E402
 from scenes import SCENES, Scene  # noqa: E402
 from stations_of_tests import Station  # noqa: E402
 
@@ -29,7 +34,8 @@ def play(fleet: Fleet, scenes: Sequence[Scene]) -> bool:
     places = [fleet.chance.choice(fleet.stations) for _ in scenes]
     devices = [fleet.plug_in(station) for station in places]
     order = fleet.chance.sample(scenes, len(scenes))
-    return all(play_scene(fleet, *each) for each in zip(order, places, devices))
+    return all(play_scene(fleet, *each) for each
+               in zip(order, places, devices, strict=True))
 
 
 def play_scene(fleet: Fleet, scene: Scene, station: Station, device: str) -> bool:
@@ -41,40 +47,72 @@ def play_scene(fleet: Fleet, scene: Scene, station: Station, device: str) -> boo
         fleet.wait_for(station, device)
         scene(fleet, station, device)
         fleet.settle()
-    except AssertionError as failure:
-        fault = str(failure)
+    except Exception as failure:  # whatever a program does that is broken
+        text = str(failure) if isinstance(failure, AssertionError) else traceback.format_exc()
+        fault = "\n".join(dict.fromkeys((*text.splitlines(), *fleet.what_is_wrong())))
     print(f"{scene.__name__} at {station.name}: {time.monotonic() - began:.1f} s,"
           f" {'FAILED' if fault else 'passed'}", fault, flush=True)
     return not fault
 
 
-def main() -> int:
-    """Plays a day and returns the exit status."""
+def play_day(options: argparse.Namespace, scenes: Sequence[Scene], path: Path) -> bool:
+    """Plays a day in this folder, and returns whether all scenes have passed."""
+    fleet = Fleet(path, options.tool, options.stations, 4 * len(SCENES) * options.rounds,
+                  random.Random(options.seed), options.rounds > 1)
+    try:
+        has_passed = all(play(fleet, scenes) for _ in range(options.rounds))
+        restores = sum(len(each.machine.restores()) for each in fleet.stations)
+    finally:
+        fleet.close()
+    print(f"{restores} restores")
+    print(f"{options.rounds * len(scenes)} passed, 0 failed" if has_passed else "1 failed")
+    return has_passed
+
+
+def at_least(least: int) -> Callable[[str], int]:
+    """Returns what reads a number that is not below this one."""
+    def number(text: str) -> int:
+        if int(text) < least:
+            raise ValueError
+        return int(text)
+    return number
+
+
+def parse_arguments() -> argparse.Namespace:
+    """Returns the options."""
     parser = argparse.ArgumentParser(description=__doc__)
-    parser.add_argument("--seed", type=int, default=1)
-    parser.add_argument("--stations", type=int, default=3)
-    parser.add_argument("--rounds", type=int, default=1, help="how often each scene is played")
-    parser.add_argument("--scene", choices=[scene.__name__ for scene in SCENES],
-                        help="play only this one")
+    parser.add_argument("--seed", type=int, default=1, help="default: %(default)s")
+    parser.add_argument("--stations", type=at_least(2), default=3,
+                        help="two or more; default: %(default)s")
+    parser.add_argument("--rounds", type=at_least(1), default=1, help="how often each scene is"
+                        " played; default of scripts/fleet-day: 5, or 1 with --short")
+    parser.add_argument("--scene", choices=[scene.__name__ for scene in SCENES], metavar="NAME",
+                        help="play only this one: %(choices)s")
     parser.add_argument("--keep", type=Path, metavar="FOLDER", help="where to work, and leave it")
     parser.add_argument("tool", nargs="+")
     options = parser.parse_args()
+    for program in (options.tool[0], BROKER):
+        if shutil.which(program) is None:
+            parser.error(f"there is no program {program}")
+    options.tool = [os.path.abspath(word) if os.path.isfile(word) else word
+                    for word in options.tool]  # the stations have folders of their own
+    return options
+
+
+def main() -> int:
+    """Plays a day and returns the exit status."""
+    options = parse_arguments()
+    signal.signal(signal.SIGTERM, lambda *_: sys.exit(128 + signal.SIGTERM))
     scenes = [each for each in SCENES if options.scene in (None, each.__name__)]
     print(f"seed {options.seed}: {options.stations} stations, {options.rounds} rounds", flush=True)
-    with tempfile.TemporaryDirectory(prefix="fleet_day.", ignore_cleanup_errors=True) as folder:
-        path = options.keep or Path(folder)
-        path.mkdir(exist_ok=True)
-        fleet = Fleet(path, options.tool, options.stations, 4 * len(SCENES) * options.rounds,
-                      random.Random(options.seed), options.rounds > 1)
-        try:
-            has_passed = all(play(fleet, scenes) for _ in range(options.rounds))
-            restores = sum(len(each.machine.restores()) for each in fleet.stations)
-        finally:
-            fleet.close()
-    print(f"{restores} restores")
-    print(f"{options.rounds * len(scenes)} passed, 0 failed" if has_passed else "1 failed")
-    return 0 if has_passed else 1
+    with work_folder("fleet_day.", options.keep) as path:
+        if not play_day(options, scenes, path):
+            sys.exit(1)  # so that the folder stays
+    return 0
 
 
 if __name__ == "__main__":
-    sys.exit(main())
+    try:
+        sys.exit(main())
+    except KeyboardInterrupt:
+        sys.exit(128 + signal.SIGINT)

@@ -12,8 +12,9 @@ from typing import Any
 
 from mosquitto_of_tests import Client, CutLine, Mosquitto
 from screens_of_tests import ScreenProcess, Viewer, faults_of_screen
-from stations_of_tests import (BUNDLE, Station, faults_of_broker, faults_of_traces, good_reports,
-                               kept_by)
+from qnrescue.tool import last_line
+from stations_of_tests import (BUNDLE, Station, faults_of_broker, faults_of_devices,
+                               faults_of_traces, good_reports, kept_by)
 
 # How long anything may take that has to happen, in seconds.
 LIMIT = 180.0
@@ -41,29 +42,38 @@ class Fleet:
         self._orders = 0
         self._answers: dict[tuple[str, str], Counter[str]] = {}  # that have to come, by the order
         self._ends: dict[tuple[str, str], set[str]] = {}  # how jobs may end
-        self.broker = Mosquitto.open(folder / "broker")
-        self.lines = {f"bench-{number:02}": CutLine(self.broker.port)
-                      for number in range(1, stations + 1)}
-        self.stations = [Station(folder / name, tool, line.port, slots)
-                         for name, line in self.lines.items()]
-        self.screen_line = CutLine(self.broker.port)
-        self.screen = ScreenProcess(folder / "screen", self.screen_line.port)
-        self.viewer = Viewer(self.screen)
-        self.operator = Client(self.broker.port)
-        for station in self.stations:
-            station.start()
+        self.lines: dict[str, CutLine] = {}  # of the stations, by their names
+        self.stations: list[Station] = []
+        with contextlib.ExitStack() as opened:  # all that is to be closed, also if the rest fails
+            self.broker = Mosquitto.open(folder / "broker")
+            opened.callback(self.broker.kill)
+            self.screen_line = self._new_line(opened)
+            self.screen = ScreenProcess(folder / "screen", self.screen_line.port)
+            opened.callback(self.screen.close)
+            self.viewer = Viewer(self.screen)
+            self.operator = Client(self.broker.port)
+            opened.callback(self._close_operator)
+            for number in range(1, stations + 1):
+                name = f"bench-{number:02}"
+                self.lines[name] = self._new_line(opened)
+                station = Station(folder / name, tool, self.lines[name].port, slots)
+                self.stations.append(station)
+                opened.callback(station.machine.end_processes)
+                station.start()
+            self._opened = opened.pop_all()
+
+    def _new_line(self, opened: contextlib.ExitStack) -> CutLine:
+        line = CutLine(self.broker.port)
+        opened.callback(line.close)
+        return line
+
+    def _close_operator(self) -> None:
+        with contextlib.suppress(Exception):  # whatever the broker is like now
+            self.operator.close()
 
     def close(self) -> None:
         """Ends everything."""
-        self.screen.close()
-        with contextlib.suppress(Exception):  # whatever the broker is like now
-            self.operator.close()
-        for station in self.stations:
-            station.machine.end_processes()
-            station.bridge.process.wait()
-        for line in (*self.lines.values(), self.screen_line):
-            line.close()
-        self.broker.kill()
+        self._opened.close()
 
     # Devices
 
@@ -108,11 +118,18 @@ class Fleet:
 
     def begin(self, station: Station, device: str) -> str:
         """Orders a restore that succeeds, and waits until it is under way. Returns its id."""
-        order_id = self.new_id()
-        self.expect(station, order_id, "succeeded")
-        self.send(station, order_id, self.order_of(device))
-        wait_until(f"{order_id} is under way", lambda: self.state(station, order_id) == "running")
-        return order_id
+        return self.begin_all([(station, device)])[0]
+
+    def begin_all(self, devices: Sequence[tuple[Station, str]]) -> list[str]:
+        """Orders restores that succeed, and waits until all are under way. Returns their ids."""
+        jobs = {self.new_id(): each for each in devices}
+        for order_id, (station, device) in jobs.items():
+            self.expect(station, order_id, "succeeded")
+            self.send(station, order_id, self.order_of(device))
+        for order_id, (station, _) in jobs.items():
+            wait_until(f"{order_id} is under way",
+                       lambda: self.state(station, order_id) == "running")
+        return list(jobs)
 
     def state(self, station: Station, order_id: str) -> str:
         """Returns the state of a job as the operator has heard it; empty if he has not."""
@@ -122,6 +139,20 @@ class Fleet:
     def has_ended(self, station: Station, order_id: str) -> bool:
         """Returns whether the job has ended, as the station knows it."""
         return any(job.id == order_id and job.state.is_end for job in station.jobs())
+
+    def wait_until_offline(self, station: Station) -> None:
+        """Waits until the broker has the last will of the station, and the screen shows it."""
+        topic = f"qnrescue/{station.name}/availability"
+        wait_until(f"the broker keeps the last will of {station.name}",
+                   lambda: kept_by(self.broker.port).get(topic) == b"offline")
+        wait_until(f"the screen shows that {station.name} is offline",
+                   lambda: station.name not in self.viewer.online())
+
+    def wait_until_screen_is_alone(self) -> None:
+        """Waits until the screen says that it has lost the broker, and shows no station as
+        online."""
+        wait_until("the screen says that it has lost the broker",
+                   lambda: self.viewer.notice and not self.viewer.online())
 
     # What has to be true
 
@@ -133,12 +164,31 @@ class Fleet:
                 raise AssertionError("\n".join(faults))
             time.sleep(0.5)
 
+    def what_is_wrong(self) -> list[str]:
+        """Returns what is not as it has to be now, as far as that can be found out."""
+        faults = self._ended()
+        with contextlib.suppress(Exception):  # those who are asked may have ended
+            faults += self._faults()
+        return faults
+
+    def _ended(self) -> list[str]:
+        """Returns which processes have ended, with their last words."""
+        programs = {"the broker": (self.broker.process, self.broker.folder / "mosquitto.log"),
+                    "the screen": (self.screen.process, self.screen.log)}
+        programs |= {f"the bridge of {each.name}": (each.bridge.process, each.bridge.log)
+                     for each in self.stations}
+        return [f"{name} has ended with status {process.returncode}: {last_line(log.read_bytes())}"
+                for name, (process, log) in programs.items() if process.poll() is not None]
+
     def _faults(self) -> list[str]:
         faults = [fault for station in self.stations for fault in self._faults_of(station)]
         if faults:
             return faults  # it is too early for the rest
         kept = kept_by(self.broker.port)
         faults += [fault for station in self.stations for fault in faults_of_broker(station, kept)]
+        if not faults:
+            faults += [fault for station in self.stations
+                       for fault in faults_of_devices(station, kept)]
         return faults + faults_of_screen(self.stations, self.screen, self.viewer)
 
     def _faults_of(self, station: Station) -> list[str]:

@@ -105,19 +105,25 @@ def bridge_comes_back_after_the_end(fleet: Fleet, station: Station, device: str)
     order_id = fleet.begin(station, device)
     time.sleep(fleet.chance.uniform(0.0, 2.0))
     station.bridge.kill()
+    fleet.wait_until_offline(station)
     wait_until("the restore ends", lambda: fleet.has_ended(station, order_id))
+    assert fleet.state(station, order_id) == "running", "somebody else has said that it has ended"
     station.start()
 
 
 def broker_comes_back(fleet: Fleet, station: Station, device: str) -> None:
-    """The broker is killed during restores, and comes back, perhaps without what it had kept."""
+    """The broker is killed during restores, and comes back with what it had kept."""
     jobs = _begin_everywhere(fleet, station, device)
     fleet.broker.kill()
-    if fleet.chance.random() < 0.5:
-        (fleet.broker.folder / "mosquitto.db").unlink(missing_ok=True)
-    if fleet.chance.random() < 0.5:
-        _wait_for_ends(fleet, jobs)
-    fleet.broker.start()
+    _end_of_the_broker(fleet, jobs)
+
+
+def broker_has_forgotten_all(fleet: Fleet, station: Station, device: str) -> None:
+    """The broker is killed during restores, and comes back without what it had kept."""
+    jobs = _begin_everywhere(fleet, station, device)
+    fleet.broker.kill()
+    (fleet.broker.folder / "mosquitto.db").unlink()
+    _end_of_the_broker(fleet, jobs)
 
 
 def network_passes_nothing(fleet: Fleet, station: Station, device: str) -> None:
@@ -138,7 +144,10 @@ def network_is_cut(fleet: Fleet, station: Station, device: str) -> None:
     for line in lines:
         line.stop()
         line.cut()
+    fleet.wait_until_screen_is_alone()
     _wait_for_ends(fleet, jobs)
+    assert fleet.state(*next(each for each in jobs if each[0] is station)) == "running", \
+        "the network was not cut"
     for line in lines:
         line.go_on()
 
@@ -156,13 +165,21 @@ def power_is_lost(fleet: Fleet, station: Station, device: str) -> None:
 
 def _begin_everywhere(fleet: Fleet, station: Station, device: str) -> list[tuple[Station, str]]:
     """Begins restores at all stations, and returns their jobs."""
-    found = [(station, fleet.begin(station, device))]
-    for other in fleet.stations:
-        if other is not station:
-            another = fleet.plug_in(other)
-            fleet.wait_for(other, another)
-            found.append((other, fleet.begin(other, another)))
-    return found
+    devices = {each.name: device if each is station else fleet.plug_in(each)
+               for each in fleet.stations}
+    for each in fleet.stations:
+        fleet.wait_for(each, devices[each.name])
+    return list(zip(fleet.stations, fleet.begin_all(
+        [(each, devices[each.name]) for each in fleet.stations]), strict=True))
+
+
+def _end_of_the_broker(fleet: Fleet, jobs: Sequence[tuple[Station, str]]) -> None:
+    """Starts the broker again, perhaps only after the end of the jobs."""
+    assert not all(fleet.has_ended(*each) for each in jobs), "the broker was killed too late"
+    fleet.wait_until_screen_is_alone()
+    if fleet.chance.random() < 0.5:
+        _wait_for_ends(fleet, jobs)
+    fleet.broker.start()
 
 
 def _wait_for_ends(fleet: Fleet, jobs: Sequence[tuple[Station, str]]) -> None:
@@ -172,4 +189,4 @@ def _wait_for_ends(fleet: Fleet, jobs: Sequence[tuple[Station, str]]) -> None:
 SCENES: Sequence[Scene] = (
     order_twice, order_twice_at_the_screen, too_late, not_there, busy, leaves,
     bridge_comes_back_at_once, bridge_comes_back_after_the_end, broker_comes_back,
-    network_passes_nothing, network_is_cut, power_is_lost)
+    broker_has_forgotten_all, network_passes_nothing, network_is_cut, power_is_lost)
