@@ -88,8 +88,13 @@ class Fleet:
 
     def wait_for(self, station: Station, *ecids: str) -> None:
         """Waits until the broker has the devices."""
-        wait_until(f"{ecids} at {station.name}", lambda: all(
-            self.operator.latest(f"devices/{ecid}", station.name) for ecid in ecids))
+        wait_until(f"{ecids} at {station.name}",
+                   lambda: all(self.device(station, ecid) for ecid in ecids))
+
+    def device(self, station: Station, ecid: str) -> dict[str, Any]:
+        """Returns the device as the operator has heard of it; empty if it is not there."""
+        device: dict[str, Any] | None = self.operator.latest(f"devices/{ecid}", station.name)
+        return device or {}
 
     # Orders
 

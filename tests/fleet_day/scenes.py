@@ -78,8 +78,9 @@ def leaves(fleet: Fleet, station: Station, device: str) -> None:
     fleet.send(station, order_id, fleet.order_of(leaving, options={"restore_timeout": 12}))
     wait_until("the restore begins", lambda: fleet.state(station, order_id) == "running")
     wait_until("the restore ends", lambda: fleet.has_ended(station, order_id))
-    wait_until("the device has left", lambda: fleet.operator.latest(
-        f"devices/{leaving}", station.name) is None)
+    wait_until("the device is away", lambda: fleet.device(station, leaving).get("state")
+               == "away")
+    wait_until("the device has left", lambda: not fleet.device(station, leaving))
     again = fleet.new_id()
     fleet.expect(station, again, answers=0, refusals=1)
     fleet.send(station, again, fleet.order_of(leaving))
