@@ -34,8 +34,7 @@ def play(fleet: Fleet, scenes: Sequence[Scene]) -> bool:
     places = [fleet.chance.choice(fleet.stations) for _ in scenes]
     devices = [fleet.plug_in(station) for station in places]
     order = fleet.chance.sample(scenes, len(scenes))
-    return all(play_scene(fleet, *each) for each
-               in zip(order, places, devices, strict=True))
+    return all(play_scene(fleet, *each) for each in zip(order, places, devices, strict=True))
 
 
 def play_scene(fleet: Fleet, scene: Scene, station: Station, device: str) -> bool:
@@ -48,8 +47,9 @@ def play_scene(fleet: Fleet, scene: Scene, station: Station, device: str) -> boo
         scene(fleet, station, device)
         fleet.settle()
     except Exception as failure:  # whatever a program does that is broken
-        text = str(failure) if isinstance(failure, AssertionError) else traceback.format_exc()
-        fault = "\n".join(dict.fromkeys((*text.splitlines(), *fleet.what_is_wrong())))
+        text = str(failure) if isinstance(failure, AssertionError) else ""
+        lines = (text or traceback.format_exc()).splitlines()
+        fault = "\n".join(dict.fromkeys((*lines, *fleet.what_is_wrong())))
     print(f"{scene.__name__} at {station.name}: {time.monotonic() - began:.1f} s,"
           f" {'FAILED' if fault else 'passed'}", fault, flush=True)
     return not fault
