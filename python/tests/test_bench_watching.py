@@ -197,7 +197,9 @@ def test_file_of_options(bench):
     wait_until(lambda: log.exists() and log.read_text("utf-8") == f"{bench.table.bundle}\n")
 
 
-@pytest.mark.parametrize("starts, ends", [(0, 0), (1, 0), (1, 1), (2, 1), (2, 2)])
+@pytest.mark.parametrize("starts, ends", [
+    (1, 1), (2, 1), *(pytest.param(*each, marks=pytest.mark.full)
+                      for each in ((0, 0), (1, 0), (2, 2)))])
 def test_killed_watch_is_taken_up(bench, starts, ends):
     """Whenever it is killed, each device is restored once."""
     for device in (A, B):

@@ -377,6 +377,7 @@ def test_modules_in_the_folder_are_not_used(bench: TestBench) -> None:
     assert bench.restore("complete").state is JobState.SUCCEEDED
 
 
+@pytest.mark.full
 @pytest.mark.parametrize("seed", range(3))
 def test_supervisors_are_killed_again_and_again(bench: TestBench, seed: int) -> None:
     chance = random.Random(seed)
