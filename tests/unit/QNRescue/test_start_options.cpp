@@ -189,7 +189,8 @@ constexpr char const * switches[] = {
     "--debug",        "--debug-dump",        "--help",          "--no-cleanup",
     "--list-devices", "--device-info",       "--exit-recovery", "--no-exit-recovery",
     "--erase",        "--enter-restore-mode"};
-constexpr char const * texts[] = {"--amr-logfile", "--ecid", "--restore", "--restore-plist"};
+constexpr char const * options_with_a_text[] = {"--amr-logfile", "--ecid", "--restore",
+                                                "--restore-plist"};
 constexpr char const * numbers[] = {"--detect-timeout", "--restore-timeout", "--output-pipe"};
 
 void expect_refused(std::vector<char const *> const & arguments, int code,
@@ -205,7 +206,7 @@ TEST(StartOptions, AnOptionGivenTwice) {
     for (auto const * option : switches) {
         expect_refused({option, option}, 3, reason(option));
     }
-    for (auto const * option : texts) {
+    for (auto const * option : options_with_a_text) {
         expect_refused({option, "a", option, "b"}, 3, reason(option));
     }
     for (auto const * option : numbers) {
@@ -238,7 +239,7 @@ TEST(StartOptions, AMissingValue) {
         expect_refused({option.c_str()}, 1,
                        "the required argument for option '" + option + "' is missing");
     };
-    std::ranges::for_each(texts, expect_missing);
+    std::ranges::for_each(options_with_a_text, expect_missing);
     std::ranges::for_each(numbers, expect_missing);
     expect_refused({"--ecid", "a", "--restore"}, 1,
                    "the required argument for option '--restore' is missing");
