@@ -26,7 +26,7 @@ struct running {
     recording_file file;
 };
 
-std::atomic<bool> started = false;
+std::atomic<bool> session_has_started = false;
 std::atomic<running *> current = nullptr;
 std::atomic<clock::time_point (*)()> session_clock = clock::now;
 
@@ -68,11 +68,11 @@ running * start() {
 
 session * process_session() {
     static auto & starting = *new std::mutex;
-    if (!started.load(std::memory_order_acquire)) {
+    if (!session_has_started.load(std::memory_order_acquire)) {
         std::lock_guard const lock{starting};
-        if (!started.load(std::memory_order_relaxed)) {
+        if (!session_has_started.load(std::memory_order_relaxed)) {
             current = start();
-            started.store(true, std::memory_order_release);
+            session_has_started.store(true, std::memory_order_release);
         }
     }
     auto const recorded = current.load(std::memory_order_acquire);
@@ -84,7 +84,7 @@ void end_process_session() {
     if (ended) {
         ended->file.finish();
     }
-    started = false;
+    session_has_started = false;
 }
 
 void set_session_clock(clock::time_point (*time)()) {
