@@ -32,6 +32,15 @@ function(qnrescue_stress_tests)
   set_property(TEST ${names} PROPERTY TIMEOUT 3600)
 endfunction()
 
+# The sanitizers print a stack for each finding, with the names that the symbolizer knows.
+find_program(QNRESCUE_SYMBOLIZER NAMES llvm-symbolizer-16 llvm-symbolizer)
+mark_as_advanced(QNRESCUE_SYMBOLIZER)
+set(QNRESCUE_SANITIZER_ENVIRONMENT
+  "ASAN_SYMBOLIZER_PATH=${QNRESCUE_SYMBOLIZER}"
+  "UBSAN_OPTIONS=print_stacktrace=1"
+  "TSAN_OPTIONS=second_deadlock_stack=1:external_symbolizer_path=${QNRESCUE_SYMBOLIZER}"
+)
+
 # qnrescue_unit_test(name [PORTABLE] SOURCES file... LINK library...): adds a GoogleTest program as
 # one test of CTest (starting Wine once for each case would take most of the time). PORTABLE: what is
 # tested is the same on all systems, so that only the full run has it for Windows too.
@@ -44,13 +53,24 @@ function(qnrescue_unit_test name)
   set_tests_properties("${QNRESCUE_TEST_PREFIX}${name}" PROPERTIES
     TIMEOUT 300
     FAIL_REGULAR_EXPRESSION " 0 tests from 0 test suites"
-    ENVIRONMENT "UBSAN_OPTIONS=print_stacktrace=1;TSAN_OPTIONS=second_deadlock_stack=1"
+    ENVIRONMENT "${QNRESCUE_SANITIZER_ENVIRONMENT}"
   )
   if(unit_PORTABLE AND CMAKE_CROSSCOMPILING)
     set_target_properties(${name} PROPERTIES EXCLUDE_FROM_ALL ON)
     add_dependencies(full ${name})
     qnrescue_label_tests(full ${name})
   endif()
+endfunction()
+
+# qnrescue_long_unit_test(name program variable...): runs the program of a unit test once more in the
+# full run, with these variables in its environment.
+function(qnrescue_long_unit_test name program)
+  add_test(NAME "${QNRESCUE_TEST_PREFIX}${name}" COMMAND ${program} --gtest_brief=1)
+  set_tests_properties("${QNRESCUE_TEST_PREFIX}${name}" PROPERTIES
+    TIMEOUT 1500
+    ENVIRONMENT "${QNRESCUE_SANITIZER_ENVIRONMENT};${ARGN}"
+  )
+  qnrescue_label_tests(full ${name})
 endfunction()
 
 # The interpreter is named by its path: CMake would run an imported target in the emulator.

@@ -63,7 +63,9 @@ struct faulty<Function, Result(Arguments...)> {
     namespace {                                                                                    \
     struct function##_traits {                                                                     \
         static constexpr auto name = #function;                                                    \
-        static auto pointer() { return &::function; }                                              \
+        static auto pointer() {                                                                    \
+            return &::function;                                                                    \
+        }                                                                                          \
     };                                                                                             \
     }                                                                                              \
     extern "C" {                                                                                   \

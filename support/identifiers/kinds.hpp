@@ -14,7 +14,7 @@ class device_id;
 // One of the kinds of identifiers of a device.
 template <typename Type>
 concept identifier = std::same_as<Type, ecid> || std::same_as<Type, udid> ||
-    std::same_as<Type, serial_number> || std::same_as<Type, device_id>;
+                     std::same_as<Type, serial_number> || std::same_as<Type, device_id>;
 
 template <typename Type, typename Kind>
 concept other_identifier = identifier<Type> && !std::same_as<Type, Kind>;
@@ -27,9 +27,10 @@ std::strong_ordering operator<=>(Left const & left, Right const & right) = delet
 
 // An ECID is a number; texts in upper and lower case can mean the same one.
 template <std::same_as<ecid> Left, std::convertible_to<std::string_view> Text>
-requires(!identifier<Text>) bool operator==(Left const & left, Text const & text) = delete;
+    requires(!identifier<Text>)
+bool operator==(Left const & left, Text const & text) = delete;
 template <std::same_as<ecid> Left, std::convertible_to<std::string_view> Text>
-requires(!identifier<Text>) std::strong_ordering operator<=>(Left const & left,
-                                                             Text const & text) = delete;
+    requires(!identifier<Text>)
+std::strong_ordering operator<=>(Left const & left, Text const & text) = delete;
 
 } // namespace QN

@@ -13,12 +13,11 @@
 // Of the address sanitizer, where the program is built with it.
 extern "C" [[gnu::weak]] int find_leaks() asm("__lsan_do_recoverable_leak_check");
 
-// An option whose row in the table cannot be made is lost by the library, and by nobody else. Its
-// functions have their whole names in what GCC compiles, and their files in what Clang does.
+// An option whose row in the table cannot be made is lost by the library, and by nobody else.
 extern "C" [[gnu::visibility("default")]] char const *
 suppressed_leaks() asm("__lsan_default_suppressions");
 extern "C" char const * suppressed_leaks() {
-    return "leak:boost::program_options::\nleak:boost/program_options/\n";
+    return "leak:boost::program_options::\n";
 }
 
 namespace {

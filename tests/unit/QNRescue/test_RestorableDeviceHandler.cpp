@@ -281,20 +281,14 @@ public:
         held = CreateFileW((path() / "held").c_str(), GENERIC_WRITE, 0, nullptr, CREATE_NEW, 0,
                            nullptr);
     }
-    ~stubborn_path() {
-        CloseHandle(held);
-    }
-    QN::filesystem::path path() const {
-        return folder.path() / "scratch";
-    }
+    ~stubborn_path() { CloseHandle(held); }
+    QN::filesystem::path path() const { return folder.path() / "scratch"; }
 
 private:
     temporary_folder folder;
     HANDLE held;
 #else
-    QN::filesystem::path path() const {
-        return folder.path() / std::string(1000, 'x');
-    }
+    QN::filesystem::path path() const { return folder.path() / std::string(1000, 'x'); }
 
 private:
     temporary_folder folder;

@@ -10,7 +10,7 @@ std::size_t awaited = 0; // none
 std::function<void()> to_run;
 
 void * allocate(std::size_t size) {
-    if (size == awaited && size != 0) {
+    if (awaited != 0 && size >= awaited) {
         awaited = 0;
         to_run();
     }

@@ -3,7 +3,7 @@
 #include <cstddef>
 #include <functional>
 
-// Runs a function in the middle of the first allocation of a given size, which may throw.
+// Runs a function in the middle of the first allocation of at least a given size; it may throw.
 class allocation_hook {
 public:
     allocation_hook(std::size_t size, std::function<void()> function);

@@ -30,7 +30,7 @@ struct notifier_run {
     }
 
     explicit notifier_run(qnrescue::wait_clock & clock = qnrescue::steady_wait_clock())
-        : notifier(*new (unused_storage()) qnrescue::device_notifier_state(
+        : notifier(*new(unused_storage()) qnrescue::device_notifier_state(
               output.state(), std::nullopt, folder.path() / "scratch", clock)) {}
     ~notifier_run() noexcept(false) { notifier.~device_notifier_state(); }
     notifier_run(notifier_run const &) = delete;

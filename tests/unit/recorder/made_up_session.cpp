@@ -49,7 +49,7 @@ private:
     std::string any_text() {
         static constexpr std::string_view pieces[] = {"a", "Z",    "0",     "9",  " ",
                                                       "-", "&lt;", "&amp;", "\"", "'",
-                                                      "é", "漢",   "😀",     "\n", "C:\\x"};
+                                                      "é", "漢",   "😀",    "\n", "C:\\x"};
         std::string result;
         for (auto left = below(8); left > 0; --left) {
             result += pieces[below(std::size(pieces))];

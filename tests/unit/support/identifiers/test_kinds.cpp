@@ -21,25 +21,13 @@ using QN::udid;
 
 // Whether any of the ways to compare compiles, in this order of the operands.
 template <typename Left, typename Right>
-concept equates = requires(Left const & left, Right const & right) {
-    left == right;
-}
-|| requires(Left const & left, Right const & right) {
-    left != right;
-};
+concept equates = requires(Left const & left, Right const & right) { left == right; } ||
+                  requires(Left const & left, Right const & right) { left != right; };
 template <typename Left, typename Right>
-concept orders = requires(Left const & left, Right const & right) {
-    left < right;
-}
-|| requires(Left const & left, Right const & right) {
-    left > right;
-}
-|| requires(Left const & left, Right const & right) {
-    left <= right;
-}
-|| requires(Left const & left, Right const & right) {
-    left >= right;
-};
+concept orders = requires(Left const & left, Right const & right) { left < right; } ||
+                 requires(Left const & left, Right const & right) { left > right; } ||
+                 requires(Left const & left, Right const & right) { left <= right; } ||
+                 requires(Left const & left, Right const & right) { left >= right; };
 template <typename Left, typename Right>
 concept compares =
     equates<Left, Right> || equates<Right, Left> || orders<Left, Right> || orders<Right, Left>;
@@ -48,8 +36,7 @@ template <typename To, typename From>
 concept takes = std::constructible_from<To, From> || std::constructible_from<To, From &> ||
                 std::constructible_from<To, From const &> || std::is_assignable_v<To &, From> ||
                 std::is_assignable_v<To &, From const &> || std::convertible_to<From, To> ||
-                std::is_assignable_v < std::optional<To>
-&, From > ;
+                std::is_assignable_v<std::optional<To> &, From>;
 
 template <typename One, typename Other>
 concept mixes = compares<One, Other> || takes<One, Other> || takes<Other, One>;
@@ -69,16 +56,16 @@ static_assert(!compares<ecid, char[17]>);
 // What has to compile shows that the rest fails for the right reason.
 template <typename Kind>
 concept usable = takes<Kind, Kind> && std::constructible_from<Kind, std::string> &&
-    requires(Kind const & left, Kind const & right) {
-    { left == right } -> std::same_as<bool>;
-    { left != right } -> std::same_as<bool>;
-    { left < right } -> std::same_as<bool>;
-};
+                 requires(Kind const & left, Kind const & right) {
+                     { left == right } -> std::same_as<bool>;
+                     { left != right } -> std::same_as<bool>;
+                     { left < right } -> std::same_as<bool>;
+                 };
 static_assert(usable<ecid> && usable<udid> && usable<serial_number> && usable<device_id>);
 
 template <typename Kind>
 concept is_text = std::convertible_to<Kind const &, std::string_view> &&
-    std::convertible_to<Kind const &, std::string>;
+                  std::convertible_to<Kind const &, std::string>;
 static_assert(is_text<ecid> && is_text<udid> && is_text<serial_number>);
 static_assert(equates<serial_number, std::string_view> && equates<std::string_view, serial_number>);
 
