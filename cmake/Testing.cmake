@@ -41,11 +41,15 @@ set(QNRESCUE_SANITIZER_ENVIRONMENT
   "TSAN_OPTIONS=second_deadlock_stack=1:external_symbolizer_path=${QNRESCUE_SYMBOLIZER}"
 )
 
-# qnrescue_unit_test(name [PORTABLE] SOURCES file... LINK library...): adds a GoogleTest program as
-# one test of CTest (starting Wine once for each case would take most of the time). PORTABLE: what is
-# tested is the same on all systems, so that only the full run has it for Windows too.
+# qnrescue_unit_test(name [PORTABLE] [SINGLE_THREADED] SOURCES file... LINK library...): adds a
+# GoogleTest program as one test of CTest (starting Wine once for each case would take most of the
+# time). PORTABLE: what is tested is the same on all systems, so that only the full run has it for
+# Windows too. SINGLE_THREADED: the build with the thread sanitizer leaves it out.
 function(qnrescue_unit_test name)
-  cmake_parse_arguments(PARSE_ARGV 1 unit "PORTABLE" "" "SOURCES;LINK")
+  cmake_parse_arguments(PARSE_ARGV 1 unit "PORTABLE;SINGLE_THREADED" "" "SOURCES;LINK")
+  if(unit_SINGLE_THREADED AND QNRESCUE_SANITIZE MATCHES "thread")
+    return()
+  endif()
   add_executable(${name} ${unit_SOURCES})
   target_link_libraries(${name} PRIVATE
     qnrescue_test_settings ${unit_LINK} GTest::gtest_main Threads::Threads)
