@@ -1,6 +1,6 @@
 # The tests that run a command of the repository, beside those of the builds. CTest reads this file:
-# scripts/test sets `presets`, the builds, `jobs`, how many tests run at a time, and `full`, whether
-# it is the full run.
+# scripts/test sets `presets`, the builds, `processors`, how many there are, and `full`, whether it is
+# the full run.
 cmake_minimum_required(VERSION 3.25)
 cmake_path(GET CMAKE_CURRENT_LIST_DIR PARENT_PATH repository)
 set(scripts "${repository}/scripts")
@@ -34,21 +34,22 @@ function(add_command name)
 endfunction()
 
 subdirs(${presets})
-math(EXPR half "${jobs} / 2")
 
 add_command(format RUN "${scripts}/check-format")
 add_command(unit_test_names RUN python3 -B "${tests}/layout/test_unit_tests.py")
 add_command(names_without_affixes RUN python3 -B "${tests}/layout/test_names.py")
 add_command(architecture RUN python3 -B "${tests}/architecture/test_architecture.py")
 add_command(mutate FULL RUN python3 -B "${tests}/mutants/test_mutate.py")
-add_command(fuzz FULL PROCESSORS ${jobs} TIMEOUT 7200 RESOURCE_LOCK fuzz
-  RUN "${scripts}/fuzz" 30)
-add_command(static_analysis FULL PROCESSORS ${jobs} TIMEOUT 7200 RESOURCE_LOCK tidy
-  RUN "${scripts}/tidy" QNRescue doctor launcher platform recorder support)
-add_command(static_analysis_of_simulator FULL PROCESSORS ${jobs} TIMEOUT 7200 RESOURCE_LOCK tidy
-  RUN "${scripts}/tidy" --quick simulator)
-add_command(names FULL PROCESSORS ${jobs} TIMEOUT 7200 RESOURCE_LOCK tidy
-  RUN "${scripts}/tidy" --names benchmarks tests/end_to_end tests/fuzz tests/stress tests/unit)
+
+# These use every processor, one after the other, and give way to the tests beside them.
+set(background COST 100 PROCESSORS ${processors} TIMEOUT 7200 RESOURCE_LOCK background)
+add_command(static_analysis FULL ${background}
+  RUN nice "${scripts}/tidy" QNRescue doctor launcher platform recorder support)
+add_command(static_analysis_of_simulator FULL ${background}
+  RUN nice "${scripts}/tidy" --quick simulator)
+add_command(names FULL ${background} RUN nice "${scripts}/tidy" --names
+  benchmarks tests/end_to_end tests/fuzz tests/stress tests/unit)
+add_command(fuzz FULL ${background} RUN nice "${scripts}/fuzz" 15)
 
 # The Python package
 add_command(python_environment SETS_UP COST 100 RUN "${scripts}/python-environment")
@@ -56,12 +57,12 @@ add_command(node_modules FULL SETS_UP RUN "${scripts}/node-modules")
 add_command(python_types FULL NEEDS python_environment RUN "${scripts}/check-types")
 add_command(python_types_by_pyright FULL NEEDS python_environment node_modules
   RUN "${scripts}/check-types" --pyright)
-add_command(bench_day FULL NEEDS python_environment PROCESSORS ${half} TIMEOUT 900
+add_command(bench_day FULL NEEDS python_environment PROCESSORS ${processors} TIMEOUT 900
   RUN ${python} "${tests}/bench_day/day.py" --devices 48
   -- "${scripts}/wine" "${repository}/build/windows/bin/qnrescue.exe")
-add_command(fleet_day FULL NEEDS python_environment PROCESSORS ${half} TIMEOUT 900
+add_command(fleet_day FULL NEEDS python_environment PROCESSORS ${processors} TIMEOUT 900
   RUN "${scripts}/fleet-day" --short)
-add_command(fleet_measurement FULL NEEDS python_environment PROCESSORS ${half} TIMEOUT 900
+add_command(fleet_measurement FULL NEEDS python_environment PROCESSORS ${processors} TIMEOUT 900
   RUN ${python} "${repository}/benchmarks/fleet.py"
   --stations 3 --devices 2 --reports 3 --idle 1 -- "${repository}/build/benchmark/bin/qnrescue")
 
@@ -105,14 +106,14 @@ add_command(must_fail_python_types FULL MUST_FAIL NEEDS python_environment
   RUN "${scripts}/check-types" tests/must_fail/python/wrong_type.py)
 add_command(must_fail_python_types_by_pyright FULL MUST_FAIL NEEDS python_environment node_modules
   RUN "${scripts}/check-types" --pyright tests/must_fail/python/wrong_type.py)
-add_command(must_fail_clang_tidy FULL MUST_FAIL RESOURCE_LOCK tidy
+add_command(must_fail_clang_tidy FULL MUST_FAIL RESOURCE_LOCK background
   RUN "${scripts}/tidy" tests/must_fail/clang_tidy)
-add_command(must_fail_clang_tidy_windows FULL MUST_FAIL RESOURCE_LOCK tidy
+add_command(must_fail_clang_tidy_windows FULL MUST_FAIL RESOURCE_LOCK background
   RUN "${scripts}/tidy" tests/must_fail/windows)
-add_command(must_fail_naming FULL MUST_FAIL RESOURCE_LOCK tidy
+add_command(must_fail_naming FULL MUST_FAIL RESOURCE_LOCK background
   RUN "${scripts}/tidy" --names tests/must_fail/naming)
-add_command(must_fail_cppcheck FULL MUST_FAIL RESOURCE_LOCK tidy
+add_command(must_fail_cppcheck FULL MUST_FAIL RESOURCE_LOCK background
   RUN "${scripts}/tidy" tests/must_fail/cppcheck)
-add_command(must_fail_fuzz FULL MUST_FAIL RESOURCE_LOCK fuzz RUN "${scripts}/fuzz" 5 must_fail)
-add_command(must_fail_fuzz_in_python FULL MUST_FAIL RESOURCE_LOCK fuzz
+add_command(must_fail_fuzz FULL MUST_FAIL RESOURCE_LOCK background RUN "${scripts}/fuzz" 5 must_fail)
+add_command(must_fail_fuzz_in_python FULL MUST_FAIL RESOURCE_LOCK background
   RUN "${scripts}/fuzz" 5 must_fail_in_python)
