@@ -35,11 +35,13 @@ endfunction()
 # The sanitizers print a stack for each finding, with the names that the symbolizer knows.
 find_program(QNRESCUE_SYMBOLIZER NAMES llvm-symbolizer-16 llvm-symbolizer)
 mark_as_advanced(QNRESCUE_SYMBOLIZER)
-set(QNRESCUE_SANITIZER_ENVIRONMENT
-  "ASAN_SYMBOLIZER_PATH=${QNRESCUE_SYMBOLIZER}"
-  "UBSAN_OPTIONS=print_stacktrace=1"
-  "TSAN_OPTIONS=second_deadlock_stack=1:external_symbolizer_path=${QNRESCUE_SYMBOLIZER}"
-)
+set(QNRESCUE_SANITIZER_ENVIRONMENT "UBSAN_OPTIONS=print_stacktrace=1")
+set(thread_options "second_deadlock_stack=1")
+if(QNRESCUE_SYMBOLIZER)
+  list(APPEND QNRESCUE_SANITIZER_ENVIRONMENT "ASAN_SYMBOLIZER_PATH=${QNRESCUE_SYMBOLIZER}")
+  string(APPEND thread_options ":external_symbolizer_path=${QNRESCUE_SYMBOLIZER}")
+endif()
+list(APPEND QNRESCUE_SANITIZER_ENVIRONMENT "TSAN_OPTIONS=${thread_options}")
 
 # qnrescue_unit_test(name [PORTABLE] [SINGLE_THREADED] SOURCES file... LINK library...): adds a
 # GoogleTest program as one test of CTest (starting Wine once for each case would take most of the

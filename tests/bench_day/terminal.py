@@ -46,6 +46,8 @@ class Terminal:
 
     def hang_up(self) -> None:
         """Does what a terminal does that closes."""
+        while os.getpgid(self.process.pid) != self.process.pid:  # setsid has not run yet
+            time.sleep(0.01)
         os.killpg(self.process.pid, signal.SIGHUP)
 
     def wait(self, seconds: float = 20.0) -> None:
